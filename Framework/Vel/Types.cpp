@@ -1,0 +1,43 @@
+#include "Framework/Vel/Types.h"
+
+#include <ostream>
+#include <sstream>
+#include <string>
+
+#include "Framework/Vel/Json.h"
+
+namespace Vel {
+
+void printBytes(std::ostream& os, std::string_view bytes) {
+   static const char hex[] = "0123456789abcdef";
+   for (unsigned char c : bytes) {
+      if (c >= 0x20 && c < 0x7f && c != '\\') {
+         os << static_cast<char>(c);
+      } else {
+         os << "\\x" << hex[c >> 4] << hex[c & 15];
+      }
+   }
+}
+
+std::string printableBytes(std::string_view bytes) {
+   std::ostringstream os;
+   printBytes(os, bytes);
+   return os.str();
+}
+
+void throwStringBound(size_t max) {
+   throw RangeException("Vel::String::bytes > " + std::to_string(max) + " not allowed");
+}
+
+std::string hexBytes(const uint8_t* p, size_t n) {
+   static const char hex[] = "0123456789abcdef";
+   std::string s;
+   s.reserve(n * 2);
+   for (size_t i = 0; i < n; ++i) {
+      s.push_back(hex[p[i] >> 4]);
+      s.push_back(hex[p[i] & 15]);
+   }
+   return s;
+}
+
+}  // namespace Vel

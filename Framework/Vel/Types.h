@@ -1,0 +1,144 @@
+// Basic value types of the framework: byte strings, time, bounded inline strings and
+// small sorted maps. Records are built from these so that decoding a frame into a
+// record needs no heap allocation once the record's collections have warmed up.
+#pragma once
+
+#include <algorithm>
+#include <compare>
+#include <cstdint>
+#include <cstring>
+#include <iosfwd>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Vel {
+
+using String = std::string;  // an arbitrary byte string
+using Seconds = double;      // seconds of the framework clock
+
+// Thrown when a record's bound is violated. Decoders validate before they build records,
+// so this only fires on a programming error and is deliberately not caught.
+class RangeException : public std::range_error {
+ public:
+   using std::range_error::range_error;
+};
+
+// Writes bytes as text: printable ASCII as is, everything else as \xNN.
+void printBytes(std::ostream& os, std::string_view bytes);
+std::string printableBytes(std::string_view bytes);
+
+[[noreturn]] void throwStringBound(size_t max);
+
+// A byte string of at most N bytes held inline. Copies move only the used bytes.
+template <size_t N>
+class FixedString {
+ public:
+   static constexpr size_t maxBytes = N;
+   FixedString() = default;
+   FixedString(std::string_view s) { assign(s.data(), s.size()); }
+   FixedString(const char* s) : FixedString(std::string_view(s)) {}
+   FixedString(const FixedString& o) : len_(o.len_) { std::memcpy(buf_, o.buf_, len_); }
+   FixedString& operator=(const FixedString& o) {
+      len_ = o.len_;
+      std::memmove(buf_, o.buf_, len_);
+      return *this;
+   }
+   static FixedString create(std::string_view s) { return FixedString(s); }
+
+   void assign(const char* p, size_t n) {
+      if (n > N) throwStringBound(N);
+      std::memmove(buf_, p, n);
+      len_ = static_cast<uint16_t>(n);
+   }
+   std::string_view value() const { return {buf_, len_}; }
+   std::string stringValue() const { return std::string(value()); }
+   const char* data() const { return buf_; }
+   size_t size() const { return len_; }
+   bool empty() const { return len_ == 0; }
+   uint8_t operator[](size_t i) const { return static_cast<uint8_t>(buf_[i]); }
+
+   bool operator==(const FixedString& o) const { return value() == o.value(); }
+   std::strong_ordering operator<=>(const FixedString& o) const { return value() <=> o.value(); }
+   size_t hash() const { return std::hash<std::string_view>()(value()); }
+   friend std::ostream& operator<<(std::ostream& os, const FixedString& s) {
+      printBytes(os, s.value());
+      return os;
+   }
+
+ private:
+   uint16_t len_ = 0;
+   char buf_[N];
+};
+
+// Hash functor for framework and record types: uses a member hash() when there is one.
+template <class T>
+struct Hash {
+   size_t operator()(const T& v) const {
+      if constexpr (requires { v.hash(); }) {
+         return v.hash();
+      } else {
+         return std::hash<T>()(v);
+      }
+   }
+};
+
+inline size_t hashCombine(size_t seed, size_t h) {
+   return seed ^ (h + 0x9e3779b97f4a7c15ULL + (seed << 6) + (seed >> 2));
+}
+
+// A map kept as a sorted vector. Record collections are small (a handful of addresses,
+// policies or VLAN names), so this is faster than a node map, and clear() keeps the
+// capacity: a scratch record that is refilled frame after frame stops allocating.
+template <class K, class V>
+class FlatMap {
+ public:
+   using value_type = std::pair<K, V>;
+   using const_iterator = typename std::vector<value_type>::const_iterator;
+
+   const V* find(const K& k) const {
+      auto it = lower(k);
+      return it != items_.end() && it->first == k ? &it->second : nullptr;
+   }
+   V* find(const K& k) {
+      auto it = lower(k);
+      return it != items_.end() && it->first == k ? &it->second : nullptr;
+   }
+   bool contains(const K& k) const { return find(k) != nullptr; }
+   // Inserts or replaces; returns a reference to the stored value.
+   V& set(const K& k, const V& v) {
+      auto it = lower(k);
+      if (it != items_.end() && it->first == k) {
+         it->second = v;
+         return it->second;
+      }
+      return items_.insert(it, value_type(k, v))->second;
+   }
+   bool erase(const K& k) {
+      auto it = lower(k);
+      if (it == items_.end() || !(it->first == k)) return false;
+      items_.erase(it);
+      return true;
+   }
+   void clear() { items_.clear(); }
+   size_t size() const { return items_.size(); }
+   bool empty() const { return items_.empty(); }
+   const_iterator begin() const { return items_.begin(); }
+   const_iterator end() const { return items_.end(); }
+   bool operator==(const FlatMap& o) const { return items_ == o.items_; }
+
+ private:
+   auto lower(const K& k) const {
+      return std::lower_bound(items_.begin(), items_.end(), k,
+                              [](const value_type& a, const K& b) { return a.first < b; });
+   }
+   auto lower(const K& k) {
+      return std::lower_bound(items_.begin(), items_.end(), k,
+                              [](const value_type& a, const K& b) { return a.first < b; });
+   }
+   std::vector<value_type> items_;
+};
+
+}  // namespace Vel

@@ -1,0 +1,80 @@
+#include "Framework/Wire/IntfId.h"
+
+#include <ostream>
+
+namespace Wire {
+
+namespace {
+
+struct Prefix {
+   std::string_view text;
+   IntfKind kind;
+};
+
+constexpr Prefix prefixes[] = {
+    {"Ethernet", IntfKind::intfKindEthernet},     {"Management", IntfKind::intfKindManagement},
+    {"Port-Channel", IntfKind::intfKindPortChannel}, {"Vlan", IntfKind::intfKindVlan},
+    {"Loopback", IntfKind::intfKindLoopback},
+};
+
+bool isNumberPath(std::string_view s) {
+   if (s.empty() || s.front() == '/' || s.back() == '/') return false;
+   for (char c : s) {
+      if (c != '/' && (c < '0' || c > '9')) return false;
+   }
+   return true;
+}
+
+}  // namespace
+
+IntfId::IntfId(std::string_view name) {
+   if (name.size() > maxNameLen) name = name.substr(0, maxNameLen);
+   name_ = Vel::FixedString<maxNameLen>(name);
+   for (const auto& p : prefixes) {
+      if (name.starts_with(p.text) && isNumberPath(name.substr(p.text.size()))) {
+         kind_ = p.kind;
+         parseNumbers(name.substr(p.text.size()));
+         return;
+      }
+   }
+   // Other names still get their trailing number, so "eth2" sorts before "eth10".
+   size_t i = name.size();
+   while (i > 0 && name[i - 1] >= '0' && name[i - 1] <= '9') --i;
+   parseNumbers(name.substr(i));
+}
+
+IntfId IntfId::linux(std::string_view name, IntfKind kind) {
+   IntfId id(name);
+   id.kind_ = kind;
+   return id;
+}
+
+void IntfId::parseNumbers(std::string_view digits) {
+   numberCount_ = 0;
+   uint64_t cur = 0;
+   bool any = false;
+   for (size_t i = 0; i <= digits.size(); ++i) {
+      if (i == digits.size() || digits[i] == '/') {
+         if (any && numberCount_ < numbers_.size()) {
+            numbers_[numberCount_++] = static_cast<uint32_t>(cur);
+         }
+         cur = 0;
+         any = false;
+      } else {
+         cur = std::min<uint64_t>(cur * 10 + static_cast<uint64_t>(digits[i] - '0'), UINT32_MAX);
+         any = true;
+      }
+   }
+}
+
+std::strong_ordering IntfId::operator<=>(const IntfId& o) const {
+   if (auto c = kind_ <=> o.kind_; c != 0) return c;
+   for (size_t i = 0; i < numbers_.size(); ++i) {
+      if (auto c = numbers_[i] <=> o.numbers_[i]; c != 0) return c;
+   }
+   return name_ <=> o.name_;
+}
+
+std::ostream& operator<<(std::ostream& os, const IntfId& i) { return os << i.name(); }
+
+}  // namespace Wire

@@ -1,0 +1,61 @@
+// Interface identifiers. An IntfId names a switch interface by kind and number
+// ("Ethernet3/1", "Management1", "Port-Channel10", "Vlan100", "Loopback0") and can also
+// carry a Linux interface name ("eth0", "veth-lab1"), which the Linux platform uses for
+// ports that have no switch-style name.
+#pragma once
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <string_view>
+
+#include "Framework/Vel/Types.h"
+
+namespace Wire {
+
+enum class IntfKind : uint8_t {
+   intfKindEthernet,
+   intfKindManagement,
+   intfKindPortChannel,
+   intfKindVlan,
+   intfKindLoopback,
+   intfKindOther,  // a Linux name that follows none of the switch conventions
+};
+
+class IntfId {
+ public:
+   static constexpr size_t maxNameLen = 31;
+   IntfId() = default;
+   // Parses a switch-style name; any other name is kept as it is, with kind Other.
+   explicit IntfId(std::string_view name);
+   IntfId(const char* name) : IntfId(std::string_view(name)) {}
+   // A Linux interface that the platform treats as an interface of the given kind.
+   static IntfId linux(std::string_view name, IntfKind kind);
+
+   IntfKind kind() const { return kind_; }
+   bool isEthernet() const { return kind_ == IntfKind::intfKindEthernet; }
+   bool isManagement() const { return kind_ == IntfKind::intfKindManagement; }
+   // Numeric components of the name in order (module/port/lane); unused ones are 0.
+   uint32_t number(size_t i) const { return i < numbers_.size() ? numbers_[i] : 0; }
+   size_t numberCount() const { return numberCount_; }
+   std::string_view name() const { return name_.value(); }
+   std::string stringValue() const { return name_.stringValue(); }
+   bool empty() const { return name_.empty(); }
+
+   bool operator==(const IntfId& o) const { return name_ == o.name_; }
+   // Ordered by kind, then numerically ("Ethernet2" before "Ethernet10"), then by name.
+   std::strong_ordering operator<=>(const IntfId& o) const;
+   size_t hash() const { return name_.hash(); }
+   friend std::ostream& operator<<(std::ostream& os, const IntfId& i);
+
+ private:
+   void parseNumbers(std::string_view digits);
+   IntfKind kind_ = IntfKind::intfKindOther;
+   uint8_t numberCount_ = 0;
+   std::array<uint32_t, 3> numbers_{};
+   Vel::FixedString<maxNameLen> name_;
+};
+
+}  // namespace Wire

@@ -1,0 +1,8 @@
+// All LLDP records.
+#pragma once
+
+#include "Records/LldpConfig.h"
+#include "Records/LldpLocalSystem.h"
+#include "Records/LldpRemoteSystem.h"
+#include "Records/LldpStatus.h"
+#include "Records/LldpValues.h"

@@ -1,0 +1,75 @@
+// Operational state the agent publishes: global remote-table statistics and, per port,
+// the counters, the neighbour table and the VLAN names advertised.
+#pragma once
+
+#include "Framework/Vel/Entity.h"
+#include "Records/LldpRemoteSystem.h"
+#include "Records/LldpValues.h"
+
+namespace L3 {
+using VrfName = Vel::FixedString<64>;
+}
+
+namespace Lldp {
+
+#define LLDP_PORT_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL)                \
+   KEY(Wire::IntfId, intfId)                                                                \
+   ATTR(Vel::Seconds, creationTime, 0)                                                      \
+   COUNTER(uint32_t, txFramesTotal)                                                         \
+   COUNTER(uint32_t, txFramesLengthExceeded)                                                \
+   COUNTER(uint32_t, txFramesNoMemErrors)                                                   \
+   COUNTER(uint32_t, rxFramesTotal)                                                         \
+   COUNTER(uint32_t, rxFramesDiscardedTotal)                                                \
+   COUNTER(uint32_t, rxFramesErrors)                                                        \
+   COUNTER(uint32_t, rxTLVsDiscardedTotal)                                                  \
+   COUNTER(uint32_t, rxTLVsUnrecognizedTotal)                                               \
+   COUNTER(uint32_t, rxAgeoutsTotal)                                                        \
+   COUNTER(uint32_t, rxLldpdusRateLimited)                                                  \
+   ATTR(Vel::Seconds, lastTxTime, 0)                                                        \
+   COUNTER(uint32_t, nextRemoteSystemIndex)                                                 \
+   ECOLL(int, RemoteSystem, remoteSystem)                                                   \
+   REFCOLL(Msap, RemoteSystem, remoteSystemByMsap, msap)                                    \
+   COLL(Bridging::VlanId, VlanName, vlanName)                                               \
+   COLL(Bridging::VlanId, VlanName, sentVlanName)                                           \
+   ATTR(bool, vlanNamesChanged, false)                                                      \
+   ATTR(bool, vlanNamesIncomplete, false)
+
+class PortStatus : public Vel::Entity {
+   VEL_ENTITY(PortStatus, LLDP_PORT_STATUS_ATTRS)
+   PortStatus(const Wire::IntfId& intf, Vel::Seconds created) : intfId_(intf) {
+      creationTime_ = created;
+   }
+   // Questions about the neighbours on this port, asked by the transmit side.
+   bool anyLldpMedReceived() const;
+   bool networkPolicyTlvReceived() const;
+   bool powerViaMdiTlvReceived() const;
+};
+
+#define LLDP_STATUS_BASE_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL)                \
+   COUNTER(uint32_t, remTablesInserts)                                                      \
+   COUNTER(uint32_t, remTablesDeletes)                                                      \
+   COUNTER(uint32_t, remTablesDrops)                                                        \
+   COUNTER(uint32_t, remTablesAgeouts)                                                      \
+   ATTR(Vel::Seconds, remTablesLastChangeTime, 0)                                           \
+   ATTR(Vel::Seconds, lastPacketParsedTime, 0)                                              \
+   ATTR(L3::VrfName, mgmtAddrVrf, {})
+
+class StatusBase : public Vel::Entity {
+   VEL_ENTITY(StatusBase, LLDP_STATUS_BASE_ATTRS)
+};
+
+#define LLDP_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   ECOLL(Wire::IntfId, PortStatus, portStatus)
+
+class Status : public StatusBase {
+   VEL_ENTITY_DERIVED(Status, StatusBase, LLDP_STATUS_ATTRS)
+};
+
+#define LLDP_REM_TABLES_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   ATTR(Vel::Seconds, remTablesLastClearTime, 0)
+
+class RemTablesStatus : public Vel::Entity {
+   VEL_ENTITY(RemTablesStatus, LLDP_REM_TABLES_STATUS_ATTRS)
+};
+
+}  // namespace Lldp
