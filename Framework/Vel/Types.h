@@ -40,6 +40,7 @@ class FixedString {
    FixedString() = default;
    FixedString(std::string_view s) { assign(s.data(), s.size()); }
    FixedString(const char* s) : FixedString(std::string_view(s)) {}
+   FixedString(const std::string& s) : FixedString(std::string_view(s)) {}
    FixedString(const FixedString& o) : len_(o.len_) { std::memcpy(buf_, o.buf_, len_); }
    FixedString& operator=(const FixedString& o) {
       len_ = o.len_;
