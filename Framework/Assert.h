@@ -10,7 +10,7 @@ namespace Vel {
 
 // `text` is the fixed text that identifies the invariant in logs; it is given
 // explicitly so it stays stable however the condition itself is spelled.
-#define VEL_ASSERT(cond, text)                                                   \
-   do {                                                                          \
+#define VEL_ASSERT(cond, text)                                                       \
+   do {                                                                              \
       if (__builtin_expect(!(cond), 0)) Vel::assertFailed(text, __FILE__, __LINE__); \
    } while (0)

@@ -16,7 +16,9 @@ std::optional<std::string>& dirOverride() {
 
 }  // namespace
 
-void toggleDirIs(const std::string& dir) { dirOverride() = dir; }
+void toggleDirIs(const std::string& dir) {
+   dirOverride() = dir;
+}
 
 std::string toggleDir() {
    if (dirOverride()) return *dirOverride();

@@ -19,7 +19,7 @@
 namespace Vel::Trace {
 
 class Handle {
- public:
+public:
    explicit Handle(const char* name);
    Handle(const Handle&) = delete;
    Handle& operator=(const Handle&) = delete;
@@ -31,7 +31,7 @@ class Handle {
    void maskIs(uint16_t m) { mask_ = m; }
    void write(int level, std::string_view text) const;
 
- private:
+private:
    const char* name_;
    uint16_t mask_ = 0;
 };
@@ -54,12 +54,12 @@ void ringClear();
 
 // Formats one trace line and hands it to the handle when it goes out of scope.
 class Line {
- public:
+public:
    Line(const Handle& h, int level) : h_(h), level_(level) { os_.str(std::string()); }
    ~Line() { h_.write(level_, os_.view()); }
    std::ostream& os() { return os_; }
 
- private:
+private:
    const Handle& h_;
    int level_;
    std::ostringstream os_;
@@ -67,10 +67,10 @@ class Line {
 
 }  // namespace Vel::Trace
 
-#define VEL_TRACE(handle, level, expr)                                \
-   do {                                                               \
-      if (__builtin_expect((handle).enabled(level), 0)) {             \
-         ::Vel::Trace::Line velTraceLine_((handle), (level));         \
-         velTraceLine_.os() << expr;                                  \
-      }                                                               \
+#define VEL_TRACE(handle, level, expr)                        \
+   do {                                                       \
+      if (__builtin_expect((handle).enabled(level), 0)) {     \
+         ::Vel::Trace::Line velTraceLine_((handle), (level)); \
+         velTraceLine_.os() << expr;                          \
+      }                                                       \
    } while (0)

@@ -16,8 +16,8 @@ bool putTlv(char** pos, char* end, int type, int infoLen, const char* info) {
    // Room first: an oversized TLV that would not fit anyway is a soft failure.
    if (end - *pos < infoLen + 2) {
       VEL_TRACE(traceLldpProtocol, 2,
-                "No room for TLV (type=" << type << ", infoLen=" << infoLen
-                                         << "); remaining space" << (end - *pos) << " bytes");
+                "No room for TLV (type=" << type << ", infoLen=" << infoLen << "); remaining space"
+                                         << (end - *pos) << " bytes");
       return false;
    }
    VEL_ASSERT(!(infoLen & ~0x1ff), "!( infoLen & ~0x1ff )");
@@ -75,7 +75,8 @@ bool extractMandatoryTlv(const char** pos, const char* end, int expectedType, in
       return false;
    }
    if (*infoLen > maxInfoLen || *infoLen < 2) {
-      VEL_TRACE(traceLldpProtocol, 0, "Error: size of TLV out of range (infoLen=" << *infoLen << ")");
+      VEL_TRACE(traceLldpProtocol, 0,
+                "Error: size of TLV out of range (infoLen=" << *infoLen << ")");
       return false;
    }
    return true;

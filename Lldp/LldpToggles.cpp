@@ -23,9 +23,15 @@ Cached bootVlanTlv{"LldpBootVlanTlv", {}};
 
 }  // namespace
 
-bool toggleTxValuesConfig() { return txValuesConfig.get(); }
-bool toggleTxVlanNames() { return txVlanNames.get(); }
-bool toggleBootVlanTlv() { return bootVlanTlv.get(); }
+bool toggleTxValuesConfig() {
+   return txValuesConfig.get();
+}
+bool toggleTxVlanNames() {
+   return txVlanNames.get();
+}
+bool toggleBootVlanTlv() {
+   return bootVlanTlv.get();
+}
 
 void reloadToggles() {
    txValuesConfig.value.reset();

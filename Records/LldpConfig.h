@@ -9,7 +9,8 @@ namespace Lldp {
 
 // Basic optional TLVs a port sends.
 #define LLDP_ENABLED_TLV_BITS(B) \
-   B(portDescription, 0x01) B(systemName, 0x02) B(systemDescription, 0x04) B(systemCapabilities, 0x08)
+   B(portDescription, 0x01)      \
+   B(systemName, 0x02) B(systemDescription, 0x04) B(systemCapabilities, 0x08)
 class EnabledTlvs {
    VEL_BITSET(EnabledTlvs, uint8_t, LLDP_ENABLED_TLV_BITS)
 };
@@ -24,8 +25,8 @@ class Dot3EnabledTlvs {
 
 // LLDP-MED TLVs a port may send; any bit set enables the Capabilities TLV.
 #define LLDP_TIA_TLV_BITS(B) \
-   B(medCapabilities, 0x01) B(networkPolicy, 0x02) B(location, 0x04) B(extendedPowerViaMdi, 0x08) \
-   B(inventory, 0x10)
+   B(medCapabilities, 0x01)  \
+   B(networkPolicy, 0x02) B(location, 0x04) B(extendedPowerViaMdi, 0x08) B(inventory, 0x10)
 class TiaEnabledTlvs {
    VEL_BITSET(TiaEnabledTlvs, uint8_t, LLDP_TIA_TLV_BITS)
 };
@@ -35,25 +36,25 @@ class TiaEnabledTlvs {
 // neighbours on a port, which covers hosts with many virtual ports behind a bridge while
 // bounding what a flood of forged MSAPs can take. `poeAllocatedPowerFallback` is in
 // milliwatts; 0 disables the fallback Power via MDI reply.
-#define LLDP_PORT_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL)                \
-   KEY(Wire::IntfId, intfId)                                                                \
-   ATTR(AdminStatus, adminStatus, adminStatusTxAndRx)                                       \
-   ATTR(bool, rxRateLimitEnabled, true)                                                     \
-   ATTR(uint64_t, rxRateLimitMaxLldpdus, 20)                                                \
-   ATTR(Vel::Seconds, rxRateLimitInterval, 1.0)                                             \
-   ATTR(uint32_t, remoteSystemLimit, 64)                                                    \
-   ATTR(EnabledTlvs, enabledTlvs, EnabledTlvs(0x0f))                                        \
-   ATTR(bool, mgmtAddrTxEnable, true)                                                       \
-   ATTR(bool, portVlanTxEnable, true)                                                       \
-   ATTR(bool, vlanNameTxEnable, true)                                                       \
-   ATTR(Dot3EnabledTlvs, dot3EnabledTlvs, Dot3EnabledTlvs(0x0e))                            \
-   ATTR(TiaEnabledTlvs, tiaEnabledTlvs, TiaEnabledTlvs(0x03))                               \
-   ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})                                            \
-   COLL(uint8_t, NetworkPolicyConfig, networkPolicyConfig)                                  \
+#define LLDP_PORT_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   KEY(Wire::IntfId, intfId)                                                  \
+   ATTR(AdminStatus, adminStatus, adminStatusTxAndRx)                         \
+   ATTR(bool, rxRateLimitEnabled, true)                                       \
+   ATTR(uint64_t, rxRateLimitMaxLldpdus, 20)                                  \
+   ATTR(Vel::Seconds, rxRateLimitInterval, 1.0)                               \
+   ATTR(uint32_t, remoteSystemLimit, 64)                                      \
+   ATTR(EnabledTlvs, enabledTlvs, EnabledTlvs(0x0f))                          \
+   ATTR(bool, mgmtAddrTxEnable, true)                                         \
+   ATTR(bool, portVlanTxEnable, true)                                         \
+   ATTR(bool, vlanNameTxEnable, true)                                         \
+   ATTR(Dot3EnabledTlvs, dot3EnabledTlvs, Dot3EnabledTlvs(0x0e))              \
+   ATTR(TiaEnabledTlvs, tiaEnabledTlvs, TiaEnabledTlvs(0x03))                 \
+   ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})                              \
+   COLL(uint8_t, NetworkPolicyConfig, networkPolicyConfig)                    \
    ATTR(uint32_t, poeAllocatedPowerFallback, 0)
 
 class PortConfig : public Vel::Entity {
- public:
+public:
    using EnabledTlvs = Lldp::EnabledTlvs;
    using Dot3EnabledTlvs = Lldp::Dot3EnabledTlvs;
    using TiaEnabledTlvs = Lldp::TiaEnabledTlvs;
@@ -63,15 +64,15 @@ class PortConfig : public Vel::Entity {
 
 // Defaults follow IEEE 802.1AB: refresh every 30 s, advertised time to live 120 s,
 // 2 s before re-initialising and between local-change transmissions.
-#define LLDP_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL)                     \
-   ATTR(uint32_t, messageTxInterval, 30)                                                    \
-   ATTR(uint32_t, messageTxHoldTime, 120)                                                   \
-   ATTR(uint32_t, reinitDelay, 2)                                                           \
-   ATTR(uint32_t, txDelay, 2)                                                               \
-   ATTR(uint32_t, maxTxMgmtAddrs, 1)                                                        \
-   ATTR(bool, rxTaggedPacketsDrop, false)                                                   \
-   ATTR(BoundedString255, sysNameTlv, {})                                                   \
-   ATTR(BoundedString255, sysDescTlv, {})                                                   \
+#define LLDP_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   ATTR(uint32_t, messageTxInterval, 30)                                 \
+   ATTR(uint32_t, messageTxHoldTime, 120)                                \
+   ATTR(uint32_t, reinitDelay, 2)                                        \
+   ATTR(uint32_t, txDelay, 2)                                            \
+   ATTR(uint32_t, maxTxMgmtAddrs, 1)                                     \
+   ATTR(bool, rxTaggedPacketsDrop, false)                                \
+   ATTR(BoundedString255, sysNameTlv, {})                                \
+   ATTR(BoundedString255, sysDescTlv, {})                                \
    ECOLL(Wire::IntfId, PortConfig, portConfig)
 
 class Config : public Vel::Entity {

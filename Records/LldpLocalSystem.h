@@ -9,14 +9,15 @@
 namespace Environment::Power {
 
 class PoePortStatus {
- public:
+public:
    // A power agent's view of one PoE port. `state`: 0 unknown (no report yet), 1 disabled,
    // 2 searching, 3 delivering power, 4 fault. Powers are in units of 0.1 W, as on the
    // wire. `pseType` is the IEEE PSE type 1..4; `priority` 1 critical, 2 high, 3 low.
-#define POE_PORT_STATUS_FIELDS(F)                                                         \
-   F(uint8_t, state, 0) F(uint8_t, pseType, 0) F(uint8_t, powerClass, 0)                  \
-   F(uint8_t, psePowerPair, 1) F(uint8_t, powerSource, 1) F(uint8_t, priority, 0)         \
-   F(uint16_t, allocatedPower, 0) F(uint16_t, maxAvailablePower, 0)
+#define POE_PORT_STATUS_FIELDS(F)                                                        \
+   F(uint8_t, state, 0)                                                                  \
+   F(uint8_t, pseType, 0) F(uint8_t, powerClass, 0) F(uint8_t, psePowerPair, 1)          \
+       F(uint8_t, powerSource, 1) F(uint8_t, priority, 0) F(uint16_t, allocatedPower, 0) \
+           F(uint16_t, maxAvailablePower, 0)
    class PortStatus {
       VEL_VALUE(PortStatus, POE_PORT_STATUS_FIELDS)
       enum State : uint8_t {
@@ -35,8 +36,8 @@ namespace Lldp {
 
 // PoE state of one local port: the power agent's report and the neighbour whose power
 // request it answers.
-#define LLDP_LOCAL_PORT_POE_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL)             \
-   ATTR(Environment::Power::PoePortStatus::PortStatus, poePortStatus, {})                   \
+#define LLDP_LOCAL_PORT_POE_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   ATTR(Environment::Power::PoePortStatus::PortStatus, poePortStatus, {})        \
    ATTR(Vel::Ptr<const RemoteSystem>, remoteSystem, nullptr)
 
 class LocalPortPoeInfo : public Vel::Entity {
@@ -50,17 +51,17 @@ class LocalPortPoeInfo : public Vel::Entity {
    uint8_t state() const { return poePortStatus_.state(); }
 };
 
-#define LLDP_LOCAL_PORT_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL)                 \
-   KEY(Wire::IntfId, intfId)                                                                \
-   ATTR(PortIdentifier, portIdentifier, {})                                                 \
-   ATTR(BoundedString255, portDesc, {})                                                     \
-   ATTR(Bridging::VlanIdOrNone, portVlanId, {})                                             \
-   ATTR(LinkAggregationInfo, linkAggregationInfo, {})                                       \
-   ATTR(MaximumFrameSizeInfo, maximumFrameSizeInfo, {})                                     \
-   ATTR(MedCapabilitiesInfo, medCapabilities, {})                                           \
-   COLL(uint8_t, NetworkPolicyTlv, localNetworkPolicyTlv)                                   \
-   COLL(UnknownOrgDefTlv::Key, UnknownOrgDefTlv, unknownOrgDefTlv)                          \
-   ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})                                            \
+#define LLDP_LOCAL_PORT_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   KEY(Wire::IntfId, intfId)                                                 \
+   ATTR(PortIdentifier, portIdentifier, {})                                  \
+   ATTR(BoundedString255, portDesc, {})                                      \
+   ATTR(Bridging::VlanIdOrNone, portVlanId, {})                              \
+   ATTR(LinkAggregationInfo, linkAggregationInfo, {})                        \
+   ATTR(MaximumFrameSizeInfo, maximumFrameSizeInfo, {})                      \
+   ATTR(MedCapabilitiesInfo, medCapabilities, {})                            \
+   COLL(uint8_t, NetworkPolicyTlv, localNetworkPolicyTlv)                    \
+   COLL(UnknownOrgDefTlv::Key, UnknownOrgDefTlv, unknownOrgDefTlv)           \
+   ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})                             \
    ATTR(Vel::Ptr<LocalPortPoeInfo>, localPortPoeInfo, nullptr)
 
 class LocalPort : public Vel::Entity {
@@ -73,15 +74,15 @@ class LocalPort : public Vel::Entity {
    }
 };
 
-#define LLDP_LOCAL_SYSTEM_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL)               \
-   ATTR(ChassisIdentifier, chassisIdentifier, {})                                           \
-   ATTR(BoundedString255, sysName, {})                                                      \
-   ATTR(BoundedString255, sysDesc, {})                                                      \
-   ATTR(SystemCapabilitiesMap, sysCapSupported, {})                                         \
-   ATTR(SystemCapabilitiesMap, sysCapEnabled, {})                                           \
-   COLL(ManagementAddress::Key, ManagementAddress, managementAddress)                       \
-   ATTR(ManagementAddress, ip6ManagementAddress, {})                                        \
-   MAP(ManAddrPriority, ManagementAddress::Key, managementAddressPrio)                      \
+#define LLDP_LOCAL_SYSTEM_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   ATTR(ChassisIdentifier, chassisIdentifier, {})                              \
+   ATTR(BoundedString255, sysName, {})                                         \
+   ATTR(BoundedString255, sysDesc, {})                                         \
+   ATTR(SystemCapabilitiesMap, sysCapSupported, {})                            \
+   ATTR(SystemCapabilitiesMap, sysCapEnabled, {})                              \
+   COLL(ManagementAddress::Key, ManagementAddress, managementAddress)          \
+   ATTR(ManagementAddress, ip6ManagementAddress, {})                           \
+   MAP(ManAddrPriority, ManagementAddress::Key, managementAddressPrio)         \
    ECOLL(Wire::IntfId, LocalPort, localPort)
 
 class LocalSystem : public Vel::Entity {

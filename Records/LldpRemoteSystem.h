@@ -15,54 +15,54 @@ class Msap {
    VEL_VALUE(Msap, LLDP_MSAP_FIELDS)
 };
 
-#define LLDP_REMOTE_SYSTEM_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL)              \
-   KEY(int, index)                                                                          \
-   KEY(Msap, msap)                                                                          \
-   ATTR(Wire::EthAddr, ethAddr, {})                                                         \
-   ATTR(uint16_t, ttl, 0)                                                                   \
-   ATTR(Vel::Seconds, creationTime, 0)                                                      \
-   ATTR(Vel::Seconds, lastRefreshTime, 0)                                                   \
-   ATTR(Vel::Seconds, lastChangeTime, 0)                                                    \
-   ATTR(Vel::Seconds, expiryTime, 0)                                                        \
-   ATTR(BoundedString255Tlv, portDesc, {})                                                  \
-   ATTR(BoundedString255Tlv, sysName, {})                                                   \
-   ATTR(BoundedString255Tlv, sysDesc, {})                                                   \
-   ATTR(SystemCapabilitiesTlv, systemCapabilities, {})                                      \
-   COLL(ManagementAddress::Key, ManagementAddress, managementAddress)                       \
-   COLL(uint8_t, UnknownTlv, unknownTlv)                                                    \
-   COLL(UnknownOrgDefTlv::Key, UnknownOrgDefTlv, unknownOrgDefTlv)                          \
-   ATTR(Bridging::VlanIdOrNone, portVlanId, {})                                             \
-   ATTR(bool, portVlanIdTlvReceived, false)                                                 \
-   COLL(Bridging::VlanIdOrNone, PortAndProtocolVlan, portAndProtocolVlan)                   \
-   COLL(Bridging::VlanId, VlanName, vlanName)                                               \
-   COLL(int, ProtocolIdentityInfo, protocolIdentityInfo)                                    \
-   ATTR(uint32_t, vidUsageDigest, 0)                                                        \
-   ATTR(bool, vidUsageDigestTlvReceived, false)                                             \
-   ATTR(Bridging::VlanIdOrNone, managementVid, {})                                          \
-   ATTR(bool, managementVidTlvReceived, false)                                              \
-   ATTR(LinkAggregationInfo, linkAggregationInfo, {})                                       \
-   ATTR(bool, linkAggregationTlvReceived, false)                                            \
-   ATTR(MacPhyConfigStatusInfo, macPhyConfigStatusInfo, {})                                 \
-   ATTR(bool, macPhyConfigStatusTlvReceived, false)                                         \
-   ATTR(PowerViaMdiInfo, powerViaMdiInfo, {})                                               \
-   ATTR(bool, powerViaMdiTlvReceived, false)                                                \
-   ATTR(MaximumFrameSizeInfo, maximumFrameSizeInfo, {})                                     \
-   ATTR(bool, maximumFrameSizeTlvReceived, false)                                           \
-   ATTR(MedCapabilitiesInfo, medCapabilitiesInfo, {})                                       \
-   ATTR(bool, medCapabilitiesTlvReceived, false)                                            \
-   COLL(uint8_t, NetworkPolicyTlv, networkPolicyTlv)                                        \
-   ATTR(LocationId, locationId, {})                                                         \
-   ATTR(BoundedString32Tlv, hardwareRevisionTlvInfo, {})                                    \
-   ATTR(BoundedString32Tlv, firmwareRevisionTlvInfo, {})                                    \
-   ATTR(BoundedString32Tlv, softwareRevisionTlvInfo, {})                                    \
-   ATTR(BoundedString32Tlv, serialNumberTlvInfo, {})                                        \
-   ATTR(BoundedString32Tlv, manufacturerNameTlvInfo, {})                                    \
-   ATTR(BoundedString32Tlv, modelNameTlvInfo, {})                                           \
-   ATTR(BoundedString32Tlv, assetIDTlvInfo, {})                                             \
+#define LLDP_REMOTE_SYSTEM_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   KEY(int, index)                                                              \
+   KEY(Msap, msap)                                                              \
+   ATTR(Wire::EthAddr, ethAddr, {})                                             \
+   ATTR(uint16_t, ttl, 0)                                                       \
+   ATTR(Vel::Seconds, creationTime, 0)                                          \
+   ATTR(Vel::Seconds, lastRefreshTime, 0)                                       \
+   ATTR(Vel::Seconds, lastChangeTime, 0)                                        \
+   ATTR(Vel::Seconds, expiryTime, 0)                                            \
+   ATTR(BoundedString255Tlv, portDesc, {})                                      \
+   ATTR(BoundedString255Tlv, sysName, {})                                       \
+   ATTR(BoundedString255Tlv, sysDesc, {})                                       \
+   ATTR(SystemCapabilitiesTlv, systemCapabilities, {})                          \
+   COLL(ManagementAddress::Key, ManagementAddress, managementAddress)           \
+   COLL(uint8_t, UnknownTlv, unknownTlv)                                        \
+   COLL(UnknownOrgDefTlv::Key, UnknownOrgDefTlv, unknownOrgDefTlv)              \
+   ATTR(Bridging::VlanIdOrNone, portVlanId, {})                                 \
+   ATTR(bool, portVlanIdTlvReceived, false)                                     \
+   COLL(Bridging::VlanIdOrNone, PortAndProtocolVlan, portAndProtocolVlan)       \
+   COLL(Bridging::VlanId, VlanName, vlanName)                                   \
+   COLL(int, ProtocolIdentityInfo, protocolIdentityInfo)                        \
+   ATTR(uint32_t, vidUsageDigest, 0)                                            \
+   ATTR(bool, vidUsageDigestTlvReceived, false)                                 \
+   ATTR(Bridging::VlanIdOrNone, managementVid, {})                              \
+   ATTR(bool, managementVidTlvReceived, false)                                  \
+   ATTR(LinkAggregationInfo, linkAggregationInfo, {})                           \
+   ATTR(bool, linkAggregationTlvReceived, false)                                \
+   ATTR(MacPhyConfigStatusInfo, macPhyConfigStatusInfo, {})                     \
+   ATTR(bool, macPhyConfigStatusTlvReceived, false)                             \
+   ATTR(PowerViaMdiInfo, powerViaMdiInfo, {})                                   \
+   ATTR(bool, powerViaMdiTlvReceived, false)                                    \
+   ATTR(MaximumFrameSizeInfo, maximumFrameSizeInfo, {})                         \
+   ATTR(bool, maximumFrameSizeTlvReceived, false)                               \
+   ATTR(MedCapabilitiesInfo, medCapabilitiesInfo, {})                           \
+   ATTR(bool, medCapabilitiesTlvReceived, false)                                \
+   COLL(uint8_t, NetworkPolicyTlv, networkPolicyTlv)                            \
+   ATTR(LocationId, locationId, {})                                             \
+   ATTR(BoundedString32Tlv, hardwareRevisionTlvInfo, {})                        \
+   ATTR(BoundedString32Tlv, firmwareRevisionTlvInfo, {})                        \
+   ATTR(BoundedString32Tlv, softwareRevisionTlvInfo, {})                        \
+   ATTR(BoundedString32Tlv, serialNumberTlvInfo, {})                            \
+   ATTR(BoundedString32Tlv, manufacturerNameTlvInfo, {})                        \
+   ATTR(BoundedString32Tlv, modelNameTlvInfo, {})                               \
+   ATTR(BoundedString32Tlv, assetIDTlvInfo, {})                                 \
    ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})
 
 class RemoteSystem : public Vel::Entity {
- public:
+public:
    using Msap = Lldp::Msap;
    VEL_ENTITY(RemoteSystem, LLDP_REMOTE_SYSTEM_ATTRS)
    RemoteSystem(int index, const Msap& msap) : index_(index), msap_(msap) {}

@@ -12,26 +12,26 @@ using VrfName = Vel::FixedString<64>;
 
 namespace Lldp {
 
-#define LLDP_PORT_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL)                \
-   KEY(Wire::IntfId, intfId)                                                                \
-   ATTR(Vel::Seconds, creationTime, 0)                                                      \
-   COUNTER(uint32_t, txFramesTotal)                                                         \
-   COUNTER(uint32_t, txFramesLengthExceeded)                                                \
-   COUNTER(uint32_t, txFramesNoMemErrors)                                                   \
-   COUNTER(uint32_t, rxFramesTotal)                                                         \
-   COUNTER(uint32_t, rxFramesDiscardedTotal)                                                \
-   COUNTER(uint32_t, rxFramesErrors)                                                        \
-   COUNTER(uint32_t, rxTLVsDiscardedTotal)                                                  \
-   COUNTER(uint32_t, rxTLVsUnrecognizedTotal)                                               \
-   COUNTER(uint32_t, rxAgeoutsTotal)                                                        \
-   COUNTER(uint32_t, rxLldpdusRateLimited)                                                  \
-   ATTR(Vel::Seconds, lastTxTime, 0)                                                        \
-   COUNTER(uint32_t, nextRemoteSystemIndex)                                                 \
-   ECOLL(int, RemoteSystem, remoteSystem)                                                   \
-   REFCOLL(Msap, RemoteSystem, remoteSystemByMsap, msap)                                    \
-   COLL(Bridging::VlanId, VlanName, vlanName)                                               \
-   COLL(Bridging::VlanId, VlanName, sentVlanName)                                           \
-   ATTR(bool, vlanNamesChanged, false)                                                      \
+#define LLDP_PORT_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   KEY(Wire::IntfId, intfId)                                                  \
+   ATTR(Vel::Seconds, creationTime, 0)                                        \
+   COUNTER(uint32_t, txFramesTotal)                                           \
+   COUNTER(uint32_t, txFramesLengthExceeded)                                  \
+   COUNTER(uint32_t, txFramesNoMemErrors)                                     \
+   COUNTER(uint32_t, rxFramesTotal)                                           \
+   COUNTER(uint32_t, rxFramesDiscardedTotal)                                  \
+   COUNTER(uint32_t, rxFramesErrors)                                          \
+   COUNTER(uint32_t, rxTLVsDiscardedTotal)                                    \
+   COUNTER(uint32_t, rxTLVsUnrecognizedTotal)                                 \
+   COUNTER(uint32_t, rxAgeoutsTotal)                                          \
+   COUNTER(uint32_t, rxLldpdusRateLimited)                                    \
+   ATTR(Vel::Seconds, lastTxTime, 0)                                          \
+   COUNTER(uint32_t, nextRemoteSystemIndex)                                   \
+   ECOLL(int, RemoteSystem, remoteSystem)                                     \
+   REFCOLL(Msap, RemoteSystem, remoteSystemByMsap, msap)                      \
+   COLL(Bridging::VlanId, VlanName, vlanName)                                 \
+   COLL(Bridging::VlanId, VlanName, sentVlanName)                             \
+   ATTR(bool, vlanNamesChanged, false)                                        \
    ATTR(bool, vlanNamesIncomplete, false)
 
 class PortStatus : public Vel::Entity {
@@ -45,13 +45,13 @@ class PortStatus : public Vel::Entity {
    bool powerViaMdiTlvReceived() const;
 };
 
-#define LLDP_STATUS_BASE_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL)                \
-   COUNTER(uint32_t, remTablesInserts)                                                      \
-   COUNTER(uint32_t, remTablesDeletes)                                                      \
-   COUNTER(uint32_t, remTablesDrops)                                                        \
-   COUNTER(uint32_t, remTablesAgeouts)                                                      \
-   ATTR(Vel::Seconds, remTablesLastChangeTime, 0)                                           \
-   ATTR(Vel::Seconds, lastPacketParsedTime, 0)                                              \
+#define LLDP_STATUS_BASE_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   COUNTER(uint32_t, remTablesInserts)                                        \
+   COUNTER(uint32_t, remTablesDeletes)                                        \
+   COUNTER(uint32_t, remTablesDrops)                                          \
+   COUNTER(uint32_t, remTablesAgeouts)                                        \
+   ATTR(Vel::Seconds, remTablesLastChangeTime, 0)                             \
+   ATTR(Vel::Seconds, lastPacketParsedTime, 0)                                \
    ATTR(L3::VrfName, mgmtAddrVrf, {})
 
 class StatusBase : public Vel::Entity {

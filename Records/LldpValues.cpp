@@ -14,14 +14,20 @@ std::string Oui::stringValue() const {
    return buf;
 }
 
-std::ostream& operator<<(std::ostream& os, const Oui& o) { return os << o.stringValue(); }
+std::ostream& operator<<(std::ostream& os, const Oui& o) {
+   return os << o.stringValue();
+}
 
 std::ostream& operator<<(std::ostream& os, AdminStatus s) {
    switch (s) {
-      case adminStatusTxOnly: return os << "txOnly";
-      case adminStatusRxOnly: return os << "rxOnly";
-      case adminStatusTxAndRx: return os << "txAndRx";
-      default: return os << "disabled";
+      case adminStatusTxOnly:
+         return os << "txOnly";
+      case adminStatusRxOnly:
+         return os << "rxOnly";
+      case adminStatusTxAndRx:
+         return os << "txAndRx";
+      default:
+         return os << "disabled";
    }
 }
 

@@ -22,7 +22,7 @@ namespace Lldp {
 // Organizationally unique identifiers.
 
 class Oui {
- public:
+public:
    constexpr Oui() = default;
    constexpr explicit Oui(uint32_t v) : value_(v & 0xffffff) {}
    constexpr uint32_t value() const { return value_; }
@@ -32,7 +32,7 @@ class Oui {
    std::string stringValue() const;
    friend std::ostream& operator<<(std::ostream& os, const Oui& o);
 
- private:
+private:
    uint32_t value_ = 0;
 };
 
@@ -94,10 +94,11 @@ class PortIdentifier {
    std::string stringValue() const;
 };
 
-#define LLDP_SYS_CAP_BITS(B)                                                                  \
-   B(other, 0x0001) B(repeater, 0x0002) B(bridge, 0x0004) B(wlanAccessPoint, 0x0008)          \
-   B(router, 0x0010) B(telephone, 0x0020) B(docsisCableDevice, 0x0040) B(stationOnly, 0x0080) \
-   B(cVlanComponent, 0x0100) B(sVlanComponent, 0x0200) B(twoPortMacRelay, 0x0400)
+#define LLDP_SYS_CAP_BITS(B)                                                          \
+   B(other, 0x0001)                                                                   \
+   B(repeater, 0x0002) B(bridge, 0x0004) B(wlanAccessPoint, 0x0008) B(router, 0x0010) \
+       B(telephone, 0x0020) B(docsisCableDevice, 0x0040) B(stationOnly, 0x0080)       \
+           B(cVlanComponent, 0x0100) B(sVlanComponent, 0x0200) B(twoPortMacRelay, 0x0400)
 class SystemCapabilitiesMap {
    VEL_BITSET(SystemCapabilitiesMap, uint16_t, LLDP_SYS_CAP_BITS)
 };
@@ -127,9 +128,9 @@ class ManagementAddressKey {
    std::string stringValue() const;  // 10.0.0.1, 2001:db8::1, aa:bb:cc:dd:ee:ff or hex
 };
 
-#define LLDP_MGMT_ADDR_FIELDS(F)                                                    \
-   F(ManagementAddressKey, key, {}) F(uint8_t, ifNumberingSubtype, 0)               \
-   F(uint32_t, ifNumber, 0) F(Snmp::ObjectIdentifier, oid, {})
+#define LLDP_MGMT_ADDR_FIELDS(F)    \
+   F(ManagementAddressKey, key, {}) \
+   F(uint8_t, ifNumberingSubtype, 0) F(uint32_t, ifNumber, 0) F(Snmp::ObjectIdentifier, oid, {})
 class ManagementAddress {
    VEL_VALUE(ManagementAddress, LLDP_MGMT_ADDR_FIELDS)
    using Key = ManagementAddressKey;
@@ -142,9 +143,9 @@ inline constexpr uint8_t ifNumberingIfIndex = 2;
 inline constexpr uint8_t ifNumberingSystemPort = 3;
 
 // Ordering of advertised management addresses; lower sorts first.
-#define LLDP_MAN_ADDR_PRIO_FIELDS(F)                                                \
-   F(uint8_t, flag, 0) F(uint32_t, primaryPriority, 0) F(uint32_t, secondaryPriority, 0) \
-   F(Wire::IntfId, intf, {})
+#define LLDP_MAN_ADDR_PRIO_FIELDS(F) \
+   F(uint8_t, flag, 0)               \
+   F(uint32_t, primaryPriority, 0) F(uint32_t, secondaryPriority, 0) F(Wire::IntfId, intf, {})
 class ManAddrPriority {
    VEL_VALUE(ManAddrPriority, LLDP_MAN_ADDR_PRIO_FIELDS)
 };
@@ -152,7 +153,8 @@ class ManAddrPriority {
 // ---------------------------------------------------------------------------------------
 // Unknown TLVs.
 
-using UnknownTlvType = Vel::BoundedInt<uint8_t, 9, 126, "Lldp::UnknownTlv::type < 9 or > 126 not allowed">;
+using UnknownTlvType =
+    Vel::BoundedInt<uint8_t, 9, 126, "Lldp::UnknownTlv::type < 9 or > 126 not allowed">;
 
 #define LLDP_UNKNOWN_TLV_FIELDS(F) F(UnknownTlvType, type, {}) F(Vel::FixedString<511>, value, {})
 class UnknownTlv {
@@ -165,7 +167,8 @@ class UnknownOrgDefTlvKey {
    VEL_VALUE(UnknownOrgDefTlvKey, LLDP_UNKNOWN_ORG_KEY_FIELDS)
 };
 
-#define LLDP_UNKNOWN_ORG_FIELDS(F) F(UnknownOrgDefTlvKey, key, {}) F(Vel::FixedString<507>, value, {})
+#define LLDP_UNKNOWN_ORG_FIELDS(F) \
+   F(UnknownOrgDefTlvKey, key, {}) F(Vel::FixedString<507>, value, {})
 class UnknownOrgDefTlv {
    VEL_VALUE(UnknownOrgDefTlv, LLDP_UNKNOWN_ORG_FIELDS)
    using Key = UnknownOrgDefTlvKey;
@@ -176,7 +179,8 @@ class UnknownOrgDefTlvCounterKey {
    VEL_VALUE(UnknownOrgDefTlvCounterKey, LLDP_UNKNOWN_ORG_COUNTER_KEY_FIELDS)
 };
 
-#define LLDP_UNKNOWN_ORG_COUNTER_FIELDS(F) F(UnknownOrgDefTlvCounterKey, key, {}) F(uint32_t, count, 0)
+#define LLDP_UNKNOWN_ORG_COUNTER_FIELDS(F) \
+   F(UnknownOrgDefTlvCounterKey, key, {}) F(uint32_t, count, 0)
 class UnknownOrgDefTlvCounter {
    VEL_VALUE(UnknownOrgDefTlvCounter, LLDP_UNKNOWN_ORG_COUNTER_FIELDS)
    using Key = UnknownOrgDefTlvCounterKey;
@@ -186,14 +190,14 @@ class UnknownOrgDefTlvCounter {
 // Numbers repeated unknown organizationally specific TLVs of one (OUI, subtype) within
 // one received LLDPDU: the first gets index 1, the second 2, and so on.
 class UnknownOrgDefTlvParseContext {
- public:
+public:
    UnknownOrgDefTlvCounter& counterIs(const UnknownOrgDefTlvCounter::Key& k) {
       if (auto* c = counter_.find(k)) return *c;
       return counter_.set(k, UnknownOrgDefTlvCounter({.key = k}));
    }
    void clear() { counter_.clear(); }
 
- private:
+private:
    Vel::FlatMap<UnknownOrgDefTlvCounter::Key, UnknownOrgDefTlvCounter> counter_;
 };
 
@@ -213,9 +217,11 @@ class PortAndProtocolVlan {
    Bridging::VlanIdOrNone key() const { return ppvid_; }
 };
 
-using ProtocolIdentityIndex = Vel::BoundedInt<int, 1, 0x7fffffff, "Lldp::ProtocolIdentityInfo::index < 1 not allowed">;
+using ProtocolIdentityIndex =
+    Vel::BoundedInt<int, 1, 0x7fffffff, "Lldp::ProtocolIdentityInfo::index < 1 not allowed">;
 
-#define LLDP_PROTO_ID_FIELDS(F) F(ProtocolIdentityIndex, index, {}) F(Vel::FixedString<255>, identity, {})
+#define LLDP_PROTO_ID_FIELDS(F) \
+   F(ProtocolIdentityIndex, index, {}) F(Vel::FixedString<255>, identity, {})
 class ProtocolIdentityInfo {
    VEL_VALUE(ProtocolIdentityInfo, LLDP_PROTO_ID_FIELDS)
    int key() const { return index_; }
@@ -241,9 +247,10 @@ class MaximumFrameSizeInfo {
    VEL_VALUE(MaximumFrameSizeInfo, LLDP_MAX_FRAME_FIELDS)
 };
 
-#define LLDP_MAC_PHY_FIELDS(F)                                                       \
-   F(bool, autonegSupported, false) F(bool, autonegEnabled, false)                   \
-   F(uint16_t, pmdAutonegAdvertisedCapability, 0) F(uint16_t, operationalMauType, 0)
+#define LLDP_MAC_PHY_FIELDS(F)                                                   \
+   F(bool, autonegSupported, false)                                              \
+   F(bool, autonegEnabled, false) F(uint16_t, pmdAutonegAdvertisedCapability, 0) \
+       F(uint16_t, operationalMauType, 0)
 class MacPhyConfigStatusInfo {
    VEL_VALUE(MacPhyConfigStatusInfo, LLDP_MAC_PHY_FIELDS)
 };
@@ -252,14 +259,15 @@ class MacPhyConfigStatusInfo {
 // form, the 8-byte IEEE 802.3at form (type/source/priority and the requested and
 // allocated power, in units of 0.1 W) or the 25-byte IEEE 802.3bt form (per-pair powers,
 // power status, system setup, maximum available power, autoclass and power down).
-#define LLDP_POWER_VIA_MDI_FIELDS(F)                                                       \
-   F(uint8_t, form, 0) F(uint8_t, mdiPowerSupport, 0) F(uint8_t, psePowerPair, 0)          \
-   F(uint8_t, powerClass, 0) F(uint8_t, typeSourcePriority, 0)                             \
-   F(uint16_t, pdRequestedPower, 0) F(uint16_t, pseAllocatedPower, 0)                      \
-   F(uint16_t, pdRequestedPowerA, 0) F(uint16_t, pdRequestedPowerB, 0)                     \
-   F(uint16_t, pseAllocatedPowerA, 0) F(uint16_t, pseAllocatedPowerB, 0)                   \
-   F(uint16_t, powerStatus, 0) F(uint8_t, systemSetup, 0)                                  \
-   F(uint16_t, pseMaxAvailablePower, 0) F(uint8_t, autoclass, 0) F(uint32_t, powerDown, 0)
+#define LLDP_POWER_VIA_MDI_FIELDS(F)                                                    \
+   F(uint8_t, form, 0)                                                                  \
+   F(uint8_t, mdiPowerSupport, 0) F(uint8_t, psePowerPair, 0) F(uint8_t, powerClass, 0) \
+       F(uint8_t, typeSourcePriority, 0) F(uint16_t, pdRequestedPower, 0)               \
+           F(uint16_t, pseAllocatedPower, 0) F(uint16_t, pdRequestedPowerA, 0)          \
+               F(uint16_t, pdRequestedPowerB, 0) F(uint16_t, pseAllocatedPowerA, 0)     \
+                   F(uint16_t, pseAllocatedPowerB, 0) F(uint16_t, powerStatus, 0)       \
+                       F(uint8_t, systemSetup, 0) F(uint16_t, pseMaxAvailablePower, 0)  \
+                           F(uint8_t, autoclass, 0) F(uint32_t, powerDown, 0)
 class PowerViaMdiInfo {
    VEL_VALUE(PowerViaMdiInfo, LLDP_POWER_VIA_MDI_FIELDS)
    enum Form : uint8_t { formNone = 0, formDot3af = 1, formDot3at = 2, formDot3bt = 3 };
@@ -284,9 +292,10 @@ class PowerViaMdiInfo {
 // ---------------------------------------------------------------------------------------
 // LLDP-MED.
 
-#define LLDP_MED_CAP_BITS(B)                                                        \
-   B(lldpMedCapabilities, 0x01) B(networkPolicy, 0x02) B(locationIdentification, 0x04) \
-   B(extendedPowerViaMdiPse, 0x08) B(extendedPowerViaMdiPd, 0x10) B(inventory, 0x20)
+#define LLDP_MED_CAP_BITS(B)                                                              \
+   B(lldpMedCapabilities, 0x01)                                                           \
+   B(networkPolicy, 0x02) B(locationIdentification, 0x04) B(extendedPowerViaMdiPse, 0x08) \
+       B(extendedPowerViaMdiPd, 0x10) B(inventory, 0x20)
 class MedCapability {
    VEL_BITSET(MedCapability, uint8_t, LLDP_MED_CAP_BITS)
 };
@@ -299,18 +308,19 @@ class MedCapabilitiesInfo {
    using Capability = MedCapability;
 };
 
-#define LLDP_NET_POLICY_FIELDS(F)                                                   \
-   F(uint8_t, appType, 0) F(bool, unknown, false) F(bool, tagged, false)            \
-   F(uint16_t, vlanId, 0) F(uint8_t, priority, 0) F(uint8_t, dscp, 0)
+#define LLDP_NET_POLICY_FIELDS(F)                                                                \
+   F(uint8_t, appType, 0)                                                                        \
+   F(bool, unknown, false) F(bool, tagged, false) F(uint16_t, vlanId, 0) F(uint8_t, priority, 0) \
+       F(uint8_t, dscp, 0)
 class NetworkPolicyTlv {
    VEL_VALUE(NetworkPolicyTlv, LLDP_NET_POLICY_FIELDS)
    uint8_t key() const { return appType_; }
 };
 
 // A configured network policy for one LLDP-MED application.
-#define LLDP_NET_POLICY_CONFIG_FIELDS(F)                                             \
-   F(uint8_t, appType, 0) F(bool, tagged, false) F(uint16_t, vlanId, 0)              \
-   F(uint8_t, priority, 0) F(uint8_t, dscp, 0)
+#define LLDP_NET_POLICY_CONFIG_FIELDS(F) \
+   F(uint8_t, appType, 0)                \
+   F(bool, tagged, false) F(uint16_t, vlanId, 0) F(uint8_t, priority, 0) F(uint8_t, dscp, 0)
 class NetworkPolicyConfig {
    VEL_VALUE(NetworkPolicyConfig, LLDP_NET_POLICY_CONFIG_FIELDS)
    uint8_t key() const { return appType_; }
@@ -341,9 +351,10 @@ class CivicAddress {
 using CoordinateLci = std::array<uint8_t, 16>;
 
 // Location identification: one of three data formats with its payload.
-#define LLDP_LOCATION_FIELDS(F)                                                      \
-   F(uint8_t, format, 0) F(CoordinateLci, coordinate, {})                            \
-   F(CivicAddress, civicAddress, {}) F(Vel::FixedString<25>, elin, {})
+#define LLDP_LOCATION_FIELDS(F)                                       \
+   F(uint8_t, format, 0)                                              \
+   F(CoordinateLci, coordinate, {}) F(CivicAddress, civicAddress, {}) \
+       F(Vel::FixedString<25>, elin, {})
 class LocationId {
    VEL_VALUE(LocationId, LLDP_LOCATION_FIELDS)
    using CivicAddressLCI = CivicAddress;

@@ -11,7 +11,7 @@ namespace Bridging {
 
 template <uint16_t Min>
 class VlanIdBase {
- public:
+public:
    static constexpr uint16_t min = Min;
    static constexpr uint16_t max = 4094;
    constexpr VlanIdBase() : value_(Min) {}
@@ -24,12 +24,10 @@ class VlanIdBase {
    bool operator==(const VlanIdBase&) const = default;
    auto operator<=>(const VlanIdBase&) const = default;
    size_t hash() const { return value_; }
-   friend std::ostream& operator<<(std::ostream& os, const VlanIdBase& v) {
-      return os << v.value_;
-   }
+   friend std::ostream& operator<<(std::ostream& os, const VlanIdBase& v) { return os << v.value_; }
    unsigned toJson() const { return value_; }
 
- private:
+private:
    [[noreturn]] static void throwRange() {
       throw Vel::RangeException(Min == 0 ? "Bridging::VlanIdOrNone > 4094 not allowed"
                                          : "Bridging::VlanId < 1 or > 4094 not allowed");

@@ -13,7 +13,7 @@
 namespace Snmp {
 
 class ObjectIdentifier {
- public:
+public:
    static constexpr size_t maxSubIds = 129;
    ObjectIdentifier() = default;
    ObjectIdentifier(const ObjectIdentifier& o) : len_(o.len_) {
@@ -58,7 +58,7 @@ class ObjectIdentifier {
       return os << o.stringValue();
    }
 
- private:
+private:
    uint8_t len_ = 0;
    uint32_t ids_[maxSubIds];
 };

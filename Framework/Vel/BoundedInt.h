@@ -17,7 +17,7 @@ struct Literal {
 
 template <class T, T Min, T Max, Literal Msg>
 class BoundedInt {
- public:
+public:
    constexpr BoundedInt() : v_(Min) {}
    constexpr BoundedInt(T v) : v_(v) {
       if (v < Min || v > Max) throw RangeException(Msg.text);
@@ -28,11 +28,9 @@ class BoundedInt {
    auto operator<=>(const BoundedInt&) const = default;
    size_t hash() const { return static_cast<size_t>(v_); }
    long long toJson() const { return v_; }
-   friend std::ostream& operator<<(std::ostream& os, const BoundedInt& b) {
-      return os << +b.v_;
-   }
+   friend std::ostream& operator<<(std::ostream& os, const BoundedInt& b) { return os << +b.v_; }
 
- private:
+private:
    T v_;
 };
 

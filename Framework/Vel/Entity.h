@@ -43,52 +43,90 @@ class Entity : public RefCounted {};
 
 // Accessors.
 #define VEL_E_KEY_A(T, n) \
-   const T& n() const { return n##_; }
-#define VEL_E_ATTR_A(T, n, d)                   \
-   const T& n() const { return n##_; }          \
-   void n##Is(const T& v) { n##_ = v; }
-#define VEL_E_COUNTER_A(T, n)                                               \
-   T n() const { return n##_; }                                             \
-   void n##Is(T v) { n##_ = v; }                                            \
-   void n##Inc(unsigned amount = 1) { n##_ = static_cast<T>(n##_ + amount); }
-#define VEL_E_COLLCOMMON_A(K, V, n)                                 \
-   const Vel::FlatMap<K, V>& n() const { return n##_; }             \
-   const V* n(const K& k) const { return n##_.find(k); }            \
-   bool n##Del(const K& k) { return n##_.erase(k); }                \
-   void n##DelAll() { n##_.clear(); }
-#define VEL_E_COLL_A(K, V, n)   \
-   VEL_E_COLLCOMMON_A(K, V, n)  \
-   const V& n##Is(const V& v) { return n##_.set(v.key(), v); }
-#define VEL_E_MAP_A(K, V, n)    \
-   VEL_E_COLLCOMMON_A(K, V, n)  \
-   const V& n##Is(const K& k, const V& v) { return n##_.set(k, v); }
-#define VEL_E_ECOLL_A(K, E, n)                                        \
-   const std::map<K, Vel::Ptr<E>>& n() const { return n##_; }         \
-   Vel::Ptr<E> n(const K& k) {                                        \
-      auto it = n##_.find(k);                                         \
-      return it == n##_.end() ? nullptr : it->second;                 \
-   }                                                                  \
-   Vel::Ptr<const E> n(const K& k) const {                            \
-      auto it = n##_.find(k);                                         \
-      return it == n##_.end() ? nullptr : Vel::Ptr<const E>(it->second); \
-   }                                                                  \
-   template <class... A>                                              \
-   Vel::Ptr<E> n##Is(const K& k, A&&... a) {                          \
-      auto [it, added] = n##_.try_emplace(k);                         \
+   const T& n() const {   \
+      return n##_;        \
+   }
+#define VEL_E_ATTR_A(T, n, d) \
+   const T& n() const {       \
+      return n##_;            \
+   }                          \
+   void n##Is(const T& v) {   \
+      n##_ = v;               \
+   }
+#define VEL_E_COUNTER_A(T, n)               \
+   T n() const {                            \
+      return n##_;                          \
+   }                                        \
+   void n##Is(T v) {                        \
+      n##_ = v;                             \
+   }                                        \
+   void n##Inc(unsigned amount = 1) {       \
+      n##_ = static_cast<T>(n##_ + amount); \
+   }
+#define VEL_E_COLLCOMMON_A(K, V, n)      \
+   const Vel::FlatMap<K, V>& n() const { \
+      return n##_;                       \
+   }                                     \
+   const V* n(const K& k) const {        \
+      return n##_.find(k);               \
+   }                                     \
+   bool n##Del(const K& k) {             \
+      return n##_.erase(k);              \
+   }                                     \
+   void n##DelAll() {                    \
+      n##_.clear();                      \
+   }
+#define VEL_E_COLL_A(K, V, n)      \
+   VEL_E_COLLCOMMON_A(K, V, n)     \
+   const V& n##Is(const V& v) {    \
+      return n##_.set(v.key(), v); \
+   }
+#define VEL_E_MAP_A(K, V, n)                \
+   VEL_E_COLLCOMMON_A(K, V, n)              \
+   const V& n##Is(const K& k, const V& v) { \
+      return n##_.set(k, v);                \
+   }
+#define VEL_E_ECOLL_A(K, E, n)                                              \
+   const std::map<K, Vel::Ptr<E>>& n() const {                              \
+      return n##_;                                                          \
+   }                                                                        \
+   Vel::Ptr<E> n(const K& k) {                                              \
+      auto it = n##_.find(k);                                               \
+      return it == n##_.end() ? nullptr : it->second;                       \
+   }                                                                        \
+   Vel::Ptr<const E> n(const K& k) const {                                  \
+      auto it = n##_.find(k);                                               \
+      return it == n##_.end() ? nullptr : Vel::Ptr<const E>(it->second);    \
+   }                                                                        \
+   template <class... A>                                                    \
+   Vel::Ptr<E> n##Is(const K& k, A&&... a) {                                \
+      auto [it, added] = n##_.try_emplace(k);                               \
       if (added) it->second = Vel::Ptr<E>(new E(k, std::forward<A>(a)...)); \
-      return it->second;                                              \
-   }                                                                  \
-   bool n##Del(const K& k) { return n##_.erase(k) != 0; }             \
-   void n##DelAll() { n##_.clear(); }
-#define VEL_E_REFCOLL_A(K, E, n, f)                                            \
-   const std::unordered_map<K, Vel::Ptr<E>, Vel::Hash<K>>& n() const { return n##_; } \
-   Vel::Ptr<E> n(const K& k) const {                                           \
-      auto it = n##_.find(k);                                                  \
-      return it == n##_.end() ? nullptr : it->second;                          \
-   }                                                                           \
-   void n##Is(const Vel::Ptr<E>& p) { n##_[p->f()] = p; }                      \
-   bool n##Del(const K& k) { return n##_.erase(k) != 0; }                      \
-   void n##DelAll() { n##_.clear(); }
+      return it->second;                                                    \
+   }                                                                        \
+   bool n##Del(const K& k) {                                                \
+      return n##_.erase(k) != 0;                                            \
+   }                                                                        \
+   void n##DelAll() {                                                       \
+      n##_.clear();                                                         \
+   }
+#define VEL_E_REFCOLL_A(K, E, n, f)                                    \
+   const std::unordered_map<K, Vel::Ptr<E>, Vel::Hash<K>>& n() const { \
+      return n##_;                                                     \
+   }                                                                   \
+   Vel::Ptr<E> n(const K& k) const {                                   \
+      auto it = n##_.find(k);                                          \
+      return it == n##_.end() ? nullptr : it->second;                  \
+   }                                                                   \
+   void n##Is(const Vel::Ptr<E>& p) {                                  \
+      n##_[p->f()] = p;                                                \
+   }                                                                   \
+   bool n##Del(const K& k) {                                           \
+      return n##_.erase(k) != 0;                                       \
+   }                                                                   \
+   void n##DelAll() {                                                  \
+      n##_.clear();                                                    \
+   }
 
 // Visitation, in declaration order.
 #define VEL_E_KEY_V(T, n) fn(#n, n##_);
@@ -109,41 +147,43 @@ class Entity : public RefCounted {};
 #define VEL_ENTITY_DERIVED(Class, Base, ATTRS) \
    VEL_ENTITY_BODY(Class, ATTRS, Base::visitAttrs(fn);, Base::resetAttrs();)
 
-#define VEL_ENTITY_BODY(Class, ATTRS, BASE_VISIT, BASE_RESET)                                 \
- public:                                                                                      \
-   using Ptr = Vel::Ptr<Class>;                                                               \
-   using PtrConst = Vel::Ptr<const Class>;                                                    \
-   static constexpr const char* typeName() { return #Class; }                                 \
-   ATTRS(VEL_E_KEY_A, VEL_E_ATTR_A, VEL_E_COUNTER_A, VEL_E_COLL_A, VEL_E_MAP_A, VEL_E_ECOLL_A, \
-         VEL_E_REFCOLL_A)                                                                     \
-   /* Visits every attribute and collection except reference collections. */                 \
-   template <class Fn>                                                                        \
-   void visitAttrs(Fn&& fn) const {                                                           \
-      BASE_VISIT                                                                              \
-      ATTRS(VEL_E_KEY_V, VEL_E_ATTR_V, VEL_E_COUNTER_V, VEL_E_COLL_V, VEL_E_COLL_V,           \
-            VEL_E_ECOLL_V, VEL_E_NONE4)                                                       \
-   }                                                                                          \
-   void resetAttrs() {                                                                        \
-      BASE_RESET                                                                              \
-      ATTRS(VEL_E_NONE2, VEL_E_ATTR_R, VEL_E_COUNTER_R, VEL_E_COLL_R, VEL_E_COLL_R,           \
-            VEL_E_ECOLL_R, VEL_E_REFCOLL_R)                                                   \
-   }                                                                                          \
-   friend std::ostream& operator<<(std::ostream& os, const Class& e) {                        \
-      os << #Class << '(';                                                                    \
-      bool first = true;                                                                      \
-      e.visitAttrs([&](const char* name, const auto& v) {                                     \
-         os << (first ? "" : ", ") << name << '=';                                            \
-         Vel::printEntityValue(os, v);                                                        \
-         first = false;                                                                       \
-      });                                                                                     \
-      return os << ')';                                                                       \
-   }                                                                                          \
-                                                                                              \
- private:                                                                                     \
-   ATTRS(VEL_E_KEY_M, VEL_E_ATTR_M, VEL_E_COUNTER_M, VEL_E_COLL_M, VEL_E_COLL_M,              \
-         VEL_E_ECOLL_M, VEL_E_REFCOLL_M)                                                      \
-                                                                                              \
- public:
+#define VEL_ENTITY_BODY(Class, ATTRS, BASE_VISIT, BASE_RESET)                                      \
+public:                                                                                            \
+   using Ptr = Vel::Ptr<Class>;                                                                    \
+   using PtrConst = Vel::Ptr<const Class>;                                                         \
+   static constexpr const char* typeName() {                                                       \
+      return #Class;                                                                               \
+   }                                                                                               \
+   ATTRS(VEL_E_KEY_A, VEL_E_ATTR_A, VEL_E_COUNTER_A, VEL_E_COLL_A, VEL_E_MAP_A, VEL_E_ECOLL_A,     \
+         VEL_E_REFCOLL_A)                                                                          \
+   /* Visits every attribute and collection except reference collections. */                       \
+   template <class Fn>                                                                             \
+   void visitAttrs(Fn&& fn) const {                                                                \
+      BASE_VISIT                                                                                   \
+      ATTRS(VEL_E_KEY_V, VEL_E_ATTR_V, VEL_E_COUNTER_V, VEL_E_COLL_V, VEL_E_COLL_V, VEL_E_ECOLL_V, \
+            VEL_E_NONE4)                                                                           \
+   }                                                                                               \
+   void resetAttrs() {                                                                             \
+      BASE_RESET                                                                                   \
+      ATTRS(VEL_E_NONE2, VEL_E_ATTR_R, VEL_E_COUNTER_R, VEL_E_COLL_R, VEL_E_COLL_R, VEL_E_ECOLL_R, \
+            VEL_E_REFCOLL_R)                                                                       \
+   }                                                                                               \
+   friend std::ostream& operator<<(std::ostream& os, const Class& e) {                             \
+      os << #Class << '(';                                                                         \
+      bool first = true;                                                                           \
+      e.visitAttrs([&](const char* name, const auto& v) {                                          \
+         os << (first ? "" : ", ") << name << '=';                                                 \
+         Vel::printEntityValue(os, v);                                                             \
+         first = false;                                                                            \
+      });                                                                                          \
+      return os << ')';                                                                            \
+   }                                                                                               \
+                                                                                                   \
+private:                                                                                           \
+   ATTRS(VEL_E_KEY_M, VEL_E_ATTR_M, VEL_E_COUNTER_M, VEL_E_COLL_M, VEL_E_COLL_M, VEL_E_ECOLL_M,    \
+         VEL_E_REFCOLL_M)                                                                          \
+                                                                                                   \
+public:
 
 namespace Vel {
 

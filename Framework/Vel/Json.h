@@ -53,12 +53,18 @@ Json toJson(const T& v) {
       // Collections export as arrays of their members. Members that carry their own key
       // are shown alone; the others as {key, value}.
       Json j = Json::array();
-      for (const auto& [k, m] : v) {
-         if constexpr (requires { m.key(); } || requires { m->ptr(); } ||
-                       requires { m.ptr(); }) {
-            j.push_back(toJson(m));
+      using M = std::remove_cvref_t<decltype(v.begin()->second)>;
+      constexpr bool carriesKey = requires(const M& m) {
+         m.key();
+      }
+      || requires(const M& m) {
+         m.ptr();
+      };
+      for (const auto& item : v) {
+         if constexpr (carriesKey) {
+            j.push_back(toJson(item.second));
          } else {
-            j.push_back(Json{{"key", toJson(k)}, {"value", toJson(m)}});
+            j.push_back(Json{{"key", toJson(item.first)}, {"value", toJson(item.second)}});
          }
       }
       return j;

@@ -10,16 +10,16 @@
 namespace Vel {
 
 class RefCounted {
- public:
+public:
    RefCounted() = default;
    RefCounted(const RefCounted&) = delete;
    RefCounted& operator=(const RefCounted&) = delete;
    uint32_t refCount() const { return refs_; }
 
- protected:
+protected:
    virtual ~RefCounted() = default;
 
- private:
+private:
    template <class T>
    friend class Ptr;
    void ref() const { ++refs_; }
@@ -32,17 +32,14 @@ class RefCounted {
 // Shared pointer to a RefCounted object; Ptr<const T> is the read-only view.
 template <class T>
 class Ptr {
- public:
+public:
    Ptr() = default;
    Ptr(std::nullptr_t) {}
    Ptr(T* p) : p_(p) { acquire(); }
    Ptr(const Ptr& o) : p_(o.p_) { acquire(); }
    Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
    template <class U>
-      requires std::is_convertible_v<U*, T*>
-   Ptr(const Ptr<U>& o) : p_(o.ptr()) {
-      acquire();
-   }
+   requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& o) : p_(o.ptr()) { acquire(); }
    ~Ptr() { release(); }
    Ptr& operator=(Ptr o) noexcept {
       std::swap(p_, o.p_);
@@ -56,7 +53,7 @@ class Ptr {
    bool operator==(const Ptr& o) const = default;
    bool operator==(std::nullptr_t) const { return p_ == nullptr; }
 
- private:
+private:
    void acquire() {
       if (p_) p_->ref();
    }

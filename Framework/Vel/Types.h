@@ -22,7 +22,7 @@ using Seconds = double;      // seconds of the framework clock
 // Thrown when a record's bound is violated. Decoders validate before they build records,
 // so this only fires on a programming error and is deliberately not caught.
 class RangeException : public std::range_error {
- public:
+public:
    using std::range_error::range_error;
 };
 
@@ -35,7 +35,7 @@ std::string printableBytes(std::string_view bytes);
 // A byte string of at most N bytes held inline. Copies move only the used bytes.
 template <size_t N>
 class FixedString {
- public:
+public:
    static constexpr size_t maxBytes = N;
    FixedString() = default;
    FixedString(std::string_view s) { assign(s.data(), s.size()); }
@@ -69,7 +69,7 @@ class FixedString {
       return os;
    }
 
- private:
+private:
    uint16_t len_ = 0;
    char buf_[N];
 };
@@ -95,7 +95,7 @@ inline size_t hashCombine(size_t seed, size_t h) {
 // capacity: a scratch record that is refilled frame after frame stops allocating.
 template <class K, class V>
 class FlatMap {
- public:
+public:
    using value_type = std::pair<K, V>;
    using const_iterator = typename std::vector<value_type>::const_iterator;
 
@@ -129,8 +129,9 @@ class FlatMap {
    const_iterator begin() const { return items_.begin(); }
    const_iterator end() const { return items_.end(); }
    bool operator==(const FlatMap& o) const { return items_ == o.items_; }
+   auto operator<=>(const FlatMap& o) const { return items_ <=> o.items_; }
 
- private:
+private:
    auto lower(const K& k) const {
       return std::lower_bound(items_.begin(), items_.end(), k,
                               [](const value_type& a, const K& b) { return a.first < b; });

@@ -64,18 +64,30 @@ std::optional<EthAddr> EthAddr::parse(std::string_view text) {
 
 std::string EthAddr::stringValue() const {
    char buf[18];
-   std::snprintf(buf, sizeof(buf), "%02x:%02x:%02x:%02x:%02x:%02x", bytes_[0], bytes_[1],
-                 bytes_[2], bytes_[3], bytes_[4], bytes_[5]);
+   std::snprintf(buf, sizeof(buf), "%02x:%02x:%02x:%02x:%02x:%02x", bytes_[0], bytes_[1], bytes_[2],
+                 bytes_[3], bytes_[4], bytes_[5]);
    return buf;
 }
 
-size_t EthAddr::hash() const { return hashBytes(bytes_); }
-std::ostream& operator<<(std::ostream& os, const EthAddr& a) { return os << a.stringValue(); }
+size_t EthAddr::hash() const {
+   return hashBytes(bytes_);
+}
+std::ostream& operator<<(std::ostream& os, const EthAddr& a) {
+   return os << a.stringValue();
+}
 
-std::optional<IpAddr> IpAddr::parse(std::string_view t) { return parseInet<IpAddr, AF_INET, 4>(t); }
-std::string IpAddr::stringValue() const { return formatInet<AF_INET>(bytes_); }
-size_t IpAddr::hash() const { return hashBytes(bytes_); }
-std::ostream& operator<<(std::ostream& os, const IpAddr& a) { return os << a.stringValue(); }
+std::optional<IpAddr> IpAddr::parse(std::string_view t) {
+   return parseInet<IpAddr, AF_INET, 4>(t);
+}
+std::string IpAddr::stringValue() const {
+   return formatInet<AF_INET>(bytes_);
+}
+size_t IpAddr::hash() const {
+   return hashBytes(bytes_);
+}
+std::ostream& operator<<(std::ostream& os, const IpAddr& a) {
+   return os << a.stringValue();
+}
 
 std::string IpAddrWithMask::stringValue() const {
    return addr_.stringValue() + "/" + std::to_string(maskLen_);
@@ -87,8 +99,14 @@ std::ostream& operator<<(std::ostream& os, const IpAddrWithMask& a) {
 std::optional<Ip6Addr> Ip6Addr::parse(std::string_view t) {
    return parseInet<Ip6Addr, AF_INET6, 16>(t);
 }
-std::string Ip6Addr::stringValue() const { return formatInet<AF_INET6>(bytes_); }
-size_t Ip6Addr::hash() const { return hashBytes(bytes_); }
-std::ostream& operator<<(std::ostream& os, const Ip6Addr& a) { return os << a.stringValue(); }
+std::string Ip6Addr::stringValue() const {
+   return formatInet<AF_INET6>(bytes_);
+}
+size_t Ip6Addr::hash() const {
+   return hashBytes(bytes_);
+}
+std::ostream& operator<<(std::ostream& os, const Ip6Addr& a) {
+   return os << a.stringValue();
+}
 
 }  // namespace Wire

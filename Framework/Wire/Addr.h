@@ -13,7 +13,7 @@ namespace Wire {
 
 // A 48-bit MAC address, printed as aa:bb:cc:dd:ee:ff.
 class EthAddr {
- public:
+public:
    constexpr EthAddr() = default;
    constexpr explicit EthAddr(const std::array<uint8_t, 6>& b) : bytes_(b) {}
    static EthAddr fromBytes(const void* p);
@@ -29,13 +29,13 @@ class EthAddr {
    size_t hash() const;
    friend std::ostream& operator<<(std::ostream& os, const EthAddr& a);
 
- private:
+private:
    std::array<uint8_t, 6> bytes_{};
 };
 
 // An IPv4 address in network byte order.
 class IpAddr {
- public:
+public:
    constexpr IpAddr() = default;
    constexpr explicit IpAddr(const std::array<uint8_t, 4>& b) : bytes_(b) {}
    static std::optional<IpAddr> parse(std::string_view text);
@@ -47,13 +47,13 @@ class IpAddr {
    size_t hash() const;
    friend std::ostream& operator<<(std::ostream& os, const IpAddr& a);
 
- private:
+private:
    std::array<uint8_t, 4> bytes_{};
 };
 
 // An IPv4 address with its prefix length, as configured on an interface.
 class IpAddrWithMask {
- public:
+public:
    constexpr IpAddrWithMask() = default;
    constexpr IpAddrWithMask(IpAddr a, uint8_t len) : addr_(a), maskLen_(len) {}
    IpAddr address() const { return addr_; }
@@ -64,14 +64,14 @@ class IpAddrWithMask {
    size_t hash() const { return addr_.hash() ^ maskLen_; }
    friend std::ostream& operator<<(std::ostream& os, const IpAddrWithMask& a);
 
- private:
+private:
    IpAddr addr_;
    uint8_t maskLen_ = 0;
 };
 
 // An IPv6 address in network byte order.
 class Ip6Addr {
- public:
+public:
    constexpr Ip6Addr() = default;
    constexpr explicit Ip6Addr(const std::array<uint8_t, 16>& b) : bytes_(b) {}
    static std::optional<Ip6Addr> parse(std::string_view text);
@@ -84,7 +84,7 @@ class Ip6Addr {
    size_t hash() const;
    friend std::ostream& operator<<(std::ostream& os, const Ip6Addr& a);
 
- private:
+private:
    std::array<uint8_t, 16> bytes_{};
 };
 

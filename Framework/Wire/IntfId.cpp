@@ -12,7 +12,7 @@ struct Prefix {
 };
 
 constexpr Prefix prefixes[] = {
-    {"Ethernet", IntfKind::intfKindEthernet},     {"Management", IntfKind::intfKindManagement},
+    {"Ethernet", IntfKind::intfKindEthernet},        {"Management", IntfKind::intfKindManagement},
     {"Port-Channel", IntfKind::intfKindPortChannel}, {"Vlan", IntfKind::intfKindVlan},
     {"Loopback", IntfKind::intfKindLoopback},
 };
@@ -75,6 +75,8 @@ std::strong_ordering IntfId::operator<=>(const IntfId& o) const {
    return name_ <=> o.name_;
 }
 
-std::ostream& operator<<(std::ostream& os, const IntfId& i) { return os << i.name(); }
+std::ostream& operator<<(std::ostream& os, const IntfId& i) {
+   return os << i.name();
+}
 
 }  // namespace Wire

@@ -25,7 +25,7 @@ enum class IntfKind : uint8_t {
 };
 
 class IntfId {
- public:
+public:
    static constexpr size_t maxNameLen = 31;
    IntfId() = default;
    // Parses a switch-style name; any other name is kept as it is, with kind Other.
@@ -50,7 +50,7 @@ class IntfId {
    size_t hash() const { return name_.hash(); }
    friend std::ostream& operator<<(std::ostream& os, const IntfId& i);
 
- private:
+private:
    void parseNumbers(std::string_view digits);
    IntfKind kind_ = IntfKind::intfKindOther;
    uint8_t numberCount_ = 0;

@@ -14,7 +14,9 @@ Vel::Trace::Handle alphabet("TestAlphabet");
 Vel::Trace::Handle beta("TestBeta");
 
 int formatted = 0;
-int sideEffect() { return ++formatted; }
+int sideEffect() {
+   return ++formatted;
+}
 
 struct TraceTest : ::testing::Test {
    void SetUp() override {

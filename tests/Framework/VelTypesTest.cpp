@@ -97,7 +97,8 @@ TEST(Addr, ParseAndPrint) {
    ASSERT_TRUE(v6);
    EXPECT_TRUE(v6->isLinkLocal());
    EXPECT_EQ(v6->stringValue(), "fe80::1");
-   EXPECT_EQ(Wire::IpAddrWithMask(*Wire::IpAddr::parse("10.0.0.1"), 24).stringValue(), "10.0.0.1/24");
+   EXPECT_EQ(Wire::IpAddrWithMask(*Wire::IpAddr::parse("10.0.0.1"), 24).stringValue(),
+             "10.0.0.1/24");
 }
 
 TEST(VlanId, Bounds) {

@@ -88,13 +88,15 @@ TEST(Records, CountersCollectionsAndReset) {
 }
 
 TEST(Records, IdentifiersHaveADisplayForm) {
-   EXPECT_EQ(Lldp::ChassisIdentifier({.subtype = 4, .value = std::string("\x00\x1c\x73\x01\x02\x03", 6)})
-                 .stringValue(),
-             "00:1c:73:01:02:03");
+   EXPECT_EQ(
+       Lldp::ChassisIdentifier({.subtype = 4, .value = std::string("\x00\x1c\x73\x01\x02\x03", 6)})
+           .stringValue(),
+       "00:1c:73:01:02:03");
    EXPECT_EQ(Lldp::PortIdentifier({.subtype = 5, .value = "Ethernet1"}).stringValue(), "Ethernet1");
-   EXPECT_EQ(Lldp::ChassisIdentifier({.subtype = 5, .value = std::string("\x01\x0a\x00\x00\x01", 5)})
-                 .stringValue(),
-             "10.0.0.1");
+   EXPECT_EQ(
+       Lldp::ChassisIdentifier({.subtype = 5, .value = std::string("\x01\x0a\x00\x00\x01", 5)})
+           .stringValue(),
+       "10.0.0.1");
    EXPECT_EQ(Lldp::PortIdentifier({.subtype = 7, .value = std::string("a\x01", 2)}).stringValue(),
              "a\\x01");
 }
@@ -106,10 +108,11 @@ TEST(Records, PrintAndJsonUseAttributeNames) {
    caps.bridgeIs(true);
    caps.routerIs(true);
    ls->sysCapSupportedIs(caps);
-   Lldp::ManagementAddress addr({.key = Lldp::ManagementAddress::Key(
-                                     {.subtype = Lldp::addrFamilyIpv4, .address = std::string("\x0a\x00\x00\x01", 4)}),
-                                 .ifNumberingSubtype = Lldp::ifNumberingIfIndex,
-                                 .ifNumber = 12});
+   Lldp::ManagementAddress addr(
+       {.key = Lldp::ManagementAddress::Key(
+            {.subtype = Lldp::addrFamilyIpv4, .address = std::string("\x0a\x00\x00\x01", 4)}),
+        .ifNumberingSubtype = Lldp::ifNumberingIfIndex,
+        .ifNumber = 12});
    ls->managementAddressIs(addr);
    ls->managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 5}), addr.key());
    ls->localPortIs(Wire::IntfId("Ethernet2"))->portDescIs("uplink");
@@ -126,8 +129,9 @@ TEST(Records, PrintAndJsonUseAttributeNames) {
 
    std::ostringstream os;
    os << Lldp::NetworkPolicyTlv({.appType = 1, .tagged = true, .vlanId = 10});
-   EXPECT_EQ(os.str(),
-             "NetworkPolicyTlv(appType=1, unknown=false, tagged=true, vlanId=10, priority=0, dscp=0)");
+   EXPECT_EQ(
+       os.str(),
+       "NetworkPolicyTlv(appType=1, unknown=false, tagged=true, vlanId=10, priority=0, dscp=0)");
    // Hostile bytes export as escaped text, never as invalid UTF-8.
    auto rs = Vel::make<Lldp::RemoteSystem>(1, Lldp::Msap());
    rs->sysDescIs(std::string("\xff\xfe", 2));

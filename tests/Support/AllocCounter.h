@@ -10,11 +10,11 @@ size_t allocationCount();
 
 // Allocations made between construction and count().
 class AllocScope {
- public:
+public:
    AllocScope() : start_(allocationCount()) {}
    size_t count() const { return allocationCount() - start_; }
 
- private:
+private:
    size_t start_;
 };
 
