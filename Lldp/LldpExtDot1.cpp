@@ -36,7 +36,9 @@ using ProtocolIdentityString =
 static_assert(ProtocolIdentityString::maxBytes >= 255);
 constexpr int maxVlanNameLen = static_cast<int>(VlanNameString::maxBytes);
 
-uint8_t byteAt(const char* p) { return static_cast<uint8_t>(*p); }
+uint8_t byteAt(const char* p) {
+   return static_cast<uint8_t>(*p);
+}
 
 TlvParseResult parsePortVlanId(int len, const char* p, Lldp::RemoteSystem& remote) {
    if (len < 2) {
@@ -110,9 +112,9 @@ TlvParseResult parseVlanName(int len, const char* p, Lldp::RemoteSystem& remote)
                                                                     << nameLen << ")");
       return TlvParseResultFatalError;
    }
-   Lldp::VlanName value({.vlanId = Bridging::VlanId(vlanId),
-                         .name = VlanNameString(
-                             std::string_view(p + 3, static_cast<size_t>(nameLen)))});
+   Lldp::VlanName value(
+       {.vlanId = Bridging::VlanId(vlanId),
+        .name = VlanNameString(std::string_view(p + 3, static_cast<size_t>(nameLen)))});
    VEL_TRACE(traceLldpExtDot1, 6, "VLAN Name: " << value);
    remote.vlanNameIs(value);
    return TlvParseResultOk;
@@ -133,8 +135,8 @@ TlvParseResult parseProtocolIdentity(int len, const char* p, Lldp::RemoteSystem&
    }
    if (idLen + 1 > len) {
       VEL_TRACE(traceLldpExtDot1, 0,
-                "Error: Protocol Identity TLV is too short (orgDefInfoLen=" << len << ", protoIdLen="
-                                                                            << idLen << ")");
+                "Error: Protocol Identity TLV is too short (orgDefInfoLen="
+                    << len << ", protoIdLen=" << idLen << ")");
       return TlvParseResultFatalError;
    }
    // Identities carry no key of their own; they are numbered in order of arrival.
@@ -183,8 +185,8 @@ TlvParseResult parseLinkAggregation(int len, const char* p, Lldp::RemoteSystem& 
                 "Error: Link Aggregation TLV is too short (orgDefInfoLen=" << len << ")");
       return TlvParseResultFatalError;
    }
-   Lldp::LinkAggregationInfo value({.status = Lldp::LinkAggStatusMap(byteAt(p)),
-                                    .aggregatedPortId = Lldp::Be::get32(p + 1)});
+   Lldp::LinkAggregationInfo value(
+       {.status = Lldp::LinkAggStatusMap(byteAt(p)), .aggregatedPortId = Lldp::Be::get32(p + 1)});
    VEL_TRACE(traceLldpExtDot1, 6, "Link Aggregation: " << value);
    remote.linkAggregationInfoIs(value);
    remote.linkAggregationTlvReceivedIs(true);

@@ -1,0 +1,447 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Framework/Toggle.h"
+#include "Lldp/LldpExtDot1.h"
+#include "Lldp/LldpProtocol.h"
+#include "Lldp/LldpToggles.h"
+#include "tests/Support/AllocCounter.h"
+#include "tests/Support/Frames.h"
+
+using TestSupport::bytes;
+using TestSupport::Bytes;
+
+namespace {
+
+// Points the toggle lookup at a private directory holding Lldp.json with LldpTxVlanNames
+// set as asked, and puts the previous directory back afterwards.
+class ScopedVlanNamesToggle {
+public:
+   explicit ScopedVlanNamesToggle(bool on) : previous_(Vel::toggleDir()) {
+      char tmpl[] = "/tmp/lldpExtDot1TestXXXXXX";
+      dir_ = mkdtemp(tmpl);
+      std::ofstream(dir_ + "/Lldp.json")
+          << "{\"LldpTxVlanNames\": " << (on ? "true" : "false") << "}";
+      Vel::toggleDirIs(dir_);
+      Lldp::reloadToggles();
+   }
+   ~ScopedVlanNamesToggle() {
+      Vel::toggleDirIs(previous_);
+      Lldp::reloadToggles();
+      std::remove((dir_ + "/Lldp.json").c_str());
+      rmdir(dir_.c_str());
+   }
+
+private:
+   std::string previous_;
+   std::string dir_;
+};
+
+// The bytes that make up one VLAN Name TLV carrying `nameLen` name bytes.
+constexpr int vlanNameTlvSize(int nameLen) {
+   return 2 + 4 + 3 + nameLen;
+}
+
+std::string snapshot(const Lldp::RemoteSystem& r) {
+   std::ostringstream os;
+   os << r;
+   return os.str();
+}
+
+class LldpExtDot1Test : public ::testing::Test {
+protected:
+   void SetUp() override {
+      Vel::Trace::textTraceIs("-");
+      Vel::Trace::configure("LldpExtDot1/*");
+      Vel::Trace::ringClear();
+      infoBuf = scratch_;
+      pos_ = frame_;
+      localPort_ = Vel::make<Lldp::LocalPort>(Wire::IntfId("Ethernet1"));
+      portConfig_ = Vel::make<Lldp::PortConfig>(Wire::IntfId("Ethernet1"));
+      portStatus_ = Vel::make<Lldp::PortStatus>(Wire::IntfId("Ethernet1"), 0.0);
+      remote_ = Vel::make<Lldp::RemoteSystem>(1, Lldp::Msap());
+   }
+   void TearDown() override {
+      infoBuf = nullptr;
+      Vel::Trace::configure("");
+   }
+
+   char* info() { return scratch_ + Lldp::orgDefHeaderLen; }
+   size_t written() const { return static_cast<size_t>(pos_ - frame_); }
+   bool addPvid(int room) {
+      return addExtDot1Tlvs(&pos_, pos_ + room, localPort_, portConfig_, info());
+   }
+   bool addNames(int room) {
+      return addVlanNameTlvs(&pos_, pos_ + room, portStatus_, portConfig_, info());
+   }
+   void addVlanNames(std::initializer_list<int> vlans) {
+      for (int v : vlans) {
+         char name[16];
+         snprintf(name, sizeof(name), "VLAN%04d", v);
+         portStatus_->vlanNameIs(
+             Lldp::VlanName({.vlanId = Bridging::VlanId(static_cast<uint16_t>(v)), .name = name}));
+      }
+   }
+   // Decodes every 802.1 TLV written so far into remote_; the results in frame order.
+   std::vector<TlvParseResult> parseWritten() {
+      std::vector<TlvParseResult> results;
+      parseWrittenInto(&results);
+      return results;
+   }
+   // As parseWritten, without allocating when `results` is null; returns the TLV count.
+   int parseWrittenInto(std::vector<TlvParseResult>* results) {
+      int count = 0;
+      const char* p = frame_;
+      int type = 0;
+      int len = 0;
+      const char* tlvInfo = nullptr;
+      while (p < pos_) {
+         EXPECT_TRUE(extractTlv(&p, pos_, &type, &len, &tlvInfo));
+         EXPECT_EQ(type, Lldp::tlvTypeOrgSpecific);
+         EXPECT_GE(len, Lldp::orgDefHeaderLen);
+         EXPECT_EQ(Lldp::Be::get24(tlvInfo), Lldp::ouiIeee8021.value());
+         TlvParseResult r = parseExtDot1Tlv(uint8_t(tlvInfo[3]), len - Lldp::orgDefHeaderLen,
+                                            tlvInfo + Lldp::orgDefHeaderLen, remote_);
+         if (results) results->push_back(r);
+         ++count;
+      }
+      return count;
+   }
+   TlvParseResult parse(int subtype, const Bytes& b) {
+      return parseExtDot1Tlv(subtype, static_cast<int>(b.size()), b.data(), remote_);
+   }
+   static bool traced(int level, const std::string& text) {
+      for (const auto& e : Vel::Trace::ringSnapshot()) {
+         if (std::string_view(e.handle) == "LldpExtDot1" && e.level == level && e.text == text) {
+            return true;
+         }
+      }
+      return false;
+   }
+
+   char frame_[1600] = {};
+   char scratch_[Lldp::maxTlvInfoLen + 1] = {};
+   char* pos_ = nullptr;
+   Vel::Ptr<Lldp::LocalPort> localPort_;
+   Vel::Ptr<Lldp::PortConfig> portConfig_;
+   Vel::Ptr<Lldp::PortStatus> portStatus_;
+   Vel::Ptr<Lldp::RemoteSystem> remote_;
+};
+
+// --- Transmit -----------------------------------------------------------------------------
+
+TEST_F(LldpExtDot1Test, PortVlanIdWireFormatAndSwitches) {
+   localPort_->portVlanIdIs(0x0123);
+   ASSERT_TRUE(addPvid(100));
+   EXPECT_EQ(Bytes(frame_, pos_), bytes({0xfe, 0x06, 0x00, 0x80, 0xc2, 0x01, 0x01, 0x23}));
+   EXPECT_TRUE(traced(6, "Added Port VLAN ID: pvid=291"));
+
+   // A port without a PVID still says so.
+   pos_ = frame_;
+   localPort_->portVlanIdIs(0);
+   ASSERT_TRUE(addPvid(8));
+   EXPECT_EQ(Bytes(frame_, pos_), bytes({0xfe, 0x06, 0x00, 0x80, 0xc2, 0x01, 0x00, 0x00}));
+
+   // One byte short: nothing is written and the caller learns of it.
+   pos_ = frame_;
+   EXPECT_FALSE(addPvid(7));
+   EXPECT_EQ(written(), 0u);
+   EXPECT_TRUE(traced(2, "Not enough space to add Port VLAN ID"));
+
+   EXPECT_TRUE(addExtDot1Tlvs(&pos_, pos_ + 100, nullptr, portConfig_, info()));
+   EXPECT_EQ(written(), 0u);
+
+   portConfig_->portVlanTxEnableIs(false);
+   EXPECT_TRUE(addPvid(100));
+   EXPECT_EQ(written(), 0u);
+}
+
+TEST_F(LldpExtDot1Test, VlanNamesCutShortThenComplete) {
+   ScopedVlanNamesToggle toggle(true);
+   // Inserted out of order: the frame must still carry the lowest VLANs first.
+   addVlanNames({300, 2, 40, 1000, 7, 4094, 1, 500, 20, 3});
+   portStatus_->vlanNamesChangedIs(true);
+   const int tlv = vlanNameTlvSize(8);
+
+   EXPECT_FALSE(addNames(4 * tlv + tlv - 1));
+   EXPECT_EQ(written(), size_t(4 * tlv));
+   std::vector<int> sent;
+   for (const auto& [vlan, name] : portStatus_->sentVlanName()) sent.push_back(vlan);
+   EXPECT_EQ(sent, (std::vector<int>{1, 2, 3, 7}));
+   EXPECT_TRUE(portStatus_->vlanNamesIncomplete());
+   EXPECT_FALSE(portStatus_->vlanNamesChanged());
+   EXPECT_TRUE(traced(2, "Not enough space to add Vlan Name TLV"));
+   EXPECT_TRUE(traced(6, "Added Vlan Name TLV: vlanId: 7, name: VLAN0007"));
+   // The first TLV on the wire: VLAN 1, length 8, "VLAN0001".
+   EXPECT_EQ(Bytes(frame_, frame_ + tlv), bytes({0xfe, 0x0f, 0x00, 0x80, 0xc2, 0x03, 0x00, 0x01,
+                                                 0x08, 'V', 'L', 'A', 'N', '0', '0', '0', '1'}));
+
+   // The next LLDPDU has room for all of them.
+   pos_ = frame_;
+   EXPECT_TRUE(addNames(10 * tlv));
+   EXPECT_EQ(written(), size_t(10 * tlv));
+   EXPECT_EQ(portStatus_->sentVlanName(), portStatus_->vlanName());
+   EXPECT_FALSE(portStatus_->vlanNamesIncomplete());
+
+   // No room at all: nothing recorded as sent.
+   pos_ = frame_;
+   EXPECT_FALSE(addNames(tlv - 1));
+   EXPECT_TRUE(portStatus_->sentVlanName().empty());
+   EXPECT_TRUE(portStatus_->vlanNamesIncomplete());
+
+   // No names to send is a complete list.
+   portStatus_->vlanNameDelAll();
+   EXPECT_TRUE(addNames(0));
+   EXPECT_FALSE(portStatus_->vlanNamesIncomplete());
+}
+
+TEST_F(LldpExtDot1Test, VlanNamesSwitchedOffEmptySentListOnly) {
+   ScopedVlanNamesToggle toggle(true);
+   addVlanNames({10, 20});
+   ASSERT_TRUE(addNames(1000));
+   ASSERT_EQ(portStatus_->sentVlanName().size(), 2u);
+   portStatus_->vlanNamesIncompleteIs(true);
+   portStatus_->vlanNamesChangedIs(true);
+
+   pos_ = frame_;
+   portConfig_->vlanNameTxEnableIs(false);
+   EXPECT_TRUE(addNames(1000));
+   EXPECT_EQ(written(), 0u);
+   EXPECT_TRUE(portStatus_->sentVlanName().empty());
+   EXPECT_TRUE(portStatus_->vlanNamesIncomplete());
+   EXPECT_TRUE(portStatus_->vlanNamesChanged());
+
+   // Missing records are not a lack of room.
+   EXPECT_TRUE(addVlanNameTlvs(&pos_, pos_ + 1000, nullptr, portConfig_, info()));
+   EXPECT_TRUE(addVlanNameTlvs(&pos_, pos_ + 1000, portStatus_, nullptr, info()));
+   EXPECT_EQ(written(), 0u);
+}
+
+TEST_F(LldpExtDot1Test, VlanNamesToggleOffSendsNone) {
+   addVlanNames({10, 20});
+   {
+      ScopedVlanNamesToggle on(true);
+      ASSERT_TRUE(addNames(1000));
+      ASSERT_EQ(portStatus_->sentVlanName().size(), 2u);
+   }
+   portStatus_->vlanNamesChangedIs(true);
+   {
+      ScopedVlanNamesToggle off(false);
+      pos_ = frame_;
+      EXPECT_TRUE(addNames(1000));
+      EXPECT_EQ(written(), 0u);
+      EXPECT_TRUE(portStatus_->sentVlanName().empty());
+      EXPECT_TRUE(portStatus_->vlanNamesChanged());
+   }
+   // Back on once the toggle is.
+   ScopedVlanNamesToggle on(true);
+   EXPECT_TRUE(addNames(1000));
+   EXPECT_EQ(portStatus_->sentVlanName().size(), 2u);
+}
+
+// --- Round trip ---------------------------------------------------------------------------
+
+TEST_F(LldpExtDot1Test, WhatIsSentIsWhatIsRead) {
+   ScopedVlanNamesToggle toggle(true);
+   localPort_->portVlanIdIs(4094);
+   const std::string longest(32, 'n');
+   portStatus_->vlanNameIs(Lldp::VlanName({.vlanId = 1, .name = "x"}));
+   portStatus_->vlanNameIs(Lldp::VlanName({.vlanId = 4094, .name = longest.c_str()}));
+   portStatus_->vlanNameIs(
+       Lldp::VlanName({.vlanId = 77, .name = std::string_view("\x00\xff v", 4)}));
+
+   ASSERT_TRUE(addPvid(1000));
+   ASSERT_TRUE(addNames(1000));
+   auto results = parseWritten();
+   EXPECT_EQ(results, std::vector<TlvParseResult>(4, TlvParseResultOk));
+   EXPECT_EQ(remote_->portVlanId().value(), 4094);
+   EXPECT_TRUE(remote_->portVlanIdTlvReceived());
+   EXPECT_EQ(remote_->vlanName(), portStatus_->vlanName());
+
+   // A PVID of 0 goes out and comes back as 0.
+   pos_ = frame_;
+   remote_->resetAttrs();
+   localPort_->portVlanIdIs(0);
+   ASSERT_TRUE(addPvid(1000));
+   EXPECT_EQ(parseWritten(), std::vector<TlvParseResult>{TlvParseResultOk});
+   EXPECT_EQ(remote_->portVlanId().value(), 0);
+   EXPECT_TRUE(remote_->portVlanIdTlvReceived());
+}
+
+// --- Receive ------------------------------------------------------------------------------
+
+TEST_F(LldpExtDot1Test, ParsesEverySubtype) {
+   EXPECT_EQ(parse(2, bytes({0x06, 0x00, 0x0a})), TlvParseResultOk);
+   EXPECT_EQ(parse(2, bytes({0x02, 0x00, 0x00})), TlvParseResultOk);
+   ASSERT_EQ(remote_->portAndProtocolVlan().size(), 2u);
+   EXPECT_EQ(*remote_->portAndProtocolVlan(10),
+             Lldp::PortAndProtocolVlan({.ppvid = 10, .supported = true, .enabled = true}));
+   EXPECT_EQ(*remote_->portAndProtocolVlan(0),
+             Lldp::PortAndProtocolVlan({.ppvid = 0, .supported = true, .enabled = false}));
+
+   // Identities are numbered in arrival order, from 1.
+   EXPECT_EQ(parse(4, bytes({0x02, 0x88, 0x8e})), TlvParseResultOk);
+   EXPECT_EQ(parse(4, bytes({0x03, 'a', 'b', 'c', 0xee})), TlvParseResultOk);
+   ASSERT_EQ(remote_->protocolIdentityInfo().size(), 2u);
+   EXPECT_EQ(remote_->protocolIdentityInfo(1)->identity().value(), std::string("\x88\x8e"));
+   EXPECT_EQ(remote_->protocolIdentityInfo(2)->identity().value(), "abc");
+
+   EXPECT_EQ(parse(5, bytes({0xde, 0xad, 0xbe, 0xef})), TlvParseResultOk);
+   EXPECT_EQ(remote_->vidUsageDigest(), 0xdeadbeefu);
+   EXPECT_TRUE(remote_->vidUsageDigestTlvReceived());
+
+   EXPECT_EQ(parse(6, bytes({0x0f, 0xfe})), TlvParseResultOk);
+   EXPECT_EQ(remote_->managementVid().value(), 4094);
+   EXPECT_TRUE(remote_->managementVidTlvReceived());
+
+   EXPECT_EQ(parse(7, bytes({0x03, 0x80, 0x00, 0x00, 0x2a})), TlvParseResultOk);
+   EXPECT_TRUE(remote_->linkAggregationInfo().status().capable());
+   EXPECT_TRUE(remote_->linkAggregationInfo().status().enabled());
+   EXPECT_EQ(remote_->linkAggregationInfo().aggregatedPortId(), 0x8000002au);
+   EXPECT_TRUE(remote_->linkAggregationTlvReceived());
+
+   // A longer TLV than the layout needs is read by its layout.
+   EXPECT_EQ(parse(1, bytes({0x00, 0x05, 0x99, 0x99})), TlvParseResultOk);
+   EXPECT_EQ(remote_->portVlanId().value(), 5);
+
+   for (int subtype : {0, 8, 127, 255}) {
+      EXPECT_EQ(parse(subtype, bytes({})), TlvParseResultUnrecognized) << subtype;
+   }
+   EXPECT_TRUE(traced(8, "Unrecognized 802.1 Organizationally Specific TLV (subtype=8)"));
+}
+
+struct BadTlv {
+   const char* what;
+   int subtype;
+   Bytes info;
+   TlvParseResult result;
+};
+
+// Range and framing edges of every subtype. None may touch the record.
+TEST_F(LldpExtDot1Test, MalformedTlvsAreReportedAndChangeNothing) {
+   Bytes name33 = bytes({0x00, 0x0a, 33});
+   name33.insert(name33.end(), 33, 'x');
+   const std::vector<BadTlv> cases = {
+       {"pvid short", 1, bytes({0x00}), TlvParseResultFatalError},
+       {"pvid 4095", 1, bytes({0x0f, 0xff}), TlvParseResultError},
+       {"pvid 0xffff", 1, bytes({0xff, 0xff}), TlvParseResultError},
+       {"ppvid short", 2, bytes({0x02, 0x00}), TlvParseResultFatalError},
+       {"ppvid enabled only", 2, bytes({0x04, 0x00, 0x0a}), TlvParseResultError},
+       {"ppvid 4095", 2, bytes({0x06, 0x0f, 0xff}), TlvParseResultError},
+       {"name short", 3, bytes({0x00, 0x0a, 0x01}), TlvParseResultFatalError},
+       {"name length 0", 3, bytes({0x00, 0x0a, 0x00, 'x'}), TlvParseResultError},
+       {"name length 33", 3, name33, TlvParseResultError},
+       {"name vlan 0", 3, bytes({0x00, 0x00, 0x01, 'x'}), TlvParseResultError},
+       {"name vlan 4095", 3, bytes({0x0f, 0xff, 0x01, 'x'}), TlvParseResultError},
+       {"name overruns", 3, bytes({0x00, 0x0a, 0x03, 'x', 'y'}), TlvParseResultFatalError},
+       {"protocol id empty", 4, bytes({}), TlvParseResultFatalError},
+       {"protocol id length 0", 4, bytes({0x00, 'x'}), TlvParseResultError},
+       {"protocol id overruns", 4, bytes({0x03, 'x', 'y'}), TlvParseResultFatalError},
+       {"digest short", 5, bytes({0x01, 0x02, 0x03}), TlvParseResultFatalError},
+       {"mvid short", 6, bytes({0x01}), TlvParseResultFatalError},
+       {"mvid 4095", 6, bytes({0x0f, 0xff}), TlvParseResultError},
+       {"link agg short", 7, bytes({0x01, 0x00, 0x00, 0x00}), TlvParseResultFatalError},
+   };
+   // Give the record some state of every kind a bad TLV could disturb.
+   ASSERT_EQ(parse(1, bytes({0x00, 0x07})), TlvParseResultOk);
+   ASSERT_EQ(parse(3, bytes({0x00, 0x0a, 0x01, 'a'})), TlvParseResultOk);
+   ASSERT_EQ(parse(4, bytes({0x01, 'p'})), TlvParseResultOk);
+   const std::string before = snapshot(*remote_);
+   for (const auto& c : cases) {
+      EXPECT_EQ(parse(c.subtype, c.info), c.result) << c.what;
+      EXPECT_EQ(snapshot(*remote_), before) << c.what;
+   }
+   // The PVID range edge that is allowed.
+   EXPECT_EQ(parse(1, bytes({0x00, 0x00})), TlvParseResultOk);
+   EXPECT_EQ(remote_->portVlanId().value(), 0);
+}
+
+TEST_F(LldpExtDot1Test, ErrorMessages) {
+   parse(1, bytes({0x01}));
+   EXPECT_TRUE(traced(0, "Error: Port VLAN ID TLV is too short (orgDefInfoLen=1)"));
+   parse(1, bytes({0x0f, 0xff}));
+   EXPECT_TRUE(traced(0, "Error: Port VLAN ID is out-of-range (pvid=4095)"));
+   parse(2, bytes({0x04, 0x00, 0x0a}));
+   EXPECT_TRUE(traced(
+       0, "Error: Port And Protocol VLAN ID is enabled but not supported (ppvid=10, flags=0x4)"));
+   parse(3, bytes({0x00, 0x0a, 0x21, 'x'}));
+   EXPECT_TRUE(traced(0, "Error: VLAN Name length is out-of-range (vlanNameLen=33)"));
+   parse(3, bytes({0x00, 0x0a, 0x03, 'x', 'y'}));
+   EXPECT_TRUE(traced(0, "Error: VLAN Name TLV is too short (orgDefInfoLen=5, vlanNameLen=3)"));
+   parse(4, bytes({0x05, 'x'}));
+   EXPECT_TRUE(
+       traced(0, "Error: Protocol Identity TLV is too short (orgDefInfoLen=2, protoIdLen=5)"));
+   parse(7, bytes({0x01}));
+   EXPECT_TRUE(traced(0, "Error: Link Aggregation TLV is too short (orgDefInfoLen=1)"));
+}
+
+// Arbitrary bytes of every length under every subtype: the result is always one of the
+// four, and a TLV that is not parsed leaves the record as it was. The data sits at the end
+// of its own allocation so that a read past it shows up under a memory checker.
+TEST_F(LldpExtDot1Test, ArbitraryInputIsSafe) {
+   Vel::Trace::configure("");
+   std::mt19937 rng(8021);
+   for (int round = 0; round < 60; ++round) {
+      for (int subtype = 0; subtype <= 8; ++subtype) {
+         for (int len = 0; len <= 40; ++len) {
+            std::vector<char> data(static_cast<size_t>(len));
+            for (auto& b : data) b = static_cast<char>(rng());
+            // Small lengths in the length bytes make the interesting paths likelier.
+            if (len > 2 && round % 2) data[2] = static_cast<char>(rng() % 40);
+            if (len > 0 && round % 3 == 0) data[0] = static_cast<char>(rng() % 40);
+            const std::string before = snapshot(*remote_);
+            TlvParseResult r = parseExtDot1Tlv(subtype, len, data.data(), remote_);
+            ASSERT_TRUE(r == TlvParseResultOk || r == TlvParseResultUnrecognized ||
+                        r == TlvParseResultError || r == TlvParseResultFatalError);
+            if (r != TlvParseResultOk) {
+               ASSERT_EQ(snapshot(*remote_), before) << "subtype " << subtype << " len " << len;
+            }
+         }
+      }
+      remote_->resetAttrs();
+   }
+}
+
+TEST_F(LldpExtDot1Test, BytePathDoesNotAllocate) {
+   Vel::Trace::configure("");
+   ScopedVlanNamesToggle toggle(true);
+   localPort_->portVlanIdIs(100);
+   addVlanNames({1, 2, 3, 4, 5, 6, 7, 8});
+   const std::vector<std::pair<int, Bytes>> others = {{2, bytes({0x06, 0x00, 0x0a})},
+                                                      {4, bytes({0x02, 0x88, 0x8e})},
+                                                      {4, bytes({0x01, 0x01})},
+                                                      {5, bytes({1, 2, 3, 4})},
+                                                      {6, bytes({0x00, 0x01})},
+                                                      {7, bytes({0x03, 0, 0, 0, 9})},
+                                                      {9, bytes({})},
+                                                      {1, bytes({0x0f, 0xff})},
+                                                      {3, bytes({0x00, 0x01, 0x05, 'x'})}};
+   auto roundOnce = [&] {
+      pos_ = frame_;
+      remote_->resetAttrs();
+      EXPECT_TRUE(addPvid(1000));
+      EXPECT_TRUE(addNames(1000));
+      EXPECT_EQ(parseWrittenInto(nullptr), 9);
+      for (const auto& [subtype, b] : others) parse(subtype, b);
+   };
+   roundOnce();  // the collections and the toggle warm up here
+   size_t allocations = 0;
+   {
+      TestSupport::AllocScope scope;
+      roundOnce();
+      allocations = scope.count();
+   }
+   EXPECT_EQ(allocations, 0u);
+   EXPECT_EQ(remote_->vlanName().size(), 8u);
+   EXPECT_EQ(remote_->protocolIdentityInfo().size(), 2u);
+}
+
+}  // namespace
