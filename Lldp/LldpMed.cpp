@@ -51,11 +51,11 @@ constexpr int inventoryMaxLen = 32;
 
 // Prints raw bytes as hex on a trace stream without building a string.
 struct HexBytes {
-   const uint8_t* data;
-   size_t size;
+   explicit HexBytes(const Lldp::CoordinateLci& b) : bytes(b) {}
+   const Lldp::CoordinateLci& bytes;
    friend std::ostream& operator<<(std::ostream& os, const HexBytes& h) {
       static const char digits[] = "0123456789abcdef";
-      for (size_t i = 0; i < h.size; ++i) os << digits[h.data[i] >> 4] << digits[h.data[i] & 15];
+      for (uint8_t b : h.bytes) os << digits[b >> 4] << digits[b & 15];
       return os;
    }
 };
@@ -130,9 +130,7 @@ TlvParseResult parseCoordinateLci(int lciLen, const char* lci, Lldp::LocationId*
    std::memcpy(coordinate.data(), lci, coordinate.size());
    loc->formatIs(Lldp::LocationId::formatCoordinate);
    loc->coordinateIs(coordinate);
-   VEL_TRACE(traceLldpMed, 6,
-             "Received LLDP-MED Coordinate-based LCI: " << HexBytes{coordinate.data(),
-                                                                    coordinate.size()});
+   VEL_TRACE(traceLldpMed, 6, "Received LLDP-MED Coordinate-based LCI: " << HexBytes(coordinate));
    return TlvParseResultOk;
 }
 
