@@ -36,8 +36,8 @@ bool addExtDot3Tlvs(char** pos, char* end, Lldp::LocalPort::PtrConst localPort,
          const bool received = portStatus && portStatus->powerViaMdiTlvReceived();
          const int len = poeInfo->readyToSendTlv()
                              ? PoeUtils::buildPowerViaMdiTlv(info, *poeInfo, received)
-                             : PoeUtils::maybeBuildFallbackPowerViaMdiTlv(
-                                   info, *poeInfo, received, portConfig, portStatus);
+                             : PoeUtils::maybeBuildFallbackPowerViaMdiTlv(info, *poeInfo, received,
+                                                                          portConfig, portStatus);
          if (len >= 1) {
             if (putOrgDefTlv(pos, end, Lldp::ouiIeee8023, subtypePowerViaMdi, len, info)) {
                VEL_TRACE(traceLldpExtDot3, 6, "Added Power Via MDI: length=" << len);
@@ -57,9 +57,9 @@ bool addExtDot3Tlvs(char** pos, char* end, Lldp::LocalPort::PtrConst localPort,
       if (putOrgDefTlv(pos, end, Lldp::ouiIeee8023, subtypeLinkAggregation, linkAggregationLen,
                        info)) {
          VEL_TRACE(traceLldpExtDot3, 6,
-                   "Added Link Aggregation: status=0x"
-                       << std::hex << unsigned(agg.status().value()) << std::dec
-                       << ", portId=" << agg.aggregatedPortId());
+                   "Added Link Aggregation: status=0x" << std::hex << unsigned(agg.status().value())
+                                                       << std::dec
+                                                       << ", portId=" << agg.aggregatedPortId());
       } else {
          failed = true;
          VEL_TRACE(traceLldpExtDot3, 2, "Not enough space to add Link Aggregation");

@@ -27,7 +27,9 @@ uint16_t get16(const char* p) {
 uint32_t get24(const char* p) {
    return (uint32_t(uint8_t(p[0])) << 16) | (uint32_t(uint8_t(p[1])) << 8) | uint8_t(p[2]);
 }
-uint32_t get32(const char* p) { return (uint32_t(get16(p)) << 16) | get16(p + 2); }
+uint32_t get32(const char* p) {
+   return (uint32_t(get16(p)) << 16) | get16(p + 2);
+}
 
 constexpr int subtypeMacPhyConfigStatus = 1;
 constexpr int subtypePowerViaMdi = 2;
@@ -55,8 +57,8 @@ TlvParseResult checkFixedLength(const char* name, int infoLen, int expected) {
 
 TlvParseResult parseMacPhyConfigStatus(int infoLen, const char* info,
                                        const Vel::Ptr<Lldp::RemoteSystem>& remote) {
-   TlvParseResult r = checkFixedLength("MAC/PHY Configuration/Status", infoLen,
-                                       macPhyConfigStatusLen);
+   TlvParseResult r =
+       checkFixedLength("MAC/PHY Configuration/Status", infoLen, macPhyConfigStatusLen);
    if (r != TlvParseResultOk) return r;
    const uint8_t autoneg = static_cast<uint8_t>(info[0]);
    Lldp::MacPhyConfigStatusInfo v;
@@ -91,8 +93,7 @@ TlvParseResult parsePowerViaMdi(int infoLen, const char* info,
          break;
       default:
          VEL_TRACE(traceLldpExtDot3, 0,
-                   "Error: Power Via MDI TLV has invalid length (orgDefInfoLen=" << infoLen
-                                                                                 << ")");
+                   "Error: Power Via MDI TLV has invalid length (orgDefInfoLen=" << infoLen << ")");
          return TlvParseResultError;
    }
    Info v;
@@ -130,9 +131,9 @@ TlvParseResult parseLinkAggregation(int infoLen, const char* info,
                                 .aggregatedPortId = get32(info + 1)});
    remote->linkAggregationInfoIs(v);
    remote->linkAggregationTlvReceivedIs(true);
-   VEL_TRACE(traceLldpExtDot3, 6,
-             "Parsed Link Aggregation: status=" << v.status()
-                                                << ", portId=" << v.aggregatedPortId());
+   VEL_TRACE(
+       traceLldpExtDot3, 6,
+       "Parsed Link Aggregation: status=" << v.status() << ", portId=" << v.aggregatedPortId());
    return TlvParseResultOk;
 }
 
@@ -162,8 +163,8 @@ TlvParseResult parseExtDot3Tlv(int subtype, int infoLen, const char* info,
          return parseMaxFrameSize(infoLen, info, remote);
       default:
          VEL_TRACE(traceLldpExtDot3, 8,
-                   "Unrecognized IEEE 802.3 TLV subtype " << subtype << " (orgDefInfoLen="
-                                                          << infoLen << ")");
+                   "Unrecognized IEEE 802.3 TLV subtype " << subtype
+                                                          << " (orgDefInfoLen=" << infoLen << ")");
          return TlvParseResultUnrecognized;
    }
 }

@@ -143,8 +143,8 @@ int buildPowerViaMdiTlv(char* info, const Lldp::LocalPortPoeInfo& poeInfo,
    const Lldp::RemoteSystem* remote = poeInfo.remoteSystem().ptr();
    const PowerViaMdiInfo* request = remote ? &remote->powerViaMdiInfo() : nullptr;
    const uint8_t type = status.pseType() >= 2 ? powerTypeType2Pse : powerTypeType1Pse;
-   info[3] = static_cast<char>(type | ((status.powerSource() & 0x3) << 4) |
-                               (status.priority() & 0x3));
+   info[3] =
+       static_cast<char>(type | ((status.powerSource() & 0x3) << 4) | (status.priority() & 0x3));
    put16(info + 4, request ? request->pdRequestedPower() : 0);
    put16(info + 6, status.allocatedPower());
    if (!request || request->form() != PowerViaMdiInfo::formDot3bt || status.pseType() < 3) {
@@ -154,8 +154,8 @@ int buildPowerViaMdiTlv(char* info, const Lldp::LocalPortPoeInfo& poeInfo,
 
    const uint16_t reqA = request->pdRequestedPowerA();
    const uint16_t reqB = request->pdRequestedPowerB();
-   const bool meetPerPair = delivering && (reqA || reqB) &&
-                            uint32_t(reqA) + reqB <= uint32_t(status.allocatedPower());
+   const bool meetPerPair =
+       delivering && (reqA || reqB) && uint32_t(reqA) + reqB <= uint32_t(status.allocatedPower());
    put16(info + 8, reqA);
    put16(info + 10, reqB);
    put16(info + 12, meetPerPair ? reqA : 0);
@@ -163,8 +163,8 @@ int buildPowerViaMdiTlv(char* info, const Lldp::LocalPortPoeInfo& poeInfo,
    put16(info + 16, psePowerStatus(status, request->powerStatus()));
    info[18] = 0;  // system setup
    put16(info + 19, status.maxAvailablePower());
-   info[21] = 0;           // autoclass
-   put24(info + 22, 0);    // power down
+   info[21] = 0;         // autoclass
+   put24(info + 22, 0);  // power down
    VEL_TRACE(traceLldpExtDot3, 8, "Power Via MDI (IEEE Std 802.3bt) from " << status);
    return PowerViaMdiInfo::dot3btLen;
 }
@@ -188,8 +188,9 @@ int maybeBuildFallbackPowerViaMdiTlv(char* info, const Lldp::LocalPortPoeInfo& p
       }
    }
    if (!remote) {
-      VEL_TRACE(traceLldpExtDot3, 8, "No power request from a PD on "
-                                         << portStatus->intfId() << " for the fallback reply");
+      VEL_TRACE(
+          traceLldpExtDot3, 8,
+          "No power request from a PD on " << portStatus->intfId() << " for the fallback reply");
       return 0;
    }
 
