@@ -1,0 +1,436 @@
+// Frames captured from real devices (and one crafted malformed frame): their
+// organizationally specific TLVs must decode into the values that a packet analyser shows
+// for the same bytes. The expected values were read off the analyser's decode of each
+// capture and checked against the wire bytes; they are constants here so the test needs
+// nothing but the captures.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Lldp/LldpExtDot1.h"
+#include "Lldp/LldpMed.h"
+#include "Lldp/LldpProtocol.h"
+#include "Records/LldpExtDot3Parse.h"
+#include "tests/Support/Frames.h"
+
+namespace {
+
+using Lldp::PowerViaMdiInfo;
+using RemotePtr = Vel::Ptr<Lldp::RemoteSystem>;
+
+// One organizationally specific TLV as the walker met it. `content` is a copy of the
+// bytes after OUI and subtype in a buffer of exactly that size, so that a decoder reading
+// past its TLV runs off the end of an allocation instead of into the next TLV.
+struct OrgTlv {
+   uint32_t oui = 0;
+   int subtype = 0;
+   TlvParseResult result = TlvParseResultEnd;
+   std::vector<char> content;
+};
+
+struct Decoded {
+   RemotePtr remote;
+   std::vector<OrgTlv> tlvs;
+   bool endReached = false;
+};
+
+TlvParseResult decodeOrgTlv(uint32_t oui, int subtype, const std::vector<char>& content,
+                            const RemotePtr& remote) {
+   const int len = static_cast<int>(content.size());
+   const char* p = content.data();
+   if (oui == Lldp::ouiIeee8021.value()) return parseExtDot1Tlv(subtype, len, p, remote);
+   if (oui == Lldp::ouiIeee8023.value()) return parseExtDot3Tlv(subtype, len, p, remote);
+   if (oui == Lldp::ouiTia.value()) return LldpMed::parseTlv(subtype, len, p, remote);
+   return TlvParseResultUnrecognized;
+}
+
+// Decodes one content copy into a fresh record; for TLVs that a later one overrides.
+RemotePtr decodeAlone(const OrgTlv& tlv, TlvParseResult* result) {
+   auto remote = Vel::make<Lldp::RemoteSystem>(1, Lldp::Msap());
+   *result = decodeOrgTlv(tlv.oui, tlv.subtype, tlv.content, remote);
+   return remote;
+}
+
+// A cut-down receive walk: the three mandatory TLVs are skipped, every organizationally
+// specific TLV goes to its family decoder, other optional TLVs are passed over. Like the
+// real receive processor it gives up on the LLDPDU at the first FatalError.
+Decoded decodeCapture(const std::string& file) {
+   Decoded out;
+   out.remote = Vel::make<Lldp::RemoteSystem>(1, Lldp::Msap());
+   auto frame = TestSupport::readPcapFrame(TestSupport::interopDir() + "/" + file);
+   if (frame.empty()) {
+      ADD_FAILURE() << "cannot read " << file << " from " << TestSupport::interopDir();
+      return out;
+   }
+   auto lldpdu = TestSupport::lldpduOf(frame);
+   const char* pos = lldpdu.data();
+   const char* end = lldpdu.data() + lldpdu.size();
+   int type = 0;
+   int infoLen = 0;
+   const char* info = nullptr;
+   for (int expected : {Lldp::tlvTypeChassisId, Lldp::tlvTypePortId, Lldp::tlvTypeTtl}) {
+      if (!extractTlv(&pos, end, &type, &infoLen, &info) || type != expected) {
+         ADD_FAILURE() << file << ": mandatory TLV " << expected << " missing";
+         return out;
+      }
+   }
+   while (extractTlv(&pos, end, &type, &infoLen, &info)) {
+      if (type == Lldp::tlvTypeEnd) {
+         out.endReached = true;
+         break;
+      }
+      if (type != Lldp::tlvTypeOrgSpecific) continue;
+      if (infoLen < Lldp::orgDefHeaderLen) {
+         ADD_FAILURE() << file << ": organizationally specific TLV of " << infoLen << " bytes";
+         break;
+      }
+      OrgTlv tlv;
+      tlv.oui = Lldp::Be::get24(info);
+      tlv.subtype = uint8_t(info[3]);
+      tlv.content.assign(info + Lldp::orgDefHeaderLen, info + infoLen);
+      tlv.result = decodeOrgTlv(tlv.oui, tlv.subtype, tlv.content, out.remote);
+      out.tlvs.push_back(std::move(tlv));
+      if (out.tlvs.back().result == TlvParseResultFatalError) break;
+   }
+   return out;
+}
+
+struct ExpectedTlv {
+   uint32_t oui;
+   int subtype;
+   TlvParseResult result;
+};
+
+void expectResults(const Decoded& d, const std::vector<ExpectedTlv>& expected) {
+   ASSERT_EQ(d.tlvs.size(), expected.size());
+   for (size_t i = 0; i < expected.size(); ++i) {
+      SCOPED_TRACE("organizationally specific TLV #" + std::to_string(i + 1));
+      EXPECT_EQ(d.tlvs[i].oui, expected[i].oui);
+      EXPECT_EQ(d.tlvs[i].subtype, expected[i].subtype);
+      EXPECT_EQ(d.tlvs[i].result, expected[i].result);
+   }
+}
+
+// What the analyser displays of a NUL-padded string: the bytes before the first NUL.
+std::string_view displayed(std::string_view raw) {
+   return raw.substr(0, raw.find('\0'));
+}
+
+std::string_view caValue(const Lldp::CivicAddress& civic, uint8_t caType) {
+   const auto* e = civic.caElements().find(caType);
+   return e ? e->caValue().value() : std::string_view("<missing>");
+}
+
+bool traceStartsWith(std::string_view prefix) {
+   auto ring = Vel::Trace::ringSnapshot();
+   return std::any_of(ring.begin(), ring.end(),
+                      [&](const auto& e) { return std::string_view(e.text).starts_with(prefix); });
+}
+
+constexpr uint32_t ouiDot1 = Lldp::ouiIeee8021.value();
+constexpr uint32_t ouiDot3 = Lldp::ouiIeee8023.value();
+constexpr uint32_t ouiMed = Lldp::ouiTia.value();
+
+struct InteropCapture : ::testing::Test {
+   void SetUp() override {
+      Vel::Trace::textTraceIs("-");
+      Vel::Trace::configure("LldpExtDot1/*,LldpExtDot3/*,LldpMed/*");
+      Vel::Trace::ringClear();
+   }
+   void TearDown() override { Vel::Trace::configure(""); }
+};
+
+// Small-business switch: 802.3 MAC/PHY, LLDP-MED capabilities, a civic location padded
+// with 217 zero bytes after its LCI, and all seven inventory TLVs, each NUL-padded to the
+// 32-byte maximum.
+TEST_F(InteropCapture, Sg200) {
+   auto d = decodeCapture("sg200.pcap");
+   EXPECT_TRUE(d.endReached);
+   expectResults(d, {{ouiDot3, 1, TlvParseResultOk},
+                     {ouiMed, 1, TlvParseResultOk},
+                     {ouiMed, 3, TlvParseResultOk},
+                     {ouiMed, 5, TlvParseResultOk},
+                     {ouiMed, 6, TlvParseResultOk},
+                     {ouiMed, 7, TlvParseResultOk},
+                     {ouiMed, 8, TlvParseResultOk},
+                     {ouiMed, 9, TlvParseResultOk},
+                     {ouiMed, 10, TlvParseResultOk},
+                     {ouiMed, 11, TlvParseResultOk}});
+   const auto& r = *d.remote;
+
+   // Auto-negotiation 0x03, advertised 0x0001 (1000BASE-T full duplex), MAU other (0).
+   EXPECT_TRUE(r.macPhyConfigStatusTlvReceived());
+   EXPECT_EQ(r.macPhyConfigStatusInfo(), Lldp::MacPhyConfigStatusInfo({
+                                             .autonegSupported = true,
+                                             .autonegEnabled = true,
+                                             .pmdAutonegAdvertisedCapability = 0x0001,
+                                             .operationalMauType = 0,
+                                         }));
+   EXPECT_FALSE(r.powerViaMdiTlvReceived());
+   EXPECT_FALSE(r.linkAggregationTlvReceived());
+
+   // Capabilities 0x002f (all but extended power PD), class Network Connectivity (4).
+   EXPECT_TRUE(r.medCapabilitiesTlvReceived());
+   EXPECT_EQ(r.medCapabilitiesInfo().capabilities().value(), 0x2f);
+   EXPECT_FALSE(r.medCapabilitiesInfo().capabilities().extendedPowerViaMdiPd());
+   EXPECT_EQ(r.medCapabilitiesInfo().deviceType(), 4);
+   EXPECT_TRUE(r.anyLldpMedReceived());
+
+   // Civic LCI of length 39: what 2, "DE", three CA elements. The zero padding behind the
+   // LCI lies outside it and must not turn into CA type 0 elements.
+   ASSERT_EQ(r.locationId().format(), Lldp::LocationId::formatCivic);
+   const auto& civic = r.locationId().civicAddress();
+   EXPECT_EQ(civic.what(), 2);
+   EXPECT_EQ(civic.countryCode().value(), "DE");
+   EXPECT_EQ(civic.caElements().size(), 3u);
+   EXPECT_EQ(caValue(civic, 3), "Berlin");
+   EXPECT_EQ(caValue(civic, 6), "Karl-Liebknecht-Strase");
+   EXPECT_EQ(caValue(civic, 25), "42");
+   EXPECT_FALSE(civic.caElements().contains(0));
+   EXPECT_TRUE(r.networkPolicyTlv().empty());
+
+   // The inventory strings are stored as sent, all 32 bytes of them; the analyser shows
+   // each up to its first NUL. The manufacturer name really is the text "0xbc00",
+   // followed by a NUL and left-over bytes "1BWT"; the asset ID carries stale bytes
+   // after its "1".
+   using namespace std::string_view_literals;
+   struct Inventory {
+      const char* name;
+      std::string_view stored;
+      std::string_view shown;
+      std::string_view raw;
+   };
+   const Inventory inventory[] = {
+       {"hardware revision", r.hardwareRevisionTlvInfo().value(), "V02", {}},
+       {"firmware revision", r.firmwareRevisionTlvInfo().value(), "1.0.8.3", {}},
+       {"software revision", r.softwareRevisionTlvInfo().value(), "1.0.8.3", {}},
+       {"serial number", r.serialNumberTlvInfo().value(), "XXX11111ZZZ", {}},
+       {"manufacturer name", r.manufacturerNameTlvInfo().value(), "0xbc00",
+        "0xbc00\0"
+        "1BWT\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0"sv},
+       {"model name", r.modelNameTlvInfo().value(), "SG 200-08P", {}},
+       {"asset ID", r.assetIDTlvInfo().value(), "1",
+        "1\0\0\x0a\0\0\0\x08\xff\xff\xff\xff\0\0\0\x06\0\0\0\x06\x80\x89\x57\xd8\0\0\0\0\0\0\0\x80"sv},
+   };
+   for (const auto& inv : inventory) {
+      SCOPED_TRACE(inv.name);
+      EXPECT_EQ(inv.stored.size(), 32u);
+      EXPECT_EQ(displayed(inv.stored), inv.shown);
+      if (!inv.raw.empty()) {
+         EXPECT_EQ(inv.stored, inv.raw);
+      } else {
+         // Everything after the shown text is padding.
+         EXPECT_EQ(inv.stored.find_first_not_of('\0', inv.shown.size()), std::string_view::npos);
+      }
+   }
+}
+
+// Campus switch with 802.3bt PoE: Port VLAN ID, MAC/PHY, the 25-byte Power via MDI form and
+// a TLV under an OUI that none of our decoders owns (00-01-42).
+TEST_F(InteropCapture, Dot3bt) {
+   auto d = decodeCapture("8023bt.pcap");
+   EXPECT_TRUE(d.endReached);
+   expectResults(d, {{ouiDot1, 1, TlvParseResultOk},
+                     {ouiDot3, 1, TlvParseResultOk},
+                     {ouiDot3, 2, TlvParseResultOk},
+                     {0x000142, 1, TlvParseResultUnrecognized}});
+   const auto& r = *d.remote;
+
+   EXPECT_TRUE(r.portVlanIdTlvReceived());
+   EXPECT_EQ(r.portVlanId().value(), 1);
+
+   // Auto-negotiation 0x03, advertised 0x8000, MAU 1000BaseTFD (0x001e).
+   EXPECT_TRUE(r.macPhyConfigStatusTlvReceived());
+   EXPECT_EQ(r.macPhyConfigStatusInfo(), Lldp::MacPhyConfigStatusInfo({
+                                             .autonegSupported = true,
+                                             .autonegEnabled = true,
+                                             .pmdAutonegAdvertisedCapability = 0x8000,
+                                             .operationalMauType = 0x1e,
+                                         }));
+
+   // Power via MDI as the analyser shows it: support 0x0f, pair 1, class byte 5 ("4 (5)"),
+   // type 2 PSE / primary source / low priority (0x13), requested 71.0 W and allocated
+   // 51.0 W in 0.1 W units, mode A/B 355/355, alt A/B 255/255, status 0xce4f, system setup
+   // 0, maximum available 510, autoclass 0, power down 0.
+   ASSERT_TRUE(r.powerViaMdiTlvReceived());
+   const auto& p = r.powerViaMdiInfo();
+   EXPECT_EQ(p, PowerViaMdiInfo({
+                    .form = PowerViaMdiInfo::formDot3bt,
+                    .mdiPowerSupport = 0x0f,
+                    .psePowerPair = 1,
+                    .powerClass = 5,
+                    .typeSourcePriority = 0x13,
+                    .pdRequestedPower = 710,
+                    .pseAllocatedPower = 510,
+                    .pdRequestedPowerA = 355,
+                    .pdRequestedPowerB = 355,
+                    .pseAllocatedPowerA = 255,
+                    .pseAllocatedPowerB = 255,
+                    .powerStatus = 0xce4f,
+                    .systemSetup = 0,
+                    .pseMaxAvailablePower = 510,
+                    .autoclass = 0,
+                    .powerDown = 0,
+                }));
+   EXPECT_TRUE(p.portClassPse());
+   EXPECT_TRUE(p.pseMdiPowerSupported());
+   EXPECT_TRUE(p.pseMdiPowerEnabled());
+   EXPECT_TRUE(p.psePairsControlAbility());
+   EXPECT_EQ(p.powerType(), 0);      // Type 2 PSE
+   EXPECT_EQ(p.powerSource(), 1);    // primary power source
+   EXPECT_EQ(p.powerPriority(), 3);  // low
+   EXPECT_TRUE(p.fromPse());
+
+   EXPECT_FALSE(r.anyLldpMedReceived());
+}
+
+// Reference frame of a Linux daemon: 802.3 link aggregation, MAC/PHY and 802.3at power,
+// LLDP-MED capabilities, software revision, two location TLVs (coordinate, then civic),
+// network policy and an unknown OUI.
+TEST_F(InteropCapture, ReferenceRich) {
+   auto d = decodeCapture("reference-rich.pcap");
+   EXPECT_TRUE(d.endReached);
+   expectResults(d, {{ouiDot3, 3, TlvParseResultOk},
+                     {ouiDot3, 1, TlvParseResultOk},
+                     {ouiDot3, 2, TlvParseResultOk},
+                     {ouiMed, 1, TlvParseResultOk},
+                     {ouiMed, 7, TlvParseResultOk},
+                     {ouiMed, 3, TlvParseResultOk},
+                     {ouiMed, 3, TlvParseResultOk},
+                     {ouiMed, 2, TlvParseResultOk},
+                     {0x334455, 44, TlvParseResultUnrecognized}});
+   ASSERT_EQ(d.tlvs.size(), 9u);
+   EXPECT_EQ(std::string(d.tlvs[8].content.begin(), d.tlvs[8].content.end()), "EEEEE");
+   const auto& r = *d.remote;
+
+   // Aggregation status 0x01: capable, not aggregated; port ID 0.
+   EXPECT_TRUE(r.linkAggregationTlvReceived());
+   EXPECT_EQ(r.linkAggregationInfo().status().value(), 0x01);
+   EXPECT_TRUE(r.linkAggregationInfo().status().capable());
+   EXPECT_FALSE(r.linkAggregationInfo().status().enabled());
+   EXPECT_EQ(r.linkAggregationInfo().aggregatedPortId(), 0u);
+
+   // Auto-negotiation 0x00, advertised 0x8000, MAU 0x0036.
+   EXPECT_TRUE(r.macPhyConfigStatusTlvReceived());
+   EXPECT_EQ(r.macPhyConfigStatusInfo(), Lldp::MacPhyConfigStatusInfo({
+                                             .autonegSupported = false,
+                                             .autonegEnabled = false,
+                                             .pmdAutonegAdvertisedCapability = 0x8000,
+                                             .operationalMauType = 0x36,
+                                         }));
+
+   // 802.3at form: support 0x0f, pair 2, class byte 4 ("3 (4)"), 0x13, 10.0 W / 15.0 W;
+   // the 802.3bt-only fields stay at zero.
+   ASSERT_TRUE(r.powerViaMdiTlvReceived());
+   const auto& p = r.powerViaMdiInfo();
+   EXPECT_EQ(p, PowerViaMdiInfo({
+                    .form = PowerViaMdiInfo::formDot3at,
+                    .mdiPowerSupport = 0x0f,
+                    .psePowerPair = 2,
+                    .powerClass = 4,
+                    .typeSourcePriority = 0x13,
+                    .pdRequestedPower = 100,
+                    .pseAllocatedPower = 150,
+                }));
+   EXPECT_EQ(p.powerType(), 0);
+   EXPECT_EQ(p.powerSource(), 1);
+   EXPECT_EQ(p.powerPriority(), 3);
+   EXPECT_TRUE(p.fromPse());
+
+   // Capabilities 0x003f, Network Connectivity.
+   EXPECT_TRUE(r.medCapabilitiesTlvReceived());
+   EXPECT_EQ(r.medCapabilitiesInfo().capabilities().value(), 0x3f);
+   EXPECT_EQ(r.medCapabilitiesInfo().deviceType(), 4);
+
+   EXPECT_EQ(r.softwareRevisionTlvInfo().value(), "6.18.44-fc-v470");
+   EXPECT_TRUE(r.hardwareRevisionTlvInfo().empty());
+
+   // Of the two location TLVs only the later, civic one is kept. Its LCI length (38) is
+   // exactly what follows the length byte, so the last element ends on the TLV's last byte.
+   ASSERT_EQ(r.locationId().format(), Lldp::LocationId::formatCivic);
+   const auto& civic = r.locationId().civicAddress();
+   EXPECT_EQ(civic.what(), 2);
+   EXPECT_EQ(civic.countryCode().value(), "US");
+   EXPECT_EQ(civic.caElements().size(), 3u);
+   EXPECT_EQ(caValue(civic, 0), "en_US");
+   EXPECT_EQ(caValue(civic, 3), "Roseville");
+   EXPECT_EQ(caValue(civic, 6), "Commercial Road");
+
+   // The coordinate LCI, decoded on its own: latitude 0x0061B69D73 (34 bits after the
+   // 6-bit resolution), longitude 0x0004671DE6, datum 1.
+   TlvParseResult coordResult = TlvParseResultEnd;
+   auto coordRemote = decodeAlone(d.tlvs[5], &coordResult);
+   EXPECT_EQ(coordResult, TlvParseResultOk);
+   ASSERT_EQ(coordRemote->locationId().format(), Lldp::LocationId::formatCoordinate);
+   const Lldp::CoordinateLci expectedLci = {0x68, 0x61, 0xb6, 0x9d, 0x73, 0x5c, 0x04, 0x67,
+                                            0x1d, 0xe6, 0x17, 0x40, 0x00, 0x75, 0x78, 0x01};
+   const auto& lci = coordRemote->locationId().coordinate();
+   EXPECT_EQ(lci, expectedLci);
+   auto bits40 = [&](size_t at) {
+      uint64_t v = 0;
+      for (size_t i = 0; i < 5; ++i) v = (v << 8) | lci[at + i];
+      return v & 0x3ffffffffULL;
+   };
+   EXPECT_EQ(bits40(0), 0x0061b69d73ULL);
+   EXPECT_EQ(bits40(5), 0x0004671de6ULL);
+   EXPECT_EQ(lci[15], 1);
+
+   // Voice (1): defined, untagged, VLAN 500, L2 priority 5, DSCP 46. The VLAN and priority
+   // bits are decoded as sent even though the policy is untagged.
+   ASSERT_EQ(r.networkPolicyTlv().size(), 1u);
+   const auto* policy = r.networkPolicyTlv(uint8_t(1));
+   ASSERT_NE(policy, nullptr);
+   EXPECT_EQ(*policy, Lldp::NetworkPolicyTlv({
+                          .appType = 1,
+                          .unknown = false,
+                          .tagged = false,
+                          .vlanId = 500,
+                          .priority = 5,
+                          .dscp = 46,
+                      }));
+}
+
+// Crafted frame: a network policy, then a civic location TLV of 6 content bytes
+// (format 2, LCI length 2, "AF5", 0) whose LCI is shorter than its fixed part. The
+// analyser calls it malformed and stops there.
+//
+// Our rules: the address data is 5 bytes, so it passes the minimum of 4; the LCI length
+// byte is 2, below the minimum LCI length of 4, so the TLV is a FatalError ("LCI length is
+// invalid") and the whole LLDPDU is discarded. Nothing of it may reach locationId.
+TEST_F(InteropCapture, MedLocationMalformed) {
+   auto d = decodeCapture("med-loc-malformed.pcap");
+   EXPECT_FALSE(d.endReached);  // the walk stops at the FatalError
+   expectResults(d, {{ouiMed, 2, TlvParseResultOk}, {ouiMed, 3, TlvParseResultFatalError}});
+   const auto& r = *d.remote;
+
+   // Voice (1): defined, untagged, VLAN 0, priority 0, DSCP 0.
+   ASSERT_EQ(r.networkPolicyTlv().size(), 1u);
+   const auto* policy = r.networkPolicyTlv(uint8_t(1));
+   ASSERT_NE(policy, nullptr);
+   EXPECT_EQ(*policy, Lldp::NetworkPolicyTlv({.appType = 1}));
+
+   EXPECT_EQ(r.locationId(), Lldp::LocationId());
+   EXPECT_TRUE(
+       traceStartsWith("Error: LLDP-MED Civic Adreess LCI length is invalid (lciLength: 2, "
+                       "addressDataLen: 5"));
+
+   // Every shorter cut of the same TLV is refused as well and stores nothing. Each cut is
+   // its own exactly sized buffer, so any read past it leaves the allocation.
+   ASSERT_EQ(d.tlvs.size(), 2u);
+   const auto& whole = d.tlvs[1].content;
+   ASSERT_EQ(whole.size(), 6u);
+   for (size_t n = 0; n <= whole.size(); ++n) {
+      SCOPED_TRACE("content bytes: " + std::to_string(n));
+      OrgTlv cut{ouiMed, 3, TlvParseResultEnd,
+                 std::vector<char>(whole.begin(), whole.begin() + long(n))};
+      TlvParseResult result = TlvParseResultEnd;
+      auto remote = decodeAlone(cut, &result);
+      EXPECT_EQ(result, TlvParseResultFatalError);
+      EXPECT_EQ(remote->locationId(), Lldp::LocationId());
+   }
+}
+
+}  // namespace
