@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Framework/Trace.h"
+#include "Framework/Wire/ByteOrder.h"
 #include "Records/Lldp.h"
 #include "Records/TlvParseResult.h"
 
@@ -48,28 +49,53 @@ namespace Lldp {
 extern Vel::Trace::Handle traceLldpProtocol;
 }  // namespace Lldp
 
-// Big-endian helpers used by every codec module.
-namespace Lldp::Be {
-inline uint16_t get16(const char* p) {
-   return static_cast<uint16_t>((uint8_t(p[0]) << 8) | uint8_t(p[1]));
+namespace Lldp {
+namespace Be = Wire::Be;
+}  // namespace Lldp
+
+// ---------------------------------------------------------------------------------------
+// Transmit.
+
+namespace Lldp::Agent::Protocol {
+class Root;
 }
-inline uint32_t get24(const char* p) {
-   return (uint32_t(uint8_t(p[0])) << 16) | (uint32_t(uint8_t(p[1])) << 8) | uint8_t(p[2]);
+
+// Writes one complete LLDPDU for a port into [start, end) and returns the position just
+// past its End of LLDPDU TLV. TLVs that do not fit are left out (and counted); End of
+// LLDPDU always fits.
+char* buildTxLldpdu(char* start, char* end, Vel::Ptr<const Lldp::Agent::Protocol::Root> root,
+                    Vel::Ptr<const Lldp::LocalPort> localPort,
+                    Vel::Ptr<const Lldp::PortConfig> portConfig,
+                    Vel::Ptr<Lldp::PortStatus> portStatus);
+bool putManagementAddress(char** pos, char* end, const Lldp::ManagementAddress& addr);
+// The BER encoding of an OID for a Management Address TLV. Only the empty OID is sent.
+std::string_view encodeOid(const Snmp::ObjectIdentifier& oid);
+bool addExternalTlvs(char** pos, char* end, Vel::Ptr<const Lldp::LocalPort> localPort, char* info,
+                     Vel::Ptr<Lldp::PortStatus> portStatus);
+bool addZtpBootVlanTlv(char** pos, char* end, Vel::Ptr<const Lldp::LocalPort> localPort,
+                       Vel::Ptr<const Lldp::PortConfig> portConfig, char* info);
+
+namespace Lldp {
+// The clock the codec stamps records with (seconds); tests and the event loop set it.
+Vel::Seconds now();
+void clockIs(Vel::Seconds (*clock)());
+}  // namespace Lldp
+
+// ---------------------------------------------------------------------------------------
+// Receive.
+
+namespace Lldp::Agent::Protocol {
+class LldpPamSm;
 }
-inline uint32_t get32(const char* p) {
-   return (uint32_t(get16(p)) << 16) | get16(p + 2);
-}
-inline void put16(char* p, uint16_t v) {
-   p[0] = static_cast<char>(v >> 8);
-   p[1] = static_cast<char>(v);
-}
-inline void put24(char* p, uint32_t v) {
-   p[0] = static_cast<char>(v >> 16);
-   p[1] = static_cast<char>(v >> 8);
-   p[2] = static_cast<char>(v);
-}
-inline void put32(char* p, uint32_t v) {
-   put16(p, static_cast<uint16_t>(v >> 16));
-   put16(p + 2, static_cast<uint16_t>(v));
-}
-}  // namespace Lldp::Be
+
+// Turns one received LLDPDU [start, end) into the port's remote-system table: creates,
+// updates or (on a time to live of 0) deletes the neighbour. Returns the created or
+// updated record; null when the frame was discarded, was a shutdown LLDPDU or the port's
+// neighbour limit was reached. A discarded frame changes nothing but the port's counters.
+Lldp::RemoteSystem::PtrConst processRxLldpdu(
+    char* start, char* end, Lldp::PortConfig::PtrConst portConfig, Lldp::Status::Ptr status,
+    Lldp::PortStatus::Ptr portStatus, Lldp::LocalPort::PtrConst localPort,
+    Vel::Ptr<Lldp::Agent::Protocol::LldpPamSm> pamSm, const Wire::EthAddr& srcMac);
+// Decodes our own ZTP boot VLAN TLV (OUI 02-7E-51).
+TlvParseResult parseZtpBootVlanTlv(int subtype, int infoLen, const char* info,
+                                   const Vel::Ptr<Lldp::RemoteSystem>& remote);

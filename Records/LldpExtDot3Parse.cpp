@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "Framework/Wire/ByteOrder.h"
+
 namespace Lldp {
 Vel::Trace::Handle traceLldpExtDot3("LldpExtDot3");
 }  // namespace Lldp
@@ -20,16 +22,9 @@ using Lldp::traceLldpExtDot3;
 
 namespace {
 
-// Local copies of the big-endian readers: the records library sits below the codec.
-uint16_t get16(const char* p) {
-   return static_cast<uint16_t>((uint8_t(p[0]) << 8) | uint8_t(p[1]));
-}
-uint32_t get24(const char* p) {
-   return (uint32_t(uint8_t(p[0])) << 16) | (uint32_t(uint8_t(p[1])) << 8) | uint8_t(p[2]);
-}
-uint32_t get32(const char* p) {
-   return (uint32_t(get16(p)) << 16) | get16(p + 2);
-}
+using Wire::Be::get16;
+using Wire::Be::get24;
+using Wire::Be::get32;
 
 constexpr int subtypeMacPhyConfigStatus = 1;
 constexpr int subtypePowerViaMdi = 2;

@@ -54,6 +54,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "Framework/Wire/ByteOrder.h"
 #include "Records/LldpExtDot3Parse.h"
 
 using Lldp::traceLldpExtDot3;
@@ -88,15 +89,8 @@ constexpr uint16_t pdClassFieldsMask = 0x03ff;
 
 constexpr uint16_t twoPairMaxPower = 300;  // 30 W in units of 0.1 W
 
-void put16(char* p, uint16_t v) {
-   p[0] = static_cast<char>(v >> 8);
-   p[1] = static_cast<char>(v);
-}
-void put24(char* p, uint32_t v) {
-   p[0] = static_cast<char>(v >> 16);
-   p[1] = static_cast<char>(v >> 8);
-   p[2] = static_cast<char>(v);
-}
+using Wire::Be::put16;
+using Wire::Be::put24;
 
 // The PSE side of the 802.3bt power status for a port in `status` answering a PD that
 // reported `pdStatus`.
