@@ -13,11 +13,11 @@ public:
    // A power agent's view of one PoE port. `state`: 0 unknown (no report yet), 1 disabled,
    // 2 searching, 3 delivering power, 4 fault. Powers are in units of 0.1 W, as on the
    // wire. `pseType` is the IEEE PSE type 1..4; `priority` 1 critical, 2 high, 3 low.
-#define POE_PORT_STATUS_FIELDS(F)                                                        \
-   F(uint8_t, state, 0)                                                                  \
-   F(uint8_t, pseType, 0) F(uint8_t, powerClass, 0) F(uint8_t, psePowerPair, 1)          \
-       F(uint8_t, powerSource, 1) F(uint8_t, priority, 0) F(uint16_t, allocatedPower, 0) \
-           F(uint16_t, maxAvailablePower, 0)
+#define POE_PORT_STATUS_FIELDS(F)                                                   \
+   F(uint8_t, state, 0)                                                             \
+   F(uint8_t, pseType, 0)                                                           \
+   F(uint8_t, powerClass, 0) F(uint8_t, psePowerPair, 1) F(uint8_t, powerSource, 1) \
+       F(uint8_t, priority, 0) F(uint16_t, allocatedPower, 0) F(uint16_t, maxAvailablePower, 0)
    class PortStatus {
       VEL_VALUE(PortStatus, POE_PORT_STATUS_FIELDS)
       enum State : uint8_t {

@@ -94,11 +94,12 @@ class PortIdentifier {
    std::string stringValue() const;
 };
 
-#define LLDP_SYS_CAP_BITS(B)                                                          \
-   B(other, 0x0001)                                                                   \
-   B(repeater, 0x0002) B(bridge, 0x0004) B(wlanAccessPoint, 0x0008) B(router, 0x0010) \
-       B(telephone, 0x0020) B(docsisCableDevice, 0x0040) B(stationOnly, 0x0080)       \
-           B(cVlanComponent, 0x0100) B(sVlanComponent, 0x0200) B(twoPortMacRelay, 0x0400)
+#define LLDP_SYS_CAP_BITS(B)                                                           \
+   B(other, 0x0001)                                                                    \
+   B(repeater, 0x0002)                                                                 \
+   B(bridge, 0x0004) B(wlanAccessPoint, 0x0008) B(router, 0x0010) B(telephone, 0x0020) \
+       B(docsisCableDevice, 0x0040) B(stationOnly, 0x0080) B(cVlanComponent, 0x0100)   \
+           B(sVlanComponent, 0x0200) B(twoPortMacRelay, 0x0400)
 class SystemCapabilitiesMap {
    VEL_BITSET(SystemCapabilitiesMap, uint16_t, LLDP_SYS_CAP_BITS)
 };
@@ -247,10 +248,10 @@ class MaximumFrameSizeInfo {
    VEL_VALUE(MaximumFrameSizeInfo, LLDP_MAX_FRAME_FIELDS)
 };
 
-#define LLDP_MAC_PHY_FIELDS(F)                                                   \
-   F(bool, autonegSupported, false)                                              \
-   F(bool, autonegEnabled, false) F(uint16_t, pmdAutonegAdvertisedCapability, 0) \
-       F(uint16_t, operationalMauType, 0)
+#define LLDP_MAC_PHY_FIELDS(F)      \
+   F(bool, autonegSupported, false) \
+   F(bool, autonegEnabled, false)   \
+   F(uint16_t, pmdAutonegAdvertisedCapability, 0) F(uint16_t, operationalMauType, 0)
 class MacPhyConfigStatusInfo {
    VEL_VALUE(MacPhyConfigStatusInfo, LLDP_MAC_PHY_FIELDS)
 };
@@ -259,15 +260,16 @@ class MacPhyConfigStatusInfo {
 // form, the 8-byte IEEE 802.3at form (type/source/priority and the requested and
 // allocated power, in units of 0.1 W) or the 25-byte IEEE 802.3bt form (per-pair powers,
 // power status, system setup, maximum available power, autoclass and power down).
-#define LLDP_POWER_VIA_MDI_FIELDS(F)                                                    \
-   F(uint8_t, form, 0)                                                                  \
-   F(uint8_t, mdiPowerSupport, 0) F(uint8_t, psePowerPair, 0) F(uint8_t, powerClass, 0) \
-       F(uint8_t, typeSourcePriority, 0) F(uint16_t, pdRequestedPower, 0)               \
-           F(uint16_t, pseAllocatedPower, 0) F(uint16_t, pdRequestedPowerA, 0)          \
-               F(uint16_t, pdRequestedPowerB, 0) F(uint16_t, pseAllocatedPowerA, 0)     \
-                   F(uint16_t, pseAllocatedPowerB, 0) F(uint16_t, powerStatus, 0)       \
-                       F(uint8_t, systemSetup, 0) F(uint16_t, pseMaxAvailablePower, 0)  \
-                           F(uint8_t, autoclass, 0) F(uint32_t, powerDown, 0)
+#define LLDP_POWER_VIA_MDI_FIELDS(F)                                                       \
+   F(uint8_t, form, 0)                                                                     \
+   F(uint8_t, mdiPowerSupport, 0)                                                          \
+   F(uint8_t, psePowerPair, 0) F(uint8_t, powerClass, 0) F(uint8_t, typeSourcePriority, 0) \
+       F(uint16_t, pdRequestedPower, 0) F(uint16_t, pseAllocatedPower, 0)                  \
+           F(uint16_t, pdRequestedPowerA, 0) F(uint16_t, pdRequestedPowerB, 0)             \
+               F(uint16_t, pseAllocatedPowerA, 0) F(uint16_t, pseAllocatedPowerB, 0)       \
+                   F(uint16_t, powerStatus, 0) F(uint8_t, systemSetup, 0)                  \
+                       F(uint16_t, pseMaxAvailablePower, 0) F(uint8_t, autoclass, 0)       \
+                           F(uint32_t, powerDown, 0)
 class PowerViaMdiInfo {
    VEL_VALUE(PowerViaMdiInfo, LLDP_POWER_VIA_MDI_FIELDS)
    enum Form : uint8_t { formNone = 0, formDot3af = 1, formDot3at = 2, formDot3bt = 3 };
@@ -292,10 +294,11 @@ class PowerViaMdiInfo {
 // ---------------------------------------------------------------------------------------
 // LLDP-MED.
 
-#define LLDP_MED_CAP_BITS(B)                                                              \
-   B(lldpMedCapabilities, 0x01)                                                           \
-   B(networkPolicy, 0x02) B(locationIdentification, 0x04) B(extendedPowerViaMdiPse, 0x08) \
-       B(extendedPowerViaMdiPd, 0x10) B(inventory, 0x20)
+#define LLDP_MED_CAP_BITS(B)                                                                      \
+   B(lldpMedCapabilities, 0x01)                                                                   \
+   B(networkPolicy, 0x02)                                                                         \
+   B(locationIdentification, 0x04) B(extendedPowerViaMdiPse, 0x08) B(extendedPowerViaMdiPd, 0x10) \
+       B(inventory, 0x20)
 class MedCapability {
    VEL_BITSET(MedCapability, uint8_t, LLDP_MED_CAP_BITS)
 };
@@ -308,10 +311,10 @@ class MedCapabilitiesInfo {
    using Capability = MedCapability;
 };
 
-#define LLDP_NET_POLICY_FIELDS(F)                                                                \
-   F(uint8_t, appType, 0)                                                                        \
-   F(bool, unknown, false) F(bool, tagged, false) F(uint16_t, vlanId, 0) F(uint8_t, priority, 0) \
-       F(uint8_t, dscp, 0)
+#define LLDP_NET_POLICY_FIELDS(F) \
+   F(uint8_t, appType, 0)         \
+   F(bool, unknown, false)        \
+   F(bool, tagged, false) F(uint16_t, vlanId, 0) F(uint8_t, priority, 0) F(uint8_t, dscp, 0)
 class NetworkPolicyTlv {
    VEL_VALUE(NetworkPolicyTlv, LLDP_NET_POLICY_FIELDS)
    uint8_t key() const { return appType_; }
@@ -351,10 +354,10 @@ class CivicAddress {
 using CoordinateLci = std::array<uint8_t, 16>;
 
 // Location identification: one of three data formats with its payload.
-#define LLDP_LOCATION_FIELDS(F)                                       \
-   F(uint8_t, format, 0)                                              \
-   F(CoordinateLci, coordinate, {}) F(CivicAddress, civicAddress, {}) \
-       F(Vel::FixedString<25>, elin, {})
+#define LLDP_LOCATION_FIELDS(F)     \
+   F(uint8_t, format, 0)            \
+   F(CoordinateLci, coordinate, {}) \
+   F(CivicAddress, civicAddress, {}) F(Vel::FixedString<25>, elin, {})
 class LocationId {
    VEL_VALUE(LocationId, LLDP_LOCATION_FIELDS)
    using CivicAddressLCI = CivicAddress;

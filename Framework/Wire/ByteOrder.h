@@ -11,7 +11,9 @@ inline uint16_t get16(const char* p) {
 inline uint32_t get24(const char* p) {
    return (uint32_t(uint8_t(p[0])) << 16) | (uint32_t(uint8_t(p[1])) << 8) | uint8_t(p[2]);
 }
-inline uint32_t get32(const char* p) { return (uint32_t(get16(p)) << 16) | get16(p + 2); }
+inline uint32_t get32(const char* p) {
+   return (uint32_t(get16(p)) << 16) | get16(p + 2);
+}
 inline void put16(char* p, uint16_t v) {
    p[0] = static_cast<char>(v >> 8);
    p[1] = static_cast<char>(v);
