@@ -21,8 +21,7 @@ public:
    }
    constexpr uint16_t value() const { return value_; }
    constexpr operator uint16_t() const { return value_; }
-   bool operator==(const VlanIdBase&) const = default;
-   auto operator<=>(const VlanIdBase&) const = default;
+   // Compared as numbers, through the conversion above.
    size_t hash() const { return value_; }
    friend std::ostream& operator<<(std::ostream& os, const VlanIdBase& v) { return os << v.value_; }
    unsigned toJson() const { return value_; }

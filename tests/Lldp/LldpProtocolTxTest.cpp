@@ -1,0 +1,275 @@
+// The transmit builder: TLV order, golden bytes, room rules and counters.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <vector>
+
+#include "Lldp/LldpProtocol.h"
+#include "Lldp/LldpProtocolSm.h"
+#include "tests/Support/AllocCounter.h"
+#include "tests/Support/Frames.h"
+
+namespace {
+
+using TestSupport::bytes;
+using TestSupport::Bytes;
+
+struct Tlv {
+   int type;
+   int oui;  // organizationally specific TLVs only
+   int subtype;
+   Bytes info;
+};
+
+std::vector<Tlv> walk(const char* start, const char* end) {
+   std::vector<Tlv> out;
+   const char* pos = start;
+   while (pos < end) {
+      int type, len;
+      const char* info;
+      if (!extractTlv(&pos, end, &type, &len, &info)) {
+         ADD_FAILURE() << "malformed frame";
+         break;
+      }
+      Tlv t{type, -1, -1, Bytes(info, info + len)};
+      if (type == 127) {
+         t.oui = int(Lldp::Be::get24(info));
+         t.subtype = uint8_t(info[3]);
+      }
+      out.push_back(t);
+   }
+   return out;
+}
+
+Lldp::ManagementAddress ipv4(const char* text, uint32_t ifIndex) {
+   auto a = Wire::IpAddr::parse(text);
+   return Lldp::ManagementAddress(
+       {.key = Lldp::ManagementAddress::Key(
+            {.subtype = Lldp::addrFamilyIpv4,
+             .address = std::string_view(reinterpret_cast<const char*>(a->bytes().data()), 4)}),
+        .ifNumberingSubtype = Lldp::ifNumberingIfIndex,
+        .ifNumber = ifIndex});
+}
+
+struct Builder : ::testing::Test {
+   void SetUp() override {
+      Lldp::clockIs([] { return 1000.0; });
+      config = Vel::make<Lldp::Config>();
+      localSystem = Vel::make<Lldp::LocalSystem>();
+      localSystem->chassisIdentifierIs(Lldp::ChassisIdentifier(
+          {.subtype = 4, .value = std::string("\x00\x1c\x73\x00\x00\x01", 6)}));
+      localSystem->sysNameIs("sw1");
+      intf = Wire::IntfId("Ethernet1");
+      localPort = localSystem->localPortIs(intf);
+      localPort->portIdentifierIs(Lldp::PortIdentifier({.subtype = 5, .value = "Ethernet1"}));
+      localPort->portVlanIdIs(10);
+      portConfig = config->portConfigIs(intf);
+      portConfig->enabledTlvsIs(Lldp::EnabledTlvs(0x02));
+      portConfig->mgmtAddrTxEnableIs(false);
+      portConfig->vlanNameTxEnableIs(false);
+      portConfig->dot3EnabledTlvsIs(Lldp::Dot3EnabledTlvs(0));
+      portStatus = Vel::make<Lldp::PortStatus>(intf, 0.0);
+      root = Vel::make<Lldp::Agent::Protocol::Root>(config, localSystem);
+   }
+   void TearDown() override { Lldp::clockIs(nullptr); }
+
+   std::vector<Tlv> build(size_t room = 1500) {
+      frame.assign(room, 0);
+      char* end =
+          buildTxLldpdu(frame.data(), frame.data() + room, root, localPort, portConfig, portStatus);
+      frame.resize(size_t(end - frame.data()));
+      return walk(frame.data(), end);
+   }
+   static std::vector<int> types(const std::vector<Tlv>& tlvs) {
+      std::vector<int> t;
+      for (auto& x : tlvs)
+         t.push_back(x.type == 127 ? 1000 + x.subtype + (x.oui << 4) % 7 : x.type);
+      return t;
+   }
+
+   Lldp::Config::Ptr config;
+   Lldp::LocalSystem::Ptr localSystem;
+   Lldp::LocalPort::Ptr localPort;
+   Lldp::PortConfig::Ptr portConfig;
+   Lldp::PortStatus::Ptr portStatus;
+   Vel::Ptr<Lldp::Agent::Protocol::Root> root;
+   Wire::IntfId intf;
+   Bytes frame;
+};
+
+TEST_F(Builder, GoldenBytes) {
+   build();
+   Bytes expected =
+       bytes({0x02, 0x07, 0x04, 0x00, 0x1c, 0x73, 0x00, 0x00, 0x01,                 // chassis
+              0x04, 0x0a, 0x05, 'E',  't',  'h',  'e',  'r',  'n',  'e', 't', '1',  // port
+              0x06, 0x02, 0x00, 0x78,                                               // TTL
+              0x0a, 0x03, 's',  'w',  '1',                                          // name
+              0xfe, 0x06, 0x00, 0x80, 0xc2, 0x01, 0x00, 0x0a,                       // PVID
+              0x00, 0x00});
+   EXPECT_EQ(frame, expected);
+   EXPECT_EQ(portStatus->txFramesTotal(), 1u);
+   EXPECT_EQ(portStatus->txFramesLengthExceeded(), 0u);
+   EXPECT_EQ(portStatus->lastTxTime(), 1000.0);
+
+   // With a management address and the ZTP boot VLAN.
+   portConfig->mgmtAddrTxEnableIs(true);
+   localSystem->managementAddressIs(ipv4("10.0.0.1", 5));
+   localSystem->managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 1}),
+                                        ipv4("10.0.0.1", 5).key());
+   portConfig->ztpBootVlanIs(1);
+   localPort->ztpBootVlanIs(100);
+   auto tlvs = build();
+   ASSERT_EQ(tlvs.size(), 8u);
+   EXPECT_EQ(tlvs[4].type, 8);
+   EXPECT_EQ(tlvs[4].info, bytes({0x05, 0x01, 10, 0, 0, 1, 0x02, 0, 0, 0, 5, 0x00}));
+   EXPECT_EQ(tlvs[6].oui, 0x027e51);
+   ASSERT_EQ(tlvs[6].info.size(), 12u);
+   EXPECT_EQ(tlvs[6].info[4], 0x00);
+   EXPECT_EQ(tlvs[6].info[5], 0x64);
+}
+
+TEST_F(Builder, OptionalTlvsFollowTheirSwitchesAndContent) {
+   portConfig->enabledTlvsIs(Lldp::EnabledTlvs(0x0f));
+   // Port description switched on but empty: not sent.
+   localSystem->sysDescIs("a switch");
+   Lldp::SystemCapabilitiesMap sup(0x14), en(0x04);
+   localSystem->sysCapSupportedIs(sup);
+   localSystem->sysCapEnabledIs(en);
+   config->messageTxHoldTimeIs(65536 + 120);  // only the low 16 bits are advertised
+   auto tlvs = build();
+   ASSERT_EQ(tlvs.size(), 8u);
+   EXPECT_EQ(tlvs[2].info, bytes({0x00, 0x78}));
+   EXPECT_EQ(tlvs[3].type, 5);
+   EXPECT_EQ(tlvs[4].type, 6);
+   EXPECT_EQ(tlvs[5].type, 7);
+   EXPECT_EQ(tlvs[5].info, bytes({0x00, 0x14, 0x00, 0x04}));
+   localPort->portDescIs("uplink");
+   tlvs = build();
+   EXPECT_EQ(tlvs[3].type, 4);
+
+   // ZTP boot VLAN on the local port but none configured: no ZTP TLV.
+   localPort->ztpBootVlanIs(100);
+   for (auto& t : build()) EXPECT_NE(t.oui, 0x027e51);
+}
+
+TEST_F(Builder, ManagementAddresses) {
+   portConfig->mgmtAddrTxEnableIs(true);
+   auto v6 = Wire::Ip6Addr::parse("2001:db8::1");
+   Lldp::ManagementAddress ip6(
+       {.key = Lldp::ManagementAddress::Key(
+            {.subtype = Lldp::addrFamilyIpv6,
+             .address = std::string_view(reinterpret_cast<const char*>(v6->bytes().data()), 16)}),
+        .ifNumberingSubtype = Lldp::ifNumberingIfIndex,
+        .ifNumber = 2});
+   localSystem->ip6ManagementAddressIs(ip6);
+   config->maxTxMgmtAddrsIs(0);
+   localSystem->managementAddressIs(ipv4("10.0.0.1", 5));
+   localSystem->managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 2}),
+                                        ipv4("10.0.0.1", 5).key());
+   // A priority entry whose address record is missing.
+   localSystem->managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 1}),
+                                        ipv4("10.9.9.9", 0).key());
+
+   // The IPv6 address does not count against the limit.
+   auto tlvs = build();
+   ASSERT_EQ(tlvs[4].type, 8);
+   EXPECT_EQ(tlvs[4].info[1], Lldp::addrFamilyIpv6);
+   EXPECT_NE(tlvs[5].type, 8);
+
+   // Priority order; the missing record goes as interface numbering unknown, number 0.
+   config->maxTxMgmtAddrsIs(2);
+   tlvs = build();
+   ASSERT_EQ(tlvs[5].type, 8);
+   EXPECT_EQ(tlvs[5].info, bytes({0x05, 0x01, 10, 9, 9, 9, 0x01, 0, 0, 0, 0, 0x00}));
+   EXPECT_EQ(tlvs[6].info, bytes({0x05, 0x01, 10, 0, 0, 1, 0x02, 0, 0, 0, 5, 0x00}));
+   EXPECT_NE(tlvs[7].type, 8);
+
+   // Sending an OID is a programming error.
+   Lldp::ManagementAddress withOid = ipv4("10.0.0.2", 1);
+   Snmp::ObjectIdentifier oid;
+   oid.push(1);
+   withOid.oidIs(oid);
+   EXPECT_DEATH(
+       {
+          char b[64];
+          char* p = b;
+          putManagementAddress(&p, b + sizeof(b), withOid);
+       },
+       "Assertion failed: !oid");
+}
+
+TEST_F(Builder, VlanNamesTakeWhatRoomIsLeftAndEndAlwaysFits) {
+   portConfig->vlanNameTxEnableIs(true);
+   portConfig->enabledTlvsIs(Lldp::EnabledTlvs(0x0f));
+   localPort->portDescIs("uplink");
+   for (int v = 1; v <= 10; ++v) {
+      portStatus->vlanNameIs(
+          Lldp::VlanName({.vlanId = uint16_t(v), .name = "vlan-name-0" + std::to_string(v)}));
+   }
+   auto full = build();
+   ASSERT_EQ(full.size(), 6u + 1 + 10 + 1);
+   size_t fullSize = frame.size();
+
+   // Room for all but the last three names (VLAN Name TLVs take 21 bytes, the tenth 22).
+   auto cut = build(fullSize - 50);
+   ASSERT_EQ(cut.back().type, 0);
+   EXPECT_EQ(cut.size(), full.size() - 3);
+   for (size_t i = 0; i + 4 < cut.size(); ++i) EXPECT_EQ(cut[i].type, full[i].type);
+   EXPECT_EQ(portStatus->sentVlanName().size(), 7u);
+   EXPECT_TRUE(portStatus->vlanNamesIncomplete());
+   EXPECT_EQ(portStatus->txFramesTotal(), 2u);
+   EXPECT_EQ(portStatus->txFramesLengthExceeded(), 1u);
+   EXPECT_LE(frame.size(), fullSize - 50);
+}
+
+TEST_F(Builder, ExternalTlvThatDoesNotFitLetsASmallerOneIn) {
+   auto ext = [&](int subtype, size_t len) {
+      localPort->unknownOrgDefTlvIs(Lldp::UnknownOrgDefTlv(
+          {.key = Lldp::UnknownOrgDefTlv::Key(
+               {.oui = Lldp::Oui(0x112233), .subtype = uint8_t(subtype), .index = 1}),
+           .value = std::string(len, 'x')}));
+   };
+   ext(1, 400);
+   ext(2, 10);
+   auto base = build();
+   size_t withBoth = frame.size();
+   auto tlvs = build(withBoth - 100);
+   ASSERT_EQ(tlvs.back().type, 0);
+   int external = 0;
+   for (auto& t : tlvs) {
+      if (t.oui == 0x112233) {
+         EXPECT_EQ(t.subtype, 2);
+         ++external;
+      }
+   }
+   EXPECT_EQ(external, 1);
+   EXPECT_EQ(portStatus->txFramesLengthExceeded(), 1u);
+   EXPECT_EQ(base.size(), tlvs.size() + 1);
+}
+
+TEST_F(Builder, MissingIdentityIsAProgrammingError) {
+   localPort->portIdentifierIs(Lldp::PortIdentifier());
+   EXPECT_DEATH(build(), "Assertion failed: false");
+}
+
+TEST_F(Builder, FullFrameBuildsWithoutAllocating) {
+   portConfig->enabledTlvsIs(Lldp::EnabledTlvs(0x0f));
+   portConfig->mgmtAddrTxEnableIs(true);
+   portConfig->vlanNameTxEnableIs(true);
+   portConfig->dot3EnabledTlvsIs(Lldp::Dot3EnabledTlvs(0x0c));
+   portConfig->ztpBootVlanIs(1);
+   localPort->portDescIs("uplink");
+   localPort->ztpBootVlanIs(20);
+   localSystem->managementAddressIs(ipv4("10.0.0.1", 5));
+   localSystem->managementAddressPrioIs(Lldp::ManAddrPriority(), ipv4("10.0.0.1", 5).key());
+   portStatus->vlanNameIs(Lldp::VlanName({.vlanId = 20, .name = "servers"}));
+   std::array<char, 1500> buf;
+   buildTxLldpdu(buf.data(), buf.data() + buf.size(), root, localPort, portConfig, portStatus);
+   TestSupport::AllocScope scope;
+   for (int i = 0; i < 10; ++i) {
+      buildTxLldpdu(buf.data(), buf.data() + buf.size(), root, localPort, portConfig, portStatus);
+   }
+   EXPECT_EQ(scope.count(), 0u);
+}
+
+}  // namespace
