@@ -7,9 +7,11 @@
 
 namespace Lldp::Agent::Protocol {
 
+// clang-format off
 #define LLDP_PROTOCOL_ROOT_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ATTR(Vel::Ptr<const Lldp::Config>, config, nullptr)                          \
    ATTR(Vel::Ptr<const Lldp::LocalSystem>, localSystem, nullptr)
+// clang-format on
 
 class Root : public Vel::Entity {
    VEL_ENTITY(Root, LLDP_PROTOCOL_ROOT_ATTRS)
@@ -34,9 +36,11 @@ std::ostream& operator<<(std::ostream& os, TxFsmState s);
 
 // The per-port protocol machine. So far it holds what the receive processor touches:
 // the transmit state, which a changed power request moves to txFsmTxDelay.
+// clang-format off
 #define LLDP_PAM_SM_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                             \
    ATTR(TxFsmState, txFsmState, txFsmUninitialized)
+// clang-format on
 
 class LldpPamSm : public Vel::Entity {
    VEL_ENTITY(LldpPamSm, LLDP_PAM_SM_ATTRS)

@@ -8,25 +8,31 @@
 namespace Lldp {
 
 // Basic optional TLVs a port sends.
+// clang-format off
 #define LLDP_ENABLED_TLV_BITS(B) \
    B(portDescription, 0x01)      \
    B(systemName, 0x02) B(systemDescription, 0x04) B(systemCapabilities, 0x08)
+// clang-format on
 class EnabledTlvs {
    VEL_BITSET(EnabledTlvs, uint8_t, LLDP_ENABLED_TLV_BITS)
 };
 
 // IEEE 802.3 TLVs a port sends. MAC/PHY Configuration/Status is never sent, so its bit
 // must stay clear.
+// clang-format off
 #define LLDP_DOT3_TLV_BITS(B) \
    B(macPhyConfigStatus, 0x01) B(powerViaMdi, 0x02) B(linkAggregation, 0x04) B(maxFrameSize, 0x08)
+// clang-format on
 class Dot3EnabledTlvs {
    VEL_BITSET(Dot3EnabledTlvs, uint8_t, LLDP_DOT3_TLV_BITS)
 };
 
 // LLDP-MED TLVs a port may send; any bit set enables the Capabilities TLV.
+// clang-format off
 #define LLDP_TIA_TLV_BITS(B) \
    B(medCapabilities, 0x01)  \
    B(networkPolicy, 0x02) B(location, 0x04) B(extendedPowerViaMdi, 0x08) B(inventory, 0x10)
+// clang-format on
 class TiaEnabledTlvs {
    VEL_BITSET(TiaEnabledTlvs, uint8_t, LLDP_TIA_TLV_BITS)
 };
@@ -36,6 +42,7 @@ class TiaEnabledTlvs {
 // neighbours on a port, which covers hosts with many virtual ports behind a bridge while
 // bounding what a flood of forged MSAPs can take. `poeAllocatedPowerFallback` is in
 // milliwatts; 0 disables the fallback Power via MDI reply.
+// clang-format off
 #define LLDP_PORT_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                                  \
    ATTR(AdminStatus, adminStatus, adminStatusTxAndRx)                         \
@@ -52,6 +59,7 @@ class TiaEnabledTlvs {
    ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})                              \
    COLL(uint8_t, NetworkPolicyConfig, networkPolicyConfig)                    \
    ATTR(uint32_t, poeAllocatedPowerFallback, 0)
+// clang-format on
 
 class PortConfig : public Vel::Entity {
 public:
@@ -64,6 +72,7 @@ public:
 
 // Defaults follow IEEE 802.1AB: refresh every 30 s, advertised time to live 120 s,
 // 2 s before re-initialising and between local-change transmissions.
+// clang-format off
 #define LLDP_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ATTR(uint32_t, messageTxInterval, 30)                                 \
    ATTR(uint32_t, messageTxHoldTime, 120)                                \
@@ -74,6 +83,7 @@ public:
    ATTR(BoundedString255, sysNameTlv, {})                                \
    ATTR(BoundedString255, sysDescTlv, {})                                \
    ECOLL(Wire::IntfId, PortConfig, portConfig)
+// clang-format on
 
 class Config : public Vel::Entity {
    VEL_ENTITY(Config, LLDP_CONFIG_ATTRS)

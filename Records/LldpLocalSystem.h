@@ -13,11 +13,13 @@ public:
    // A power agent's view of one PoE port. `state`: 0 unknown (no report yet), 1 disabled,
    // 2 searching, 3 delivering power, 4 fault. Powers are in units of 0.1 W, as on the
    // wire. `pseType` is the IEEE PSE type 1..4; `priority` 1 critical, 2 high, 3 low.
+// clang-format off
 #define POE_PORT_STATUS_FIELDS(F)                                                   \
    F(uint8_t, state, 0)                                                             \
    F(uint8_t, pseType, 0)                                                           \
    F(uint8_t, powerClass, 0) F(uint8_t, psePowerPair, 1) F(uint8_t, powerSource, 1) \
        F(uint8_t, priority, 0) F(uint16_t, allocatedPower, 0) F(uint16_t, maxAvailablePower, 0)
+   // clang-format on
    class PortStatus {
       VEL_VALUE(PortStatus, POE_PORT_STATUS_FIELDS)
       enum State : uint8_t {
@@ -36,9 +38,11 @@ namespace Lldp {
 
 // PoE state of one local port: the power agent's report and the neighbour whose power
 // request it answers.
+// clang-format off
 #define LLDP_LOCAL_PORT_POE_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ATTR(Environment::Power::PoePortStatus::PortStatus, poePortStatus, {})        \
    ATTR(Vel::Ptr<const RemoteSystem>, remoteSystem, nullptr)
+// clang-format on
 
 class LocalPortPoeInfo : public Vel::Entity {
    VEL_ENTITY(LocalPortPoeInfo, LLDP_LOCAL_PORT_POE_ATTRS)
@@ -51,6 +55,7 @@ class LocalPortPoeInfo : public Vel::Entity {
    uint8_t state() const { return poePortStatus_.state(); }
 };
 
+// clang-format off
 #define LLDP_LOCAL_PORT_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                                 \
    ATTR(PortIdentifier, portIdentifier, {})                                  \
@@ -63,6 +68,7 @@ class LocalPortPoeInfo : public Vel::Entity {
    COLL(UnknownOrgDefTlv::Key, UnknownOrgDefTlv, unknownOrgDefTlv)           \
    ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})                             \
    ATTR(Vel::Ptr<LocalPortPoeInfo>, localPortPoeInfo, nullptr)
+// clang-format on
 
 class LocalPort : public Vel::Entity {
    VEL_ENTITY(LocalPort, LLDP_LOCAL_PORT_ATTRS)
@@ -74,6 +80,7 @@ class LocalPort : public Vel::Entity {
    }
 };
 
+// clang-format off
 #define LLDP_LOCAL_SYSTEM_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ATTR(ChassisIdentifier, chassisIdentifier, {})                              \
    ATTR(BoundedString255, sysName, {})                                         \
@@ -84,6 +91,7 @@ class LocalPort : public Vel::Entity {
    ATTR(ManagementAddress, ip6ManagementAddress, {})                           \
    MAP(ManAddrPriority, ManagementAddress::Key, managementAddressPrio)         \
    ECOLL(Wire::IntfId, LocalPort, localPort)
+// clang-format on
 
 class LocalSystem : public Vel::Entity {
    VEL_ENTITY(LocalSystem, LLDP_LOCAL_SYSTEM_ATTRS)

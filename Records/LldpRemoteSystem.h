@@ -9,12 +9,15 @@
 namespace Lldp {
 
 // MAC service access point identifier: what tells one neighbour from another on a port.
+// clang-format off
 #define LLDP_MSAP_FIELDS(F) \
    F(ChassisIdentifier, chassisIdentifier, {}) F(PortIdentifier, portIdentifier, {})
+// clang-format on
 class Msap {
    VEL_VALUE(Msap, LLDP_MSAP_FIELDS)
 };
 
+// clang-format off
 #define LLDP_REMOTE_SYSTEM_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(int, index)                                                              \
    KEY(Msap, msap)                                                              \
@@ -60,6 +63,7 @@ class Msap {
    ATTR(BoundedString32Tlv, modelNameTlvInfo, {})                               \
    ATTR(BoundedString32Tlv, assetIDTlvInfo, {})                                 \
    ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})
+// clang-format on
 
 class RemoteSystem : public Vel::Entity {
 public:

@@ -12,6 +12,7 @@ using VrfName = Vel::FixedString<64>;
 
 namespace Lldp {
 
+// clang-format off
 #define LLDP_PORT_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                                  \
    ATTR(Vel::Seconds, creationTime, 0)                                        \
@@ -33,6 +34,7 @@ namespace Lldp {
    COLL(Bridging::VlanId, VlanName, sentVlanName)                             \
    ATTR(bool, vlanNamesChanged, false)                                        \
    ATTR(bool, vlanNamesIncomplete, false)
+// clang-format on
 
 class PortStatus : public Vel::Entity {
    VEL_ENTITY(PortStatus, LLDP_PORT_STATUS_ATTRS)
@@ -45,6 +47,7 @@ class PortStatus : public Vel::Entity {
    bool powerViaMdiTlvReceived() const;
 };
 
+// clang-format off
 #define LLDP_STATUS_BASE_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    COUNTER(uint32_t, remTablesInserts)                                        \
    COUNTER(uint32_t, remTablesDeletes)                                        \
@@ -53,20 +56,25 @@ class PortStatus : public Vel::Entity {
    ATTR(Vel::Seconds, remTablesLastChangeTime, 0)                             \
    ATTR(Vel::Seconds, lastPacketParsedTime, 0)                                \
    ATTR(L3::VrfName, mgmtAddrVrf, {})
+// clang-format on
 
 class StatusBase : public Vel::Entity {
    VEL_ENTITY(StatusBase, LLDP_STATUS_BASE_ATTRS)
 };
 
+// clang-format off
 #define LLDP_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ECOLL(Wire::IntfId, PortStatus, portStatus)
+// clang-format on
 
 class Status : public StatusBase {
    VEL_ENTITY_DERIVED(Status, StatusBase, LLDP_STATUS_ATTRS)
 };
 
+// clang-format off
 #define LLDP_REM_TABLES_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ATTR(Vel::Seconds, remTablesLastClearTime, 0)
+// clang-format on
 
 class RemTablesStatus : public Vel::Entity {
    VEL_ENTITY(RemTablesStatus, LLDP_REM_TABLES_STATUS_ATTRS)

@@ -94,18 +94,23 @@ class PortIdentifier {
    std::string stringValue() const;
 };
 
-#define LLDP_SYS_CAP_BITS(B)                                                           \
-   B(other, 0x0001)                                                                    \
-   B(repeater, 0x0002)                                                                 \
-   B(bridge, 0x0004) B(wlanAccessPoint, 0x0008) B(router, 0x0010) B(telephone, 0x0020) \
-       B(docsisCableDevice, 0x0040) B(stationOnly, 0x0080) B(cVlanComponent, 0x0100)   \
-           B(sVlanComponent, 0x0200) B(twoPortMacRelay, 0x0400)
+// clang-format off
+#define LLDP_SYS_CAP_BITS(B)                                                                      \
+   B(other, 0x0001)                                                                               \
+   B(repeater, 0x0002)                                                                            \
+   B(bridge, 0x0004)                                                                              \
+   B(wlanAccessPoint, 0x0008) B(router, 0x0010) B(telephone, 0x0020) B(docsisCableDevice, 0x0040) \
+       B(stationOnly, 0x0080) B(cVlanComponent, 0x0100) B(sVlanComponent, 0x0200)                 \
+           B(twoPortMacRelay, 0x0400)
+// clang-format on
 class SystemCapabilitiesMap {
    VEL_BITSET(SystemCapabilitiesMap, uint16_t, LLDP_SYS_CAP_BITS)
 };
 
+// clang-format off
 #define LLDP_SYS_CAP_TLV_FIELDS(F) \
    F(SystemCapabilitiesMap, supported, {}) F(SystemCapabilitiesMap, enabled, {})
+// clang-format on
 class SystemCapabilitiesTlv {
    VEL_VALUE(SystemCapabilitiesTlv, LLDP_SYS_CAP_TLV_FIELDS)
    static SystemCapabilitiesTlv create(SystemCapabilitiesMap s, SystemCapabilitiesMap e) {
@@ -129,9 +134,11 @@ class ManagementAddressKey {
    std::string stringValue() const;  // 10.0.0.1, 2001:db8::1, aa:bb:cc:dd:ee:ff or hex
 };
 
+// clang-format off
 #define LLDP_MGMT_ADDR_FIELDS(F)    \
    F(ManagementAddressKey, key, {}) \
    F(uint8_t, ifNumberingSubtype, 0) F(uint32_t, ifNumber, 0) F(Snmp::ObjectIdentifier, oid, {})
+// clang-format on
 class ManagementAddress {
    VEL_VALUE(ManagementAddress, LLDP_MGMT_ADDR_FIELDS)
    using Key = ManagementAddressKey;
@@ -144,9 +151,11 @@ inline constexpr uint8_t ifNumberingIfIndex = 2;
 inline constexpr uint8_t ifNumberingSystemPort = 3;
 
 // Ordering of advertised management addresses; lower sorts first.
+// clang-format off
 #define LLDP_MAN_ADDR_PRIO_FIELDS(F) \
    F(uint8_t, flag, 0)               \
    F(uint32_t, primaryPriority, 0) F(uint32_t, secondaryPriority, 0) F(Wire::IntfId, intf, {})
+// clang-format on
 class ManAddrPriority {
    VEL_VALUE(ManAddrPriority, LLDP_MAN_ADDR_PRIO_FIELDS)
 };
@@ -168,8 +177,10 @@ class UnknownOrgDefTlvKey {
    VEL_VALUE(UnknownOrgDefTlvKey, LLDP_UNKNOWN_ORG_KEY_FIELDS)
 };
 
+// clang-format off
 #define LLDP_UNKNOWN_ORG_FIELDS(F) \
    F(UnknownOrgDefTlvKey, key, {}) F(Vel::FixedString<507>, value, {})
+// clang-format on
 class UnknownOrgDefTlv {
    VEL_VALUE(UnknownOrgDefTlv, LLDP_UNKNOWN_ORG_FIELDS)
    using Key = UnknownOrgDefTlvKey;
@@ -180,8 +191,10 @@ class UnknownOrgDefTlvCounterKey {
    VEL_VALUE(UnknownOrgDefTlvCounterKey, LLDP_UNKNOWN_ORG_COUNTER_KEY_FIELDS)
 };
 
+// clang-format off
 #define LLDP_UNKNOWN_ORG_COUNTER_FIELDS(F) \
    F(UnknownOrgDefTlvCounterKey, key, {}) F(uint32_t, count, 0)
+// clang-format on
 class UnknownOrgDefTlvCounter {
    VEL_VALUE(UnknownOrgDefTlvCounter, LLDP_UNKNOWN_ORG_COUNTER_FIELDS)
    using Key = UnknownOrgDefTlvCounterKey;
@@ -211,8 +224,10 @@ class VlanName {
    Bridging::VlanId key() const { return vlanId_; }
 };
 
+// clang-format off
 #define LLDP_PPVID_FIELDS(F) \
    F(Bridging::VlanIdOrNone, ppvid, {}) F(bool, supported, false) F(bool, enabled, false)
+// clang-format on
 class PortAndProtocolVlan {
    VEL_VALUE(PortAndProtocolVlan, LLDP_PPVID_FIELDS)
    Bridging::VlanIdOrNone key() const { return ppvid_; }
@@ -221,16 +236,20 @@ class PortAndProtocolVlan {
 using ProtocolIdentityIndex =
     Vel::BoundedInt<int, 1, 0x7fffffff, "Lldp::ProtocolIdentityInfo::index < 1 not allowed">;
 
+// clang-format off
 #define LLDP_PROTO_ID_FIELDS(F) \
    F(ProtocolIdentityIndex, index, {}) F(Vel::FixedString<255>, identity, {})
+// clang-format on
 class ProtocolIdentityInfo {
    VEL_VALUE(ProtocolIdentityInfo, LLDP_PROTO_ID_FIELDS)
    int key() const { return index_; }
 };
 
 // IEEE 802.1AX aggregation status bits.
+// clang-format off
 #define LLDP_LINK_AGG_BITS(B) \
    B(capable, 0x01) B(enabled, 0x02) B(portTypeBit0, 0x04) B(portTypeBit1, 0x08)
+// clang-format on
 class LinkAggStatusMap {
    VEL_BITSET(LinkAggStatusMap, uint8_t, LLDP_LINK_AGG_BITS)
 };
@@ -248,10 +267,12 @@ class MaximumFrameSizeInfo {
    VEL_VALUE(MaximumFrameSizeInfo, LLDP_MAX_FRAME_FIELDS)
 };
 
+// clang-format off
 #define LLDP_MAC_PHY_FIELDS(F)      \
    F(bool, autonegSupported, false) \
    F(bool, autonegEnabled, false)   \
    F(uint16_t, pmdAutonegAdvertisedCapability, 0) F(uint16_t, operationalMauType, 0)
+// clang-format on
 class MacPhyConfigStatusInfo {
    VEL_VALUE(MacPhyConfigStatusInfo, LLDP_MAC_PHY_FIELDS)
 };
@@ -260,16 +281,18 @@ class MacPhyConfigStatusInfo {
 // form, the 8-byte IEEE 802.3at form (type/source/priority and the requested and
 // allocated power, in units of 0.1 W) or the 25-byte IEEE 802.3bt form (per-pair powers,
 // power status, system setup, maximum available power, autoclass and power down).
-#define LLDP_POWER_VIA_MDI_FIELDS(F)                                                       \
-   F(uint8_t, form, 0)                                                                     \
-   F(uint8_t, mdiPowerSupport, 0)                                                          \
-   F(uint8_t, psePowerPair, 0) F(uint8_t, powerClass, 0) F(uint8_t, typeSourcePriority, 0) \
-       F(uint16_t, pdRequestedPower, 0) F(uint16_t, pseAllocatedPower, 0)                  \
-           F(uint16_t, pdRequestedPowerA, 0) F(uint16_t, pdRequestedPowerB, 0)             \
-               F(uint16_t, pseAllocatedPowerA, 0) F(uint16_t, pseAllocatedPowerB, 0)       \
-                   F(uint16_t, powerStatus, 0) F(uint8_t, systemSetup, 0)                  \
-                       F(uint16_t, pseMaxAvailablePower, 0) F(uint8_t, autoclass, 0)       \
-                           F(uint32_t, powerDown, 0)
+// clang-format off
+#define LLDP_POWER_VIA_MDI_FIELDS(F)                                                            \
+   F(uint8_t, form, 0)                                                                          \
+   F(uint8_t, mdiPowerSupport, 0)                                                               \
+   F(uint8_t, psePowerPair, 0)                                                                  \
+   F(uint8_t, powerClass, 0) F(uint8_t, typeSourcePriority, 0) F(uint16_t, pdRequestedPower, 0) \
+       F(uint16_t, pseAllocatedPower, 0) F(uint16_t, pdRequestedPowerA, 0)                      \
+           F(uint16_t, pdRequestedPowerB, 0) F(uint16_t, pseAllocatedPowerA, 0)                 \
+               F(uint16_t, pseAllocatedPowerB, 0) F(uint16_t, powerStatus, 0)                   \
+                   F(uint8_t, systemSetup, 0) F(uint16_t, pseMaxAvailablePower, 0)              \
+                       F(uint8_t, autoclass, 0) F(uint32_t, powerDown, 0)
+// clang-format on
 class PowerViaMdiInfo {
    VEL_VALUE(PowerViaMdiInfo, LLDP_POWER_VIA_MDI_FIELDS)
    enum Form : uint8_t { formNone = 0, formDot3af = 1, formDot3at = 2, formDot3bt = 3 };
@@ -294,11 +317,13 @@ class PowerViaMdiInfo {
 // ---------------------------------------------------------------------------------------
 // LLDP-MED.
 
-#define LLDP_MED_CAP_BITS(B)                                                                      \
-   B(lldpMedCapabilities, 0x01)                                                                   \
-   B(networkPolicy, 0x02)                                                                         \
-   B(locationIdentification, 0x04) B(extendedPowerViaMdiPse, 0x08) B(extendedPowerViaMdiPd, 0x10) \
-       B(inventory, 0x20)
+// clang-format off
+#define LLDP_MED_CAP_BITS(B)       \
+   B(lldpMedCapabilities, 0x01)    \
+   B(networkPolicy, 0x02)          \
+   B(locationIdentification, 0x04) \
+   B(extendedPowerViaMdiPse, 0x08) B(extendedPowerViaMdiPd, 0x10) B(inventory, 0x20)
+// clang-format on
 class MedCapability {
    VEL_BITSET(MedCapability, uint8_t, LLDP_MED_CAP_BITS)
 };
@@ -311,19 +336,23 @@ class MedCapabilitiesInfo {
    using Capability = MedCapability;
 };
 
+// clang-format off
 #define LLDP_NET_POLICY_FIELDS(F) \
    F(uint8_t, appType, 0)         \
    F(bool, unknown, false)        \
    F(bool, tagged, false) F(uint16_t, vlanId, 0) F(uint8_t, priority, 0) F(uint8_t, dscp, 0)
+// clang-format on
 class NetworkPolicyTlv {
    VEL_VALUE(NetworkPolicyTlv, LLDP_NET_POLICY_FIELDS)
    uint8_t key() const { return appType_; }
 };
 
 // A configured network policy for one LLDP-MED application.
+// clang-format off
 #define LLDP_NET_POLICY_CONFIG_FIELDS(F) \
    F(uint8_t, appType, 0)                \
    F(bool, tagged, false) F(uint16_t, vlanId, 0) F(uint8_t, priority, 0) F(uint8_t, dscp, 0)
+// clang-format on
 class NetworkPolicyConfig {
    VEL_VALUE(NetworkPolicyConfig, LLDP_NET_POLICY_CONFIG_FIELDS)
    uint8_t key() const { return appType_; }
@@ -342,8 +371,10 @@ class CivicCaElement {
 
 using CaElementMap = Vel::FlatMap<uint8_t, CivicCaElement>;
 
+// clang-format off
 #define LLDP_CIVIC_FIELDS(F) \
    F(uint8_t, what, 0) F(Vel::FixedString<2>, countryCode, {}) F(CaElementMap, caElements, {})
+// clang-format on
 class CivicAddress {
    VEL_VALUE(CivicAddress, LLDP_CIVIC_FIELDS)
    using CaElement = CivicCaElement;
@@ -354,10 +385,12 @@ class CivicAddress {
 using CoordinateLci = std::array<uint8_t, 16>;
 
 // Location identification: one of three data formats with its payload.
+// clang-format off
 #define LLDP_LOCATION_FIELDS(F)     \
    F(uint8_t, format, 0)            \
    F(CoordinateLci, coordinate, {}) \
    F(CivicAddress, civicAddress, {}) F(Vel::FixedString<25>, elin, {})
+// clang-format on
 class LocationId {
    VEL_VALUE(LocationId, LLDP_LOCATION_FIELDS)
    using CivicAddressLCI = CivicAddress;
