@@ -1,0 +1,580 @@
+// Receive side of the LLDPDU codec: validates one received LLDPDU, decodes its optional
+// TLVs into a scratch record and brings the port's remote-system table up to date.
+
+// clang-format off
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/types.h>
+#include <net-snmp/library/asn1.h>
+// clang-format on
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "Framework/Assert.h"
+#include "Lldp/LldpEvents.h"
+#include "Lldp/LldpExtDot1.h"
+#include "Lldp/LldpMed.h"
+#include "Lldp/LldpProtocol.h"
+#include "Lldp/LldpProtocolSm.h"
+#include "Lldp/LldpToggles.h"
+#include "Records/LldpExtDot3Parse.h"
+
+using Lldp::traceLldpProtocol;
+
+namespace {
+
+// Every attribute and collection a received LLDPDU carries, in the order an update
+// compares and logs them. The same list empties the scratch record before each frame,
+// so nothing a decoder can write survives into the next frame.
+#define LLDP_RX_RECORD(ATTR, COLL)     \
+   ATTR(portDesc)                      \
+   ATTR(sysName)                       \
+   ATTR(sysDesc)                       \
+   ATTR(systemCapabilities)            \
+   COLL(managementAddress)             \
+   COLL(unknownTlv)                    \
+   COLL(unknownOrgDefTlv)              \
+   ATTR(portVlanId)                    \
+   ATTR(portVlanIdTlvReceived)         \
+   COLL(portAndProtocolVlan)           \
+   COLL(vlanName)                      \
+   COLL(protocolIdentityInfo)          \
+   ATTR(vidUsageDigest)                \
+   ATTR(vidUsageDigestTlvReceived)     \
+   ATTR(managementVid)                 \
+   ATTR(managementVidTlvReceived)      \
+   ATTR(linkAggregationInfo)           \
+   ATTR(linkAggregationTlvReceived)    \
+   ATTR(macPhyConfigStatusInfo)        \
+   ATTR(macPhyConfigStatusTlvReceived) \
+   ATTR(powerViaMdiInfo)               \
+   ATTR(powerViaMdiTlvReceived)        \
+   ATTR(medCapabilitiesTlvReceived)    \
+   ATTR(medCapabilitiesInfo)           \
+   COLL(networkPolicyTlv)              \
+   ATTR(locationId)                    \
+   ATTR(hardwareRevisionTlvInfo)       \
+   ATTR(firmwareRevisionTlvInfo)       \
+   ATTR(softwareRevisionTlvInfo)       \
+   ATTR(serialNumberTlvInfo)           \
+   ATTR(manufacturerNameTlvInfo)       \
+   ATTR(modelNameTlvInfo)              \
+   ATTR(assetIDTlvInfo)                \
+   ATTR(ztpBootVlan)                   \
+   ATTR(maximumFrameSizeInfo)          \
+   ATTR(maximumFrameSizeTlvReceived)
+
+// Streams a record value the way records print their fields (small integers as numbers,
+// booleans as words), for the change log.
+template <class T>
+struct Printed {
+   const T& v;
+   friend std::ostream& operator<<(std::ostream& os, const Printed& p) {
+      Vel::printValue(os, p.v);
+      return os;
+   }
+};
+template <class T>
+Printed<T> printed(const T& v) {
+   return Printed<T>{v};
+}
+
+// The decoders write into one process-wide scratch record, reused frame after frame so
+// that its collections keep their capacity: a refresh then allocates nothing. The frame's
+// MSAP is kept by the caller; the scratch record's own key attributes are never read.
+const Vel::Ptr<Lldp::RemoteSystem>& scratchRecord() {
+   static const Vel::Ptr<Lldp::RemoteSystem> scratch =
+       Vel::make<Lldp::RemoteSystem>(1, Lldp::Msap());
+   return scratch;
+}
+
+// Returns the scratch record to its defaults. Attributes are copied from a pristine
+// record rather than reset in place so that values holding a collection of their own
+// (a civic location's elements) keep their capacity too.
+void resetScratch(Lldp::RemoteSystem& scratch) {
+   static const Vel::Ptr<const Lldp::RemoteSystem> pristine =
+       Vel::make<Lldp::RemoteSystem>(1, Lldp::Msap());
+   const Lldp::RemoteSystem& d = *pristine;
+#define LLDP_RX_RESET_ATTR(n) scratch.n##Is(d.n());
+#define LLDP_RX_RESET_COLL(n) scratch.n##DelAll();
+   LLDP_RX_RECORD(LLDP_RX_RESET_ATTR, LLDP_RX_RESET_COLL)
+#undef LLDP_RX_RESET_ATTR
+#undef LLDP_RX_RESET_COLL
+}
+
+Lldp::UnknownOrgDefTlvParseContext& parseContext() {
+   static Lldp::UnknownOrgDefTlvParseContext context;
+   return context;
+}
+
+// Writes one attribute of the stored record when the frame's value differs.
+template <class T, class Set>
+void syncAttr(const char* name, const T& was, const T& now, Set&& set, bool& changed) {
+   if (was == now) return;
+   VEL_TRACE(traceLldpProtocol, 8,
+             "Attribute " << name << " changed (was: " << printed(was) << ", now: " << printed(now)
+                          << ")");
+   set(now);
+   changed = true;
+}
+
+// Brings one collection of the stored record in line with the frame's: members the frame
+// no longer carries go first, then new or different members are written.
+template <class K, class V, class Del, class Set>
+void syncColl(const char* name, const Vel::FlatMap<K, V>& was, const Vel::FlatMap<K, V>& now,
+              Del&& del, Set&& set, bool& changed) {
+   for (size_t i = 0; i < was.size();) {
+      const K key = (was.begin() + static_cast<long>(i))->first;
+      if (now.contains(key)) {
+         ++i;
+         continue;
+      }
+      VEL_TRACE(traceLldpProtocol, 8,
+                "Member " << printed(key) << " of collection " << name << " deleted");
+      if (!del(key)) ++i;  // cannot happen: the key was just read from the stored map
+      changed = true;
+   }
+   for (const auto& [key, value] : now) {
+      const V* current = was.find(key);
+      if (current && *current == value) continue;
+      VEL_TRACE(traceLldpProtocol, 8,
+                "Member " << printed(key) << " of collection " << name << " added/updated");
+      set(value);
+      changed = true;
+   }
+}
+
+// Copies what the frame carried into the stored record; returns whether anything changed.
+bool reconcile(const Lldp::RemoteSystem& scratch, Lldp::RemoteSystem& stored) {
+   bool changed = false;
+#define LLDP_RX_SYNC_ATTR(n) \
+   syncAttr(                 \
+       #n, stored.n(), scratch.n(), [&](const auto& v) { stored.n##Is(v); }, changed);
+#define LLDP_RX_SYNC_COLL(n)                                                         \
+   syncColl(                                                                         \
+       #n, stored.n(), scratch.n(), [&](const auto& k) { return stored.n##Del(k); }, \
+       [&](const auto& v) { stored.n##Is(v); }, changed);
+   LLDP_RX_RECORD(LLDP_RX_SYNC_ATTR, LLDP_RX_SYNC_COLL)
+#undef LLDP_RX_SYNC_ATTR
+#undef LLDP_RX_SYNC_COLL
+   return changed;
+}
+
+// Decodes the OID string of a Management Address TLV. The bytes get a BER OBJECT
+// IDENTIFIER header (tag and a one-byte long-form length) so that the SNMP library's
+// parser can take them as they are. An undecodable OID leaves `oid` empty.
+void decodeOid(const char* bytes, int len, Snmp::ObjectIdentifier* oid) {
+   constexpr int maxOidBytes = 128;
+   u_char buf[3 + maxOidBytes];
+   buf[0] = ASN_OBJECT_ID;
+   buf[1] = 0x81;
+   buf[2] = static_cast<u_char>(len);
+   std::memcpy(buf + 3, bytes, static_cast<size_t>(len));
+   size_t remaining = 3 + static_cast<size_t>(len);  // in: bytes given; out: bytes not used
+   u_char type = 0;
+   ::oid ids[Snmp::ObjectIdentifier::maxSubIds];
+   size_t count = Snmp::ObjectIdentifier::maxSubIds;
+   if (!asn_parse_objid(buf, &remaining, &type, ids, &count)) {
+      VEL_TRACE(traceLldpProtocol, 0, "Invalid OID string");
+      return;
+   }
+   VEL_ASSERT(type == ASN_OBJECT_ID, "type == ((u_char)0x06)");
+   for (size_t i = 0; i < count; ++i) oid->push(static_cast<uint32_t>(ids[i]));
+   if (remaining != 0) {
+      VEL_TRACE(traceLldpProtocol, 0, "Excess bytes at end of OID string");
+   } else {
+      VEL_TRACE(traceLldpProtocol, 8, "Valid OID string");
+   }
+}
+
+TlvParseResult parseBoundedString(int infoLen, const char* info, const char* what,
+                                  void (Lldp::RemoteSystem::*set)(const Lldp::BoundedString255Tlv&),
+                                  Lldp::RemoteSystem& remote) {
+   // Longer strings than the record holds are cut, never refused.
+   const size_t len = std::min<size_t>(static_cast<size_t>(infoLen), 255);
+   const auto value = Lldp::BoundedString255Tlv::create(std::string_view(info, len));
+   (remote.*set)(value);
+   VEL_TRACE(traceLldpProtocol, 6, what << ": " << value);
+   return TlvParseResultOk;
+}
+
+TlvParseResult parseSystemCapabilities(int infoLen, const char* info, Lldp::RemoteSystem& remote) {
+   if (infoLen < 4) {
+      VEL_TRACE(traceLldpProtocol, 0,
+                "Error: System Capabilities TLV is too short (infoLen=" << infoLen << ")");
+      return TlvParseResultFatalError;
+   }
+   const uint16_t supported = Lldp::Be::get16(info);
+   const uint16_t enabled = Lldp::Be::get16(info + 2);
+   if (enabled & ~supported) {
+      VEL_TRACE(traceLldpProtocol, 0,
+                "Error: Supported and enabled capabilities are inconsistent "
+                    << "(supported=0x" << std::hex << supported << ", enabled=0x" << enabled
+                    << std::dec << ")");
+      return TlvParseResultError;
+   }
+   const auto caps = Lldp::SystemCapabilitiesTlv::create(Lldp::SystemCapabilitiesMap(supported),
+                                                         Lldp::SystemCapabilitiesMap(enabled));
+   remote.systemCapabilitiesIs(caps);
+   VEL_TRACE(traceLldpProtocol, 6, "System Capabilities: " << caps);
+   return TlvParseResultOk;
+}
+
+TlvParseResult parseManagementAddress(int infoLen, const char* info, Lldp::RemoteSystem& remote) {
+   if (infoLen < 9) {
+      VEL_TRACE(traceLldpProtocol, 0,
+                "Error: Management Address TLV is too short (infoLen=" << infoLen << ")");
+      return TlvParseResultFatalError;
+   }
+   const int addrStringLen = uint8_t(info[0]);
+   if (addrStringLen < 2 || addrStringLen > 32) {
+      VEL_TRACE(traceLldpProtocol, 0,
+                "Error: Value of management address string length field is out of range "
+                "(manAddrStringLen="
+                    << addrStringLen << ")");
+      return TlvParseResultError;
+   }
+   if (infoLen < addrStringLen + 7) {
+      VEL_TRACE(traceLldpProtocol, 0,
+                "Error: Management Address TLV is too short (infoLen="
+                    << infoLen << ", manAddrStringLen=" << addrStringLen << ")");
+      return TlvParseResultFatalError;
+   }
+   const char* p = info + 1;
+   const uint8_t subtype = uint8_t(*p++);
+   const Lldp::ManagementAddressBytes address(std::string_view(p, size_t(addrStringLen - 1)));
+   p += addrStringLen - 1;
+   const uint8_t ifSubtype = uint8_t(*p++);
+   const uint32_t ifNumber = Lldp::Be::get32(p);
+   p += 4;
+   const int oidLen = uint8_t(*p++);
+   if (oidLen > 128) {
+      VEL_TRACE(traceLldpProtocol, 0,
+                "Error: Value of OID string length field is out of range (oidStringLen=" << oidLen
+                                                                                         << ")");
+      return TlvParseResultError;
+   }
+   if (infoLen < addrStringLen + 7 + oidLen) {
+      VEL_TRACE(traceLldpProtocol, 0,
+                "Error: Management Address TLV is too short (infoLen="
+                    << infoLen << ", manAddrStringLen=" << addrStringLen
+                    << ", oidStringLen=" << oidLen << ")");
+      return TlvParseResultFatalError;
+   }
+   // Value types clear their whole inline storage when made afresh, so the ones decoded
+   // here are kept and overwritten field by field instead.
+   static Lldp::ManagementAddress addr;
+   addr.keyIs(Lldp::ManagementAddress::Key({.subtype = subtype, .address = address}));
+   addr.ifNumberingSubtypeIs(ifSubtype);
+   addr.ifNumberIs(ifNumber);
+   Snmp::ObjectIdentifier oid;
+   if (oidLen == 0) {
+      VEL_TRACE(traceLldpProtocol, 8, "Empty OID string");
+   } else {
+      decodeOid(p, oidLen, &oid);
+   }
+   addr.oidIs(oid);
+   remote.managementAddressIs(addr);
+   VEL_TRACE(traceLldpProtocol, 6, "Management Address: " << addr);
+   return TlvParseResultOk;
+}
+
+TlvParseResult parseUnknownOrgDefTlv(Lldp::Oui oui, int subtype, int len, const char* value,
+                                     Lldp::RemoteSystem& remote) {
+   VEL_TRACE(traceLldpProtocol, 8, "Unknown OUI");
+   auto& counter = parseContext().counterIs(
+       Lldp::UnknownOrgDefTlvCounter::Key({.oui = oui, .subtype = static_cast<uint8_t>(subtype)}));
+   counter.countInc();
+   static Lldp::UnknownOrgDefTlv tlv;
+   tlv.keyIs(Lldp::UnknownOrgDefTlv::Key({.oui = oui,
+                                          .subtype = static_cast<uint8_t>(subtype),
+                                          .index = static_cast<int>(counter.count())}));
+   // At most 511 - 4 bytes follow the subtype, which is what the record holds.
+   tlv.valueIs(Vel::FixedString<507>(std::string_view(value, size_t(len))));
+   remote.unknownOrgDefTlvIs(tlv);
+   VEL_TRACE(traceLldpProtocol, 6, "Unknown Organizationally Specific TLV: " << tlv);
+   return TlvParseResultUnrecognized;
+}
+
+TlvParseResult parseOrgDefTlv(int infoLen, const char* info,
+                              const Vel::Ptr<Lldp::RemoteSystem>& remote) {
+   if (infoLen < Lldp::orgDefHeaderLen) {
+      VEL_TRACE(traceLldpProtocol, 0,
+                "Error: Organizationally Specific TLV is too short (infoLen=" << infoLen << ")");
+      return TlvParseResultFatalError;
+   }
+   const Lldp::Oui oui(Lldp::Be::get24(info));
+   const int subtype = uint8_t(info[3]);
+   VEL_TRACE(traceLldpProtocol, 8,
+             "Organizationally Specific TLV: oui=" << oui << ", subtype=" << subtype);
+   if (subtype == 0) {
+      VEL_TRACE(
+          traceLldpProtocol, 0,
+          "Error: Organizationally Specific TLV has invalid subtype of 0 (oui=" << oui << ")");
+      return TlvParseResultError;
+   }
+   const int len = infoLen - Lldp::orgDefHeaderLen;
+   const char* content = info + Lldp::orgDefHeaderLen;
+   if (oui == Lldp::ouiIeee8021) {
+      VEL_TRACE(traceLldpProtocol, 8, "802.1 TLV");
+      return parseExtDot1Tlv(subtype, len, content, remote);
+   }
+   if (oui == Lldp::ouiIeee8023) {
+      VEL_TRACE(traceLldpProtocol, 8, "802.3 TLV");
+      return parseExtDot3Tlv(subtype, len, content, remote);
+   }
+   if (oui == Lldp::ouiTia) {
+      VEL_TRACE(traceLldpProtocol, 8, "TIA TLV");
+      return LldpMed::parseTlv(subtype, len, content, remote);
+   }
+   if (oui == Lldp::ouiZorven && Lldp::toggleBootVlanTlv()) {
+      VEL_TRACE(traceLldpProtocol, 8, "ZTP Boot Vlan TLV");
+      return parseZtpBootVlanTlv(subtype, len, content, remote);
+   }
+   return parseUnknownOrgDefTlv(oui, subtype, len, content, *remote);
+}
+
+// Decodes one optional TLV into the scratch record.
+TlvParseResult parseOptionalTlv(int type, int infoLen, const char* info,
+                                const Vel::Ptr<Lldp::RemoteSystem>& remote) {
+   switch (type) {
+      case Lldp::tlvTypeEnd:
+         VEL_TRACE(traceLldpProtocol, 6, "End of LLDPDU");
+         return TlvParseResultEnd;
+      case Lldp::tlvTypeChassisId:
+      case Lldp::tlvTypePortId:
+      case Lldp::tlvTypeTtl:
+         VEL_TRACE(traceLldpProtocol, 0, "Error: frame contains duplicate TLV of type " << type);
+         return TlvParseResultFatalError;
+      case Lldp::tlvTypePortDesc:
+         return parseBoundedString(infoLen, info, "Port Description",
+                                   &Lldp::RemoteSystem::portDescIs, *remote);
+      case Lldp::tlvTypeSysName:
+         return parseBoundedString(infoLen, info, "System Name", &Lldp::RemoteSystem::sysNameIs,
+                                   *remote);
+      case Lldp::tlvTypeSysDesc:
+         return parseBoundedString(infoLen, info, "System Description",
+                                   &Lldp::RemoteSystem::sysDescIs, *remote);
+      case Lldp::tlvTypeSysCap:
+         return parseSystemCapabilities(infoLen, info, *remote);
+      case Lldp::tlvTypeManagementAddress:
+         return parseManagementAddress(infoLen, info, *remote);
+      case Lldp::tlvTypeOrgSpecific:
+         return parseOrgDefTlv(infoLen, info, remote);
+      default: {
+         // Reserved types 9..126: kept as they came, one per type.
+         static Lldp::UnknownTlv tlv;
+         tlv.typeIs(Lldp::UnknownTlvType(static_cast<uint8_t>(type)));
+         tlv.valueIs(Vel::FixedString<511>(std::string_view(info, size_t(infoLen))));
+         remote->unknownTlvIs(tlv);
+         VEL_TRACE(traceLldpProtocol, 6, "Unrecognized TLV: " << tlv);
+         return TlvParseResultUnrecognized;
+      }
+   }
+}
+
+// Reads the subtype and value of a Chassis ID or Port ID TLV. Subtypes beyond the
+// standard ones are kept as 8 rather than refused.
+template <class Identifier>
+const Identifier& readIdentifier(int infoLen, const char* info, const char* unknownText) {
+   static Identifier id;
+   uint8_t subtype = uint8_t(info[0]);
+   if (subtype > 7) {
+      VEL_TRACE(traceLldpProtocol, 2, unknownText << int(subtype));
+      subtype = 8;
+   }
+   id.subtypeIs(subtype);
+   id.valueIs(Lldp::IdentifierValue(std::string_view(info + 1, size_t(infoLen - 1))));
+   return id;
+}
+
+Lldp::RemoteSystem::PtrConst discardFrame(Lldp::PortStatus& portStatus) {
+   VEL_TRACE(traceLldpProtocol, 8, "Frame had a fatal error -- discarding");
+   portStatus.rxFramesDiscardedTotalInc();
+   VEL_TRACE(traceLldpProtocol, 8, "Frame had an error");
+   portStatus.rxFramesErrorsInc();
+   return nullptr;
+}
+
+// A shutdown LLDPDU: the neighbour is leaving, so its record goes at once.
+void removeRemoteSystem(const Lldp::Msap& msap, Vel::Seconds now, Lldp::Status& status,
+                        Lldp::PortStatus& portStatus) {
+   VEL_TRACE(traceLldpProtocol, 4, "Received shutdown frame from " << msap);
+   const Vel::Ptr<Lldp::RemoteSystem> remote = portStatus.remoteSystemByMsap(msap);
+   if (!remote) {
+      VEL_TRACE(traceLldpProtocol, 2, "Received shutdown frame from unknown MSAP: " << msap);
+      return;
+   }
+   VEL_TRACE(traceLldpProtocol, 4, "Deleting RemoteSystem");
+   portStatus.remoteSystemByMsapDel(msap);
+   portStatus.remoteSystemDel(remote->index());
+   status.remTablesDeletesInc();
+   Lldp::LLDP_NEIGHBOR_GONE.log(msap.chassisIdentifier().stringValue(),
+                                msap.portIdentifier().stringValue(), portStatus.intfId());
+   status.remTablesLastChangeTimeIs(now);
+}
+
+// Creates the record for a new neighbour, or returns null when the port is full.
+Vel::Ptr<Lldp::RemoteSystem> createRemoteSystem(const Lldp::Msap& msap, Vel::Seconds now,
+                                                const Lldp::PortConfig& portConfig,
+                                                Lldp::Status& status,
+                                                Lldp::PortStatus& portStatus) {
+   if (portStatus.remoteSystem().size() >= portConfig.remoteSystemLimit()) {
+      VEL_TRACE(traceLldpProtocol, 2,
+                "Not creating RemoteSystem for " << msap << " because limit reached");
+      portStatus.rxFramesDiscardedTotalInc();
+      return nullptr;
+   }
+   VEL_TRACE(traceLldpProtocol, 4, "Creating RemoteSystem");
+   portStatus.nextRemoteSystemIndexInc();
+   int index = static_cast<int>(portStatus.nextRemoteSystemIndex());
+   if (index < 0) {
+      VEL_TRACE(traceLldpProtocol, 2, "Index for RemoteSystem tables has wrapped");
+      portStatus.nextRemoteSystemIndexIs(0);
+      portStatus.nextRemoteSystemIndexInc();
+      index = static_cast<int>(portStatus.nextRemoteSystemIndex());
+   }
+   Vel::Ptr<Lldp::RemoteSystem> remote = portStatus.remoteSystemIs(index, msap);
+   portStatus.remoteSystemByMsapIs(remote);
+   remote->creationTimeIs(now);
+   status.remTablesInsertsInc();
+   Lldp::LLDP_NEIGHBOR_NEW.log(msap.chassisIdentifier().stringValue(),
+                               msap.portIdentifier().stringValue(), portStatus.intfId());
+   return remote;
+}
+
+}  // namespace
+
+TlvParseResult parseZtpBootVlanTlv(int subtype, int infoLen, const char* info,
+                                   const Vel::Ptr<Lldp::RemoteSystem>& remote) {
+   if (subtype != 1) {
+      VEL_TRACE(traceLldpProtocol, 8, "Unrecognized ZORVEN OUI TLV (subtype=" << subtype << ")");
+      return TlvParseResultUnrecognized;
+   }
+   if (infoLen < 2) {
+      VEL_TRACE(traceLldpProtocol, 0,
+                "Error: ZTP boot vlan TLV is too short (orgDefInfoLen=)" << infoLen << ")");
+      return TlvParseResultFatalError;
+   }
+   const uint16_t vlan = Lldp::Be::get16(info) & 0x0fff;
+   if (vlan < 1 || vlan > 4094) {
+      VEL_TRACE(traceLldpProtocol, 0,
+                "Error: ZTP boot VLAN is invalid (ztpBootVlan=" << vlan << ")");
+      return TlvParseResultError;
+   }
+   remote->ztpBootVlanIs(Bridging::VlanIdOrNone(vlan));
+   VEL_TRACE(traceLldpProtocol, 6, "ZTP Boot VLAN: " << vlan);
+   return TlvParseResultOk;
+}
+
+Lldp::RemoteSystem::PtrConst processRxLldpdu(
+    char* start, char* end, Lldp::PortConfig::PtrConst portConfig, Lldp::Status::Ptr status,
+    Lldp::PortStatus::Ptr portStatus, Lldp::LocalPort::PtrConst localPort,
+    Vel::Ptr<Lldp::Agent::Protocol::LldpPamSm> pamSm, const Wire::EthAddr& srcMac) {
+   const Vel::Seconds now = Lldp::now();
+   portStatus->rxFramesTotalInc();
+
+   // The three mandatory TLVs, in their fixed order.
+   const char* pos = start;
+   int infoLen = 0;
+   const char* info = nullptr;
+   if (!extractMandatoryTlv(&pos, end, Lldp::tlvTypeChassisId, 256, &infoLen, &info)) {
+      VEL_TRACE(traceLldpProtocol, 0, "Error in first mandatory TLV");
+      return discardFrame(*portStatus);
+   }
+   // The frame's MSAP, the key for the lookup and for a new record. It is rebuilt in place
+   // frame after frame, as a fresh one would first clear its 500 bytes of inline storage.
+   static Lldp::Msap msap;
+   msap.chassisIdentifierIs(
+       readIdentifier<Lldp::ChassisIdentifier>(infoLen, info, "Unknown chassid ID subtype "));
+   if (!extractMandatoryTlv(&pos, end, Lldp::tlvTypePortId, 256, &infoLen, &info)) {
+      VEL_TRACE(traceLldpProtocol, 0, "Error in second mandatory TLV");
+      return discardFrame(*portStatus);
+   }
+   msap.portIdentifierIs(
+       readIdentifier<Lldp::PortIdentifier>(infoLen, info, "Unknown port ID subtype "));
+   if (!extractMandatoryTlv(&pos, end, Lldp::tlvTypeTtl, 2147483647, &infoLen, &info)) {
+      VEL_TRACE(traceLldpProtocol, 0, "Error in third mandatory TLV");
+      return discardFrame(*portStatus);
+   }
+   const uint16_t ttl = Lldp::Be::get16(info);  // any bytes after the first two are ignored
+   VEL_TRACE(traceLldpProtocol, 6, "Chassis ID: " << msap.chassisIdentifier());
+   VEL_TRACE(traceLldpProtocol, 6, "Port ID: " << msap.portIdentifier());
+   VEL_TRACE(traceLldpProtocol, 6, "TTL: " << ttl);
+
+   if (ttl == 0) {
+      removeRemoteSystem(msap, now, *status, *portStatus);
+      return nullptr;
+   }
+
+   VEL_TRACE(traceLldpProtocol, 4,
+             "Received info frame from " << msap << " valid for " << ttl << " seconds");
+   const Vel::Ptr<Lldp::RemoteSystem>& scratch = scratchRecord();
+   resetScratch(*scratch);
+   parseContext().clear();
+
+   // Optional TLVs up to End of LLDPDU or the end of the frame, whichever comes first.
+   bool frameError = false;
+   while (pos < end) {
+      int type = 0;
+      if (!extractTlv(&pos, end, &type, &infoLen, &info)) {
+         VEL_TRACE(traceLldpProtocol, 0, "Error: frame ended during optional TLV");
+         portStatus->rxTLVsDiscardedTotalInc();
+         frameError = true;
+         break;
+      }
+      const TlvParseResult result = parseOptionalTlv(type, infoLen, info, scratch);
+      VEL_TRACE(traceLldpProtocol, 8, "Parsed TLV: result=" << int(result));
+      if (result == TlvParseResultEnd) break;
+      if (result == TlvParseResultOk) continue;
+      if (result == TlvParseResultUnrecognized) {
+         portStatus->rxTLVsUnrecognizedTotalInc();
+      } else if (result == TlvParseResultError) {
+         portStatus->rxTLVsDiscardedTotalInc();
+         frameError = true;
+      } else {
+         VEL_ASSERT(result == TlvParseResultFatalError, "result == TlvParseResultFatalError");
+         return discardFrame(*portStatus);
+      }
+   }
+
+   bool changed = false;
+   Vel::Ptr<Lldp::RemoteSystem> stored = portStatus->remoteSystemByMsap(msap);
+   if (stored) {
+      VEL_TRACE(traceLldpProtocol, 4, "Updating RemoteSystem");
+   } else {
+      stored = createRemoteSystem(msap, now, *portConfig, *status, *portStatus);
+      if (!stored) return nullptr;
+      changed = true;
+   }
+
+   // Taken before the update: a changed power request is answered without waiting for
+   // the next regular transmission.
+   const uint16_t previousPower = stored->powerViaMdiInfo().pdRequestedPower();
+   stored->ttlIs(ttl);
+   if (reconcile(*scratch, *stored)) changed = true;
+
+   stored->ethAddrIs(srcMac);
+   stored->lastRefreshTimeIs(now);
+   stored->expiryTimeIs(now + ttl);
+   if (changed) {
+      VEL_TRACE(traceLldpProtocol, 6, "Something changed -- updating lastChangeTime to " << now);
+      stored->lastChangeTimeIs(now);
+      status->remTablesLastChangeTimeIs(now);
+   }
+   status->lastPacketParsedTimeIs(now);
+
+   const Lldp::LocalPortPoeInfo* poeInfo =
+       localPort ? localPort->localPortPoeInfo().ptr() : nullptr;
+   if (poeInfo && poeInfo->state() != 4 && portConfig->poeAllocatedPowerFallback() != 0 &&
+       previousPower != scratch->powerViaMdiInfo().pdRequestedPower() && pamSm) {
+      pamSm->txFsmStateIs(Lldp::Agent::Protocol::txFsmTxDelay);
+   }
+
+   if (frameError) {
+      VEL_TRACE(traceLldpProtocol, 8, "Frame had an error");
+      portStatus->rxFramesErrorsInc();
+   }
+   return stored;
+}
