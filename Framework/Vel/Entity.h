@@ -86,6 +86,14 @@ class Entity : public RefCounted {};
    const V& n##Is(const K& k, const V& v) { \
       return n##_.set(k, v);                \
    }
+// Deletion for the node-based entity collections.
+#define VEL_E_NODE_DEL_A(K, n)   \
+   bool n##Del(const K& k) {     \
+      return n##_.erase(k) != 0; \
+   }                             \
+   void n##DelAll() {            \
+      n##_.clear();              \
+   }
 #define VEL_E_ECOLL_A(K, E, n)                                              \
    const std::map<K, Vel::Ptr<E>>& n() const {                              \
       return n##_;                                                          \
@@ -104,12 +112,7 @@ class Entity : public RefCounted {};
       if (added) it->second = Vel::Ptr<E>(new E(k, std::forward<A>(a)...)); \
       return it->second;                                                    \
    }                                                                        \
-   bool n##Del(const K& k) {                                                \
-      return n##_.erase(k) != 0;                                            \
-   }                                                                        \
-   void n##DelAll() {                                                       \
-      n##_.clear();                                                         \
-   }
+   VEL_E_NODE_DEL_A(K, n)
 #define VEL_E_REFCOLL_A(K, E, n, f)                                    \
    const std::unordered_map<K, Vel::Ptr<E>, Vel::Hash<K>>& n() const { \
       return n##_;                                                     \
@@ -121,12 +124,7 @@ class Entity : public RefCounted {};
    void n##Is(const Vel::Ptr<E>& p) {                                  \
       n##_[p->f()] = p;                                                \
    }                                                                   \
-   bool n##Del(const K& k) {                                           \
-      return n##_.erase(k) != 0;                                       \
-   }                                                                   \
-   void n##DelAll() {                                                  \
-      n##_.clear();                                                    \
-   }
+   VEL_E_NODE_DEL_A(K, n)
 
 // Visitation, in declaration order.
 #define VEL_E_KEY_V(T, n) fn(#n, n##_);

@@ -15,35 +15,12 @@
 #include "Lldp/LldpToggles.h"
 #include "tests/Support/AllocCounter.h"
 #include "tests/Support/Frames.h"
+#include "tests/Support/ScopedToggle.h"
 
 using TestSupport::bytes;
 using TestSupport::Bytes;
 
 namespace {
-
-// Points the toggle lookup at a private directory holding Lldp.json with LldpTxVlanNames
-// set as asked, and puts the previous directory back afterwards.
-class ScopedVlanNamesToggle {
-public:
-   explicit ScopedVlanNamesToggle(bool on) : previous_(Vel::toggleDir()) {
-      char tmpl[] = "/tmp/lldpExtDot1TestXXXXXX";
-      dir_ = mkdtemp(tmpl);
-      std::ofstream(dir_ + "/Lldp.json")
-          << "{\"LldpTxVlanNames\": " << (on ? "true" : "false") << "}";
-      Vel::toggleDirIs(dir_);
-      Lldp::reloadToggles();
-   }
-   ~ScopedVlanNamesToggle() {
-      Vel::toggleDirIs(previous_);
-      Lldp::reloadToggles();
-      std::remove((dir_ + "/Lldp.json").c_str());
-      rmdir(dir_.c_str());
-   }
-
-private:
-   std::string previous_;
-   std::string dir_;
-};
 
 // The bytes that make up one VLAN Name TLV carrying `nameLen` name bytes.
 constexpr int vlanNameTlvSize(int nameLen) {
@@ -165,7 +142,7 @@ TEST_F(LldpExtDot1Test, PortVlanIdWireFormatAndSwitches) {
 }
 
 TEST_F(LldpExtDot1Test, VlanNamesCutShortThenComplete) {
-   ScopedVlanNamesToggle toggle(true);
+   TestSupport::ScopedToggle toggle("LldpTxVlanNames", true);
    // Inserted out of order: the frame must still carry the lowest VLANs first.
    addVlanNames({300, 2, 40, 1000, 7, 4094, 1, 500, 20, 3});
    portStatus_->vlanNamesChangedIs(true);
@@ -204,7 +181,7 @@ TEST_F(LldpExtDot1Test, VlanNamesCutShortThenComplete) {
 }
 
 TEST_F(LldpExtDot1Test, VlanNamesSwitchedOffEmptySentListOnly) {
-   ScopedVlanNamesToggle toggle(true);
+   TestSupport::ScopedToggle toggle("LldpTxVlanNames", true);
    addVlanNames({10, 20});
    ASSERT_TRUE(addNames(1000));
    ASSERT_EQ(portStatus_->sentVlanName().size(), 2u);
@@ -228,13 +205,13 @@ TEST_F(LldpExtDot1Test, VlanNamesSwitchedOffEmptySentListOnly) {
 TEST_F(LldpExtDot1Test, VlanNamesToggleOffSendsNone) {
    addVlanNames({10, 20});
    {
-      ScopedVlanNamesToggle on(true);
+      TestSupport::ScopedToggle on("LldpTxVlanNames", true);
       ASSERT_TRUE(addNames(1000));
       ASSERT_EQ(portStatus_->sentVlanName().size(), 2u);
    }
    portStatus_->vlanNamesChangedIs(true);
    {
-      ScopedVlanNamesToggle off(false);
+      TestSupport::ScopedToggle off("LldpTxVlanNames", false);
       pos_ = frame_;
       EXPECT_TRUE(addNames(1000));
       EXPECT_EQ(written(), 0u);
@@ -242,7 +219,7 @@ TEST_F(LldpExtDot1Test, VlanNamesToggleOffSendsNone) {
       EXPECT_TRUE(portStatus_->vlanNamesChanged());
    }
    // Back on once the toggle is.
-   ScopedVlanNamesToggle on(true);
+   TestSupport::ScopedToggle on("LldpTxVlanNames", true);
    EXPECT_TRUE(addNames(1000));
    EXPECT_EQ(portStatus_->sentVlanName().size(), 2u);
 }
@@ -250,7 +227,7 @@ TEST_F(LldpExtDot1Test, VlanNamesToggleOffSendsNone) {
 // --- Round trip ---------------------------------------------------------------------------
 
 TEST_F(LldpExtDot1Test, WhatIsSentIsWhatIsRead) {
-   ScopedVlanNamesToggle toggle(true);
+   TestSupport::ScopedToggle toggle("LldpTxVlanNames", true);
    localPort_->portVlanIdIs(4094);
    const std::string longest(32, 'n');
    portStatus_->vlanNameIs(Lldp::VlanName({.vlanId = 1, .name = "x"}));
@@ -412,7 +389,7 @@ TEST_F(LldpExtDot1Test, ArbitraryInputIsSafe) {
 
 TEST_F(LldpExtDot1Test, BytePathDoesNotAllocate) {
    Vel::Trace::configure("");
-   ScopedVlanNamesToggle toggle(true);
+   TestSupport::ScopedToggle toggle("LldpTxVlanNames", true);
    localPort_->portVlanIdIs(100);
    addVlanNames({1, 2, 3, 4, 5, 6, 7, 8});
    const std::vector<std::pair<int, Bytes>> others = {{2, bytes({0x06, 0x00, 0x0a})},

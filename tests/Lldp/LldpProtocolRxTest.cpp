@@ -21,6 +21,7 @@
 #include "Lldp/LldpToggles.h"
 #include "tests/Support/AllocCounter.h"
 #include "tests/Support/Frames.h"
+#include "tests/Support/ScopedToggle.h"
 
 using TestSupport::Bytes;
 using TestSupport::bytes;
@@ -472,31 +473,8 @@ TEST_F(LldpProtocolRxTest, OrgSpecificTlvsGoToTheirDecoders) {
               "collection unknownOrgDefTlv deleted"));
 }
 
-// Points the toggle lookup at a private Lldp.json and puts everything back afterwards.
-class ScopedBootVlanToggle {
-public:
-   explicit ScopedBootVlanToggle(bool on) : previous_(Vel::toggleDir()) {
-      char tmpl[] = "/tmp/lldpRxTestXXXXXX";
-      dir_ = mkdtemp(tmpl);
-      std::ofstream(dir_ + "/Lldp.json")
-          << "{\"LldpBootVlanTlv\": " << (on ? "true" : "false") << "}";
-      Vel::toggleDirIs(dir_);
-      Lldp::reloadToggles();
-   }
-   ~ScopedBootVlanToggle() {
-      Vel::toggleDirIs(previous_);
-      Lldp::reloadToggles();
-      std::remove((dir_ + "/Lldp.json").c_str());
-      rmdir(dir_.c_str());
-   }
-
-private:
-   std::string previous_;
-   std::string dir_;
-};
-
 TEST_F(LldpProtocolRxTest, ZtpBootVlanWithToggleOn) {
-   ScopedBootVlanToggle toggle(true);
+   TestSupport::ScopedToggle toggle("LldpBootVlanTlv", true);
    // The top four bits are not part of the VLAN.
    auto r = rx(neighbour().org(ouiZorven, 1, bytes({0xf0, 0x64, 0, 0, 0, 0, 0, 0})));
    ASSERT_TRUE(r);
@@ -521,7 +499,7 @@ TEST_F(LldpProtocolRxTest, ZtpBootVlanWithToggleOn) {
 }
 
 TEST_F(LldpProtocolRxTest, ZtpBootVlanWithToggleOffIsAnUnknownTlv) {
-   ScopedBootVlanToggle toggle(false);
+   TestSupport::ScopedToggle toggle("LldpBootVlanTlv", false);
    auto r = rx(neighbour().org(ouiZorven, 1, bytes({0x00, 0x64})));
    ASSERT_TRUE(r);
    EXPECT_EQ(r->ztpBootVlan(), 0);
