@@ -155,7 +155,7 @@ TlvParseResult parseCivicAddressLci(int lciLen, const char* lci, Lldp::LocationI
    const char* p = lci + 1;
    const char* end = p + std::min(lciLength, lciLen - 1);
 
-   Lldp::LocationId::CivicAddressLCI civic;
+   Lldp::LocationId::CivicAddressLCI& civic = loc->civicAddressMut();
    uint8_t what = byteAt(p);
    if (what != civicWhatExpected) {
       VEL_TRACE(
@@ -175,17 +175,13 @@ TlvParseResult parseCivicAddressLci(int lciLen, const char* lci, Lldp::LocationI
                        << (end - p));
          break;
       }
-      Lldp::LocationId::CivicAddressLCI::CaElement element;
-      element.caTypeIs(caType);
-      element.caValueIs(Vel::FixedString<255>(std::string_view(p + 2, caLen)));
-      civic.caElementsIs(caType, element);
+      civic.caElementIs(caType, std::string_view(p + 2, caLen));
       p += 2 + caLen;
    }
    // Neither warning makes the address useless: a surprising `what` is kept as received,
    // and a truncated element list keeps the elements that were complete. Both are stored
    // so that the operator sees as much of the neighbour's location as it sent.
    loc->formatIs(Lldp::LocationId::formatCivic);
-   loc->civicAddressIs(civic);
    VEL_TRACE(traceLldpMed, 6, "Received LLDP-MED Civic Address LCI: " << civic);
    return TlvParseResultOk;
 }
@@ -221,7 +217,11 @@ TlvParseResult parseLocationIdTlv(int infoLen, const char* info,
    int lciLen = infoLen - 1;
 
    // Decoded aside and stored whole, so that a rejected TLV leaves the record as it was.
-   Lldp::LocationId loc;
+   // The aside record is reused (and reset field by field) so that a civic address's
+   // element list keeps its capacity: refreshing a neighbour does not allocate.
+   static Lldp::LocationId loc;
+   static const Lldp::LocationId empty;
+   loc = empty;
    TlvParseResult result;
    switch (format) {
       case Lldp::LocationId::formatCoordinate:

@@ -379,6 +379,12 @@ class CivicAddress {
    VEL_VALUE(CivicAddress, LLDP_CIVIC_FIELDS)
    using CaElement = CivicCaElement;
    void caElementsIs(uint8_t type, const CaElement& e) { caElements_.set(type, e); }
+   // Writes one element in place (a later element of the same type replaces it).
+   void caElementIs(uint8_t type, std::string_view value) {
+      CaElement& e = caElements_.slot(type);
+      e.caTypeIs(type);
+      e.caValueIs(Vel::FixedString<255>(value));
+   }
    void caElementsDelAll() { caElements_.clear(); }
 };
 
@@ -394,6 +400,8 @@ using CoordinateLci = std::array<uint8_t, 16>;
 class LocationId {
    VEL_VALUE(LocationId, LLDP_LOCATION_FIELDS)
    using CivicAddressLCI = CivicAddress;
+   // For decoders that fill the civic address in place.
+   CivicAddress& civicAddressMut() { return civicAddress_; }
    enum Format : uint8_t { formatNone = 0, formatCoordinate = 1, formatCivic = 2, formatElin = 3 };
 };
 

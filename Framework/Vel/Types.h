@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -37,7 +38,9 @@ template <size_t N>
 class FixedString {
 public:
    static constexpr size_t maxBytes = N;
-   FixedString() = default;
+   // User-provided so that value-initialisation (`= {}`) does not clear the buffer:
+   // nothing reads past len_, and records hold many of these.
+   FixedString() {}
    FixedString(std::string_view s) { assign(s.data(), s.size()); }
    FixedString(const char* s) : FixedString(std::string_view(s)) {}
    FixedString(const std::string& s) : FixedString(std::string_view(s)) {}
@@ -116,6 +119,15 @@ public:
          return it->second;
       }
       return items_.insert(it, value_type(k, v))->second;
+   }
+   // The value under k, inserted as V() when absent: lets a decoder fill a member in
+   // place instead of building it aside and copying it in.
+   V& slot(const K& k) {
+      auto it = lower(k);
+      if (it != items_.end() && it->first == k) return it->second;
+      return items_
+          .emplace(it, std::piecewise_construct, std::forward_as_tuple(k), std::forward_as_tuple())
+          ->second;
    }
    bool erase(const K& k) {
       auto it = lower(k);

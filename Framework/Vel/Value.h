@@ -89,35 +89,37 @@ size_t hashFields(const T& v) {
    }
 #define VEL_V_VISIT(Type, name, def) fn(#name, name##_);
 
-#define VEL_VALUE(Class, FIELDS)                                       \
-public:                                                                \
-   struct Init {                                                       \
-      FIELDS(VEL_V_INIT)                                               \
-   };                                                                  \
-   Class() = default;                                                  \
-   Class(const Init& i) {                                              \
-      FIELDS(VEL_V_FROM_INIT)                                          \
-   }                                                                   \
-   static constexpr const char* typeName() {                           \
-      return #Class;                                                   \
-   }                                                                   \
-   FIELDS(VEL_V_ACCESS)                                                \
-   template <class Fn>                                                 \
-   void visitFields(Fn&& fn) const {                                   \
-      FIELDS(VEL_V_VISIT)                                              \
-   }                                                                   \
-   bool operator==(const Class&) const = default;                      \
-   auto operator<=>(const Class&) const = default;                     \
-   template <class Self = Class>                                       \
-   size_t hash() const {                                               \
-      return Vel::hashFields(static_cast<const Self&>(*this));         \
-   }                                                                   \
-   friend std::ostream& operator<<(std::ostream& os, const Class& v) { \
-      return Vel::printFields(os, v);                                  \
-   }                                                                   \
-                                                                       \
-private:                                                               \
-   FIELDS(VEL_V_MEMBER)                                                \
+#define VEL_VALUE(Class, FIELDS)                                          \
+public:                                                                   \
+   struct Init {                                                          \
+      FIELDS(VEL_V_INIT)                                                  \
+   };                                                                     \
+   /* User-provided: value-initialisation must not clear whole records */ \
+   /* (inline strings are hundreds of bytes); fields have defaults. */    \
+   Class() {}                                                             \
+   Class(const Init& i) {                                                 \
+      FIELDS(VEL_V_FROM_INIT)                                             \
+   }                                                                      \
+   static constexpr const char* typeName() {                              \
+      return #Class;                                                      \
+   }                                                                      \
+   FIELDS(VEL_V_ACCESS)                                                   \
+   template <class Fn>                                                    \
+   void visitFields(Fn&& fn) const {                                      \
+      FIELDS(VEL_V_VISIT)                                                 \
+   }                                                                      \
+   bool operator==(const Class&) const = default;                         \
+   auto operator<=>(const Class&) const = default;                        \
+   template <class Self = Class>                                          \
+   size_t hash() const {                                                  \
+      return Vel::hashFields(static_cast<const Self&>(*this));            \
+   }                                                                      \
+   friend std::ostream& operator<<(std::ostream& os, const Class& v) {    \
+      return Vel::printFields(os, v);                                     \
+   }                                                                      \
+                                                                          \
+private:                                                                  \
+   FIELDS(VEL_V_MEMBER)                                                   \
 public:
 
 #define VEL_B_ACCESS(name, mask)                               \
