@@ -9,7 +9,8 @@
 //    ECOLL(Key, Entity, name)       owned child entities, ordered by key:
 //                                   `nameIs(key, ctorArgs...)` creates if absent
 //    REFCOLL(Key, Entity, name, f)  hashed references to entities kept elsewhere,
-//                                   keyed by `entity->f()`: `nameIs(ptr)`
+//                                   keyed by their key attribute `entity->f()`:
+//                                   `nameIs(ptr)`
 // VEL_ENTITY(Class, ATTRS) generates the members, the accessors above, attribute
 // visitation (JSON export and printing) and resetAttrs(), which returns every attribute
 // to its default and empties every collection while keeping its capacity.
@@ -20,6 +21,7 @@
 #include <unordered_map>
 
 #include "Framework/Vel/Ptr.h"
+#include "Framework/Vel/RefIndex.h"
 #include "Framework/Vel/Types.h"
 #include "Framework/Vel/Value.h"
 
@@ -39,7 +41,7 @@ class Entity : public RefCounted {};
 #define VEL_E_COUNTER_M(T, n) T n##_ = 0;
 #define VEL_E_COLL_M(K, V, n) Vel::FlatMap<K, V> n##_;
 #define VEL_E_ECOLL_M(K, E, n) std::map<K, Vel::Ptr<E>> n##_;
-#define VEL_E_REFCOLL_M(K, E, n, f) std::unordered_map<K, Vel::Ptr<E>, Vel::Hash<K>> n##_;
+#define VEL_E_REFCOLL_M(K, E, n, f) Vel::RefIndex<K, E> n##_;
 
 // Accessors.
 #define VEL_E_KEY_A(T, n) \
@@ -113,17 +115,16 @@ class Entity : public RefCounted {};
       return it->second;                                                    \
    }                                                                        \
    VEL_E_NODE_DEL_A(K, n)
-#define VEL_E_REFCOLL_A(K, E, n, f)                                    \
-   const std::unordered_map<K, Vel::Ptr<E>, Vel::Hash<K>>& n() const { \
-      return n##_;                                                     \
-   }                                                                   \
-   Vel::Ptr<E> n(const K& k) const {                                   \
-      auto it = n##_.find(k);                                          \
-      return it == n##_.end() ? nullptr : it->second;                  \
-   }                                                                   \
-   void n##Is(const Vel::Ptr<E>& p) {                                  \
-      n##_[p->f()] = p;                                                \
-   }                                                                   \
+#define VEL_E_REFCOLL_A(K, E, n, f)       \
+   const Vel::RefIndex<K, E>& n() const { \
+      return n##_;                        \
+   }                                      \
+   Vel::Ptr<E> n(const K& k) const {      \
+      return n##_.find(k);                \
+   }                                      \
+   void n##Is(const Vel::Ptr<E>& p) {     \
+      n##_.insert(p->f(), p);             \
+   }                                      \
    VEL_E_NODE_DEL_A(K, n)
 
 // Visitation, in declaration order.
