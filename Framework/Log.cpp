@@ -24,6 +24,7 @@ constexpr size_t noteSize = 48;
 constexpr int maxWidth = int(textSize);
 
 bool foreground = false;
+bool toSyslog = true;
 
 std::function<void(const Message&)>& sink() {
    static std::function<void(const Message&)> s;
@@ -339,7 +340,7 @@ bool Handle::logArgs(const Arg* argv, size_t argc) const {
                suppressed_ == 1 ? "" : "s");
       suppressed_ = 0;
    }
-   syslog(severity_ & LOG_PRIMASK, "%s: %s", key_, text);
+   if (toSyslog) syslog(severity_ & LOG_PRIMASK, "%s: %s", key_, text);
    if (foreground) fprintf(stderr, "%s: %s\n", key_, text);
    if (sink()) sink()(Message{key_, severity_, text});
    return true;
@@ -347,6 +348,10 @@ bool Handle::logArgs(const Arg* argv, size_t argc) const {
 
 void foregroundIs(bool fg) {
    foreground = fg;
+}
+
+void syslogIs(bool on) {
+   toSyslog = on;
 }
 
 void sinkIs(std::function<void(const Message&)> s) {

@@ -166,6 +166,9 @@ size_t formatArgs(char* buf, size_t size, const char* format, const Arg* argv, s
 
 // Where messages go besides syslog. Foreground mode also writes them to standard error.
 void foregroundIs(bool foreground);
+// Whether messages go to syslog (on by default). Off suits containers without a syslog
+// daemon, where every message would otherwise cost a failed connection attempt.
+void syslogIs(bool on);
 // Captures every emitted message (for tests and the command line); null removes it.
 void sinkIs(std::function<void(const Message&)> sink);
 // The clock the rate limits use (seconds); defaults to the monotonic clock. Null restores

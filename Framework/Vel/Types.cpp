@@ -8,21 +8,23 @@
 
 namespace Vel {
 
-void printBytes(std::ostream& os, std::string_view bytes) {
+std::string printableBytes(std::string_view bytes) {
    static const char hex[] = "0123456789abcdef";
+   std::string s;
+   s.reserve(bytes.size());
    for (unsigned char c : bytes) {
       if (c >= 0x20 && c < 0x7f && c != '\\') {
-         os << static_cast<char>(c);
+         s.push_back(static_cast<char>(c));
       } else {
-         os << "\\x" << hex[c >> 4] << hex[c & 15];
+         const char escaped[] = {'\\', 'x', hex[c >> 4], hex[c & 15]};
+         s.append(escaped, sizeof(escaped));
       }
    }
+   return s;
 }
 
-std::string printableBytes(std::string_view bytes) {
-   std::ostringstream os;
-   printBytes(os, bytes);
-   return os.str();
+void printBytes(std::ostream& os, std::string_view bytes) {
+   os << printableBytes(bytes);
 }
 
 void throwStringBound(size_t max) {
