@@ -1,0 +1,127 @@
+// The receive and transmit hot paths: refreshing a known neighbour, creating neighbours
+// as a port's table grows, and building a full LLDPDU. Each reports heap allocations per
+// operation beside its time.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "Framework/Log.h"
+#include "Framework/Trace.h"
+#include "Lldp/LldpProtocol.h"
+#include "Lldp/LldpProtocolSm.h"
+#include "tests/Support/AllocCounter.h"
+#include "tests/Support/Frames.h"
+#include "tests/Support/FullPort.h"
+
+namespace {
+
+using TestSupport::Bytes;
+
+double benchClock() {
+   return 1000.0;
+}
+
+// A receiving port with its own status, as the protocol engine hands it to the processor.
+struct RxPort {
+   RxPort() {
+      Lldp::clockIs(benchClock);
+      // Messages are still formatted and handed to a sink; only the syslog daemon's side
+      // (absent on a bare build machine) is left out.
+      Vel::Log::syslogIs(false);
+      Vel::Log::sinkIs([](const Vel::Log::Message&) {});
+      Vel::Trace::textTraceIs("-");
+   }
+   ~RxPort() {
+      Lldp::clockIs(nullptr);
+      Vel::Log::sinkIs(nullptr);
+      Vel::Log::syslogIs(true);
+   }
+   Lldp::RemoteSystem::PtrConst rx(Bytes& pdu) {
+      return processRxLldpdu(pdu.data(), pdu.data() + pdu.size(), config, status, port, localPort,
+                             pamSm, mac);
+   }
+
+   Wire::IntfId intf{"Ethernet1"};
+   Lldp::PortConfig::Ptr config = Vel::make<Lldp::PortConfig>(intf);
+   Lldp::Status::Ptr status = Vel::make<Lldp::Status>();
+   Lldp::PortStatus::Ptr port = status->portStatusIs(intf, 0.0);
+   Lldp::LocalPort::Ptr localPort = Vel::make<Lldp::LocalPort>(intf);
+   Vel::Ptr<Lldp::Agent::Protocol::LldpPamSm> pamSm =
+       Vel::make<Lldp::Agent::Protocol::LldpPamSm>(intf);
+   Wire::EthAddr mac = *Wire::EthAddr::parse("00:1c:73:aa:bb:cc");
+};
+
+void reportAllocations(benchmark::State& state, const TestSupport::AllocScope& allocs) {
+   state.counters["allocs/op"] =
+       benchmark::Counter(double(allocs.count()), benchmark::Counter::kAvgIterations);
+}
+
+// A neighbour that sends the same rich LLDPDU again: every TLV is decoded and compared,
+// nothing changes.
+void BM_RefreshUnchangedNeighbour(benchmark::State& state) {
+   Bytes pdu = TestSupport::lldpduOf(
+       TestSupport::readPcapFrame(TestSupport::interopDir() + "/reference-rich.pcap"));
+   if (pdu.empty()) {
+      state.SkipWithError("reference-rich.pcap not found");
+      return;
+   }
+   RxPort port;
+   if (!port.rx(pdu)) {
+      state.SkipWithError("reference-rich.pcap was not accepted");
+      return;
+   }
+   port.rx(pdu);  // warm the decoder's scratch space
+   TestSupport::AllocScope allocs;
+   for (auto _ : state) benchmark::DoNotOptimize(port.rx(pdu));
+   reportAllocations(state, allocs);
+}
+BENCHMARK(BM_RefreshUnchangedNeighbour);
+
+// An LLDPDU whose chassis ID carries a 32-bit neighbour number, rewritten in place.
+struct NumberedPdu {
+   NumberedPdu() {
+      const char head[] = {0x02, 0x08, 0x07, 'n', 'b', 'r', 0, 0, 0, 0};
+      pdu.assign(head, head + sizeof(head));
+      const char rest[] = {0x04, 0x06, 0x07, 'e',  't', 'h', '1', '0', 0x06, 0x02,
+                           0x00, 0x78, 0x0a, 0x04, 'h', 'o', 's', 't', 0x00, 0x00};
+      pdu.insert(pdu.end(), rest, rest + sizeof(rest));
+   }
+   Bytes& numbered(uint32_t n) {
+      Lldp::Be::put32(pdu.data() + 6, n);
+      return pdu;
+   }
+   Bytes pdu;
+};
+
+// New neighbours on one port whose table already holds state.range(0) of them. The
+// table keeps growing while the benchmark runs, by at most its iteration count.
+void BM_CreateNeighbour(benchmark::State& state) {
+   const auto existing = static_cast<uint32_t>(state.range(0));
+   RxPort port;
+   port.config->remoteSystemLimitIs(existing + 1'000'000);
+   NumberedPdu pdu;
+   for (uint32_t n = 0; n < existing; ++n) port.rx(pdu.numbered(n));
+   uint32_t next = existing;
+   TestSupport::AllocScope allocs;
+   for (auto _ : state) benchmark::DoNotOptimize(port.rx(pdu.numbered(next++)));
+   reportAllocations(state, allocs);
+   if (port.port->remoteSystem().size() != next) state.SkipWithError("a neighbour was not created");
+}
+BENCHMARK(BM_CreateNeighbour)->Arg(0)->Arg(1000)->Arg(10'000)->Arg(100'000)->Iterations(20'000);
+
+// The whole LLDPDU of a port that advertises every TLV we can send.
+void BM_BuildFullLldpdu(benchmark::State& state) {
+   TestSupport::FullPort port;
+   Lldp::clockIs(benchClock);
+   char frame[1500];
+   port.build(frame, frame + sizeof(frame));  // first build sizes the sent VLAN names
+   TestSupport::AllocScope allocs;
+   for (auto _ : state) benchmark::DoNotOptimize(port.build(frame, frame + sizeof(frame)));
+   reportAllocations(state, allocs);
+   Lldp::clockIs(nullptr);
+}
+BENCHMARK(BM_BuildFullLldpdu);
+
+}  // namespace
