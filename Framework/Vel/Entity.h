@@ -12,13 +12,25 @@
 //                                   keyed by their key attribute `entity->f()`:
 //                                   `nameIs(ptr)`
 // VEL_ENTITY(Class, ATTRS) generates the members, the accessors above, attribute
-// visitation (JSON export and printing) and resetAttrs(), which returns every attribute
-// to its default and empties every collection while keeping its capacity.
+// visitation (JSON export and printing), resetAttrs(), which returns every attribute
+// to its default and empties every collection while keeping its capacity (silently: it
+// is for records nobody watches yet), and the entity's reactive interface:
+//
+// Reactors. `Class::Notifiee` has one virtual per attribute, `nameChanged()`, and one per
+// collection, `nameChanged(key)`, all empty by default. A state machine derives from it,
+// attaches with `notifierIs(entity)` and overrides what it watches. A writer notifies
+// only when the value really changed (a collection: member added, changed or deleted,
+// with its key); key attributes never change. Notification is synchronous, depth first
+// and in attachment order: a reactor that writes another watched attribute runs that
+// attribute's reactors before it continues. Reactors may attach and detach notifiees
+// (themselves included) while a notification is delivered; a notifiee attached during
+// a notification does not receive it, one detached does not receive it any more.
 #pragma once
 
 #include <map>
 #include <ostream>
 #include <unordered_map>
+#include <vector>
 
 #include "Framework/Vel/Ptr.h"
 #include "Framework/Vel/RefIndex.h"
@@ -27,9 +39,65 @@
 
 namespace Vel {
 
-class Entity : public RefCounted {};
+class NotifieeBase;
+
+class Entity : public RefCounted {
+public:
+   size_t notifieeCount() const;
+
+protected:
+   // Unwatched records skip the change test too: writers then cost what a plain
+   // assignment costs (the receive path fills a scratch record this way).
+   bool watched() const { return !notifiees_.empty(); }
+   // Calls `call(static_cast<N*>(notifiee))` for every attached notifiee. The empty case
+   // is one inline test: a record nobody watches pays nothing else per write.
+   template <class N, class Call>
+   void notify(Call&& call) const {
+      if (notifiees_.empty()) return;
+      NotifyScope scope(*this);
+      const size_t n = notifiees_.size();  // later attachments miss this notification
+      for (size_t i = 0; i < n; ++i) {
+         if (NotifieeBase* x = notifiees_[i]) call(static_cast<N*>(x));
+      }
+   }
+
+private:
+   friend class NotifieeBase;
+   // Keeps the entity alive and the list stable while a notification is delivered.
+   struct NotifyScope {
+      explicit NotifyScope(const Entity& e);
+      ~NotifyScope();
+      const Entity& entity;
+      Ptr<const Entity> keep;
+   };
+   void attach(NotifieeBase* n) const;
+   void detach(NotifieeBase* n) const;
+   mutable std::vector<NotifieeBase*> notifiees_;
+   mutable uint32_t notifyDepth_ = 0;
+   mutable bool detachedDuringNotify_ = false;
+};
+
+// The base of every entity's Notifiee. It keeps its entity alive while attached.
+class NotifieeBase {
+public:
+   NotifieeBase() = default;
+   NotifieeBase(const NotifieeBase&) = delete;
+   NotifieeBase& operator=(const NotifieeBase&) = delete;
+   virtual ~NotifieeBase();
+
+protected:
+   void attachTo(Ptr<const Entity> e);
+   const Entity* notifierEntity() const { return notifier_.ptr(); }
+
+private:
+   Ptr<const Entity> notifier_;
+};
 
 }  // namespace Vel
+
+// Notification helpers for the accessors below.
+#define VEL_E_NOTIFY(n) notify<Notifiee>([](Notifiee* x) { x->n##Changed(); })
+#define VEL_E_NOTIFY_KEY(n, k) notify<Notifiee>([&](Notifiee* x) { x->n##Changed(k); })
 
 #define VEL_E_NONE4(a, b, c, d)
 #define VEL_E_NONE3(a, b, c)
@@ -48,84 +116,136 @@ class Entity : public RefCounted {};
    const T& n() const {   \
       return n##_;        \
    }
-#define VEL_E_ATTR_A(T, n, d) \
-   const T& n() const {       \
-      return n##_;            \
-   }                          \
-   void n##Is(const T& v) {   \
-      n##_ = v;               \
+#define VEL_E_ATTR_A(T, n, d)             \
+   const T& n() const {                   \
+      return n##_;                        \
+   }                                      \
+   void n##Is(const T& v) {               \
+      if (watched() && n##_ == v) return; \
+      n##_ = v;                           \
+      VEL_E_NOTIFY(n);                    \
    }
 #define VEL_E_COUNTER_A(T, n)               \
    T n() const {                            \
       return n##_;                          \
    }                                        \
    void n##Is(T v) {                        \
+      if (watched() && n##_ == v) return;   \
       n##_ = v;                             \
+      VEL_E_NOTIFY(n);                      \
    }                                        \
    void n##Inc(unsigned amount = 1) {       \
       n##_ = static_cast<T>(n##_ + amount); \
+      VEL_E_NOTIFY(n);                      \
    }
-#define VEL_E_COLLCOMMON_A(K, V, n)      \
-   const Vel::FlatMap<K, V>& n() const { \
-      return n##_;                       \
-   }                                     \
-   const V* n(const K& k) const {        \
-      return n##_.find(k);               \
-   }                                     \
-   bool n##Del(const K& k) {             \
-      return n##_.erase(k);              \
-   }                                     \
-   void n##DelAll() {                    \
-      n##_.clear();                      \
+#define VEL_E_COLLCOMMON_A(K, V, n)                                   \
+   const Vel::FlatMap<K, V>& n() const {                              \
+      return n##_;                                                    \
+   }                                                                  \
+   const V* n(const K& k) const {                                     \
+      return n##_.find(k);                                            \
+   }                                                                  \
+   bool n##Del(const K& k) {                                          \
+      const K key = k; /* k may live in the map */                    \
+      if (!n##_.erase(key)) return false;                             \
+      VEL_E_NOTIFY_KEY(n, key);                                       \
+      return true;                                                    \
+   }                                                                  \
+   void n##DelAll() {                                                 \
+      if (notifieeCount() == 0) {                                     \
+         n##_.clear();                                                \
+         return;                                                      \
+      }                                                               \
+      while (!n##_.empty()) {                                         \
+         const K k = n##_.begin()->first;                             \
+         n##Del(k);                                                   \
+      }                                                               \
+   }                                                                  \
+   const V& n##Is(const K& k, const V& v) {                           \
+      if (const V* cur = n##_.find(k); cur && *cur == v) return *cur; \
+      const V& stored = n##_.set(k, v);                               \
+      VEL_E_NOTIFY_KEY(n, k);                                         \
+      return stored;                                                  \
    }
 #define VEL_E_COLL_A(K, V, n)      \
    VEL_E_COLLCOMMON_A(K, V, n)     \
    const V& n##Is(const V& v) {    \
-      return n##_.set(v.key(), v); \
+      return n##Is(K(v.key()), v); \
    }
-#define VEL_E_MAP_A(K, V, n)                \
-   VEL_E_COLLCOMMON_A(K, V, n)              \
-   const V& n##Is(const K& k, const V& v) { \
-      return n##_.set(k, v);                \
+#define VEL_E_MAP_A(K, V, n) VEL_E_COLLCOMMON_A(K, V, n)
+// Deletion for the entity collections.
+#define VEL_E_NODE_DEL_A(K, n)                                        \
+   bool n##Del(const K& k) {                                          \
+      auto it = n##_.find(k);                                         \
+      if (it == n##_.end()) return false;                             \
+      const K key = it->first;                                        \
+      const auto gone = it->second; /* dies after the reactors ran */ \
+      n##_.erase(it);                                                 \
+      VEL_E_NOTIFY_KEY(n, key);                                       \
+      return true;                                                    \
+   }                                                                  \
+   void n##DelAll() {                                                 \
+      if (notifieeCount() == 0) {                                     \
+         n##_.clear();                                                \
+         return;                                                      \
+      }                                                               \
+      while (!n##_.empty()) n##Del(K(n##_.begin()->first));           \
    }
-// Deletion for the node-based entity collections.
-#define VEL_E_NODE_DEL_A(K, n)   \
-   bool n##Del(const K& k) {     \
-      return n##_.erase(k) != 0; \
-   }                             \
-   void n##DelAll() {            \
-      n##_.clear();              \
-   }
-#define VEL_E_ECOLL_A(K, E, n)                                              \
-   const std::map<K, Vel::Ptr<E>>& n() const {                              \
-      return n##_;                                                          \
-   }                                                                        \
-   Vel::Ptr<E> n(const K& k) {                                              \
-      auto it = n##_.find(k);                                               \
-      return it == n##_.end() ? nullptr : it->second;                       \
-   }                                                                        \
-   Vel::Ptr<const E> n(const K& k) const {                                  \
-      auto it = n##_.find(k);                                               \
-      return it == n##_.end() ? nullptr : Vel::Ptr<const E>(it->second);    \
-   }                                                                        \
-   template <class... A>                                                    \
-   Vel::Ptr<E> n##Is(const K& k, A&&... a) {                                \
-      auto [it, added] = n##_.try_emplace(k);                               \
-      if (added) it->second = Vel::Ptr<E>(new E(k, std::forward<A>(a)...)); \
-      return it->second;                                                    \
-   }                                                                        \
+#define VEL_E_ECOLL_A(K, E, n)                                           \
+   const std::map<K, Vel::Ptr<E>>& n() const {                           \
+      return n##_;                                                       \
+   }                                                                     \
+   Vel::Ptr<E> n(const K& k) {                                           \
+      auto it = n##_.find(k);                                            \
+      return it == n##_.end() ? nullptr : it->second;                    \
+   }                                                                     \
+   Vel::Ptr<const E> n(const K& k) const {                               \
+      auto it = n##_.find(k);                                            \
+      return it == n##_.end() ? nullptr : Vel::Ptr<const E>(it->second); \
+   }                                                                     \
+   template <class... A>                                                 \
+   Vel::Ptr<E> n##Is(const K& k, A&&... a) {                             \
+      auto [it, added] = n##_.try_emplace(k);                            \
+      if (!added) return it->second;                                     \
+      it->second = Vel::Ptr<E>(new E(k, std::forward<A>(a)...));         \
+      Vel::Ptr<E> e = it->second;                                        \
+      VEL_E_NOTIFY_KEY(n, k);                                            \
+      return e;                                                          \
+   }                                                                     \
    VEL_E_NODE_DEL_A(K, n)
-#define VEL_E_REFCOLL_A(K, E, n, f)       \
-   const Vel::RefIndex<K, E>& n() const { \
-      return n##_;                        \
-   }                                      \
-   Vel::Ptr<E> n(const K& k) const {      \
-      return n##_.find(k);                \
-   }                                      \
-   void n##Is(const Vel::Ptr<E>& p) {     \
-      n##_.insert(p->f(), p);             \
-   }                                      \
-   VEL_E_NODE_DEL_A(K, n)
+#define VEL_E_REFCOLL_A(K, E, n, f)                                 \
+   const Vel::RefIndex<K, E>& n() const {                           \
+      return n##_;                                                  \
+   }                                                                \
+   Vel::Ptr<E> n(const K& k) const {                                \
+      return n##_.find(k);                                          \
+   }                                                                \
+   void n##Is(const Vel::Ptr<E>& p) {                               \
+      if (n##_.find(p->f()) == p) return;                           \
+      n##_.insert(p->f(), p);                                       \
+      VEL_E_NOTIFY_KEY(n, p->f());                                  \
+   }                                                                \
+   bool n##Del(const K& k) {                                        \
+      const Vel::Ptr<E> gone = n##_.find(k);                        \
+      if (!gone) return false;                                      \
+      n##_.erase(k);                                                \
+      VEL_E_NOTIFY_KEY(n, gone->f());                               \
+      return true;                                                  \
+   }                                                                \
+   /* Silent: an index is emptied together with what it indexes. */ \
+   void n##DelAll() {                                               \
+      n##_.clear();                                                 \
+   }
+
+// Notifiee virtuals.
+#define VEL_E_ATTR_N(T, n, d) \
+   virtual void n##Changed() {}
+#define VEL_E_COUNTER_N(T, n) \
+   virtual void n##Changed() {}
+#define VEL_E_COLL_N(K, V, n) \
+   virtual void n##Changed(const K&) {}
+#define VEL_E_REFCOLL_N(K, E, n, f) \
+   virtual void n##Changed(const K&) {}
 
 // Visitation, in declaration order.
 #define VEL_E_KEY_V(T, n) fn(#n, n##_);
@@ -141,18 +261,29 @@ class Entity : public RefCounted {};
 #define VEL_E_ECOLL_R(K, E, n) n##_.clear();
 #define VEL_E_REFCOLL_R(K, E, n, f) n##_.clear();
 
-#define VEL_ENTITY(Class, ATTRS) VEL_ENTITY_BODY(Class, ATTRS, (void)0;, (void)0;)
-// An entity that extends another: the base's attributes come first in visitation.
+#define VEL_ENTITY(Class, ATTRS) \
+   VEL_ENTITY_BODY(Class, ATTRS, (void)0;, (void)0;, Vel::NotifieeBase)
+// An entity that extends another: the base's attributes come first in visitation, and
+// its Notifiee extends the base's.
 #define VEL_ENTITY_DERIVED(Class, Base, ATTRS) \
-   VEL_ENTITY_BODY(Class, ATTRS, Base::visitAttrs(fn);, Base::resetAttrs();)
+   VEL_ENTITY_BODY(Class, ATTRS, Base::visitAttrs(fn);, Base::resetAttrs();, Base::Notifiee)
 
-#define VEL_ENTITY_BODY(Class, ATTRS, BASE_VISIT, BASE_RESET)                                      \
+#define VEL_ENTITY_BODY(Class, ATTRS, BASE_VISIT, BASE_RESET, NOTIFIEE_BASE)                       \
 public:                                                                                            \
    using Ptr = Vel::Ptr<Class>;                                                                    \
    using PtrConst = Vel::Ptr<const Class>;                                                         \
    static constexpr const char* typeName() {                                                       \
       return #Class;                                                                               \
    }                                                                                               \
+   class Notifiee : public NOTIFIEE_BASE {                                                         \
+   public:                                                                                         \
+      ATTRS(VEL_E_NONE2, VEL_E_ATTR_N, VEL_E_COUNTER_N, VEL_E_COLL_N, VEL_E_COLL_N, VEL_E_COLL_N,  \
+            VEL_E_REFCOLL_N)                                                                       \
+      Vel::Ptr<const Class> notifier() const {                                                     \
+         return Vel::Ptr<const Class>(static_cast<const Class*>(this->notifierEntity()));          \
+      }                                                                                            \
+      void notifierIs(const Vel::Ptr<const Class>& c) { this->attachTo(c); }                       \
+   };                                                                                              \
    ATTRS(VEL_E_KEY_A, VEL_E_ATTR_A, VEL_E_COUNTER_A, VEL_E_COLL_A, VEL_E_MAP_A, VEL_E_ECOLL_A,     \
          VEL_E_REFCOLL_A)                                                                          \
    /* Visits every attribute and collection except reference collections. */                       \

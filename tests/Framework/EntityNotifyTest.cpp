@@ -1,0 +1,148 @@
+// Reactors on entities: what notifies, what does not, and re-entrancy.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Framework/Vel/Entity.h"
+
+namespace Demo {
+
+struct Item {
+   int id = 0;
+   int value = 0;
+   int key() const { return id; }
+   bool operator==(const Item&) const = default;
+   friend std::ostream& operator<<(std::ostream& os, const Item& i) { return os << i.id; }
+};
+
+class Child : public Vel::Entity {
+public:
+#define DEMO_CHILD_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   KEY(int, id)                                                         \
+   ATTR(int, level, 0)
+   VEL_ENTITY(Child, DEMO_CHILD_ATTRS)
+   explicit Child(int id) : id_(id) {}
+};
+
+class Parent : public Vel::Entity {
+public:
+#define DEMO_PARENT_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   ATTR(std::string, name, "")                                           \
+   ATTR(int, speed, 0)                                                   \
+   COUNTER(uint32_t, hits)                                               \
+   COLL(int, Item, item)                                                 \
+   ECOLL(int, Child, child)
+   VEL_ENTITY(Parent, DEMO_PARENT_ATTRS)
+};
+
+class Derived : public Parent {
+public:
+#define DEMO_DERIVED_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) ATTR(bool, extra, false)
+   VEL_ENTITY_DERIVED(Derived, Parent, DEMO_DERIVED_ATTRS)
+};
+
+}  // namespace Demo
+
+namespace {
+
+// Records every notification as text.
+struct Recorder : Demo::Derived::Notifiee {
+   std::vector<std::string> seen;
+   void nameChanged() override { seen.push_back("name"); }
+   void speedChanged() override { seen.push_back("speed"); }
+   void hitsChanged() override { seen.push_back("hits"); }
+   void itemChanged(const int& k) override { seen.push_back("item " + std::to_string(k)); }
+   void childChanged(const int& k) override { seen.push_back("child " + std::to_string(k)); }
+   void extraChanged() override { seen.push_back("extra"); }
+};
+
+using Seen = std::vector<std::string>;
+
+TEST(EntityNotify, WritersNotifyOnlyRealChanges) {
+   auto e = Vel::make<Demo::Derived>();
+   Recorder r;
+   r.notifierIs(e);
+   e->nameIs("a");
+   e->nameIs("a");  // same value: silent
+   e->speedIs(0);   // the default: silent
+   e->hitsInc();
+   e->hitsIs(1);  // unchanged: silent
+   e->extraIs(true);
+   e->itemIs(Demo::Item{1, 10});
+   e->itemIs(Demo::Item{1, 10});  // same member: silent
+   e->itemIs(Demo::Item{1, 11});
+   EXPECT_FALSE(e->itemDel(7));  // absent: silent
+   e->itemDel(1);
+   e->childIs(4);
+   e->childIs(4);  // exists: silent
+   e->childDel(4);
+   EXPECT_EQ(r.seen,
+             (Seen{"name", "hits", "extra", "item 1", "item 1", "item 1", "child 4", "child 4"}));
+}
+
+TEST(EntityNotify, DelAllNotifiesEveryMemberAndNothingWhenUnwatched) {
+   auto e = Vel::make<Demo::Parent>();
+   for (int k : {3, 1, 2}) e->childIs(k);
+   e->childDelAll();  // nobody watches: just empties
+   EXPECT_TRUE(e->child().empty());
+   for (int k : {3, 1, 2}) e->itemIs(Demo::Item{k, 0});
+   struct ItemWatch : Demo::Parent::Notifiee {
+      Seen seen;
+      void itemChanged(const int& k) override { seen.push_back(std::to_string(k)); }
+   } w;
+   w.notifierIs(e);
+   e->itemDelAll();
+   EXPECT_EQ(w.seen, (Seen{"1", "2", "3"}));
+   EXPECT_TRUE(e->item().empty());
+}
+
+TEST(EntityNotify, ReactorsNestDepthFirstAndMayDetachDuringDelivery) {
+   auto e = Vel::make<Demo::Parent>();
+   Seen order;
+   // The first reactor writes another attribute: its reactors run before the second
+   // reactor hears about the first write.
+   struct First : Demo::Parent::Notifiee {
+      Seen* order;
+      Demo::Parent* e;
+      void speedChanged() override {
+         order->push_back("first speed");
+         e->nameIs("fast");
+      }
+      void nameChanged() override { order->push_back("first name"); }
+   } first;
+   struct Second : Demo::Parent::Notifiee {
+      Seen* order;
+      void speedChanged() override {
+         order->push_back("second speed");
+         notifierIs(nullptr);  // detaches itself while the list is walked
+      }
+      void nameChanged() override { order->push_back("second name"); }
+   } second;
+   first.order = second.order = &order;
+   first.e = e.ptr();
+   first.notifierIs(e);
+   second.notifierIs(e);
+   e->speedIs(5);
+   EXPECT_EQ(order, (Seen{"first speed", "first name", "second name", "second speed"}));
+   EXPECT_EQ(e->notifieeCount(), 1u);
+   order.clear();
+   e->speedIs(6);
+   EXPECT_EQ(order, (Seen{"first speed"}));  // name already "fast": silent
+}
+
+TEST(EntityNotify, NotifieeKeepsItsEntityAliveAndDetachesOnDestruction) {
+   Vel::Ptr<Demo::Child> c = Vel::make<Demo::Child>(1);
+   auto watch = std::make_unique<Demo::Child::Notifiee>();
+   watch->notifierIs(c);
+   Demo::Child* raw = c.ptr();
+   c = nullptr;
+   EXPECT_EQ(watch->notifier().ptr(), raw);  // still alive through the notifiee
+   EXPECT_EQ(raw->refCount(), 1u);           // the notifiee's own reference
+   Vel::Ptr<Demo::Child> again(raw);
+   watch.reset();
+   EXPECT_EQ(again->notifieeCount(), 0u);
+   again->levelIs(3);  // nobody left to call
+}
+
+}  // namespace
