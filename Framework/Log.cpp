@@ -11,6 +11,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "Framework/Vel/EventLoop.h"
+
 namespace Vel::Log {
 
 namespace {
@@ -31,13 +33,12 @@ std::function<void(const Message&)>& sink() {
    return s;
 }
 
-double monotonicSeconds() {
-   timespec ts;
-   clock_gettime(CLOCK_MONOTONIC, &ts);
-   return double(ts.tv_sec) + double(ts.tv_nsec) * 1e-9;
+// Rate limits follow the event loop's activity clock, so they run in virtual time in tests.
+double loopNow() {
+   return Vel::EventLoop::instance().now();
 }
 
-double (*clockFn)() = monotonicSeconds;
+double (*clockFn)() = loopNow;
 
 // Appends to a fixed buffer, dropping whatever does not fit; the buffer stays terminated.
 class Out {
@@ -359,7 +360,7 @@ void sinkIs(std::function<void(const Message&)> s) {
 }
 
 void clockIs(double (*c)()) {
-   clockFn = c != nullptr ? c : monotonicSeconds;
+   clockFn = c != nullptr ? c : loopNow;
 }
 
 }  // namespace Vel::Log

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "Framework/Assert.h"
+#include "Framework/Vel/EventLoop.h"
 
 char* infoBuf = nullptr;
 
@@ -98,13 +99,12 @@ namespace Lldp {
 
 namespace {
 
-Vel::Seconds monotonicNow() {
-   timespec ts;
-   clock_gettime(CLOCK_MONOTONIC, &ts);
-   return double(ts.tv_sec) + double(ts.tv_nsec) * 1e-9;
+// The event loop's activity clock (virtual in engine tests), unless a test sets another.
+Vel::Seconds loopNow() {
+   return Vel::EventLoop::instance().now();
 }
 
-Vel::Seconds (*clockFn)() = monotonicNow;
+Vel::Seconds (*clockFn)() = loopNow;
 
 // The builder's scratch area for information strings. It is process-wide and reused
 // frame after frame: bytes a TLV leaves unwritten hold what our own earlier TLVs put
@@ -117,7 +117,7 @@ Vel::Seconds now() {
    return clockFn();
 }
 void clockIs(Vel::Seconds (*clock)()) {
-   clockFn = clock ? clock : monotonicNow;
+   clockFn = clock ? clock : loopNow;
 }
 
 }  // namespace Lldp
