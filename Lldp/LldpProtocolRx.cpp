@@ -541,6 +541,7 @@ Lldp::RemoteSystem::PtrConst processRxLldpdu(
 
    bool changed = false;
    Vel::Ptr<Lldp::RemoteSystem> stored = portStatus->remoteSystemByMsap(msap);
+   const bool existed = bool(stored);
    if (stored) {
       VEL_TRACE(traceLldpProtocol, 4, "Updating RemoteSystem");
    } else {
@@ -562,6 +563,9 @@ Lldp::RemoteSystem::PtrConst processRxLldpdu(
       VEL_TRACE(traceLldpProtocol, 6, "Something changed -- updating lastChangeTime to " << now);
       stored->lastChangeTimeIs(now);
       status->remTablesLastChangeTimeIs(now);
+      // The port's reactors heard of a new record when it was inserted; an updated one
+      // is announced here, once, after all its attributes are in.
+      if (existed) portStatus->remoteSystemTouched(stored->index());
    }
    status->lastPacketParsedTimeIs(now);
 

@@ -203,6 +203,10 @@ private:
       auto it = n##_.find(k);                                            \
       return it == n##_.end() ? nullptr : Vel::Ptr<const E>(it->second); \
    }                                                                     \
+   /* Tells the collection's reactors that member k changed inside. */   \
+   void n##Touched(const K& k) {                                         \
+      if (n##_.count(k)) VEL_E_NOTIFY_KEY(n, k);                         \
+   }                                                                     \
    template <class... A>                                                 \
    Vel::Ptr<E> n##Is(const K& k, A&&... a) {                             \
       auto [it, added] = n##_.try_emplace(k);                            \
