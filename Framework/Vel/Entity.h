@@ -152,7 +152,7 @@ private:
       return true;                                                    \
    }                                                                  \
    void n##DelAll() {                                                 \
-      if (notifieeCount() == 0) {                                     \
+      if (!watched()) {                                               \
          n##_.clear();                                                \
          return;                                                      \
       }                                                               \
@@ -162,6 +162,7 @@ private:
       }                                                               \
    }                                                                  \
    const V& n##Is(const K& k, const V& v) {                           \
+      if (!watched()) return n##_.set(k, v);                          \
       if (const V* cur = n##_.find(k); cur && *cur == v) return *cur; \
       const V& stored = n##_.set(k, v);                               \
       VEL_E_NOTIFY_KEY(n, k);                                         \
@@ -185,7 +186,7 @@ private:
       return true;                                                    \
    }                                                                  \
    void n##DelAll() {                                                 \
-      if (notifieeCount() == 0) {                                     \
+      if (!watched()) {                                               \
          n##_.clear();                                                \
          return;                                                      \
       }                                                               \
