@@ -148,7 +148,7 @@ TEST_F(LldpPamSmTest, RateLimitDropsAndLogsOncePerFixedWindow) {
    a->portConfig->rxRateLimitMaxLldpdusIs(5);
    a->sm->handleInitialized();  // the window runs [0, 1), [1, 2), ...
    at(0.1);
-   for (int i = 0; i < 7; ++i) injectFromB("c" + std::to_string(i), 120);
+   for (int i = 0; i < 7; ++i) injectFromB(std::string("c").append(std::to_string(i)), 120);
    at(0.2);
    EXPECT_EQ(a->neighbours(), 5u);
    EXPECT_EQ(a->sm->rxLldpdusRateLimited(), 2u);

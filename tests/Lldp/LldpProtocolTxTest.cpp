@@ -8,6 +8,7 @@
 #include "Lldp/LldpProtocolSm.h"
 #include "tests/Support/AllocCounter.h"
 #include "tests/Support/Frames.h"
+#include "tests/Support/PortRecords.h"
 
 namespace {
 
@@ -51,25 +52,15 @@ Lldp::ManagementAddress ipv4(const char* text, uint32_t ifIndex) {
         .ifNumber = ifIndex});
 }
 
-struct Builder : ::testing::Test {
+struct Builder : ::testing::Test, TestSupport::PortRecords {
+   Builder() : PortRecords("Ethernet1", std::string("\x00\x1c\x73\x00\x00\x01", 6), "sw1") {}
    void SetUp() override {
       Lldp::clockIs([] { return 1000.0; });
-      config = Vel::make<Lldp::Config>();
-      localSystem = Vel::make<Lldp::LocalSystem>();
-      localSystem->chassisIdentifierIs(Lldp::ChassisIdentifier(
-          {.subtype = 4, .value = std::string("\x00\x1c\x73\x00\x00\x01", 6)}));
-      localSystem->sysNameIs("sw1");
-      intf = Wire::IntfId("Ethernet1");
-      localPort = localSystem->localPortIs(intf);
-      localPort->portIdentifierIs(Lldp::PortIdentifier({.subtype = 5, .value = "Ethernet1"}));
       localPort->portVlanIdIs(10);
-      portConfig = config->portConfigIs(intf);
       portConfig->enabledTlvsIs(Lldp::EnabledTlvs(0x02));
       portConfig->mgmtAddrTxEnableIs(false);
       portConfig->vlanNameTxEnableIs(false);
       portConfig->dot3EnabledTlvsIs(Lldp::Dot3EnabledTlvs(0));
-      portStatus = Vel::make<Lldp::PortStatus>(intf, 0.0);
-      root = Vel::make<Lldp::Agent::Protocol::Root>(config, localSystem);
    }
    void TearDown() override { Lldp::clockIs(nullptr); }
 
@@ -87,13 +78,6 @@ struct Builder : ::testing::Test {
       return t;
    }
 
-   Lldp::Config::Ptr config;
-   Lldp::LocalSystem::Ptr localSystem;
-   Lldp::LocalPort::Ptr localPort;
-   Lldp::PortConfig::Ptr portConfig;
-   Lldp::PortStatus::Ptr portStatus;
-   Vel::Ptr<Lldp::Agent::Protocol::Root> root;
-   Wire::IntfId intf;
    Bytes frame;
 };
 

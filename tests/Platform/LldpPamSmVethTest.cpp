@@ -42,7 +42,7 @@ TEST(LldpPamSmVeth, TwoMachinesDiscoverEachOtherInRealTime) {
        << "A sees " << a.neighbours() << ", B sees " << b.neighbours();
    ASSERT_EQ(b.neighbours(), 1u);
    auto seen = b.portStatus->remoteSystem().begin()->second;
-   EXPECT_EQ(seen->sysName().value(), "sw-" + ns.intfA());
+   EXPECT_EQ(seen->sysName().value(), std::string("sw-").append(ns.intfA()));
    EXPECT_EQ(seen->msap().portIdentifier().value().value(), ns.intfA());
    EXPECT_EQ(a.portStatus->rxFramesErrors(), 0u);
    a.sm->doClose();

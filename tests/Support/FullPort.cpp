@@ -13,15 +13,9 @@ Lldp::ManagementAddress::Key addrKey(uint8_t family, const uint8_t* bytes, size_
 
 }  // namespace
 
-FullPort::FullPort() {
-   const Wire::IntfId intf("Ethernet1");
-   config = Vel::make<Lldp::Config>();
+FullPort::FullPort()
+    : PortRecords("Ethernet1", std::string("\x00\x1c\x73\x00\x00\x01", 6), "leaf1.example.net") {
    config->maxTxMgmtAddrsIs(1);
-
-   localSystem = Vel::make<Lldp::LocalSystem>();
-   localSystem->chassisIdentifierIs(Lldp::ChassisIdentifier(
-       {.subtype = 4, .value = std::string("\x00\x1c\x73\x00\x00\x01", 6)}));
-   localSystem->sysNameIs("leaf1.example.net");
    localSystem->sysDescIs("Linux 6.1.0 x86_64, lldp-agent");
    localSystem->sysCapSupportedIs(Lldp::SystemCapabilitiesMap(0x0014));  // bridge, router
    localSystem->sysCapEnabledIs(Lldp::SystemCapabilitiesMap(0x0004));
@@ -37,8 +31,6 @@ FullPort::FullPort() {
                                 .ifNumberingSubtype = Lldp::ifNumberingIfIndex,
                                 .ifNumber = 7}));
 
-   localPort = localSystem->localPortIs(intf);
-   localPort->portIdentifierIs(Lldp::PortIdentifier({.subtype = 5, .value = "Ethernet1"}));
    localPort->portDescIs("uplink to spine1");
    localPort->portVlanIdIs(10);
    localPort->linkAggregationInfoIs(Lldp::LinkAggregationInfo(
@@ -62,7 +54,6 @@ FullPort::FullPort() {
         .maxAvailablePower = 300}));
    localPort->localPortPoeInfoIs(poe);
 
-   portConfig = config->portConfigIs(intf);
    portConfig->enabledTlvsIs(Lldp::EnabledTlvs(0x0f));
    portConfig->dot3EnabledTlvsIs(Lldp::Dot3EnabledTlvs(0x0e));
    portConfig->tiaEnabledTlvsIs(Lldp::TiaEnabledTlvs(0x03));
@@ -70,11 +61,8 @@ FullPort::FullPort() {
    // A fallback allocation makes the LLDP-MED TLVs go out before any LLDP-MED neighbour.
    portConfig->poeAllocatedPowerFallbackIs(15400);
 
-   portStatus = Vel::make<Lldp::PortStatus>(intf, 0.0);
    portStatus->vlanNameIs(Lldp::VlanName({.vlanId = 10, .name = "users"}));
    portStatus->vlanNameIs(Lldp::VlanName({.vlanId = 100, .name = "voice"}));
-
-   root = Vel::make<Lldp::Agent::Protocol::Root>(config, localSystem);
 }
 
 char* FullPort::build(char* start, char* end) {

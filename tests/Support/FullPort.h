@@ -4,24 +4,15 @@
 // ZTP boot VLAN. Shared by the round-trip test, the transmit benchmark and the fuzz seeds.
 #pragma once
 
-#include "Framework/Vel/Ptr.h"
-#include "Lldp/LldpProtocolSm.h"
-#include "Records/Lldp.h"
+#include "tests/Support/PortRecords.h"
 
 namespace TestSupport {
 
-struct FullPort {
+struct FullPort : PortRecords {
    FullPort();
 
    // Builds this port's LLDPDU into [start, end) and returns its end.
    char* build(char* start, char* end);
-
-   Lldp::Config::Ptr config;
-   Lldp::LocalSystem::Ptr localSystem;
-   Lldp::LocalPort::Ptr localPort;
-   Lldp::PortConfig::Ptr portConfig;
-   Lldp::PortStatus::Ptr portStatus;
-   Vel::Ptr<Lldp::Agent::Protocol::Root> root;
 };
 
 }  // namespace TestSupport

@@ -5,45 +5,27 @@
 #include <string>
 
 #include "Lldp/LldpProtocolSm.h"
+#include "tests/Support/PortRecords.h"
 
 namespace TestSupport {
 
-// One side of the link: its records and its machine.
-struct LldpPort {
-   LldpPort(const std::string& name, Vel::Ptr<Wire::Pam> pam, uint8_t macLast) : intf(name) {
-      config = Vel::make<Lldp::Config>();
-      localSystem = Vel::make<Lldp::LocalSystem>();
-      const char mac[6] = {0x02, 0, 0, 0, 0, char(macLast)};
-      localSystem->chassisIdentifierIs(
-          Lldp::ChassisIdentifier({.subtype = 4, .value = std::string(mac, 6)}));
-      localSystem->sysNameIs("sw-" + name);
-      localPort = localSystem->localPortIs(intf);
-      localPort->portIdentifierIs(Lldp::PortIdentifier({.subtype = 5, .value = name}));
-      portConfig = config->portConfigIs(intf);
-      status = Vel::make<Lldp::Status>();
-      portStatus = status->portStatusIs(intf, 0.0);
+struct LldpPort : PortRecords {
+   LldpPort(const std::string& name, Vel::Ptr<Wire::Pam> pam, uint8_t macLast)
+       : PortRecords(name, macOf(macLast), std::string("sw-").append(name)) {
       intfStatus = Vel::make<Interface::EthPhyIntfStatus>(intf);
-      intfStatus->addrIs(Wire::EthAddr::fromBytes(mac));
+      intfStatus->addrIs(Wire::EthAddr::fromBytes(macOf(macLast).data()));
       intfStatus->linkStatusIs(Interface::linkStatusUp);
-      root = Vel::make<Lldp::Agent::Protocol::Root>(config, localSystem, status);
       sm = Vel::make<Lldp::Agent::Protocol::LldpPamSm>(intf, pam, root, intfStatus, portConfig,
                                                        portStatus, localPort, localSystem);
    }
    ~LldpPort() {
       if (sm->initialized()) sm->doClose();
    }
+   static std::string macOf(uint8_t last) { return std::string("\x02\0\0\0\0", 5) + char(last); }
    uint32_t sent() const { return portStatus->txFramesTotal(); }
    size_t neighbours() const { return portStatus->remoteSystem().size(); }
 
-   Wire::IntfId intf;
-   Lldp::Config::Ptr config;
-   Lldp::LocalSystem::Ptr localSystem;
-   Lldp::LocalPort::Ptr localPort;
-   Lldp::PortConfig::Ptr portConfig;
-   Lldp::Status::Ptr status;
-   Lldp::PortStatus::Ptr portStatus;
    Interface::EthPhyIntfStatus::Ptr intfStatus;
-   Vel::Ptr<Lldp::Agent::Protocol::Root> root;
    Vel::Ptr<Lldp::Agent::Protocol::LldpPamSm> sm;
 };
 
