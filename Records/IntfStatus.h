@@ -23,4 +23,14 @@ class EthPhyIntfStatus : public Vel::Entity {
    explicit EthPhyIntfStatus(const Wire::IntfId& intf) : intfId_(intf) {}
 };
 
+// The Ethernet ports' status records, by interface.
+// clang-format off
+#define ETH_PHY_INTF_STATUS_DIR_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   ECOLL(Wire::IntfId, EthPhyIntfStatus, intfStatus)
+// clang-format on
+
+class EthPhyIntfStatusDir : public Vel::Entity {
+   VEL_ENTITY(EthPhyIntfStatusDir, ETH_PHY_INTF_STATUS_DIR_ATTRS)
+};
+
 }  // namespace Interface

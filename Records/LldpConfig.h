@@ -89,4 +89,15 @@ class Config : public Vel::Entity {
    VEL_ENTITY(Config, LLDP_CONFIG_ATTRS)
 };
 
+// What the operator configured, before the input side turns it into Config. `enabled` is
+// the global switch: off, no LLDP frame is received or sent on any port.
+// clang-format off
+#define LLDP_CLI_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   ATTR(bool, enabled, true)
+// clang-format on
+
+class CliConfig : public Vel::Entity {
+   VEL_ENTITY(CliConfig, LLDP_CLI_CONFIG_ATTRS)
+};
+
 }  // namespace Lldp

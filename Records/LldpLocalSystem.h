@@ -75,7 +75,7 @@ class LocalPort : public Vel::Entity {
    explicit LocalPort(const Wire::IntfId& intf) : intfId_(intf) {}
    // Gives the port its PoE record (the name is spelt as the schema spells it).
    const Vel::Ptr<LocalPortPoeInfo>& initilizeLocalPortPoeInfo() {
-      if (!localPortPoeInfo_) localPortPoeInfo_ = Vel::make<LocalPortPoeInfo>();
+      if (!localPortPoeInfo_) localPortPoeInfoIs(Vel::make<LocalPortPoeInfo>());
       return localPortPoeInfo_;
    }
 };

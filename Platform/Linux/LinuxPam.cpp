@@ -22,25 +22,6 @@ namespace {
 
 Vel::Trace::Handle trace("LinuxPam");
 
-// Passes LLDP frames to 01-80-C2-00-00-0E, untagged or behind one 802.1Q tag, whole;
-// drops everything else. A tag the kernel took out of the frame is invisible here, so
-// such frames match the untagged case.
-constexpr sock_filter lldpFilter[] = {
-    BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 2),                          // 0: destination bytes 2..5
-    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0xC200000E, 0, 8),          // 1: else drop
-    BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 0),                          // 2: destination bytes 0..1
-    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x0180, 0, 6),              // 3: else drop
-    BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 12),                         // 4: EtherType
-    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, Wire::ethTypeLldp, 3, 0),   // 5: LLDP: accept
-    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, Wire::ethTypeDot1Q, 0, 3),  // 6: else drop
-    BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 16),                         // 7: EtherType behind the tag
-    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, Wire::ethTypeLldp, 0, 1),   // 8: else drop
-    BPF_STMT(BPF_RET | BPF_K, 65535),                               // 9: accept, whole
-    BPF_STMT(BPF_RET | BPF_K, 0),                                   // 10: drop
-};
-
-constexpr uint8_t lldpGroupAddr[6] = {0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e};
-
 // Where the link-layer address of a frame sits in its ring slot.
 constexpr size_t sllOffset = TPACKET_ALIGN(sizeof(tpacket3_hdr));
 
@@ -74,6 +55,10 @@ bool LinuxPam::init(std::string* error) {
       errorIs(error, "not a Linux interface name: '" + name + "'");
       return false;
    }
+   if (!options_.settings.separateDot1QHdr) {
+      errorIs(error, "802.1Q tags can only be delivered apart from the frame");
+      return false;
+   }
    const uint32_t bs = options_.blockSize;
    if (bs < 4096 || (bs & (bs - 1)) != 0 || bs <= Pam::rxFrameLimit + 128 ||
        options_.blockCount == 0) {
@@ -94,11 +79,16 @@ bool LinuxPam::init(std::string* error) {
    if (::ioctl(fd_, SIOCGIFHWADDR, &ifr) < 0) return fail("SIOCGIFHWADDR on " + what);
    ethAddr_ = Wire::EthAddr::fromBytes(ifr.ifr_hwaddr.sa_data);
 
-   sock_fprog prog{};
-   prog.len = sizeof(lldpFilter) / sizeof(lldpFilter[0]);
-   prog.filter = const_cast<sock_filter*>(lldpFilter);
-   if (::setsockopt(fd_, SOL_SOCKET, SO_ATTACH_FILTER, &prog, sizeof(prog)) < 0) {
-      return fail("SO_ATTACH_FILTER");
+   const Wire::PamSettings& settings = options_.settings;
+   if (!settings.filterProgram.empty()) {
+      static_assert(sizeof(Wire::BpfInsn) == sizeof(sock_filter));
+      sock_fprog prog{};
+      prog.len = uint16_t(settings.filterProgram.size());
+      prog.filter =
+          reinterpret_cast<sock_filter*>(const_cast<Wire::BpfInsn*>(settings.filterProgram.data()));
+      if (::setsockopt(fd_, SOL_SOCKET, SO_ATTACH_FILTER, &prog, sizeof(prog)) < 0) {
+         return fail("SO_ATTACH_FILTER");
+      }
    }
    int version = TPACKET_V3;
    if (::setsockopt(fd_, SOL_PACKET, PACKET_VERSION, &version, sizeof(version)) < 0) {
@@ -124,7 +114,7 @@ bool LinuxPam::init(std::string* error) {
    if (ring == MAP_FAILED) return fail("mmap");
    ring_ = static_cast<char*>(ring);
 
-   int priority = 7;
+   int priority = settings.sockPrio;
    if (::setsockopt(fd_, SOL_SOCKET, SO_PRIORITY, &priority, sizeof(priority)) < 0) {
       return fail("SO_PRIORITY");
    }
@@ -135,13 +125,15 @@ bool LinuxPam::init(std::string* error) {
    sll.sll_ifindex = ifIndex_;
    if (::bind(fd_, reinterpret_cast<sockaddr*>(&sll), sizeof(sll)) < 0) return fail("bind");
 
-   packet_mreq mr{};
-   mr.mr_ifindex = ifIndex_;
-   mr.mr_type = PACKET_MR_MULTICAST;
-   mr.mr_alen = 6;
-   std::memcpy(mr.mr_address, lldpGroupAddr, 6);
-   if (::setsockopt(fd_, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &mr, sizeof(mr)) < 0) {
-      return fail("PACKET_ADD_MEMBERSHIP");
+   if (!settings.lldpDestMac.isZero()) {
+      packet_mreq mr{};
+      mr.mr_ifindex = ifIndex_;
+      mr.mr_type = PACKET_MR_MULTICAST;
+      mr.mr_alen = 6;
+      std::memcpy(mr.mr_address, settings.lldpDestMac.bytes().data(), 6);
+      if (::setsockopt(fd_, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &mr, sizeof(mr)) < 0) {
+         return fail("PACKET_ADD_MEMBERSHIP");
+      }
    }
    return true;
 }
@@ -230,10 +222,9 @@ Vel::Ptr<Wire::Pkt> LinuxPam::frameToPkt(const char* hdr) {
    const auto* h = reinterpret_cast<const tpacket3_hdr*>(hdr);
    const auto* sll = reinterpret_cast<const sockaddr_ll*>(hdr + sllOffset);
    if (sll->sll_pkttype == PACKET_OUTGOING) return nullptr;
-   if (h->tp_snaplen < h->tp_len) {
+   if (h->tp_snaplen < h->tp_len || h->tp_len > options_.settings.maxRxPktData) {
       ++rxDropsOversize_;
-      VEL_TRACE(trace, 2,
-                intfId() << ": dropped a frame of " << h->tp_len << " bytes: longer than a block");
+      VEL_TRACE(trace, 2, intfId() << ": dropped a frame of " << h->tp_len << " bytes: too long");
       return nullptr;
    }
    const bool offloaded = h->tp_status & TP_STATUS_VLAN_VALID;
@@ -288,6 +279,14 @@ void LinuxPam::txPktIs(const Vel::Ptr<Wire::Pkt>& pkt) {
       return;
    }
    ++txFrames_;
+}
+
+Wire::PamMan::Factory LinuxPam::factory(const Options& ring) {
+   return [ring](const Wire::IntfId& intf, const Wire::PamSettings& settings, std::string* error) {
+      Options options = ring;
+      options.settings = settings;
+      return Vel::Ptr<Wire::Pam>(open(intf, options, error));
+   };
 }
 
 uint64_t LinuxPam::rxDropsRingFull() {

@@ -1,8 +1,8 @@
 // Packet access on a Linux interface: one AF_PACKET socket bound to the interface.
 //
-// Receiving: a classic BPF program in the kernel passes only LLDP frames to the nearest
-// bridge group address (01-80-C2-00-00-0E, EtherType 88-CC, untagged or behind one
-// 802.1Q tag), so nothing else costs a wakeup. Frames land in a TPACKET_V3 ring shared
+// Receiving: a classic BPF program in the kernel (the agent's passes only LLDP frames to
+// the nearest bridge group address, untagged or behind one 802.1Q tag) keeps everything
+// else from costing a wakeup. Frames land in a TPACKET_V3 ring shared
 // with the kernel: the kernel packs frames into blocks and hands a block over when it is
 // full or after a few milliseconds; rxPkt() copies one frame out of the current block
 // into a packet and gives the block back once all its frames are taken.
@@ -15,8 +15,8 @@
 // at offsets 12 / 16 for frames that still carry the tag in line. An in-line tag is
 // separated here, so readers see one form either way.
 //
-// Sending: sendmsg() on the same socket at priority 7 (network control); a tag held in
-// the packet's dot1qHdr goes out in line.
+// Sending: sendmsg() on the same socket at the configured priority (7, network control,
+// for LLDP); a tag held in the packet's dot1qHdr goes out in line.
 //
 // The interface is named by the IntfId's name, which must be the Linux name, resolved in
 // the network namespace of the thread that opens the Pam; the socket stays bound to that
@@ -30,6 +30,7 @@
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Wire/Addr.h"
 #include "Framework/Wire/Pam.h"
+#include "Framework/Wire/PamMan.h"
 
 struct tpacket_block_desc;
 
@@ -44,6 +45,10 @@ public:
       uint32_t blockSize = 1u << 16;
       uint32_t blockCount = 4;
       uint32_t retireMs = 4;
+      // Filter, multicast membership, size limit, priority. The kernel takes most tags
+      // out of the frame before any socket sees it, so tags are always delivered apart:
+      // asking for them in line is refused.
+      Wire::PamSettings settings;
    };
 
    // Opens the interface named intfId.name() in the calling thread's network namespace.
@@ -57,6 +62,11 @@ public:
    Vel::Ptr<Wire::Pkt> rxPkt() override;
    void txPktIs(const Vel::Ptr<Wire::Pkt>& pkt) override;
    uint32_t readableCount() const override;
+
+   // A packet access manager's factory that opens LinuxPams with these ring options
+   // and the manager's settings.
+   static Wire::PamMan::Factory factory(const Options& ring);
+   static Wire::PamMan::Factory factory() { return factory(Options()); }
 
    int ifIndex() const { return ifIndex_; }
    // The interface's MAC address when the Pam was opened.

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Framework/Vel/Dir.h"
 #include "Framework/Vel/Entity.h"
 
 namespace Demo {
@@ -143,6 +144,29 @@ TEST(EntityNotify, NotifieeKeepsItsEntityAliveAndDetachesOnDestruction) {
    watch.reset();
    EXPECT_EQ(again->notifieeCount(), 0u);
    again->levelIs(3);  // nobody left to call
+}
+
+}  // namespace
+
+namespace {
+
+TEST(EntityNotify, DirectoryEntriesComeAndGoByName) {
+   auto dir = Vel::make<Vel::Dir>("externalTlvs");
+   struct Watch : Vel::Dir::Notifiee {
+      std::vector<std::string> seen;
+      void entryChanged(const std::string& name) override { seen.push_back(name); }
+   } watch;
+   watch.notifierIs(dir);
+   auto child = Vel::make<Demo::Child>(7);
+   dir->entryIs("seven", child);
+   dir->entryIs("seven", child);  // the same entity again: nothing changed
+   dir->entryIs("other", Vel::make<Demo::Parent>());
+   EXPECT_EQ(dir->entryAs<Demo::Child>("seven"), child);
+   EXPECT_FALSE(dir->entryAs<Demo::Child>("other"));  // there, but another type
+   EXPECT_FALSE(dir->entryAs<Demo::Child>("missing"));
+   dir->entryDel("seven");
+   EXPECT_EQ(watch.seen, (std::vector<std::string>{"seven", "other", "seven"}));
+   EXPECT_EQ(dir->name(), "externalTlvs");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "Framework/Log.h"
 #include "Framework/Trace.h"
 #include "Lldp/LldpProtocolSm.h"
+#include "tests/Support/Frames.h"
 #include "tests/Support/LldpPort.h"
 
 namespace {
@@ -55,15 +56,7 @@ protected:
    // Sends one LLDPDU from B's side of the link with this chassis name and TTL.
    void injectFromB(const std::string& chassis, int ttl, uint16_t ethType = 0x88cc,
                     bool tagged = false) {
-      std::vector<char> f = {0x01, char(0x80), char(0xc2), 0, 0, 0x0e, 0x02, 0, 0, 0, 0, 0x09};
-      if (tagged) f.insert(f.end(), {char(0x81), 0, 0, 0x0a});
-      f.insert(f.end(), {char(ethType >> 8), char(ethType & 0xff)});
-      f.push_back(0x02);
-      f.push_back(char(1 + chassis.size()));
-      f.push_back(7);
-      f.insert(f.end(), chassis.begin(), chassis.end());
-      f.insert(f.end(),
-               {0x04, 0x02, 0x07, 'p', 0x06, 0x02, char(ttl >> 8), char(ttl & 0xff), 0, 0});
+      const TestSupport::Bytes f = TestSupport::lldpFrame(chassis, uint16_t(ttl), ethType, tagged);
       auto pkt = Wire::PktMan::instance().newPkt();
       std::memcpy(pkt->dataAppend(f.size()), f.data(), f.size());
       pamB->txPktIs(pkt);

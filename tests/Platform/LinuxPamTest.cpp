@@ -14,6 +14,7 @@
 #include "Framework/Wire/Pkt.h"
 #include "Platform/Linux/LinuxPam.h"
 #include "tests/Support/NetNs.h"
+#include "tests/Support/Switch.h"
 
 namespace {
 
@@ -83,10 +84,13 @@ protected:
          FAIL() << ns->error();
       }
       std::string error;
+      // Both ends as the agent opens them: its filter, group address, priority, limit.
+      LinuxPam::Options optionsA;
+      optionsA.settings = optionsB.settings = TestSupport::lldpPamSettings();
       {
          TestSupport::NetNsScope in(ns->nsA());
          ASSERT_TRUE(in.ok());
-         a = LinuxPam::open(Wire::IntfId(ns->intfA()), &error);
+         a = LinuxPam::open(Wire::IntfId(ns->intfA()), optionsA, &error);
          ASSERT_TRUE(a) << error;
       }
       {
@@ -276,6 +280,11 @@ TEST_F(LinuxPamTest, MissingInterfaceIsAnErrorNotACrash) {
    Vel::Ptr<LinuxPam> pam = LinuxPam::open(Wire::IntfId("no-such-intf0"), &error);
    EXPECT_FALSE(pam);
    EXPECT_NE(error.find("no-such-intf0"), std::string::npos) << error;
+   // Tags can only come apart from the frame here; asking otherwise is refused.
+   LinuxPam::Options inLine;
+   inLine.settings.separateDot1QHdr = false;
+   EXPECT_FALSE(LinuxPam::open(Wire::IntfId("lo"), inLine, &error));
+   EXPECT_NE(error.find("802.1Q"), std::string::npos) << error;
 }
 
 }  // namespace

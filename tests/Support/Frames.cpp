@@ -7,6 +7,16 @@
 
 namespace TestSupport {
 
+Bytes lldpFrame(const std::string& chassis, uint16_t ttl, uint16_t ethType, bool tagged) {
+   Bytes f = bytes({0x01, 0x80, 0xc2, 0, 0, 0x0e, 0x02, 0, 0, 0, 0, 0x09});
+   if (tagged) f.insert(f.end(), {char(0x81), 0, 0, 0x0a});
+   f.insert(f.end(), {char(ethType >> 8), char(ethType & 0xff)});
+   f.insert(f.end(), {0x02, char(1 + chassis.size()), 7});
+   f.insert(f.end(), chassis.begin(), chassis.end());
+   f.insert(f.end(), {0x04, 0x02, 0x07, 'p', 0x06, 0x02, char(ttl >> 8), char(ttl & 0xff), 0, 0});
+   return f;
+}
+
 Bytes readPcapFrame(const std::string& path) {
    std::ifstream in(path, std::ios::binary);
    Bytes all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
