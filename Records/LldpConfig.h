@@ -89,11 +89,59 @@ class Config : public Vel::Entity {
    VEL_ENTITY(Config, LLDP_CONFIG_ATTRS)
 };
 
+// How many management addresses a port advertises: the best one, every one, or the
+// address of one named interface.
+enum MgmtAddrTxMode : uint8_t {
+   mgmtAddrTxModeBest = 0,
+   mgmtAddrTxModeAll = 1,
+   mgmtAddrTxModeIntfName = 2,
+};
+
+// What the operator configured for one port. `adminStatus` numbering as in PortConfig.
+// clang-format off
+#define LLDP_CLI_PORT_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   KEY(Wire::IntfId, intfId)                                                      \
+   ATTR(AdminStatus, adminStatus, adminStatusTxAndRx)                             \
+   ATTR(bool, rxRateLimitEnabled, true)                                           \
+   ATTR(uint64_t, rxRateLimitMaxLldpdus, 20)                                      \
+   ATTR(Vel::Seconds, rxRateLimitInterval, 1.0)                                   \
+   ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})                                  \
+   ATTR(uint32_t, poeAllocatedPowerFallback, 0)
+// clang-format on
+
+class CliPortConfig : public Vel::Entity {
+   VEL_ENTITY(CliPortConfig, LLDP_CLI_PORT_CONFIG_ATTRS)
+   explicit CliPortConfig(const Wire::IntfId& intf) : intfId_(intf) {}
+};
+
 // What the operator configured, before the input side turns it into Config. `enabled` is
-// the global switch: off, no LLDP frame is received or sent on any port.
+// the global switch: off, no LLDP frame is received or sent on any port. The `...Tx`
+// switches select optional TLVs for every port. A non-empty `sysName` or `sysDesc`
+// replaces the value taken from the system.
 // clang-format off
 #define LLDP_CLI_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
-   ATTR(bool, enabled, true)
+   ATTR(bool, enabled, true)                                                 \
+   ATTR(uint32_t, messageTxInterval, 30)                                     \
+   ATTR(uint32_t, messageTxHoldTime, 120)                                    \
+   ATTR(uint32_t, reinitDelay, 2)                                            \
+   ATTR(bool, rxTaggedPacketsDrop, false)                                    \
+   ATTR(bool, portDescriptionTx, true)                                       \
+   ATTR(bool, systemNameTx, true)                                            \
+   ATTR(bool, systemDescriptionTx, true)                                     \
+   ATTR(bool, systemCapabilitiesTx, true)                                    \
+   ATTR(bool, managementAddressTx, true)                                     \
+   ATTR(bool, portVlanTx, true)                                              \
+   ATTR(bool, vlanNameTx, true)                                              \
+   ATTR(bool, linkAggregationTx, true)                                       \
+   ATTR(bool, maxFrameSizeTx, true)                                          \
+   ATTR(bool, powerViaMdiTx, true)                                           \
+   ATTR(bool, medNetworkPolicyTx, true)                                      \
+   ATTR(BoundedString255, sysName, {})                                       \
+   ATTR(BoundedString255, sysDesc, {})                                       \
+   ATTR(uint8_t, mgmtAddrTxMode, mgmtAddrTxModeBest)                         \
+   ATTR(Wire::IntfId, mgmtAddrTxIntf, {})                                    \
+   ATTR(std::string, mgmtAddrVrf, {})                                        \
+   ECOLL(Wire::IntfId, CliPortConfig, cliPortConfig)
 // clang-format on
 
 class CliConfig : public Vel::Entity {

@@ -1,0 +1,57 @@
+// Bridging state the platform publishes: the bridge's MAC address (the chassis ID), the
+// largest frame it forwards, each port's switchport mode and native VLAN, and the VLANs
+// with their names and member ports.
+#pragma once
+
+#include <string>
+
+#include "Framework/Bridging/VlanId.h"
+#include "Framework/Vel/Entity.h"
+#include "Framework/Wire/Addr.h"
+#include "Framework/Wire/IntfId.h"
+
+namespace Bridging {
+
+// Switchport modes. Tunnel, tap and tool ports carry other traffic transparently or only
+// watch it, so they must not send LLDP of their own; a routed port has no VLAN.
+enum SwitchportMode : uint8_t {
+   switchportModeUnknown = 0,
+   switchportModeAccess = 1,
+   switchportModeTrunk = 2,
+   switchportModeDot1qTunnel = 3,
+   switchportModeTap = 4,
+   switchportModeTool = 5,
+   switchportModeRouted = 6,
+};
+
+// clang-format off
+#define BRIDGING_SWITCH_INTF_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   KEY(Wire::IntfId, intfId)                                                             \
+   ATTR(uint8_t, switchportMode, switchportModeAccess)                                   \
+   ATTR(Bridging::VlanIdOrNone, nativeVlan, {})
+#define BRIDGING_VLAN_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   KEY(Bridging::VlanId, vlanId)                                                  \
+   ATTR(std::string, name, {})                                                    \
+   MAP(Wire::IntfId, bool, member)
+#define BRIDGING_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   ATTR(Wire::EthAddr, bridgeMacAddr, {})                                     \
+   ATTR(uint32_t, maxFrameSize, 1518)                                         \
+   ECOLL(Wire::IntfId, SwitchIntfConfig, switchIntfConfig)                    \
+   ECOLL(Bridging::VlanId, VlanConfig, vlanConfig)
+// clang-format on
+
+class SwitchIntfConfig : public Vel::Entity {
+   VEL_ENTITY(SwitchIntfConfig, BRIDGING_SWITCH_INTF_CONFIG_ATTRS)
+   explicit SwitchIntfConfig(const Wire::IntfId& intf) : intfId_(intf) {}
+};
+
+class VlanConfig : public Vel::Entity {
+   VEL_ENTITY(VlanConfig, BRIDGING_VLAN_CONFIG_ATTRS)
+   explicit VlanConfig(const Bridging::VlanId& vlan) : vlanId_(vlan) {}
+};
+
+class Config : public Vel::Entity {
+   VEL_ENTITY(Config, BRIDGING_CONFIG_ATTRS)
+};
+
+}  // namespace Bridging
