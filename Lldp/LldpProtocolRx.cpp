@@ -103,6 +103,28 @@ void resetScratch(Lldp::RemoteSystem& scratch) {
 #undef LLDP_RX_RESET_COLL
 }
 
+// What a decode depended on besides the bytes: whether it asked for the boot VLAN
+// toggle (bit 0) and what the toggle said (bit 1). Recorded per frame so that an unchanged
+// frame is decoded again, rather than skipped, when the toggle has since changed.
+uint8_t decoderSettings = 0;
+
+bool bootVlanToggleConsulted(bool on) {
+   decoderSettings = static_cast<uint8_t>(1u | (on ? 2u : 0u));
+   return on;
+}
+
+bool decoderSettingsHold(uint8_t settings) {
+   if (!(settings & 1u)) return true;
+   return Lldp::toggleBootVlanTlv() == bool(settings & 2u);
+}
+
+// Whether any trace of the decoders is on. A frame is then always decoded in full, so
+// that its trace reads as for any other frame.
+bool decoderTraceOn() {
+   return (traceLldpProtocol.mask() | Lldp::traceLldpMed.mask() | Lldp::traceLldpExtDot1.mask() |
+           Lldp::traceLldpExtDot3.mask()) != 0;
+}
+
 Lldp::UnknownOrgDefTlvParseContext& parseContext() {
    static Lldp::UnknownOrgDefTlvParseContext context;
    return context;
@@ -328,7 +350,7 @@ TlvParseResult parseOrgDefTlv(int infoLen, const char* info,
       VEL_TRACE(traceLldpProtocol, 8, "TIA TLV");
       return LldpMed::parseTlv(subtype, len, content, remote);
    }
-   if (oui == Lldp::ouiZorven && Lldp::toggleBootVlanTlv()) {
+   if (oui == Lldp::ouiZorven && bootVlanToggleConsulted(Lldp::toggleBootVlanTlv())) {
       VEL_TRACE(traceLldpProtocol, 8, "ZTP Boot Vlan TLV");
       return parseZtpBootVlanTlv(subtype, len, content, remote);
    }
@@ -510,12 +532,36 @@ Lldp::RemoteSystem::PtrConst processRxLldpdu(
 
    VEL_TRACE(traceLldpProtocol, 4,
              "Received info frame from " << msap << " valid for " << ttl << " seconds");
+   Vel::Ptr<Lldp::RemoteSystem> stored = portStatus->remoteSystemByMsap(msap);
+
+   // The usual frame: a known neighbour repeating what it last said. Decoding it would
+   // find every attribute equal, so only what a refresh always writes is written, and the
+   // counters move as the decode would have moved them.
+   const std::string_view optionalTlvs(pos, size_t(end - pos));
+   if (stored) {
+      const Lldp::RemoteSystem::RxCache& cache = stored->rxCache();
+      if (cache.valid && cache.optionalTlvs == optionalTlvs &&
+          decoderSettingsHold(cache.decoderSettings) && !decoderTraceOn()) {
+         for (uint32_t i = 0; i < cache.unrecognizedTlvs; ++i) {
+            portStatus->rxTLVsUnrecognizedTotalInc();
+         }
+         stored->ttlIs(ttl);
+         stored->ethAddrIs(srcMac);
+         stored->lastRefreshTimeIs(now);
+         stored->expiryTimeIs(now + ttl);
+         status->lastPacketParsedTimeIs(now);
+         return stored;
+      }
+   }
+
    const Vel::Ptr<Lldp::RemoteSystem>& scratch = scratchRecord();
    resetScratch(*scratch);
    parseContext().clear();
+   decoderSettings = 0;
 
    // Optional TLVs up to End of LLDPDU or the end of the frame, whichever comes first.
    bool frameError = false;
+   uint32_t unrecognizedTlvs = 0;
    while (pos < end) {
       int type = 0;
       if (!extractTlv(&pos, end, &type, &infoLen, &info)) {
@@ -529,6 +575,7 @@ Lldp::RemoteSystem::PtrConst processRxLldpdu(
       if (result == TlvParseResultEnd) break;
       if (result == TlvParseResultOk) continue;
       if (result == TlvParseResultUnrecognized) {
+         ++unrecognizedTlvs;
          portStatus->rxTLVsUnrecognizedTotalInc();
       } else if (result == TlvParseResultError) {
          portStatus->rxTLVsDiscardedTotalInc();
@@ -540,7 +587,6 @@ Lldp::RemoteSystem::PtrConst processRxLldpdu(
    }
 
    bool changed = false;
-   Vel::Ptr<Lldp::RemoteSystem> stored = portStatus->remoteSystemByMsap(msap);
    const bool existed = bool(stored);
    if (stored) {
       VEL_TRACE(traceLldpProtocol, 4, "Updating RemoteSystem");
@@ -579,6 +625,14 @@ Lldp::RemoteSystem::PtrConst processRxLldpdu(
    if (frameError) {
       VEL_TRACE(traceLldpProtocol, 8, "Frame had an error");
       portStatus->rxFramesErrorsInc();
+   }
+   // Remembered for the next refresh, unless the frame had errors (those are decoded every
+   // time, so that each one is counted and traced as it comes). The copy allocates only
+   // when the record is new or the neighbour's LLDPDU grows.
+   if (!frameError) {
+      stored->rxCacheIs(optionalTlvs, unrecognizedTlvs, decoderSettings);
+   } else {
+      stored->rxCacheDel();
    }
    return stored;
 }

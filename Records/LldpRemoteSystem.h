@@ -3,6 +3,9 @@
 // neighbour stopped sending returns to its default on the next update.
 #pragma once
 
+#include <string>
+#include <string_view>
+
 #include "Framework/Vel/Entity.h"
 #include "Records/LldpValues.h"
 
@@ -73,6 +76,31 @@ public:
 
    // Whether this neighbour sent any LLDP-MED TLV in its last LLDPDU.
    bool anyLldpMedReceived() const;
+
+   // The receive path's memory of the optional TLVs (every byte after the TTL TLV) of the
+   // LLDPDU this record was last brought up to date from, kept only when that LLDPDU
+   // decoded without error, with the number of unrecognised TLVs it held and the decoder
+   // settings it was decoded under. A neighbour that sends the same bytes again changes
+   // nothing here, so the receive path then skips decoding altogether. Not an attribute:
+   // it is never exported, printed or notified, and only the receive path writes it.
+   struct RxCache {
+      std::string optionalTlvs;  // keeps its capacity, so refreshing does not allocate
+      uint32_t unrecognizedTlvs = 0;
+      uint8_t decoderSettings = 0;
+      bool valid = false;
+   };
+   const RxCache& rxCache() const { return rxCache_; }
+   void rxCacheIs(std::string_view optionalTlvs, uint32_t unrecognizedTlvs,
+                  uint8_t decoderSettings) {
+      rxCache_.optionalTlvs.assign(optionalTlvs);
+      rxCache_.unrecognizedTlvs = unrecognizedTlvs;
+      rxCache_.decoderSettings = decoderSettings;
+      rxCache_.valid = true;
+   }
+   void rxCacheDel() { rxCache_.valid = false; }
+
+private:
+   RxCache rxCache_;
 };
 
 }  // namespace Lldp

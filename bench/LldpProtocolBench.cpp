@@ -79,6 +79,38 @@ void BM_RefreshUnchangedNeighbour(benchmark::State& state) {
 }
 BENCHMARK(BM_RefreshUnchangedNeighbour);
 
+// The same neighbour alternating between two system names: every frame is decoded in
+// full and one attribute changes (what an unchanged refresh skips).
+void BM_RefreshChangedNeighbour(benchmark::State& state) {
+   Bytes pdu = TestSupport::lldpduOf(
+       TestSupport::readPcapFrame(TestSupport::interopDir() + "/reference-rich.pcap"));
+   Bytes renamed = pdu;
+   // The last byte of the System Name TLV's value.
+   for (size_t at = 0; at + 2 <= renamed.size();) {
+      const int type = uint8_t(renamed[at]) >> 1;
+      const size_t len = size_t((uint8_t(renamed[at]) & 1) << 8 | uint8_t(renamed[at + 1]));
+      if (type == 5 && len > 0) {
+         renamed[at + 1 + len] ^= 0x01;
+         break;
+      }
+      if (type == 0) break;
+      at += 2 + len;
+   }
+   RxPort port;
+   if (pdu.empty() || renamed == pdu || !port.rx(pdu) || !port.rx(renamed)) {
+      state.SkipWithError("reference-rich.pcap not found or not accepted");
+      return;
+   }
+   TestSupport::AllocScope allocs;
+   bool flip = false;
+   for (auto _ : state) {
+      flip = !flip;
+      benchmark::DoNotOptimize(port.rx(flip ? pdu : renamed));
+   }
+   reportAllocations(state, allocs);
+}
+BENCHMARK(BM_RefreshChangedNeighbour);
+
 // An LLDPDU whose chassis ID carries a 32-bit neighbour number, rewritten in place.
 struct NumberedPdu {
    NumberedPdu() {

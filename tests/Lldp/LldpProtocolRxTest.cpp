@@ -716,3 +716,133 @@ TEST_F(LldpProtocolRxTest, RefreshDoesNotAllocate) {
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------------------------------
+// Repeated LLDPDUs. With the decoders' traces off, a known neighbour that sends the same
+// optional TLVs again is not decoded; these check that the outcome is what a full decode
+// gives, frame after frame.
+
+namespace {
+
+// Counts the notifications of a record's attributes and collections.
+struct RemoteSystemWatcher : Lldp::RemoteSystem::Notifiee {
+   int ttl = 0;
+   int sysName = 0;
+   int ztpBootVlan = 0;
+   int unknownOrgDefTlv = 0;
+   void ttlChanged() override { ++ttl; }
+   void sysNameChanged() override { ++sysName; }
+   void ztpBootVlanChanged() override { ++ztpBootVlan; }
+   void unknownOrgDefTlvChanged(const Lldp::UnknownOrgDefTlv::Key&) override { ++unknownOrgDefTlv; }
+};
+
+}  // namespace
+
+TEST_F(LldpProtocolRxTest, RepeatedLldpduRefreshesWithoutDecoding) {
+   Vel::Trace::configure("");
+   auto frame = [](int ttl) {
+      return neighbour(1, ttl).tlv(5, "switch").org(0x334455, 44, bytes({'a'})).end();
+   };
+   auto r = rx(frame(120));
+   ASSERT_TRUE(r);
+   RemoteSystemWatcher watcher;
+   watcher.notifierIs(r);
+
+   fakeNow = 1030;
+   mac = *Wire::EthAddr::parse("00:1c:73:00:00:09");
+   EXPECT_EQ(rx(frame(120)), r);
+   EXPECT_EQ(r->lastRefreshTime(), 1030);
+   EXPECT_EQ(r->expiryTime(), 1150);
+   EXPECT_EQ(r->ethAddr(), mac);
+   EXPECT_EQ(r->lastChangeTime(), 1000);
+   EXPECT_EQ(status->lastPacketParsedTime(), 1030);
+   EXPECT_EQ(status->remTablesLastChangeTime(), 1000);
+   // Unknown TLVs are counted on every frame, as a decode counts them.
+   EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 2u);
+   EXPECT_EQ(port->rxFramesTotal(), 2u);
+   EXPECT_EQ(port->rxFramesErrors(), 0u);
+
+   // Another TTL with the same optional TLVs: only the TTL moves.
+   fakeNow = 1040;
+   rx(frame(60));
+   EXPECT_EQ(r->ttl(), 60);
+   EXPECT_EQ(r->expiryTime(), 1100);
+   EXPECT_EQ(watcher.ttl, 1);
+   EXPECT_EQ(watcher.sysName, 0);
+   EXPECT_EQ(watcher.unknownOrgDefTlv, 0);
+   EXPECT_EQ(r->sysName().value(), "switch");
+   EXPECT_EQ(r->lastChangeTime(), 1000);
+
+   // With the decoders traced, the same frame is decoded and traced in full.
+   Vel::Trace::configure("LldpProtocol/*");
+   Vel::Trace::ringClear();
+   rx(frame(60));
+   EXPECT_TRUE(traced("System Name: switch"));
+   EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 4u);
+}
+
+TEST_F(LldpProtocolRxTest, AlternatingLldpdusAreEachAppliedInFull) {
+   Vel::Trace::configure("");
+   auto a = [] { return neighbour().tlv(5, "alpha").tlv(4, "uplink").end(); };
+   auto b = [] { return neighbour().tlv(5, "bravo").end(); };
+   auto r = rx(a());
+   ASSERT_TRUE(r);
+   for (int round = 1; round <= 3; ++round) {
+      fakeNow = 1000 + 10 * round;
+      rx(b());
+      EXPECT_EQ(r->sysName().value(), "bravo");
+      EXPECT_TRUE(r->portDesc().empty());
+      EXPECT_EQ(r->lastChangeTime(), fakeNow);
+      rx(b());  // repeated: nothing changes
+      EXPECT_EQ(r->lastChangeTime(), fakeNow);
+      fakeNow += 5;
+      rx(a());
+      EXPECT_EQ(r->sysName().value(), "alpha");
+      EXPECT_EQ(r->portDesc().value(), "uplink");
+      EXPECT_EQ(r->lastChangeTime(), fakeNow);
+   }
+   // A neighbour that left and came back is a new record, filled from its frame.
+   rx(neighbour(1, 0));
+   ASSERT_FALSE(stored(1));
+   auto back = rx(a());
+   ASSERT_TRUE(back);
+   EXPECT_NE(back, r);
+   EXPECT_EQ(back->sysName().value(), "alpha");
+   EXPECT_EQ(back->portDesc().value(), "uplink");
+}
+
+TEST_F(LldpProtocolRxTest, RepeatedLldpduWithABadTlvCountsTheErrorEachTime) {
+   Vel::Trace::configure("");
+   // System Capabilities with an enabled capability that is not supported.
+   auto frame = [] { return neighbour().tlv(5, "switch").tlv(7, bytes({0, 0x04, 0, 0x14})).end(); };
+   for (uint32_t n = 1; n <= 3; ++n) {
+      auto r = rx(frame());
+      ASSERT_TRUE(r);
+      EXPECT_EQ(r->sysName().value(), "switch");
+      EXPECT_EQ(port->rxTLVsDiscardedTotal(), n);
+      EXPECT_EQ(port->rxFramesErrors(), n);
+   }
+}
+
+TEST_F(LldpProtocolRxTest, RepeatedLldpduFollowsTheBootVlanToggle) {
+   Vel::Trace::configure("");
+   auto frame = [] { return neighbour().org(ouiZorven, 1, bytes({0x00, 0x64})).end(); };
+   Lldp::RemoteSystem::PtrConst r;
+   {
+      TestSupport::ScopedToggle on("LldpBootVlanTlv", true);
+      r = rx(frame());
+      rx(frame());
+      ASSERT_TRUE(r);
+      EXPECT_EQ(r->ztpBootVlan(), 100);
+      EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 0u);
+   }
+   {
+      TestSupport::ScopedToggle off("LldpBootVlanTlv", false);
+      rx(frame());
+      EXPECT_EQ(r->ztpBootVlan(), 0);
+      EXPECT_EQ(r->unknownOrgDefTlv().size(), 1u);
+      EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 1u);
+      rx(frame());
+      EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 2u);
+   }
+}
