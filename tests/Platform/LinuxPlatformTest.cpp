@@ -1,0 +1,519 @@
+// The Linux platform against the kernel: each test makes its own network namespaces
+// (a veth pair between "a" and "b"), opens the platform inside "a" and changes links,
+// bridges and addresses there with `ip` and `bridge`; every change has to reach the
+// entities through the event loop. Needs root; skipped otherwise.
+//
+// Bonding and VRF devices need kernel drivers that are not always there; what the
+// platform derives for them is checked on a model built by hand, and against the kernel
+// when it has the driver.
+#include <gtest/gtest.h>
+#include <linux/if_arp.h>
+#include <linux/if_bridge.h>
+#include <linux/if_link.h>
+#include <linux/rtnetlink.h>
+#include <netlink/attr.h>
+#include <netlink/msg.h>
+#include <sys/socket.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <functional>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "Framework/Vel/EventLoop.h"
+#include "Framework/Vel/StateDb.h"
+#include "Platform/Linux/LinuxPlatform.h"
+#include "tests/Support/IpCmd.h"
+#include "tests/Support/NetNs.h"
+
+namespace {
+
+using Platform::Linux::LinuxPlatform;
+using Platform::Linux::NetModel;
+using Platform::Linux::PlatformOptions;
+using Wire::IntfId;
+using Wire::IntfKind;
+
+constexpr Vel::Seconds changeTimeout = 3;
+
+class LinuxPlatformTest : public ::testing::Test {
+protected:
+   void SetUp() override {
+      Vel::StateDb::instance().clear();
+      Vel::EventLoop::instance().virtualTimeIs(false);
+   }
+   void TearDown() override {
+      platform.reset();
+      Vel::StateDb::instance().clear();
+   }
+
+   // Makes the namespaces and opens the platform in "a"; the reason when it cannot.
+   std::string open(PlatformOptions options = {}) {
+      pair = std::make_unique<TestSupport::NetNsPair>();
+      if (!pair->ok()) return pair->error();
+      ns = pair->nsA();
+      port = pair->intfA();
+      TestSupport::NetNsScope scope(ns);
+      if (!scope.ok()) return "cannot enter " + ns;
+      std::string error;
+      platform = LinuxPlatform::open(options, Vel::StateDb::instance(), &error);
+      if (!platform) ADD_FAILURE() << "open failed: " << error;
+      pub = std::make_unique<Platform::Linux::PlatformPublisher>(Vel::StateDb::instance());
+      return {};
+   }
+
+   void ip(const std::string& args) {
+      std::string out;
+      ASSERT_TRUE(TestSupport::ipIn(ns, args, &out)) << "ip " << args << ": " << out;
+   }
+   void in(const std::string& cmd) {
+      std::string out;
+      ASSERT_TRUE(TestSupport::runIn(ns, cmd, &out)) << cmd << ": " << out;
+   }
+   Wire::EthAddr macOf(const std::string& intf) {
+      std::string out;
+      EXPECT_TRUE(TestSupport::ipIn(ns, "-j link show dev " + intf, &out)) << out;
+      auto j = nlohmann::json::parse(out, nullptr, false);
+      if (!j.is_array() || j.empty()) return {};
+      return Wire::EthAddr::parse(j[0].value("address", "")).value_or(Wire::EthAddr());
+   }
+   bool waitFor(const std::function<bool()>& cond) {
+      return Vel::EventLoop::instance().runUntil(cond, changeTimeout);
+   }
+
+   IntfId eth(const std::string& name) const {
+      return IntfId::linux(name, IntfKind::intfKindEthernet);
+   }
+   Vel::Ptr<Interface::EthPhyIntfStatus> ethStatus(const std::string& name) {
+      return pub->ethStatus->intfStatus(eth(name));
+   }
+   Vel::Ptr<Bridging::SwitchIntfConfig> switchport(const std::string& name) {
+      return pub->bridging->switchIntfConfig(eth(name));
+   }
+
+   std::unique_ptr<TestSupport::NetNsPair> pair;
+   std::unique_ptr<LinuxPlatform> platform;
+   // Another set of handles on the same entities, as a reader holds them.
+   std::unique_ptr<Platform::Linux::PlatformPublisher> pub;
+   std::string ns, port;
+};
+
+#define OPEN_OR_SKIP(...)                        \
+   do {                                          \
+      const std::string why = open(__VA_ARGS__); \
+      if (!why.empty()) GTEST_SKIP() << why;     \
+      ASSERT_TRUE(platform);                     \
+   } while (0)
+
+TEST_F(LinuxPlatformTest, PortLinkStateDescriptionMtuAndSystem) {
+   OPEN_OR_SKIP();
+   ASSERT_TRUE(waitFor([&] {
+      auto s = ethStatus(port);
+      return s && s->linkStatus() == Interface::linkStatusUp;
+   }));
+   auto s = ethStatus(port);
+   EXPECT_EQ(s->addr(), macOf(port));
+   EXPECT_FALSE(s->addr().isZero());
+   EXPECT_EQ(s->mtu(), 1500u);
+   EXPECT_GT(s->maxMtu(), 1500u);  // a veth goes far beyond
+   EXPECT_EQ(s->forwardingModel(), Interface::forwardingModelRouted);
+   EXPECT_EQ(pub->ethStatus->intfStatus().size(), 1u);  // not the loopback
+   // Every interface is listed, with its kind.
+   auto lo = pub->allStatus->intfStatus(IntfId::linux("lo", IntfKind::intfKindLoopback));
+   ASSERT_TRUE(lo);
+   EXPECT_EQ(lo->ifIndex(), 1u);
+   EXPECT_EQ(pub->allStatus->intfStatus().size(), 2u);
+   // One port, no bridge: the system MAC is the port's, frames as large as its MTU.
+   EXPECT_EQ(pub->bridging->bridgeMacAddr(), s->addr());
+   EXPECT_EQ(pub->bridging->maxFrameSize(), 1518u);
+
+   ip("link set " + port + " alias 'uplink to core'");
+   EXPECT_TRUE(waitFor([&] {
+      auto c = pub->ethConfig->intfConfig(eth(port));
+      return c && c->description() == "uplink to core";
+   }));
+
+   // The far end going down takes our carrier (lower layer down).
+   ASSERT_TRUE(TestSupport::ipIn(pair->nsB(), "link set " + pair->intfB() + " down"));
+   EXPECT_TRUE(waitFor([&] { return s->linkStatus() == Interface::linkStatusDown; }));
+   ASSERT_TRUE(TestSupport::ipIn(pair->nsB(), "link set " + pair->intfB() + " up"));
+   EXPECT_TRUE(waitFor([&] { return s->linkStatus() == Interface::linkStatusUp; }));
+   ip("link set " + port + " down");
+   EXPECT_TRUE(waitFor([&] { return s->linkStatus() == Interface::linkStatusDown; }));
+   ip("link set " + port + " up");
+
+   ip("link set " + port + " mtu 9000");
+   EXPECT_TRUE(waitFor([&] { return s->mtu() == 9000 && pub->bridging->maxFrameSize() == 9018; }));
+
+   in("sysctl -qw net.ipv4.ip_forward=1");
+   EXPECT_TRUE(waitFor([&] { return pub->routing->ipRouting(); }));
+   in("sysctl -qw net.ipv4.ip_forward=0");
+   EXPECT_TRUE(waitFor([&] { return !pub->routing->ipRouting(); }));
+
+   char host[256] = {};
+   ::gethostname(host, sizeof(host) - 1);
+   EXPECT_EQ(pub->netStatus->hostname(), std::string(host).substr(0, std::string(host).find('.')));
+   utsname u{};
+   ::uname(&u);
+   EXPECT_NE(pub->sysDescr->description().find(u.release), std::string::npos);
+   EXPECT_LE(pub->sysDescr->description().size(), 255u);
+
+   // What the control socket shows.
+   const auto j = Vel::StateDb::instance().json("interface/status/eth/phy/all");
+   ASSERT_EQ(j["intfStatus"].size(), 1u);
+   EXPECT_EQ(j["intfStatus"][0]["intfId"], port);
+   EXPECT_EQ(j["intfStatus"][0]["linkStatus"], 2);
+}
+
+TEST_F(LinuxPlatformTest, BridgePortsVlanNamesAndSystemMac) {
+   PlatformOptions options;
+   options.vlanNames = {{1, "default"}};
+   OPEN_OR_SKIP(options);
+   ip("link add p1 type veth peer name p2");
+   ip("link add br0 type bridge");
+   ip("link set " + port + " master br0");
+   ip("link set p1 master br0");
+   const Wire::EthAddr brMac = macOf("br0");
+   // Without VLAN filtering a bridge carries everything untagged, as VLAN 1.
+   auto sw = [&] { return switchport(port); };
+   ASSERT_TRUE(waitFor([&] {
+      auto s = ethStatus(port);
+      return sw() && sw()->switchportMode() == Bridging::switchportModeAccess &&
+             sw()->nativeVlan() == 1 && s &&
+             s->forwardingModel() == Interface::forwardingModelBridged;
+   }));
+   EXPECT_EQ(pub->bridging->bridgeMacAddr(), brMac);  // the one bridge's
+   // The bridge is an interface, not a port.
+   EXPECT_FALSE(ethStatus("br0"));
+   EXPECT_TRUE(pub->allStatus->intfStatus(eth("br0")));
+   auto p2 = switchport("p2");
+   ASSERT_TRUE(p2);
+   EXPECT_EQ(p2->switchportMode(), Bridging::switchportModeRouted);
+   EXPECT_EQ(p2->nativeVlan(), 0);
+   auto& vlans = pub->bridging->vlanConfig();
+   ASSERT_EQ(vlans.size(), 1u);
+   EXPECT_EQ(vlans.at(1)->name(), "default");
+   EXPECT_EQ(vlans.at(1)->member().size(), 2u);
+
+   platform->vlanNamesIs({});
+   EXPECT_EQ(vlans.at(1)->name(), "VLAN0001");
+
+   ip("link set " + port + " nomaster");
+   EXPECT_TRUE(waitFor([&] {
+      return sw()->switchportMode() == Bridging::switchportModeRouted &&
+             ethStatus(port)->forwardingModel() == Interface::forwardingModelRouted;
+   }));
+   EXPECT_EQ(sw()->nativeVlan(), 0);
+   EXPECT_EQ(vlans.at(1)->member().size(), 1u);
+
+   // A second bridge: no single bridge MAC any more, the lowest port MAC instead.
+   ip("link add br1 type bridge");
+   Wire::EthAddr lowest = macOf(port);
+   for (const char* p : {"p1", "p2"}) lowest = std::min(lowest, macOf(p));
+   EXPECT_TRUE(waitFor([&] { return pub->bridging->bridgeMacAddr() == lowest; }));
+}
+
+TEST_F(LinuxPlatformTest, BridgeVlanFilteringPvidAndTrunk) {
+   PlatformOptions options;
+   options.vlanNames = {{20, "voice"}};
+   OPEN_OR_SKIP(options);
+   ip("link add br0 type bridge");
+   ip("link set " + port + " master br0");
+   std::string out;
+   if (!TestSupport::ipIn(ns, "link set br0 type bridge vlan_filtering 1", &out)) {
+      GTEST_SKIP() << "no bridge VLAN filtering in this kernel: " << out;
+   }
+   in("bridge vlan del dev " + port + " vid 1");
+   in("bridge vlan add dev " + port + " vid 10 pvid untagged");
+   auto sw = [&] { return switchport(port); };
+   EXPECT_TRUE(waitFor([&] {
+      return sw() && sw()->nativeVlan() == 10 &&
+             sw()->switchportMode() == Bridging::switchportModeAccess;
+   }));
+   in("bridge vlan add dev " + port + " vid 20-22");
+   EXPECT_TRUE(waitFor([&] { return sw()->switchportMode() == Bridging::switchportModeTrunk; }));
+   EXPECT_EQ(sw()->nativeVlan(), 10);
+   auto& vlans = pub->bridging->vlanConfig();
+   ASSERT_EQ(vlans.size(), 4u);  // 10, 20, 21, 22
+   EXPECT_EQ(vlans.at(10)->name(), "VLAN0010");
+   EXPECT_EQ(vlans.at(20)->name(), "voice");
+   EXPECT_TRUE(vlans.at(22)->member(eth(port)));
+
+   ip("link set br0 type bridge vlan_filtering 0");
+   EXPECT_TRUE(waitFor([&] {
+      return sw()->nativeVlan() == 1 && sw()->switchportMode() == Bridging::switchportModeAccess &&
+             pub->bridging->vlanConfig().size() == 1;
+   }));
+}
+
+TEST_F(LinuxPlatformTest, AddressesAndInterfaceRemoval) {
+   OPEN_OR_SKIP();
+   ip("addr add 10.0.0.1/24 dev " + port);
+   ip("addr add 10.0.0.2/24 dev " + port);  // same subnet: a secondary
+   ip("addr add 10.1.0.1/16 dev " + port);
+   ip("-6 addr add 2001:db8::1/64 dev " + port + " nodad");
+   const IntfId id = eth(port);
+   const auto v4 = [](const char* a, uint8_t len) {
+      return Wire::IpAddrWithMask(*Wire::IpAddr::parse(a), len);
+   };
+   ASSERT_TRUE(waitFor([&] {
+      auto s = pub->ipStatus->ipIntfStatus(id);
+      auto s6 = pub->ip6Status->intf(id);
+      return s && s->secondaryWithMask().size() == 2 && s6 &&
+             s6->addr(*Wire::Ip6Addr::parse("2001:db8::1"));
+   }));
+   auto s = pub->ipStatus->ipIntfStatus(id);
+   EXPECT_EQ(s->activeAddrWithMask(), v4("10.0.0.1", 24));
+   EXPECT_TRUE(s->secondaryWithMask(v4("10.0.0.2", 24)));
+   EXPECT_TRUE(s->secondaryWithMask(v4("10.1.0.1", 16)));
+   EXPECT_EQ(s->vrf(), "");
+   EXPECT_EQ(*pub->ip6Status->intf(id)->addr(*Wire::Ip6Addr::parse("2001:db8::1")), 64);
+
+   ip("addr del 10.0.0.2/24 dev " + port);
+   EXPECT_TRUE(waitFor([&] { return s->secondaryWithMask().size() == 1; }));
+   ip("-6 addr del 2001:db8::1/64 dev " + port);
+   EXPECT_TRUE(waitFor([&] {
+      auto s6 = pub->ip6Status->intf(id);
+      return !s6 || !s6->addr(*Wire::Ip6Addr::parse("2001:db8::1"));
+   }));
+
+   // A new pair with an address and an alias; deleting one end removes both everywhere.
+   ip("link add p1 type veth peer name p2");
+   ip("link set p1 alias 'to be removed'");
+   ip("addr add 192.0.2.1/24 dev p1");
+   ASSERT_TRUE(waitFor([&] {
+      return ethStatus("p2") && pub->ipStatus->ipIntfStatus(eth("p1")) &&
+             pub->ethConfig->intfConfig(eth("p1"));
+   }));
+   ip("link del p1");
+   EXPECT_TRUE(waitFor([&] { return !ethStatus("p1") && !ethStatus("p2"); }));
+   EXPECT_FALSE(pub->ethConfig->intfConfig(eth("p1")));
+   EXPECT_FALSE(pub->allStatus->intfStatus(eth("p1")));
+   EXPECT_FALSE(pub->allStatus->intfStatus(eth("p2")));
+   EXPECT_FALSE(pub->ipStatus->ipIntfStatus(eth("p1")));
+   EXPECT_FALSE(switchport("p1"));
+   EXPECT_TRUE(ethStatus(port));  // the others stay as they were
+   EXPECT_EQ(pub->ipStatus->ipIntfStatus().size(), 1u);
+}
+
+// Notifications the kernel could not queue for us are made good by reading everything
+// again: a tiny socket buffer and a burst of changes while the loop is not looking.
+TEST_F(LinuxPlatformTest, LostNotificationsAreReadAgain) {
+   OPEN_OR_SKIP();
+   const int small = 1;  // the kernel rounds up to its minimum
+   ASSERT_EQ(::setsockopt(platform->eventFd(), SOL_SOCKET, SO_RCVBUFFORCE, &small, sizeof(small)),
+             0);
+   std::string batch;
+   for (int i = 1; i <= 40; ++i)
+      batch += "addr add 10.9.0." + std::to_string(i) + "/24 dev " + port + "\n";
+   std::string out;
+   ASSERT_TRUE(TestSupport::runCmd("printf '" + batch + "' | ip -n " + ns + " -batch -", &out))
+       << out;
+   const uint64_t before = platform->resyncs();
+   EXPECT_TRUE(waitFor([&] {
+      auto s = pub->ipStatus->ipIntfStatus(eth(port));
+      return s && s->secondaryWithMask().size() == 39;
+   }));
+   EXPECT_GT(platform->resyncs(), before);
+}
+
+TEST_F(LinuxPlatformTest, PatternsManagementAndSystemMacOption) {
+   const Wire::EthAddr configured = *Wire::EthAddr::parse("02:00:00:00:00:42");
+   PlatformOptions options;
+   options.mgmtPattern = "mg*";
+   options.intfPattern = "[mv]*";
+   options.systemMac = configured;
+   OPEN_OR_SKIP(options);
+   ip("link add mg0 type veth peer name xx0");
+   ASSERT_TRUE(waitFor([&] {
+      return pub->allStatus->intfStatus(eth("xx0")) != nullptr &&
+             pub->ethStatus->intfStatus(IntfId::linux("mg0", IntfKind::intfKindManagement));
+   }));
+   EXPECT_FALSE(ethStatus("xx0"));  // outside the port pattern
+   EXPECT_EQ(pub->ethStatus->intfStatus().size(), 2u);
+   EXPECT_EQ(pub->bridging->bridgeMacAddr(), configured);
+}
+
+TEST_F(LinuxPlatformTest, BondMembersFromTheKernel) {
+   OPEN_OR_SKIP();
+   std::string out;
+   if (!TestSupport::ipIn(ns, "link add bond0 type bond", &out)) {
+      GTEST_SKIP() << "no bonding driver in this kernel: " << out;
+   }
+   ip("link add p1 type veth peer name p2");
+   ip("link set p1 master bond0");
+   const IntfId bond = IntfId::linux("bond0", IntfKind::intfKindPortChannel);
+   EXPECT_TRUE(waitFor([&] {
+      auto lag = pub->lagStatus->intfStatus(bond);
+      return lag && lag->member(eth("p1"));
+   }));
+   EXPECT_FALSE(ethStatus("bond0"));
+   ip("link set p1 nomaster");
+   EXPECT_TRUE(waitFor([&] { return pub->lagStatus->intfStatus(bond)->member().size() == 0; }));
+}
+
+// --- What the platform derives, on models built by hand -------------------------------
+
+Platform::Linux::LinkInfo link(int index, const char* name, const char* kind, int master = 0) {
+   Platform::Linux::LinkInfo l;
+   l.index = index;
+   l.name = name;
+   l.kind = kind;
+   l.type = ARPHRD_ETHER;
+   l.mtu = 1500;
+   l.master = master;
+   l.operstate = IF_OPER_UP;
+   l.mac = Wire::EthAddr({2, 0, 0, 0, 0, uint8_t(index)});
+   return l;
+}
+
+TEST(LinuxPlatformModelTest, BondsVrfsAndInterfaceKinds) {
+   Vel::StateDb db;
+   Platform::Linux::PlatformPublisher pub(db);
+   NetModel m;
+   for (auto l : {link(2, "eth0", "", 10), link(3, "eth1", "", 10), link(4, "eth2", "", 12),
+                  link(10, "bond0", "bond", 11), link(11, "br0", "bridge"),
+                  link(12, "vrf-red", "vrf"), link(13, "br0.5", "vlan"), link(14, "dum0", "dummy"),
+                  link(15, "mgmt0", ""), link(16, "wg0", "wireguard")}) {
+      m.links[l.index] = l;
+   }
+   m.links[11].vlanFiltering = true;
+   m.portVlans[10].pvid = 5;
+   m.portVlans[10].member.set(5);
+   m.portVlans[10].untagged.set(5);
+   Platform::Linux::AddrInfo a{.family = AF_INET, .prefixLen = 24, .bytes = {192, 0, 2, 1}};
+   m.addrs[4].push_back(a);
+   pub.publish(m, {});
+
+   const auto kindOf = [&](const char* name) {
+      for (const auto& [id, _] : pub.allStatus->intfStatus()) {
+         if (id.name() == name) return id.kind();
+      }
+      return IntfKind::intfKindOther;
+   };
+   EXPECT_EQ(kindOf("bond0"), IntfKind::intfKindPortChannel);
+   EXPECT_EQ(kindOf("br0.5"), IntfKind::intfKindVlan);
+   EXPECT_EQ(kindOf("dum0"), IntfKind::intfKindLoopback);
+   EXPECT_EQ(kindOf("mgmt0"), IntfKind::intfKindManagement);
+   EXPECT_EQ(kindOf("wg0"), IntfKind::intfKindEthernet);  // unknown kinds stay harmless
+   // Ports: NICs only (eth0-2, mgmt0).
+   EXPECT_EQ(pub.ethStatus->intfStatus().size(), 4u);
+
+   const IntfId bond = IntfId::linux("bond0", IntfKind::intfKindPortChannel);
+   auto lag = pub.lagStatus->intfStatus(bond);
+   ASSERT_TRUE(lag);
+   EXPECT_EQ(lag->member().size(), 2u);
+   EXPECT_TRUE(lag->member(IntfId::linux("eth1", IntfKind::intfKindEthernet)));
+   // The bond is the bridge port; its members carry its VLANs.
+   auto sw = pub.bridging->switchIntfConfig(IntfId::linux("eth0", IntfKind::intfKindEthernet));
+   ASSERT_TRUE(sw);
+   EXPECT_EQ(sw->nativeVlan(), 5);
+   EXPECT_EQ(sw->switchportMode(), Bridging::switchportModeAccess);
+   EXPECT_EQ(pub.bridging->switchIntfConfig(bond)->nativeVlan(), 5);
+   EXPECT_EQ(pub.ethStatus->intfStatus(IntfId::linux("eth0", IntfKind::intfKindEthernet))
+                 ->forwardingModel(),
+             Interface::forwardingModelBridged);
+   EXPECT_EQ(pub.bridging->vlanConfig().at(5)->member().size(), 3u);  // bond0, eth0, eth1
+
+   const IntfId eth2 = IntfId::linux("eth2", IntfKind::intfKindEthernet);
+   EXPECT_EQ(pub.allStatus->intfStatus(eth2)->vrf(), "vrf-red");
+   EXPECT_EQ(pub.ipStatus->ipIntfStatus(eth2)->vrf(), "vrf-red");
+
+   // A member leaves, the bond goes: records follow, the others stay the same objects.
+   auto eth2Status = pub.ethStatus->intfStatus(eth2);
+   m.links[3].master = 0;
+   m.links.erase(10);
+   pub.publish(m, {});
+   EXPECT_FALSE(pub.lagStatus->intfStatus(bond));
+   EXPECT_EQ(pub.ethStatus->intfStatus(eth2), eth2Status);
+   EXPECT_EQ(sw->switchportMode(), Bridging::switchportModeRouted);
+   EXPECT_TRUE(pub.bridging->vlanConfig().empty());
+}
+
+// Builds an rtnetlink message for NetModel::apply.
+struct Msg {
+   explicit Msg(int type, const void* hdr, size_t len) : m(nlmsg_alloc_simple(type, 0)) {
+      nlmsg_append(m, const_cast<void*>(hdr), len, NLMSG_ALIGNTO);
+   }
+   ~Msg() { nlmsg_free(m); }
+   const nlmsghdr* hdr() const { return nlmsg_hdr(m); }
+   nl_msg* m;
+};
+
+TEST(LinuxPlatformModelTest, OddKernelMessagesAreSkipped) {
+   NetModel m;
+   ifinfomsg ifi{};
+   ifi.ifi_index = 7;
+   ifi.ifi_type = ARPHRD_ETHER;
+   {  // a header cut short
+      Msg msg(RTM_NEWLINK, &ifi, 4);
+      EXPECT_FALSE(m.apply(msg.hdr()));
+   }
+   {  // an MTU of two bytes
+      Msg msg(RTM_NEWLINK, &ifi, sizeof(ifi));
+      nla_put_string(msg.m, IFLA_IFNAME, "odd0");
+      uint16_t mtu = 1500;
+      nla_put(msg.m, IFLA_MTU, sizeof(mtu), &mtu);
+      EXPECT_FALSE(m.apply(msg.hdr()));
+   }
+   {  // no name
+      Msg msg(RTM_NEWLINK, &ifi, sizeof(ifi));
+      nla_put_u32(msg.m, IFLA_MTU, 1500);
+      EXPECT_FALSE(m.apply(msg.hdr()));
+   }
+   EXPECT_EQ(m.malformed, 3u);
+   EXPECT_TRUE(m.links.empty());
+   {  // an unknown kind and a MAC of the wrong size: kept, not a port, no MAC
+      Msg msg(RTM_NEWLINK, &ifi, sizeof(ifi));
+      nla_put_string(msg.m, IFLA_IFNAME, "odd0");
+      nla_put(msg.m, IFLA_ADDRESS, 4, "\1\2\3\4");
+      nlattr* info = nla_nest_start(msg.m, IFLA_LINKINFO);
+      nla_put_string(msg.m, IFLA_INFO_KIND, "frobnicator");
+      nla_nest_end(msg.m, info);
+      EXPECT_TRUE(m.apply(msg.hdr()));
+      ASSERT_TRUE(m.link(7));
+      EXPECT_FALSE(Platform::Linux::isPortLink(*m.link(7)));
+      EXPECT_TRUE(m.link(7)->mac.isZero());
+   }
+   {  // bridge VLANs: a range, out-of-range IDs and a short entry
+      ifinfomsg br = ifi;
+      br.ifi_family = AF_BRIDGE;
+      Msg msg(RTM_NEWLINK, &br, sizeof(br));
+      nlattr* spec = nla_nest_start(msg.m, IFLA_AF_SPEC);
+      for (bridge_vlan_info v :
+           {bridge_vlan_info{BRIDGE_VLAN_INFO_RANGE_BEGIN, 100},
+            bridge_vlan_info{BRIDGE_VLAN_INFO_RANGE_END, 103},
+            bridge_vlan_info{BRIDGE_VLAN_INFO_PVID | BRIDGE_VLAN_INFO_UNTAGGED, 7},
+            bridge_vlan_info{0, 0}, bridge_vlan_info{0, 4095}}) {
+         nla_put(msg.m, IFLA_BRIDGE_VLAN_INFO, sizeof(v), &v);
+      }
+      nla_put(msg.m, IFLA_BRIDGE_VLAN_INFO, 2, "\0\0");
+      nla_nest_end(msg.m, spec);
+      EXPECT_TRUE(m.apply(msg.hdr()));
+      const auto& v = m.portVlans.at(7);
+      EXPECT_EQ(v.pvid, 7);
+      EXPECT_EQ(v.member.count(), 5u);  // 7, 100-103
+      EXPECT_TRUE(v.member.test(101));
+      EXPECT_TRUE(v.untagged.test(7));
+   }
+   {  // an IPv4 address of six bytes
+      ifaddrmsg ifa{};
+      ifa.ifa_family = AF_INET;
+      ifa.ifa_index = 7;
+      ifa.ifa_prefixlen = 24;
+      Msg msg(RTM_NEWADDR, &ifa, sizeof(ifa));
+      nla_put(msg.m, IFA_LOCAL, 6, "\1\2\3\4\5\6");
+      EXPECT_FALSE(m.apply(msg.hdr()));
+      EXPECT_TRUE(m.addrs.empty());
+   }
+   {  // the link goes: its VLANs and addresses with it
+      Msg msg(RTM_DELLINK, &ifi, sizeof(ifi));
+      EXPECT_TRUE(m.apply(msg.hdr()));
+      EXPECT_TRUE(m.links.empty());
+      EXPECT_TRUE(m.portVlans.empty());
+   }
+}
+
+}  // namespace
