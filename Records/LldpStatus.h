@@ -71,6 +71,17 @@ class Status : public StatusBase {
    VEL_ENTITY_DERIVED(Status, StatusBase, LLDP_STATUS_ATTRS)
 };
 
+// The status the command line reads: the remote-table counters of every supervisor added
+// up, and each port's status.
+// clang-format off
+#define LLDP_ALL_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   MAP(Wire::IntfId, Vel::Ptr<const PortStatus>, portStatus)
+// clang-format on
+
+class AllStatus : public StatusBase {
+   VEL_ENTITY_DERIVED(AllStatus, StatusBase, LLDP_ALL_STATUS_ATTRS)
+};
+
 // clang-format off
 #define LLDP_REM_TABLES_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ATTR(Vel::Seconds, remTablesLastClearTime, 0)

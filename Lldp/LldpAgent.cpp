@@ -1,0 +1,225 @@
+#include "Lldp/LldpAgent.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "Framework/Assert.h"
+#include "Framework/Vel/EventLoop.h"
+#include "Platform/Linux/LinuxPam.h"
+
+namespace Lldp::Agent {
+
+using Input::traceLldpAgent;
+
+// ---------------------------------------------------------------------------------------
+// Status accumulator.
+
+StatusAccumulatorSm::StatusAccumulatorSm(Lldp::Status::PtrConst local, Lldp::AllStatus::Ptr all)
+    : lldpStatusLocal_(std::move(local)), allStatus_(std::move(all)) {
+   localReactor_.sm = remoteReactor_.sm = this;
+   localReactor_.local = true;
+}
+
+StatusAccumulatorSm::~StatusAccumulatorSm() = default;
+
+void StatusAccumulatorSm::handleInitialized() {
+   localReactor_.notifierIs(lldpStatusLocal_);
+   remoteReactor_.notifierIs(lldpStatusRemote_);
+   handleLldpStatusRemote();
+   handleMgmtAddrVrf();
+   for (const auto& [intf, ps] : allStatus_->portStatus()) handleIntfId(intf);
+   for (const auto& [intf, ps] : lldpStatusLocal_->portStatus()) handleIntfId(intf);
+}
+
+void StatusAccumulatorSm::doClose() {
+   localReactor_.notifierIs(nullptr);
+   remoteReactor_.notifierIs(nullptr);
+   allStatus_->portStatusDelAll();
+}
+
+void StatusAccumulatorSm::lldpStatusRemoteIs(Lldp::Status::PtrConst remote) {
+   if (remote == lldpStatusRemote_) return;
+   lldpStatusRemote_ = std::move(remote);
+   remoteReactor_.notifierIs(lldpStatusRemote_);
+   handleLldpStatusRemote();
+}
+
+void StatusAccumulatorSm::handleRemTablesInserts() {
+   uint32_t v = lldpStatusLocal_->remTablesInserts();
+   if (lldpStatusRemote_) v = uint32_t(v + lldpStatusRemote_->remTablesInserts());
+   allStatus_->remTablesInsertsIs(v);
+}
+
+void StatusAccumulatorSm::handleRemTablesDeletes() {
+   uint32_t v = lldpStatusLocal_->remTablesDeletes();
+   if (lldpStatusRemote_) v = uint32_t(v + lldpStatusRemote_->remTablesDeletes());
+   allStatus_->remTablesDeletesIs(v);
+}
+
+void StatusAccumulatorSm::handleRemTablesDrops() {
+   uint32_t v = lldpStatusLocal_->remTablesDrops();
+   if (lldpStatusRemote_) v = uint32_t(v + lldpStatusRemote_->remTablesDrops());
+   allStatus_->remTablesDropsIs(v);
+}
+
+void StatusAccumulatorSm::handleRemTablesAgeouts() {
+   uint32_t v = lldpStatusLocal_->remTablesAgeouts();
+   if (lldpStatusRemote_) v = uint32_t(v + lldpStatusRemote_->remTablesAgeouts());
+   allStatus_->remTablesAgeoutsIs(v);
+}
+
+void StatusAccumulatorSm::handleRemTablesLastChangeTime() {
+   Vel::Seconds t = lldpStatusLocal_->remTablesLastChangeTime();
+   // The later of the two; on a tie the local value.
+   if (lldpStatusRemote_ && lldpStatusRemote_->remTablesLastChangeTime() > t) {
+      t = lldpStatusRemote_->remTablesLastChangeTime();
+   }
+   allStatus_->remTablesLastChangeTimeIs(t);
+}
+
+void StatusAccumulatorSm::handleMgmtAddrVrf() {
+   allStatus_->mgmtAddrVrfIs(lldpStatusLocal_->mgmtAddrVrf());
+}
+
+void StatusAccumulatorSm::handleLldpStatusRemote() {
+   VEL_TRACE(traceLldpAgent, 8,
+             "StatusAccumulatorSm::handleLldpStatusRemote(): "
+                 << (lldpStatusRemote_ ? "peer status attached" : "no peer status"));
+   handleRemTablesInserts();
+   handleRemTablesDeletes();
+   handleRemTablesDrops();
+   handleRemTablesAgeouts();
+   handleRemTablesLastChangeTime();
+}
+
+void StatusAccumulatorSm::handleIntfId(const Wire::IntfId& intf) {
+   if (auto ps = lldpStatusLocal_->portStatus(intf)) {
+      allStatus_->portStatusIs(intf, ps);
+   } else {
+      allStatus_->portStatusDel(intf);
+   }
+}
+
+// ---------------------------------------------------------------------------------------
+// Agent.
+
+Agent::Agent(std::string name, Options options, Vel::StateDb& db)
+    : name_(std::move(name)), options_(std::move(options)), db_(db) {
+   if (!options_.pamFactory) options_.pamFactory = Platform::Linux::LinuxPam::factory();
+}
+
+Agent::~Agent() = default;
+
+void Agent::doInit() {
+   VEL_TRACE(traceLldpAgent, 4, "Agent::doInit() " << name_);
+   // The trace file is named after the agent, in RINGLOGDIR when it is set.
+   if (const char* dir = std::getenv("RINGLOGDIR"); dir && *dir) {
+      Vel::Trace::textTraceIs(std::string(dir) + "/" + name_);
+   }
+   // One socket per port and one per client: raise the limit if it is lower.
+   rlimit lim{};
+   if (::getrlimit(RLIMIT_NOFILE, &lim) == 0 && lim.rlim_cur < fdLimit) {
+      lim.rlim_cur = std::min<rlim_t>(fdLimit, lim.rlim_max);
+      if (::setrlimit(RLIMIT_NOFILE, &lim) != 0) {
+         VEL_TRACE(traceLldpAgent, 0, "Cannot raise the file descriptor limit to " << fdLimit);
+      }
+   }
+
+   Vel::StateDb::MountGroup group(db_);
+   cliConfig_ = group.mount<Lldp::CliConfig>("l2discovery/lldp/cliConfig", "r");
+   remTablesStatus_ = group.mount<Lldp::RemTablesStatus>("l2discovery/lldp/remTablesStatus", "wf");
+   config_ = group.mount<Lldp::Config>("l2discovery/lldp/config", "w");
+   lldpStatusLocal_ = group.mount<Lldp::Status>("l2discovery/lldp/status/local", "wif");
+   allStatus_ = group.mount<Lldp::AllStatus>("l2discovery/lldp/status/all", "w");
+   localSystem_ = group.mount<Lldp::LocalSystem>("l2discovery/lldp/localSystem", "wi");
+   bridgingConfig_ = group.mount<Bridging::Config>("bridging/config", "r");
+   routingConfig_ = group.mount<Routing::Config>("routing/config", "r");
+   netStatus_ = group.mount<System::NetStatus>("sys/net/status", "r");
+   sysDescr_ = group.mount<EntityMib::SysDescr>("hardware/entmib", "r");
+   allIntfStatusDir_ = group.mount<Interface::AllIntfStatusDir>("interface/status/all", "r");
+   ethPhyIntfStatusDir_ =
+       group.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all", "r");
+   ethPhyIntfConfigDir_ =
+       group.mount<Interface::EthPhyIntfConfigDir>("interface/config/eth/phy/all", "r");
+   ethLagIntfStatusDir_ =
+       group.mount<Interface::EthLagIntfStatusDir>("interface/status/eth/lag", "r");
+   desiredIntfDir_ =
+       group.mount<Interface::PamDesiredIntfDir>("interface/pam/lldp/desiredIntf", "w");
+   mounts_ = group.mounts();
+   pamCollection_ = Vel::make<Wire::PamCollection>();
+   Vel::Ptr<Agent> self(this);
+   group.closeWith([self] { self->doMountsComplete(); });
+}
+
+void Agent::doMountsComplete() {
+   VEL_TRACE(traceLldpAgent, 4, "Agent::doMountsComplete()");
+   VEL_ASSERT(lldpStatusLocal_, "lldpStatusLocal()");
+   mountsComplete_ = true;
+   doMountsCompleteStep2();
+}
+
+void Agent::doMountsCompleteStep2() {
+   // The protocol root first: packet access exists before any port asks for it.
+   protocolRoot_ = Protocol::rootFactory(name_);
+   protocolRoot_->configIs(config_);
+   protocolRoot_->cliConfigIs(cliConfig_);
+   protocolRoot_->statusIs(lldpStatusLocal_);
+   protocolRoot_->localSystemIs(localSystem_);
+   protocolRoot_->ethPhyIntfStatusDirIs(ethPhyIntfStatusDir_);
+   protocolRoot_->deviceIntfStatusDirIs(ethPhyIntfStatusDir_);
+   protocolRoot_->desiredIntfDirIs(desiredIntfDir_);
+   protocolRoot_->pamCollectionIs(pamCollection_);
+   protocolRoot_->doInitializePamMan(options_.pamFactory);
+   protocolRoot_->protocolSmIs();
+
+   inputRoot_ = Vel::make<Input::Root>();
+   inputRoot_->localSystemIs(localSystem_);
+   inputRoot_->configIs(config_);
+   inputRoot_->statusIs(lldpStatusLocal_);
+   inputRoot_->remTablesStatusIs(remTablesStatus_);
+   inputRoot_->bridgingConfigIs(bridgingConfig_);
+   inputRoot_->allIntfStatusDirIs(allIntfStatusDir_);
+   inputRoot_->desiredIntfDirIs(desiredIntfDir_);
+
+   // A single supervisor: never a standby.
+   handleStandbyMode();
+   protocolRoot_->onOffSwitchSmIs();
+}
+
+void Agent::handleStandbyMode() {
+   VEL_TRACE(traceLldpAgent, 4, "Agent::handleStandbyMode(): active, cell " << cellId);
+   // What the input machines compute afresh.
+   Lldp::SystemCapabilitiesMap supported;
+   supported.bridgeIs(true);
+   supported.routerIs(true);
+   localSystem_->sysCapSupportedIs(supported);
+   localSystem_->sysCapEnabledIs({});
+   localSystem_->managementAddressPrioDelAll();
+   localSystem_->managementAddressDelAll();
+
+   statusAccumulatorSm_ = Vel::make<StatusAccumulatorSm>(lldpStatusLocal_, allStatus_);
+   statusAccumulatorSm_->handleInitialized();
+   inputRoot_->inputSmIs(cliConfig_, ethPhyIntfConfigDir_, routingConfig_, sysDescr_, netStatus_);
+   inputRoot_->activeEthIntfStatusDirSmIs(ethPhyIntfStatusDir_, ethLagIntfStatusDir_);
+}
+
+void Agent::doCleanup() {
+   VEL_TRACE(traceLldpAgent, 4, "Agent::doCleanup()");
+   // Frames stop first; then the ports' records go, and with them their machines and
+   // neighbours.
+   if (protocolRoot_) protocolRoot_->onOffSwitchSmDel();
+   if (inputRoot_) inputRoot_->doClose();
+   if (protocolRoot_) protocolRoot_->doClose();
+   if (statusAccumulatorSm_) statusAccumulatorSm_->doClose();
+   statusAccumulatorSm_ = nullptr;
+   inputRoot_ = nullptr;
+   protocolRoot_ = nullptr;
+}
+
+Vel::Ptr<Agent> agentFactory(const std::string& name) {
+   return Vel::make<Agent>(name, Agent::Options(), Vel::StateDb::instance());
+}
+
+}  // namespace Lldp::Agent

@@ -1,0 +1,276 @@
+// The agent with its input side, in virtual time: the platform's records are written the
+// way the Linux platform writes them, packet access is in memory, and the test checks
+// what the agent makes of them: port records, admin status, identity, and the status it
+// publishes.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "Framework/Log.h"
+#include "Framework/Trace.h"
+#include "Lldp/LldpAgent.h"
+#include "tests/Support/Switch.h"
+
+namespace {
+
+using Lldp::Agent::Agent;
+
+// Linux ports, as the platform names them.
+Wire::IntfId eth(const std::string& name) {
+   return Wire::IntfId::linux(name, Wire::IntfKind::intfKindEthernet);
+}
+using namespace Lldp::Agent::Input;
+
+class LldpAgentTest : public ::testing::Test {
+protected:
+   void SetUp() override {
+      Vel::Trace::textTraceIs("-");
+      Vel::Log::syslogIs(false);
+      loop().virtualTimeIs(true, 100);
+      for (const char* p : {"eth1", "eth2", "eth3"}) {
+         links.linkIs(eth(p), eth(std::string("peer-").append(p)));
+      }
+      platformBridging = db.mount<Bridging::Config>("bridging/config");
+      platformBridging->bridgeMacAddrIs(*Wire::EthAddr::parse("02:00:00:00:aa:01"));
+      netStatus = db.mount<System::NetStatus>("sys/net/status");
+      netStatus->hostnameIs("sw1");
+      netStatus->domainNameIs("example.test");
+      phyDir = db.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all");
+      lagDir = db.mount<Interface::EthLagIntfStatusDir>("interface/status/eth/lag");
+      allIntf = db.mount<Interface::AllIntfStatusDir>("interface/status/all");
+      agent = Vel::make<Agent>("lldp-agent", Agent::Options{links.factory()}, db);
+      agent->doInit();
+      loop().advanceBy(0);  // mounts complete from the loop
+   }
+   void TearDown() override {
+      if (agent) agent->doCleanup();
+      agent = nullptr;
+      loop().advanceBy(0);
+      loop().virtualTimeIs(false);
+      Vel::Log::syslogIs(true);
+      Wire::PktMan::instance().dataSizeIs(Wire::PktMan::defaultDataSize);
+   }
+   static Vel::EventLoop& loop() { return Vel::EventLoop::instance(); }
+   // A port as the platform reports it.
+   Interface::EthPhyIntfStatus::Ptr portUp(const std::string& name, uint8_t macLast) {
+      const Wire::IntfId intf = eth(name);
+      allIntf->intfStatusIs(intf)->ifIndexIs(macLast);
+      auto s = phyDir->intfStatusIs(intf);
+      const uint8_t mac[6] = {0x02, 0, 0, 0, 1, macLast};
+      s->addrIs(Wire::EthAddr::fromBytes(mac));
+      s->mtuIs(1500);
+      s->linkStatusIs(Interface::linkStatusUp);
+      s->forwardingModelIs(Interface::forwardingModelRouted);
+      return s;
+   }
+   Lldp::PortConfig::Ptr portConfig(const std::string& name) {
+      return db.entityAs<Lldp::Config>("l2discovery/lldp/config")->portConfig(eth(name));
+   }
+   uint8_t admin(const std::string& name) { return portConfig(name)->adminStatus(); }
+   Lldp::LocalSystem::Ptr localSystem() {
+      return db.entityAs<Lldp::LocalSystem>("l2discovery/lldp/localSystem");
+   }
+   void switchport(const Wire::IntfId& intf, uint8_t mode, uint16_t nativeVlan = 1) {
+      auto sw = platformBridging->switchIntfConfigIs(intf);
+      sw->switchportModeIs(mode);
+      sw->nativeVlanIs(nativeVlan);
+   }
+
+   Vel::StateDb db;
+   TestSupport::InMemoryLinks links;
+   Bridging::Config::Ptr platformBridging;
+   System::NetStatus::Ptr netStatus;
+   Interface::EthPhyIntfStatusDir::Ptr phyDir;
+   Interface::EthLagIntfStatusDir::Ptr lagDir;
+   Interface::AllIntfStatusDir::Ptr allIntf;
+   Vel::Ptr<Agent> agent;
+};
+
+TEST(InputRules, TxDelayIntervalSystemNameAndCapableKinds) {
+   EXPECT_EQ(txDelayFor(0), 0u);
+   EXPECT_EQ(txDelayFor(1), 1u);
+   EXPECT_EQ(txDelayFor(2), 2u);
+   EXPECT_EQ(txDelayFor(30), 2u);
+   EXPECT_EQ(systemNameOf("sw1", "example.test"), "sw1.example.test");
+   EXPECT_EQ(systemNameOf("sw1", ""), "sw1");
+   EXPECT_EQ(systemNameOf(std::string(300, 'h'), "d").size(), 255u);
+   EXPECT_TRUE(lldpCapable(Wire::IntfId("Ethernet3/1")));
+   EXPECT_TRUE(lldpCapable(Wire::IntfId("Management1")));
+   for (const char* other : {"Port-Channel1", "Vlan10", "Loopback0"}) {
+      EXPECT_FALSE(lldpCapable(Wire::IntfId(other))) << other;
+   }
+}
+
+TEST_F(LldpAgentTest, PortGetsItsRecordsAndPacketAccessWhileItTakesPart) {
+   auto eth1 = portUp("eth1", 1);
+   const Wire::IntfId intf = eth("eth1");
+   ASSERT_TRUE(portConfig("eth1"));
+   auto lp = localSystem()->localPort(intf);
+   ASSERT_TRUE(lp);
+   EXPECT_EQ(lp->portIdentifier().subtype(), 5);
+   EXPECT_EQ(lp->portIdentifier().value().value(), "eth1");
+   EXPECT_TRUE(lp->localPortPoeInfo());
+   EXPECT_TRUE(agent->lldpStatusLocal()->portStatus(intf));
+   EXPECT_TRUE(agent->protocolRoot()->protocolSm()->lldpPamSmHas(intf));
+   EXPECT_EQ(lp->linkAggregationInfo().status().capable(), true);
+   EXPECT_EQ(lp->maximumFrameSizeInfo().maxFrameSize(), 1518);
+
+   // Identity: chassis ID is the bridge MAC, which is also the advertised management
+   // address while there is no other.
+   auto local = localSystem();
+   EXPECT_EQ(local->chassisIdentifier().subtype(), 4);
+   EXPECT_EQ(local->chassisIdentifier().value().value(), std::string("\x02\0\0\0\xaa\x01", 6));
+   ASSERT_EQ(local->managementAddressPrio().size(), 1u);
+   EXPECT_EQ(local->managementAddressPrio().begin()->second.subtype(), Lldp::addrFamilyMac);
+   EXPECT_EQ(local->sysName().value(), "sw1.example.test");
+   netStatus->domainNameIs("");
+   EXPECT_EQ(local->sysName().value(), "sw1");
+   agent->cliConfig()->sysNameIs("configured-name");
+   EXPECT_EQ(local->sysName().value(), "configured-name");
+   EXPECT_TRUE(local->sysCapSupported().bridge() && local->sysCapSupported().router());
+
+   // A port whose forwarding model no longer lets LLDP run loses everything.
+   eth1->forwardingModelIs(Interface::forwardingModelDiscarded);
+   EXPECT_FALSE(portConfig("eth1"));
+   EXPECT_FALSE(local->localPort(intf));
+   EXPECT_FALSE(agent->lldpStatusLocal()->portStatus(intf));
+   EXPECT_EQ(agent->protocolRoot()->pamCollection()->intfPams(), 0u);
+   eth1->forwardingModelIs(Interface::forwardingModelBridged);
+   EXPECT_TRUE(portConfig("eth1"));
+
+   // Other kinds never get a port.
+   phyDir->intfStatusIs(Wire::IntfId("Port-Channel5"))->forwardingModelIs(4);
+   EXPECT_FALSE(portConfig("Port-Channel5"));
+}
+
+TEST_F(LldpAgentTest, AdminStatusFollowsGlobalSwitchCliAndSwitchportMode) {
+   portUp("eth1", 1);
+   portUp("eth2", 2);
+   portUp("eth3", 3);
+   auto cli = agent->cliConfig();
+   cli->cliPortConfigIs(eth("eth2"))->adminStatusIs(Lldp::adminStatusRxOnly);
+   EXPECT_EQ(admin("eth1"), 3);
+   EXPECT_EQ(admin("eth2"), 2);
+
+   cli->enabledIs(false);
+   for (const char* p : {"eth1", "eth2", "eth3"}) EXPECT_EQ(admin(p), 4) << p;
+   cli->enabledIs(true);
+   EXPECT_EQ(admin("eth1"), 3);
+   EXPECT_EQ(admin("eth2"), 2);
+
+   // Tunnel, tap and tool ports must not transmit.
+   cli->cliPortConfigIs(eth("eth3"))->adminStatusIs(Lldp::adminStatusTxOnly);
+   switchport(eth("eth1"), Bridging::switchportModeTap);
+   switchport(eth("eth3"), Bridging::switchportModeDot1qTunnel);
+   EXPECT_EQ(admin("eth1"), 2);
+   EXPECT_EQ(admin("eth3"), 4);
+   switchport(eth("eth1"), Bridging::switchportModeAccess, 10);
+   EXPECT_EQ(admin("eth1"), 3);
+   EXPECT_EQ(localSystem()->localPort(eth("eth1"))->portVlanId(), 10);
+   switchport(eth("eth1"), Bridging::switchportModeRouted);
+   EXPECT_EQ(localSystem()->localPort(eth("eth1"))->portVlanId(), 0);
+
+   // A member follows its aggregate's switchport, not its own.
+   const Wire::IntfId bond1 = Wire::IntfId::linux("bond1", Wire::IntfKind::intfKindPortChannel);
+   switchport(eth("eth2"), Bridging::switchportModeAccess, 20);
+   switchport(bond1, Bridging::switchportModeTool, 30);
+   allIntf->intfStatusIs(bond1)->ifIndexIs(77);
+   lagDir->intfStatusIs(bond1)->memberIs(eth("eth2"), true);
+   EXPECT_EQ(admin("eth2"), 2);  // receive-only asked; a tool port allows that
+   auto lp2 = localSystem()->localPort(eth("eth2"));
+   EXPECT_EQ(lp2->portVlanId(), 30);
+   EXPECT_TRUE(lp2->linkAggregationInfo().status().enabled());
+   EXPECT_EQ(lp2->linkAggregationInfo().aggregatedPortId(), 77u);
+   cli->cliPortConfigDel(eth("eth2"));  // back to transmit and receive, suppressed
+   EXPECT_EQ(admin("eth2"), 2);
+   lagDir->intfStatusDel(bond1);
+   EXPECT_EQ(admin("eth2"), 3);
+   EXPECT_EQ(lp2->portVlanId(), 20);
+   EXPECT_FALSE(lp2->linkAggregationInfo().status().enabled());
+}
+
+TEST_F(LldpAgentTest, GlobalSettingsReachThePortsAndCleanupLeavesNothing) {
+   portUp("eth1", 1);
+   auto cli = agent->cliConfig();
+   auto config = db.entityAs<Lldp::Config>("l2discovery/lldp/config");
+   cli->messageTxIntervalIs(1);
+   EXPECT_EQ(config->messageTxInterval(), 1u);
+   EXPECT_EQ(config->txDelay(), 1u);
+   cli->messageTxIntervalIs(5);
+   EXPECT_EQ(config->txDelay(), 2u);
+   cli->messageTxHoldTimeIs(20);
+   EXPECT_EQ(config->messageTxHoldTime(), 20u);
+   cli->portDescriptionTxIs(false);
+   cli->linkAggregationTxIs(false);
+   EXPECT_FALSE(portConfig("eth1")->enabledTlvs().portDescription());
+   EXPECT_TRUE(portConfig("eth1")->enabledTlvs().systemName());
+   EXPECT_FALSE(portConfig("eth1")->dot3EnabledTlvs().linkAggregation());
+   EXPECT_TRUE(portConfig("eth1")->dot3EnabledTlvs().maxFrameSize());
+   auto port = cli->cliPortConfigIs(eth("eth1"));
+   port->ztpBootVlanIs(42);
+   port->rxRateLimitEnabledIs(false);
+   EXPECT_EQ(portConfig("eth1")->ztpBootVlan(), 42);
+   EXPECT_FALSE(portConfig("eth1")->rxRateLimitEnabled());
+   EXPECT_EQ(localSystem()->localPort(eth("eth1"))->ztpBootVlan(), 42);
+
+   agent->doCleanup();
+   EXPECT_TRUE(config->portConfig().empty());
+   EXPECT_TRUE(localSystem()->localPort().empty());
+   EXPECT_TRUE(localSystem()->managementAddress().empty());
+   EXPECT_TRUE(agent->lldpStatusLocal()->portStatus().empty());
+   EXPECT_TRUE(db.entityAs<Interface::PamDesiredIntfDir>("interface/pam/lldp/desiredIntf")
+                   ->intfDesired()
+                   .empty());
+   agent = nullptr;
+}
+
+TEST_F(LldpAgentTest, StatusAccumulatorAddsThePeerAndTakesTheLaterChange) {
+   auto local = agent->lldpStatusLocal();
+   auto all = db.entityAs<Lldp::AllStatus>("l2discovery/lldp/status/all");
+   local->remTablesInsertsIs(7);
+   EXPECT_EQ(all->remTablesInserts(), 7u);
+   auto peer = Vel::make<Lldp::Status>();
+   peer->remTablesInsertsIs(5);
+   peer->remTablesLastChangeTimeIs(100.0);
+   local->remTablesLastChangeTimeIs(100.0);
+   agent->statusAccumulatorSm()->lldpStatusRemoteIs(peer);
+   EXPECT_EQ(all->remTablesInserts(), 12u);
+   EXPECT_EQ(all->remTablesLastChangeTime(), 100.0);
+   peer->remTablesLastChangeTimeIs(101.5);
+   EXPECT_EQ(all->remTablesLastChangeTime(), 101.5);
+   peer->remTablesAgeoutsIs(uint32_t(-1));
+   local->remTablesAgeoutsIs(2);
+   EXPECT_EQ(all->remTablesAgeouts(), 1u);  // unsigned 32-bit sum
+   agent->statusAccumulatorSm()->lldpStatusRemoteIs(nullptr);
+   EXPECT_EQ(all->remTablesInserts(), 7u);
+
+   // Port statuses are published while they exist.
+   portUp("eth1", 1);
+   EXPECT_TRUE(all->portStatus(eth("eth1")));
+   phyDir->intfStatusDel(eth("eth1"));
+   EXPECT_FALSE(all->portStatus(eth("eth1")));
+}
+
+TEST_F(LldpAgentTest, TwoAgentsDiscoverEachOtherInVirtualTime) {
+   // A second agent on the far ends of the links, with its own database.
+   Vel::StateDb otherDb;
+   auto otherBridging = otherDb.mount<Bridging::Config>("bridging/config");
+   otherBridging->bridgeMacAddrIs(*Wire::EthAddr::parse("02:00:00:00:bb:02"));
+   otherDb.mount<System::NetStatus>("sys/net/status")->hostnameIs("sw2");
+   auto otherPhy = otherDb.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all");
+   auto other = Vel::make<Agent>("lldp-agent", Agent::Options{links.factory()}, otherDb);
+   other->doInit();
+   loop().advanceBy(0);
+   portUp("eth1", 1);
+   auto peerPort = otherPhy->intfStatusIs(eth("peer-eth1"));
+   peerPort->linkStatusIs(Interface::linkStatusUp);
+   loop().advanceBy(2);
+   auto seen = agent->lldpStatusLocal()->portStatus(eth("eth1"))->remoteSystem();
+   ASSERT_EQ(seen.size(), 1u);
+   EXPECT_EQ(seen.begin()->second->sysName().value(), "sw2");
+   EXPECT_EQ(seen.begin()->second->msap().chassisIdentifier().value().value(),
+             std::string("\x02\0\0\0\xbb\x02", 6));
+   other->doCleanup();
+}
+
+}  // namespace
