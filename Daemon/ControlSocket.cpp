@@ -1,0 +1,478 @@
+#include "Daemon/ControlSocket.h"
+
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <exception>
+#include <vector>
+
+#include "Config/ConfigLanguage.h"
+#include "Framework/Assert.h"
+#include "Framework/Trace.h"
+#include "Framework/Vel/StateDb.h"
+
+namespace Daemon {
+
+namespace {
+
+Vel::Trace::Handle traceControl("ControlSocket");
+
+constexpr size_t readChunk = 64 * 1024;
+constexpr int acceptsPerTurn = 64;
+
+std::string errnoText(const std::string& what) {
+   return what + ": " + std::strerror(errno);
+}
+
+std::string serialize(const Vel::Json& message) {
+   // Text from neighbours or the operator may hold bytes that are not UTF-8; they are
+   // replaced rather than failing the whole reply.
+   std::string s = message.dump(-1, ' ', false, Vel::Json::error_handler_t::replace);
+   s += '\n';
+   return s;
+}
+
+bool unixAddress(const std::string& path, sockaddr_un& addr, std::string* error) {
+   addr = {};
+   addr.sun_family = AF_UNIX;
+   if (path.empty() || path.size() >= sizeof addr.sun_path) {
+      if (error) *error = "socket path '" + path + "' is empty or too long";
+      return false;
+   }
+   std::memcpy(addr.sun_path, path.data(), path.size());
+   return true;
+}
+
+}  // namespace
+
+struct ControlSocket::Client {
+   uint64_t id = 0;
+   int fd = -1;
+   std::unique_ptr<Vel::FdReactor> reader;
+   std::string in;   // the request line received so far
+   std::string out;  // replies not written yet, from outPos
+   size_t outPos = 0;
+   bool waitingWritable = false;  // registered in writeEpollFd_
+   bool closing = false;          // close once `out` is written
+   Vel::Ptr<ControlConnection> connection;
+
+   size_t backlog() const { return out.size() - outPos; }
+   ~Client() {
+      reader.reset();  // before the descriptor goes
+      if (fd >= 0) close(fd);
+   }
+};
+
+void ControlConnection::send(const Vel::Json& message) {
+   if (server_) server_->send(id_, message);
+}
+
+Vel::Json ControlSocket::okReply(Vel::Json data) {
+   return Vel::Json{{"ok", true}, {"data", std::move(data)}};
+}
+
+Vel::Json ControlSocket::errorReply(const std::string& text) {
+   return Vel::Json{{"ok", false}, {"error", text}};
+}
+
+ControlSocket::ControlSocket(Vel::Ptr<Lldp::CliConfig> config) : config_(std::move(config)) {
+   VEL_ASSERT(config_, "ControlSocket: serves a configuration");
+   using Vel::Json;
+   opIs("get", [](const Json& req) {
+      auto p = req.find("path");
+      if (p == req.end() || !p->is_string()) return errorReply("get: \"path\" must be a string");
+      const std::string path = p->get<std::string>();
+      Vel::StateDb& db = Vel::StateDb::instance();
+      if (db.typeName(path).empty()) return errorReply("no entity at path " + path);
+      return okReply(db.json(path));
+   });
+   opIs("list", [](const Json&) {
+      Vel::StateDb& db = Vel::StateDb::instance();
+      Json data = Json::object();
+      for (const std::string& path : db.paths()) data[path] = db.typeName(path);
+      return okReply(std::move(data));
+   });
+   opIs("configure", [this](const Json& req) {
+      auto l = req.find("lines");
+      std::vector<std::string> lines;
+      bool good = l != req.end() && l->is_array();
+      for (size_t i = 0; good && i < l->size(); ++i) {
+         good = (*l)[i].is_string();
+         if (good) lines.push_back((*l)[i].get<std::string>());
+      }
+      if (!good) return errorReply("configure: \"lines\" must be an array of strings");
+      Config::Result r = Config::apply(lines, *config_);
+      return r ? okReply() : errorReply(r.error->message());
+   });
+   opIs("load", [this](const Json& req) {
+      auto t = req.find("text");
+      if (t == req.end() || !t->is_string()) return errorReply("load: \"text\" must be a string");
+      Config::Result r = Config::load(t->get<std::string>(), *config_);
+      return r ? okReply() : errorReply(r.error->message());
+   });
+   opIs("show-configuration", [this](const Json&) { return okReply(Config::render(*config_)); });
+}
+
+ControlSocket::~ControlSocket() {
+   while (!clients_.empty()) drop(clients_.begin()->first);
+   listenReactor_.reset();
+   writeReactor_.reset();
+   if (listenFd_ >= 0) {
+      // Only the socket file this server made: a later server may own the path by now.
+      struct stat st;
+      if (lstat(path_.c_str(), &st) == 0 && st.st_dev == boundDev_ && st.st_ino == boundIno_) {
+         unlink(path_.c_str());
+      }
+      close(listenFd_);
+   }
+   if (writeEpollFd_ >= 0) close(writeEpollFd_);
+   if (spareFd_ >= 0) close(spareFd_);
+}
+
+void ControlSocket::opIs(const std::string& name, Handler handler) {
+   ops_[name] = [h = std::move(handler)](const Vel::Json& req, const Vel::Ptr<ControlConnection>&) {
+      return h(req);
+   };
+}
+
+void ControlSocket::opIs(const std::string& name, StreamHandler handler) {
+   ops_[name] = std::move(handler);
+}
+
+size_t ControlSocket::clientCount() const {
+   return clients_.size();
+}
+
+bool ControlSocket::listen(const std::string& path, std::string* error) {
+   auto fail = [&](const std::string& text) {
+      if (error) *error = text;
+      VEL_TRACE(traceControl, 0, text);
+      return false;
+   };
+   if (listenFd_ >= 0) return fail("control socket already listening on " + path_);
+   sockaddr_un addr;
+   if (!unixAddress(path, addr, error)) return false;
+
+   // A socket file left by a daemon that died is replaced; one that answers is not.
+   struct stat st;
+   if (lstat(path.c_str(), &st) == 0) {
+      if (!S_ISSOCK(st.st_mode)) return fail(path + " exists and is not a socket");
+      int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+      if (probe < 0) return fail(errnoText("socket"));
+      int rc = connect(probe, reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
+      int err = errno;
+      close(probe);
+      if (rc == 0 || err != ECONNREFUSED) {
+         return fail("another daemon is listening on " + path);
+      }
+      if (unlink(path.c_str()) != 0 && errno != ENOENT) {
+         return fail(errnoText("cannot remove stale socket " + path));
+      }
+   }
+
+   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+   if (fd < 0) return fail(errnoText("socket"));
+   // The file is created owner-only, so nobody else can connect even for a moment.
+   mode_t old = umask(0177);
+   int rc = bind(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
+   int err = errno;
+   umask(old);
+   if (rc != 0) {
+      close(fd);
+      errno = err;
+      return fail(errnoText("cannot bind " + path));
+   }
+   if (chmod(path.c_str(), 0600) != 0 || lstat(path.c_str(), &st) != 0 || ::listen(fd, 64) != 0) {
+      std::string text = errnoText("cannot listen on " + path);
+      unlink(path.c_str());
+      close(fd);
+      return fail(text);
+   }
+   int wfd = epoll_create1(EPOLL_CLOEXEC);
+   if (wfd < 0) {
+      std::string text = errnoText("epoll_create1");
+      unlink(path.c_str());
+      close(fd);
+      return fail(text);
+   }
+   listenFd_ = fd;
+   writeEpollFd_ = wfd;
+   boundDev_ = st.st_dev;
+   boundIno_ = st.st_ino;
+   path_ = path;
+   spareFd_ = open("/dev/null", O_RDONLY | O_CLOEXEC);
+   listenReactor_ = std::make_unique<Vel::FdReactor>(fd, [this] { onAcceptable(); });
+   writeReactor_ = std::make_unique<Vel::FdReactor>(wfd, [this] { onWritable(); });
+   if (!listenReactor_->registered() || !writeReactor_->registered()) {
+      return fail("cannot watch the control socket on the event loop");
+   }
+   VEL_TRACE(traceControl, 4, "listening on " << path);
+   return true;
+}
+
+void ControlSocket::onAcceptable() {
+   for (int i = 0; i < acceptsPerTurn; ++i) {
+      int fd = accept4(listenFd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+      if (fd < 0) {
+         if (errno == EINTR || errno == ECONNABORTED) continue;
+         if (errno == EAGAIN || errno == EWOULDBLOCK) return;
+         if ((errno == EMFILE || errno == ENFILE) && spareFd_ >= 0) {
+            // Out of descriptors: take the client with the spare one and close it at
+            // once, rather than leave it pending and the listener readable forever.
+            VEL_TRACE(traceControl, 0, "out of descriptors, refusing a client");
+            close(spareFd_);
+            int c = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (c >= 0) close(c);
+            spareFd_ = open("/dev/null", O_RDONLY | O_CLOEXEC);
+            continue;
+         }
+         VEL_TRACE(traceControl, 0, errnoText("accept"));
+         return;
+      }
+      if (clients_.size() >= maxClients) {
+         static const std::string busy = serialize(errorReply("too many clients"));
+         (void)!::send(fd, busy.data(), busy.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+         close(fd);
+         VEL_TRACE(traceControl, 2, "too many clients, one refused");
+         continue;
+      }
+      auto c = std::make_unique<Client>();
+      c->id = ++lastId_;
+      c->fd = fd;
+      c->connection = Vel::Ptr<ControlConnection>(new ControlConnection(this, c->id));
+      c->reader = std::make_unique<Vel::FdReactor>(fd, [this, id = c->id] { onReadable(id); });
+      if (!c->reader->registered()) continue;  // traced by the loop; closed by ~Client
+      VEL_TRACE(traceControl, 4, "client " << c->id << " connected");
+      clients_.emplace(c->id, std::move(c));
+   }
+}
+
+void ControlSocket::onReadable(uint64_t id) {
+   auto it = clients_.find(id);
+   if (it == clients_.end()) return;
+   Client& c = *it->second;
+   char buf[readChunk];
+   ssize_t n = recv(c.fd, buf, sizeof buf, MSG_DONTWAIT);
+   if (n < 0) {
+      if (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK) return;
+      VEL_TRACE(traceControl, 2, "client " << id << ": " << errnoText("read"));
+      drop(id);
+      return;
+   }
+   if (n == 0) {
+      // The client is done sending. What it still waits for is written, then it goes;
+      // a request cut off without its newline is abandoned.
+      VEL_TRACE(traceControl, 4, "client " << id << " closed its side");
+      c.reader.reset();
+      c.closing = true;
+      if (c.backlog() == 0) drop(id);
+      return;
+   }
+   const char* p = buf;
+   const char* end = buf + n;
+   while (p < end) {
+      const char* nl = static_cast<const char*>(std::memchr(p, '\n', size_t(end - p)));
+      const char* stop = nl ? nl : end;
+      if (c.in.size() + size_t(stop - p) > maxRequestBytes) {
+         VEL_TRACE(traceControl, 2, "client " << id << ": request over the size limit");
+         ++clientsDropped_;
+         c.in.clear();
+         c.in.shrink_to_fit();
+         c.reader.reset();
+         c.closing = true;
+         // Nothing more is read: the reply goes out, then the connection is closed.
+         shutdown(c.fd, SHUT_RD);
+         send(id, errorReply("request longer than " + std::to_string(maxRequestBytes) +
+                             " bytes without a newline"));
+         return;
+      }
+      c.in.append(p, stop);
+      if (!nl) break;
+      p = nl + 1;
+      std::string line;
+      line.swap(c.in);
+      if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+      Vel::Ptr<ControlConnection> connection = c.connection;
+      Vel::Json reply = handle(line, connection);
+      if (!send(id, reply)) return;  // the client is gone
+      if (clients_.find(id) == clients_.end()) return;
+   }
+}
+
+Vel::Json ControlSocket::handle(const std::string& line,
+                                const Vel::Ptr<ControlConnection>& connection) {
+   Vel::Json req = Vel::Json::parse(line, nullptr, false);
+   if (req.is_discarded()) return errorReply("malformed request: not JSON");
+   if (!req.is_object()) return errorReply("malformed request: not a JSON object");
+   auto op = req.find("op");
+   if (op == req.end() || !op->is_string()) {
+      return errorReply("malformed request: no \"op\" string");
+   }
+   const std::string name = op->get<std::string>();
+   auto h = ops_.find(name);
+   if (h == ops_.end()) return errorReply("unknown op '" + Vel::printableBytes(name) + "'");
+   VEL_TRACE(traceControl, 4, "op " << name);
+   // Copied: the handler may replace operations, its own included.
+   StreamHandler handler = h->second;
+   try {
+      return handler(req, connection);
+   } catch (const std::exception& e) {
+      VEL_TRACE(traceControl, 0, "op " << name << " failed: " << e.what());
+      return errorReply(name + ": " + e.what());
+   }
+}
+
+bool ControlSocket::send(uint64_t id, const Vel::Json& message) {
+   auto it = clients_.find(id);
+   if (it == clients_.end()) return false;
+   Client& c = *it->second;
+   if (c.backlog() > maxBacklogBytes) {
+      VEL_TRACE(traceControl, 2, "client " << id << " does not read its replies, dropped");
+      ++clientsDropped_;
+      drop(id);
+      return false;
+   }
+   if (c.outPos == c.out.size()) {
+      c.out.clear();
+      c.outPos = 0;
+   }
+   c.out += serialize(message);
+   if (!flush(c)) {
+      drop(id);
+      return false;
+   }
+   return true;
+}
+
+// Writes what the socket takes; the rest waits for the socket to become writable. Returns
+// false when the client has to go: an error, or a closing client with nothing left.
+bool ControlSocket::flush(Client& c) {
+   while (c.outPos < c.out.size()) {
+      ssize_t n = ::send(c.fd, c.out.data() + c.outPos, c.out.size() - c.outPos,
+                         MSG_NOSIGNAL | MSG_DONTWAIT);
+      if (n > 0) {
+         c.outPos += size_t(n);
+         continue;
+      }
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+         if (!c.waitingWritable) {
+            epoll_event ev{};
+            ev.events = EPOLLOUT;
+            ev.data.u64 = c.id;
+            if (epoll_ctl(writeEpollFd_, EPOLL_CTL_ADD, c.fd, &ev) != 0) {
+               VEL_TRACE(traceControl, 0, errnoText("cannot wait to write"));
+               return false;
+            }
+            c.waitingWritable = true;
+         }
+         // Compact now and then so a long stream does not keep what it has written.
+         if (c.outPos > (size_t(1) << 20) && c.outPos * 2 > c.out.size()) {
+            c.out.erase(0, c.outPos);
+            c.outPos = 0;
+         }
+         return true;
+      }
+      VEL_TRACE(traceControl, 2, "client " << c.id << ": " << errnoText("write"));
+      return false;
+   }
+   // All written: a big reply's buffer is given back.
+   if (c.out.capacity() > readChunk) {
+      std::string().swap(c.out);
+   } else {
+      c.out.clear();
+   }
+   c.outPos = 0;
+   if (c.waitingWritable) {
+      epoll_ctl(writeEpollFd_, EPOLL_CTL_DEL, c.fd, nullptr);
+      c.waitingWritable = false;
+   }
+   return !c.closing;
+}
+
+void ControlSocket::onWritable() {
+   epoll_event events[64];
+   int n = epoll_wait(writeEpollFd_, events, 64, 0);
+   for (int i = 0; i < n; ++i) {
+      uint64_t id = events[i].data.u64;
+      auto it = clients_.find(id);
+      if (it == clients_.end()) continue;
+      if (!flush(*it->second)) drop(id);
+   }
+}
+
+void ControlSocket::drop(uint64_t id) {
+   auto it = clients_.find(id);
+   if (it == clients_.end()) return;
+   Client& c = *it->second;
+   if (c.waitingWritable) epoll_ctl(writeEpollFd_, EPOLL_CTL_DEL, c.fd, nullptr);
+   c.connection->server_ = nullptr;
+   VEL_TRACE(traceControl, 4, "client " << id << " gone");
+   clients_.erase(it);
+}
+
+// ---------------------------------------------------------------------------------------
+// The client.
+
+bool request(const std::string& socketPath, const Vel::Json& req, Vel::Json* reply,
+             std::string* error, Vel::Seconds timeout) {
+   auto fail = [&](const std::string& text) {
+      if (error) *error = text;
+      return false;
+   };
+   sockaddr_un addr;
+   if (!unixAddress(socketPath, addr, error)) return false;
+   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+   if (fd < 0) return fail(errnoText("socket"));
+   struct Closer {
+      int fd;
+      ~Closer() { close(fd); }
+   } closer{fd};
+   timeval tv{};
+   if (timeout > 0 && std::isfinite(timeout)) {
+      tv.tv_sec = time_t(timeout);
+      tv.tv_usec = suseconds_t((timeout - double(tv.tv_sec)) * 1e6);
+   }
+   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+   if (connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0) {
+      return fail(errnoText("cannot connect to " + socketPath));
+   }
+   const std::string line = serialize(req);
+   for (size_t done = 0; done < line.size();) {
+      ssize_t n = ::send(fd, line.data() + done, line.size() - done, MSG_NOSIGNAL);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+         return fail("the daemon did not take the request in time");
+      }
+      if (n <= 0) return fail(errnoText("cannot send the request"));
+      done += size_t(n);
+   }
+   std::string in;
+   std::vector<char> buf(readChunk);
+   for (;;) {
+      ssize_t n = recv(fd, buf.data(), buf.size(), 0);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+         return fail("no reply from the daemon in time");
+      }
+      if (n < 0) return fail(errnoText("cannot read the reply"));
+      if (n == 0) return fail("the daemon closed the connection before replying");
+      const char* nl = static_cast<const char*>(std::memchr(buf.data(), '\n', size_t(n)));
+      in.append(buf.data(), nl ? size_t(nl - buf.data()) : size_t(n));
+      if (nl) break;
+   }
+   Vel::Json parsed = Vel::Json::parse(in, nullptr, false);
+   if (parsed.is_discarded() || !parsed.is_object()) return fail("malformed reply from the daemon");
+   if (reply) *reply = std::move(parsed);
+   return true;
+}
+
+}  // namespace Daemon

@@ -1,0 +1,120 @@
+// The daemon's control socket: a Unix-domain stream socket, served on the event loop,
+// through which the command line reads the state database and changes the configuration.
+//
+// Protocol: newline-delimited JSON. A request is one JSON object on one line with an "op"
+// string; the reply is one JSON object on one line, {"ok":true,"data":...} or
+// {"ok":false,"error":"..."}. Replies come in request order. Built-in operations:
+//    {"op":"get","path":P}                 the entity published at P, as JSON
+//    {"op":"list"}                         {path: type name} for every published entity
+//    {"op":"configure","lines":[...]}      configuration lines applied (Config::apply)
+//    {"op":"load","text":"..."}            a whole configuration file (Config::load)
+//    {"op":"show-configuration"}           the configuration in force, as text
+// More are added with opIs().
+//
+// A client never holds up the daemon: sockets are non-blocking, a request line longer
+// than maxRequestBytes gets an error reply and the connection is closed, and a client
+// that does not read its replies is dropped once it has more than maxBacklogBytes of them
+// waiting (one reply of any size is always accepted, so a large table still goes out).
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "Framework/Vel/EventLoop.h"
+#include "Framework/Vel/Json.h"
+#include "Framework/Vel/Ptr.h"
+#include "Records/LldpConfig.h"
+
+namespace Daemon {
+
+class ControlSocket;
+
+// One client connection, as a streaming operation sees it: it may keep the handle and
+// send more messages later (each one JSON line). Sending on a closed connection does
+// nothing.
+class ControlConnection : public Vel::RefCounted {
+public:
+   bool closed() const { return server_ == nullptr; }
+   void send(const Vel::Json& message);
+
+private:
+   friend class ControlSocket;
+   explicit ControlConnection(ControlSocket* server, uint64_t id) : server_(server), id_(id) {}
+   ControlSocket* server_;
+   uint64_t id_;
+};
+
+class ControlSocket {
+public:
+   static constexpr size_t maxRequestBytes = size_t(1) << 20;
+   static constexpr size_t maxBacklogBytes = size_t(16) << 20;
+   static constexpr size_t maxClients = 256;
+
+   using Handler = std::function<Vel::Json(const Vel::Json& request)>;
+   // A handler that also gets the connection, for operations that keep sending (watch).
+   using StreamHandler = std::function<Vel::Json(const Vel::Json& request,
+                                                 const Vel::Ptr<ControlConnection>& connection)>;
+
+   // Serves `config` (configure, load, show-configuration) and the state database.
+   explicit ControlSocket(Vel::Ptr<Lldp::CliConfig> config);
+   ~ControlSocket();
+   ControlSocket(const ControlSocket&) = delete;
+   ControlSocket& operator=(const ControlSocket&) = delete;
+
+   // Starts listening at `path`, readable and writable by the owner only. A stale socket
+   // file is replaced; a path another server answers on is refused. Returns false with
+   // the reason in `error`.
+   bool listen(const std::string& path, std::string* error);
+   const std::string& path() const { return path_; }
+
+   // Adds or replaces an operation. Handlers return the whole reply (okReply/errorReply);
+   // an exception from a handler becomes an error reply.
+   void opIs(const std::string& name, Handler handler);
+   void opIs(const std::string& name, StreamHandler handler);
+
+   static Vel::Json okReply(Vel::Json data = nullptr);
+   static Vel::Json errorReply(const std::string& text);
+
+   size_t clientCount() const;
+   // Clients dropped for not reading their replies or for an oversized request.
+   uint64_t clientsDropped() const { return clientsDropped_; }
+
+private:
+   friend class ControlConnection;
+   struct Client;
+
+   void onAcceptable();
+   void onReadable(uint64_t id);
+   void onWritable();
+   Vel::Json handle(const std::string& line, const Vel::Ptr<ControlConnection>& connection);
+   // Queues a message for the client and writes what the socket takes now; returns false
+   // (and drops the client) if the client is gone or too far behind.
+   bool send(uint64_t id, const Vel::Json& message);
+   bool flush(Client& c);
+   void drop(uint64_t id);
+
+   Vel::Ptr<Lldp::CliConfig> config_;
+   std::map<std::string, StreamHandler> ops_;
+   std::string path_;
+   uint64_t boundDev_ = 0;  // the socket file this server made
+   uint64_t boundIno_ = 0;
+   int listenFd_ = -1;
+   int spareFd_ = -1;       // given up to accept and close a client when out of descriptors
+   int writeEpollFd_ = -1;  // clients waiting to write; readable when one of them can
+   std::unique_ptr<Vel::FdReactor> listenReactor_;
+   std::unique_ptr<Vel::FdReactor> writeReactor_;
+   std::map<uint64_t, std::unique_ptr<Client>> clients_;
+   uint64_t lastId_ = 0;
+   uint64_t clientsDropped_ = 0;
+};
+
+// A blocking client: sends one request and waits for its reply (at most `timeout`
+// seconds for each step). Returns false with the reason in `error` when the exchange
+// fails; a reply with "ok":false still returns true.
+bool request(const std::string& socketPath, const Vel::Json& req, Vel::Json* reply,
+             std::string* error, Vel::Seconds timeout = 30);
+
+}  // namespace Daemon

@@ -1,0 +1,396 @@
+// The control socket over a real Unix socket in a temporary directory: the built-in
+// operations, malformed and oversized requests, clients that vanish or stop reading,
+// large replies, many clients, and the socket file's mode and lifetime.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Config/ConfigLanguage.h"
+#include "Daemon/ControlSocket.h"
+#include "Framework/Vel/EventLoop.h"
+#include "Framework/Vel/StateDb.h"
+
+namespace {
+
+using Daemon::ControlSocket;
+using Vel::Json;
+
+Vel::EventLoop& loop() {
+   return Vel::EventLoop::instance();
+}
+
+const std::string statePath = "l2discovery/lldp/test/config";
+
+struct ControlSocketTest : ::testing::Test {
+   std::string dir;
+   std::string path;
+   Vel::Ptr<Lldp::CliConfig> config = Vel::make<Lldp::CliConfig>();
+   std::unique_ptr<ControlSocket> server;
+
+   void SetUp() override {
+      char tmpl[] = "/tmp/control-socket-test.XXXXXX";
+      ASSERT_NE(mkdtemp(tmpl), nullptr);
+      dir = tmpl;
+      path = dir + "/lldp.sock";
+      server = std::make_unique<ControlSocket>(config);
+      std::string error;
+      ASSERT_TRUE(server->listen(path, &error)) << error;
+      Vel::StateDb::instance().entityIs(statePath, config);
+   }
+   void TearDown() override {
+      Vel::StateDb::instance().entityDel(statePath);
+      server.reset();
+      std::filesystem::remove_all(dir);
+   }
+
+   // A blocking client in a thread while the loop serves it; an eventfd wakes the loop
+   // when the client is done.
+   Json call(const Json& req, std::string* error = nullptr) {
+      int wake = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+      Vel::FdReactor waker(wake, [wake] {
+         uint64_t v;
+         (void)!read(wake, &v, sizeof v);
+      });
+      std::atomic<bool> done{false};
+      bool ok = false;
+      Json reply;
+      std::string err;
+      std::thread t([&] {
+         ok = Daemon::request(path, req, &reply, &err, 10);
+         done = true;
+         uint64_t one = 1;
+         (void)!write(wake, &one, sizeof one);
+      });
+      loop().runUntil([&] { return done.load(); }, 15);
+      t.join();
+      close(wake);
+      if (error) {
+         *error = ok ? "" : err;
+      } else {
+         EXPECT_TRUE(ok) << err;
+      }
+      return reply;
+   }
+
+   int connectRaw() {
+      int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+      sockaddr_un addr{};
+      addr.sun_family = AF_UNIX;
+      std::strcpy(addr.sun_path, path.c_str());
+      EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+      // Let the server accept it.
+      size_t before = server->clientCount();
+      loop().runUntil([&] { return server->clientCount() > before; }, 5);
+      return fd;
+   }
+
+   // Sends everything, serving the loop while the socket is full.
+   void sendRaw(int fd, const std::string& bytes) {
+      size_t done = 0;
+      bool ok = loop().runUntil(
+          [&] {
+             while (done < bytes.size()) {
+                ssize_t n = send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+                if (n <= 0) return n < 0 && errno != EAGAIN;
+                done += size_t(n);
+             }
+             return true;
+          },
+          10);
+      EXPECT_TRUE(ok && done == bytes.size());
+   }
+
+   // Reads one reply line (or up to end of file), serving the loop meanwhile.
+   struct Reader {
+      explicit Reader(int f) : fd(f) {}
+      int fd;
+      std::string buf;
+      bool eof = false;
+   };
+   bool readSome(Reader& r) {
+      char chunk[65536];
+      for (;;) {
+         ssize_t n = recv(r.fd, chunk, sizeof chunk, MSG_DONTWAIT);
+         if (n > 0) {
+            r.buf.append(chunk, size_t(n));
+            continue;
+         }
+         if (n == 0 || (errno != EAGAIN && errno != EINTR)) r.eof = true;
+         return r.eof;
+      }
+   }
+   std::string readLine(Reader& r) {
+      loop().runUntil(
+          [&] {
+             readSome(r);
+             return r.eof || r.buf.find('\n') != std::string::npos;
+          },
+          10);
+      size_t nl = r.buf.find('\n');
+      if (nl == std::string::npos) return {};
+      std::string line = r.buf.substr(0, nl);
+      r.buf.erase(0, nl + 1);
+      return line;
+   }
+   Json readReply(Reader& r) {
+      std::string line = readLine(r);
+      Json j = Json::parse(line, nullptr, false);
+      EXPECT_FALSE(j.is_discarded()) << line;
+      return j;
+   }
+   bool waitEof(Reader& r) {
+      return loop().runUntil([&] { return readSome(r); }, 10);
+   }
+};
+
+TEST_F(ControlSocketTest, BuiltInOperations) {
+   Json r = call({{"op", "get"}, {"path", statePath}});
+   EXPECT_EQ(r, ControlSocket::okReply(Vel::StateDb::instance().json(statePath)));
+   r = call({{"op", "get"}, {"path", "l2discovery/nothing"}});
+   EXPECT_EQ(r, ControlSocket::errorReply("no entity at path l2discovery/nothing"));
+
+   r = call({{"op", "list"}});
+   ASSERT_EQ(r["ok"], true);
+   EXPECT_EQ(r["data"][statePath], "CliConfig");
+
+   r = call(
+       {{"op", "configure"}, {"lines", {"lldp timer 5", "interface eth1", "  no lldp transmit"}}});
+   EXPECT_EQ(r, ControlSocket::okReply());
+   EXPECT_EQ(config->messageTxInterval(), 5u);
+   ASSERT_TRUE(config->cliPortConfig(Wire::IntfId("eth1")));
+   EXPECT_EQ(config->cliPortConfig(Wire::IntfId("eth1"))->adminStatus(), Lldp::adminStatusRxOnly);
+
+   // A bad line changes nothing.
+   r = call({{"op", "configure"}, {"lines", {"lldp timer 6", "lldp timer 0"}}});
+   EXPECT_EQ(r, ControlSocket::errorReply("line 2: lldp timer: 0 is out of range 1..65535"));
+   EXPECT_EQ(config->messageTxInterval(), 5u);
+
+   r = call({{"op", "show-configuration"}});
+   EXPECT_EQ(r, ControlSocket::okReply("lldp timer 5\ninterface eth1\n   no lldp transmit\n"));
+
+   r = call({{"op", "load"}, {"text", "lldp hold-time 60\n"}});
+   EXPECT_EQ(r, ControlSocket::okReply());
+   EXPECT_EQ(config->messageTxInterval(), 30u);
+   EXPECT_EQ(config->messageTxHoldTime(), 60u);
+   EXPECT_TRUE(config->cliPortConfig().empty());
+   r = call({{"op", "load"}, {"text", "interface\n"}});
+   EXPECT_EQ(r, ControlSocket::errorReply("line 1: interface: expected 'interface NAME'"));
+   EXPECT_EQ(config->messageTxHoldTime(), 60u);
+
+   // Operations added later, and a handler that throws.
+   server->opIs("echo", [](const Json& req) { return ControlSocket::okReply(req.at("x")); });
+   EXPECT_EQ(call({{"op", "echo"}, {"x", 7}}), ControlSocket::okReply(7));
+   r = call({{"op", "echo"}});
+   EXPECT_EQ(r["ok"], false);
+   EXPECT_EQ(r["error"].get<std::string>().substr(0, 6), "echo: ");
+}
+
+TEST_F(ControlSocketTest, MalformedRequestsGetErrorsAndTheConnectionStays) {
+   int fd = connectRaw();
+   Reader rd{fd};
+   // All in one write: the replies come back in order, blank lines get none.
+   sendRaw(fd,
+           "not json\n"
+           "[1,2]\n"
+           "\n"
+           "{}\n"
+           "{\"op\":5}\n"
+           "{\"op\":\"nope\"}\n"
+           "{\"op\":\"get\"}\n"
+           "{\"op\":\"get\",\"path\":[]}\n"
+           "{\"op\":\"configure\",\"lines\":[1]}\n"
+           "{\"op\":\"configure\",\"lines\":\"lldp run\"}\n"
+           "{\"op\":\"load\"}\n"
+           "{\"op\":\"list\"}\n");
+   const std::vector<std::string> errors = {
+       "malformed request: not JSON",
+       "malformed request: not a JSON object",
+       "malformed request: no \"op\" string",
+       "malformed request: no \"op\" string",
+       "unknown op 'nope'",
+       "get: \"path\" must be a string",
+       "get: \"path\" must be a string",
+       "configure: \"lines\" must be an array of strings",
+       "configure: \"lines\" must be an array of strings",
+       "load: \"text\" must be a string",
+   };
+   for (const auto& e : errors) EXPECT_EQ(readReply(rd), ControlSocket::errorReply(e));
+   EXPECT_EQ(readReply(rd)["ok"], true);
+
+   // A request split across writes is put together.
+   sendRaw(fd, "{\"op\":\"show-");
+   loop().runOnce(0.05);
+   sendRaw(fd, "configuration\"}\n");
+   EXPECT_EQ(readReply(rd), ControlSocket::okReply(""));
+   EXPECT_EQ(server->clientCount(), 1u);
+   close(fd);
+}
+
+TEST_F(ControlSocketTest, OversizedRequestGetsAnErrorAndIsClosed) {
+   int fd = connectRaw();
+   Reader rd{fd};
+   sendRaw(fd, std::string(ControlSocket::maxRequestBytes + 1, 'x'));
+   EXPECT_EQ(readReply(rd), ControlSocket::errorReply("request longer than 1048576 bytes without "
+                                                      "a newline"));
+   EXPECT_TRUE(waitEof(rd));
+   loop().runUntil([&] { return server->clientCount() == 0; }, 5);
+   EXPECT_EQ(server->clientCount(), 0u);
+   EXPECT_EQ(server->clientsDropped(), 1u);
+   close(fd);
+
+   // Exactly the limit is still a request.
+   fd = connectRaw();
+   Reader ok{fd};
+   std::string big = "{\"op\":\"list\",\"pad\":\"";
+   big += std::string(ControlSocket::maxRequestBytes - big.size() - 2, 'p') + "\"}";
+   ASSERT_EQ(big.size(), ControlSocket::maxRequestBytes);
+   sendRaw(fd, big + "\n");
+   EXPECT_EQ(readReply(ok)["ok"], true);
+   close(fd);
+   EXPECT_EQ(call({{"op", "list"}})["ok"], true);
+}
+
+TEST_F(ControlSocketTest, VanishingAndManyClients) {
+   // Gone in the middle of a request.
+   int fd = connectRaw();
+   sendRaw(fd, "{\"op\":\"li");
+   close(fd);
+   // Gone before reading the reply to a complete one.
+   fd = connectRaw();
+   sendRaw(fd, "{\"op\":\"list\"}\n{\"op\":\"list\"}\n");
+   close(fd);
+   loop().runUntil([&] { return server->clientCount() == 0; }, 5);
+   EXPECT_EQ(server->clientCount(), 0u);
+
+   // A client that is done sending still gets its replies.
+   fd = connectRaw();
+   Reader half{fd};
+   sendRaw(fd, "{\"op\":\"show-configuration\"}\n");
+   shutdown(fd, SHUT_WR);
+   EXPECT_EQ(readReply(half), ControlSocket::okReply(""));
+   EXPECT_TRUE(waitEof(half));
+   close(fd);
+
+   // Many at once, each with its own request in flight.
+   constexpr int count = 100;
+   std::vector<Reader> readers;
+   for (int i = 0; i < count; ++i) readers.push_back(Reader{connectRaw()});
+   EXPECT_EQ(server->clientCount(), size_t(count));
+   for (int i = 0; i < count; ++i) {
+      sendRaw(readers[i].fd,
+              Json{{"op", "configure"}, {"lines", {"lldp timer " + std::to_string(i + 1)}}}.dump() +
+                  "\n");
+   }
+   for (auto& r : readers) {
+      EXPECT_EQ(readReply(r), ControlSocket::okReply());
+      close(r.fd);
+   }
+   EXPECT_EQ(config->messageTxInterval(), uint32_t(count));
+   loop().runUntil([&] { return server->clientCount() == 0; }, 5);
+   EXPECT_EQ(server->clientCount(), 0u);
+}
+
+TEST_F(ControlSocketTest, LargeRepliesDoNotHoldUpOthersAndIdleReadersAreDropped) {
+   const std::string payload(20 << 20, 'n');  // like a table of 100,000 neighbours
+   server->opIs("big", [&](const Json&) { return ControlSocket::okReply(payload); });
+
+   int slow = connectRaw();
+   Reader slowReader{slow};
+   sendRaw(slow, "{\"op\":\"big\"}\n");
+   loop().runOnce(0.05);
+   // Its reply waits for it; another client is served meanwhile.
+   EXPECT_EQ(call({{"op", "list"}})["ok"], true);
+   Json r = readReply(slowReader);
+   ASSERT_EQ(r["ok"], true);
+   EXPECT_EQ(r["data"].get<std::string>().size(), payload.size());
+
+   // The blocking client reads a large reply whole.
+   EXPECT_EQ(call({{"op", "big"}})["data"].get<std::string>().size(), payload.size());
+
+   // One that keeps asking without reading is dropped, and nothing else suffers.
+   int idle = connectRaw();
+   Reader idleReader{idle};
+   sendRaw(idle, "{\"op\":\"big\"}\n{\"op\":\"big\"}\n");
+   loop().runUntil([&] { return server->clientsDropped() == 1; }, 10);
+   EXPECT_EQ(server->clientsDropped(), 1u);
+   EXPECT_EQ(call({{"op", "list"}})["ok"], true);
+   // The slow one stays connected (the blocking client's goes as the loop sees it close).
+   loop().runUntil([&] { return server->clientCount() == 1; }, 5);
+   EXPECT_EQ(server->clientCount(), 1u);
+   close(slow);
+   close(idle);
+}
+
+TEST_F(ControlSocketTest, StreamingOperationSendsLater) {
+   Vel::Ptr<Daemon::ControlConnection> watcher;
+   server->opIs("watch", [&](const Json&, const Vel::Ptr<Daemon::ControlConnection>& c) {
+      watcher = c;
+      return ControlSocket::okReply("watching");
+   });
+   int fd = connectRaw();
+   Reader rd{fd};
+   sendRaw(fd, "{\"op\":\"watch\"}\n");
+   EXPECT_EQ(readReply(rd), ControlSocket::okReply("watching"));
+   ASSERT_TRUE(watcher);
+   watcher->send(Json{{"event", 1}});
+   EXPECT_EQ(readReply(rd), (Json{{"event", 1}}));
+   close(fd);
+   loop().runUntil([&] { return watcher->closed(); }, 5);
+   EXPECT_TRUE(watcher->closed());
+   watcher->send(Json{{"event", 2}});  // nothing happens
+}
+
+TEST_F(ControlSocketTest, SocketFileModeStaleFilesAndASecondServer) {
+   struct stat st;
+   ASSERT_EQ(stat(path.c_str(), &st), 0);
+   EXPECT_TRUE(S_ISSOCK(st.st_mode));
+   EXPECT_EQ(st.st_mode & 0777, 0600u);
+
+   // A second server on a live socket is refused and leaves it alone.
+   ControlSocket second(config);
+   std::string error;
+   EXPECT_FALSE(second.listen(path, &error));
+   EXPECT_EQ(error, "another daemon is listening on " + path);
+   EXPECT_EQ(call({{"op", "list"}})["ok"], true);
+
+   // The server removes its file when it goes; a stale one left by a crash is replaced.
+   server.reset();
+   EXPECT_NE(stat(path.c_str(), &st), 0);
+   int stale = socket(AF_UNIX, SOCK_STREAM, 0);
+   sockaddr_un addr{};
+   addr.sun_family = AF_UNIX;
+   std::strcpy(addr.sun_path, path.c_str());
+   ASSERT_EQ(bind(stale, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+   close(stale);
+   server = std::make_unique<ControlSocket>(config);
+   ASSERT_TRUE(server->listen(path, &error)) << error;
+   EXPECT_EQ(call({{"op", "list"}})["ok"], true);
+
+   // Something that is not a socket is never removed.
+   const std::string file = dir + "/plain";
+   close(open(file.c_str(), O_CREAT | O_WRONLY, 0644));
+   ControlSocket third(config);
+   EXPECT_FALSE(third.listen(file, &error));
+   EXPECT_EQ(error, file + " exists and is not a socket");
+   EXPECT_EQ(stat(file.c_str(), &st), 0);
+
+   // No server: the client says so.
+   server.reset();
+   call({{"op", "list"}}, &error);
+   EXPECT_EQ(error.rfind("cannot connect to " + path + ": ", 0), 0u) << error;
+}
+
+}  // namespace
