@@ -32,7 +32,7 @@ IntfId::IntfId(std::string_view name) {
    name_ = Vel::FixedString<maxNameLen>(name);
    for (const auto& p : prefixes) {
       if (name.starts_with(p.text) && isNumberPath(name.substr(p.text.size()))) {
-         kind_ = p.kind;
+         kind_ = nameKind_ = p.kind;
          parseNumbers(name.substr(p.text.size()));
          return;
       }
@@ -68,7 +68,7 @@ void IntfId::parseNumbers(std::string_view digits) {
 }
 
 std::strong_ordering IntfId::operator<=>(const IntfId& o) const {
-   if (auto c = kind_ <=> o.kind_; c != 0) return c;
+   if (auto c = nameKind_ <=> o.nameKind_; c != 0) return c;
    for (size_t i = 0; i < numbers_.size(); ++i) {
       if (auto c = numbers_[i] <=> o.numbers_[i]; c != 0) return c;
    }

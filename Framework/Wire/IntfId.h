@@ -44,8 +44,11 @@ public:
    std::string stringValue() const { return name_.stringValue(); }
    bool empty() const { return name_.empty(); }
 
+   // One name, one interface: equality and order depend on the name alone, so an IntfId
+   // made from a bare name finds an entry keyed by the platform's IntfId::linux().
    bool operator==(const IntfId& o) const { return name_ == o.name_; }
-   // Ordered by kind, then numerically ("Ethernet2" before "Ethernet10"), then by name.
+   // Ordered by the kind the name spells (switch-style names by kind, then the rest),
+   // then numerically ("Ethernet2" before "Ethernet10"), then by name.
    std::strong_ordering operator<=>(const IntfId& o) const;
    size_t hash() const { return name_.hash(); }
    friend std::ostream& operator<<(std::ostream& os, const IntfId& i);
@@ -53,6 +56,7 @@ public:
 private:
    void parseNumbers(std::string_view digits);
    IntfKind kind_ = IntfKind::intfKindOther;
+   IntfKind nameKind_ = IntfKind::intfKindOther;  // what the name alone says
    uint8_t numberCount_ = 0;
    std::array<uint32_t, 3> numbers_{};
    Vel::FixedString<maxNameLen> name_;
