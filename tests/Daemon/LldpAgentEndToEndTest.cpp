@@ -2,8 +2,8 @@
 // discover each other on both links, a link taken down loses its neighbour, and a
 // stopped agent's neighbour ages out after its TTL. Everything is read through the
 // agents' control sockets, as the command line reads it.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
