@@ -11,6 +11,7 @@
 #include "Lldp/LldpProtocolSm.h"
 #include "tests/Support/Frames.h"
 #include "tests/Support/LldpPort.h"
+#include "tests/Support/VirtualTime.h"
 
 namespace {
 
@@ -22,10 +23,6 @@ using Side = TestSupport::LldpPort;
 class LldpPamSmTest : public ::testing::Test {
 protected:
    void SetUp() override {
-      Vel::Trace::textTraceIs("-");
-      Vel::Log::syslogIs(false);
-      Vel::Log::sinkIs([this](const Vel::Log::Message& m) { logs.push_back(m.key); });
-      loop().virtualTimeIs(true, t0);
       auto [pa, pb] = Wire::InMemoryPam::pair(Wire::IntfId("Ethernet1"), Wire::IntfId("Ethernet2"));
       pamA = pa;
       pamB = pb;
@@ -35,10 +32,6 @@ protected:
    void TearDown() override {
       a.reset();
       b.reset();
-      loop().advanceBy(0);
-      loop().virtualTimeIs(false);
-      Vel::Log::sinkIs(nullptr);
-      Vel::Log::syslogIs(true);
    }
    static Vel::EventLoop& loop() { return Vel::EventLoop::instance(); }
    void at(Vel::Seconds t) { loop().advanceTo(t0 + t); }
@@ -63,9 +56,10 @@ protected:
    }
 
    const Vel::Seconds t0 = 1000;
+   TestSupport::VirtualTime vt{t0};
+   std::vector<std::string>& logs = vt.logs;
    Vel::Ptr<Wire::InMemoryPam> pamA, pamB;
    std::unique_ptr<Side> a, b;
-   std::vector<std::string> logs;
 };
 
 TEST_F(LldpPamSmTest, TwoMachinesDiscoverEachOtherAfterTxDelay) {

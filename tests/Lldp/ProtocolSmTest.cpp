@@ -13,6 +13,7 @@
 #include "Lldp/LldpProtocolSm.h"
 #include "tests/Support/Frames.h"
 #include "tests/Support/Switch.h"
+#include "tests/Support/VirtualTime.h"
 
 namespace {
 
@@ -39,10 +40,6 @@ struct FarEnd final : Wire::Pam::Notifiee {
 class ProtocolSmTest : public ::testing::Test {
 protected:
    void SetUp() override {
-      Vel::Trace::textTraceIs("-");
-      Vel::Log::syslogIs(false);
-      Vel::Log::sinkIs([this](const Vel::Log::Message& m) { logs.push_back(m.key); });
-      loop().virtualTimeIs(true, t0);
       for (const char* p : {"Ethernet1", "Ethernet2"}) {
          links.linkIs(Wire::IntfId(p), Wire::IntfId(std::string("far-").append(p)));
       }
@@ -52,11 +49,6 @@ protected:
       far1.reset();
       far2.reset();
       sw.reset();
-      loop().advanceBy(0);
-      loop().virtualTimeIs(false);
-      Vel::Log::sinkIs(nullptr);
-      Vel::Log::syslogIs(true);
-      Wire::PktMan::instance().dataSizeIs(Wire::PktMan::defaultDataSize);
    }
    static Vel::EventLoop& loop() { return Vel::EventLoop::instance(); }
    void at(Vel::Seconds t) { loop().advanceTo(t0 + t); }
@@ -70,10 +62,11 @@ protected:
    }
 
    const Vel::Seconds t0 = 5000;
+   TestSupport::VirtualTime vt{t0};
+   std::vector<std::string>& logs = vt.logs;
    InMemoryLinks links;
    std::unique_ptr<Switch> sw;
    std::unique_ptr<FarEnd> far1, far2;
-   std::vector<std::string> logs;
 };
 
 TEST_F(ProtocolSmTest, PortGetsAMachineOnlyWithAllItsInputs) {
