@@ -341,19 +341,21 @@ void InputSm::handleRxTaggedPacketsDrop() {
 
 void InputSm::handleEnabledTlvs() {
    VEL_TRACE(traceLldpAgent, 8, "InputSm::handleEnabledTlvs()");
-   for (const auto& [intf, pc] : root_->config()->portConfig()) {
-      Lldp::EnabledTlvs enabled = pc->enabledTlvs();
-      bool mgmt = false, portVlan = false, vlanName = false;
-      Lldp::Dot3EnabledTlvs dot3 = pc->dot3EnabledTlvs();
-      Lldp::TiaEnabledTlvs tia = pc->tiaEnabledTlvs();
-      getEnabledTlvValues(*cliConfig_, enabled, mgmt, portVlan, vlanName, dot3, tia);
-      pc->enabledTlvsIs(enabled);
-      pc->mgmtAddrTxEnableIs(mgmt);
-      pc->portVlanTxEnableIs(portVlan);
-      pc->vlanNameTxEnableIs(vlanName);
-      pc->dot3EnabledTlvsIs(dot3);
-      pc->tiaEnabledTlvsIs(tia);
-   }
+   for (const auto& [intf, pc] : root_->config()->portConfig()) doSyncPortConfigTlvs(*pc);
+}
+
+void InputSm::doSyncPortConfigTlvs(Lldp::PortConfig& pc) {
+   Lldp::EnabledTlvs enabled = pc.enabledTlvs();
+   bool mgmt = false, portVlan = false, vlanName = false;
+   Lldp::Dot3EnabledTlvs dot3 = pc.dot3EnabledTlvs();
+   Lldp::TiaEnabledTlvs tia = pc.tiaEnabledTlvs();
+   getEnabledTlvValues(*cliConfig_, enabled, mgmt, portVlan, vlanName, dot3, tia);
+   pc.enabledTlvsIs(enabled);
+   pc.mgmtAddrTxEnableIs(mgmt);
+   pc.portVlanTxEnableIs(portVlan);
+   pc.vlanNameTxEnableIs(vlanName);
+   pc.dot3EnabledTlvsIs(dot3);
+   pc.tiaEnabledTlvsIs(tia);
 }
 
 void InputSm::handleEnabled() {
@@ -413,17 +415,7 @@ void InputSm::doSyncPortConfigAdminStatus(Lldp::PortConfig& portConfig) {
 
 void InputSm::doSyncPortConfig(Lldp::PortConfig& pc) {
    VEL_TRACE(traceLldpAgent, 8, "InputSm::doSyncPortConfig( " << pc.intfId() << " )");
-   Lldp::EnabledTlvs enabled = pc.enabledTlvs();
-   bool mgmt = false, portVlan = false, vlanName = false;
-   Lldp::Dot3EnabledTlvs dot3 = pc.dot3EnabledTlvs();
-   Lldp::TiaEnabledTlvs tia = pc.tiaEnabledTlvs();
-   getEnabledTlvValues(*cliConfig_, enabled, mgmt, portVlan, vlanName, dot3, tia);
-   pc.enabledTlvsIs(enabled);
-   pc.mgmtAddrTxEnableIs(mgmt);
-   pc.portVlanTxEnableIs(portVlan);
-   pc.vlanNameTxEnableIs(vlanName);
-   pc.dot3EnabledTlvsIs(dot3);
-   pc.tiaEnabledTlvsIs(tia);
+   doSyncPortConfigTlvs(pc);
    const Lldp::CliPortConfig defaults(pc.intfId());
    const Lldp::CliPortConfig* cli = cliPortConfigOf(pc.intfId());
    const Lldp::CliPortConfig& from = cli ? *cli : defaults;

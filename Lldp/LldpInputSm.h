@@ -198,6 +198,8 @@ public:
    // The port's full configuration sync and its admin status alone.
    void doSyncPortConfig(Lldp::PortConfig& portConfig);
    void doSyncPortConfigAdminStatus(Lldp::PortConfig& portConfig);
+   // The port's TLV selection from the global switches.
+   void doSyncPortConfigTlvs(Lldp::PortConfig& portConfig);
    // The local port's values that come from configuration and bridging.
    void doSyncLocalPort(Lldp::LocalPort& localPort);
    // A port joined or left an aggregate: its switchport, admin status and LAG TLV follow.
