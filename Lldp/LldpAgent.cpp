@@ -46,28 +46,27 @@ void StatusAccumulatorSm::lldpStatusRemoteIs(Lldp::Status::PtrConst remote) {
    handleLldpStatusRemote();
 }
 
+// This supervisor's count plus the peer's, in unsigned 32-bit arithmetic as published.
+uint32_t StatusAccumulatorSm::sum(uint32_t (Lldp::StatusBase::*counter)() const) const {
+   uint32_t v = (*lldpStatusLocal_.*counter)();
+   if (lldpStatusRemote_) v = uint32_t(v + (*lldpStatusRemote_.*counter)());
+   return v;
+}
+
 void StatusAccumulatorSm::handleRemTablesInserts() {
-   uint32_t v = lldpStatusLocal_->remTablesInserts();
-   if (lldpStatusRemote_) v = uint32_t(v + lldpStatusRemote_->remTablesInserts());
-   allStatus_->remTablesInsertsIs(v);
+   allStatus_->remTablesInsertsIs(sum(&Lldp::StatusBase::remTablesInserts));
 }
 
 void StatusAccumulatorSm::handleRemTablesDeletes() {
-   uint32_t v = lldpStatusLocal_->remTablesDeletes();
-   if (lldpStatusRemote_) v = uint32_t(v + lldpStatusRemote_->remTablesDeletes());
-   allStatus_->remTablesDeletesIs(v);
+   allStatus_->remTablesDeletesIs(sum(&Lldp::StatusBase::remTablesDeletes));
 }
 
 void StatusAccumulatorSm::handleRemTablesDrops() {
-   uint32_t v = lldpStatusLocal_->remTablesDrops();
-   if (lldpStatusRemote_) v = uint32_t(v + lldpStatusRemote_->remTablesDrops());
-   allStatus_->remTablesDropsIs(v);
+   allStatus_->remTablesDropsIs(sum(&Lldp::StatusBase::remTablesDrops));
 }
 
 void StatusAccumulatorSm::handleRemTablesAgeouts() {
-   uint32_t v = lldpStatusLocal_->remTablesAgeouts();
-   if (lldpStatusRemote_) v = uint32_t(v + lldpStatusRemote_->remTablesAgeouts());
-   allStatus_->remTablesAgeoutsIs(v);
+   allStatus_->remTablesAgeoutsIs(sum(&Lldp::StatusBase::remTablesAgeouts));
 }
 
 void StatusAccumulatorSm::handleRemTablesLastChangeTime() {

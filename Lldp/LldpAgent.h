@@ -52,6 +52,7 @@ private:
          if (local) sm->handleIntfId(intf);
       }
    };
+   uint32_t sum(uint32_t (Lldp::StatusBase::*counter)() const) const;
    Lldp::Status::PtrConst lldpStatusLocal_;
    Lldp::Status::PtrConst lldpStatusRemote_;
    Lldp::AllStatus::Ptr allStatus_;
