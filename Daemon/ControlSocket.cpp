@@ -421,56 +421,96 @@ void ControlSocket::drop(uint64_t id) {
 // ---------------------------------------------------------------------------------------
 // The client.
 
-bool request(const std::string& socketPath, const Vel::Json& req, Vel::Json* reply,
-             std::string* error, Vel::Seconds timeout) {
+ControlClient::~ControlClient() {
+   if (fd_ >= 0) close(fd_);
+}
+
+bool ControlClient::connect(const std::string& socketPath, Vel::Seconds timeout,
+                            std::string* error) {
    auto fail = [&](const std::string& text) {
       if (error) *error = text;
       return false;
    };
    sockaddr_un addr;
    if (!unixAddress(socketPath, addr, error)) return false;
-   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-   if (fd < 0) return fail(errnoText("socket"));
-   struct Closer {
-      int fd;
-      ~Closer() { close(fd); }
-   } closer{fd};
+   if (fd_ >= 0) close(fd_);
+   fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+   if (fd_ < 0) return fail(errnoText("socket"));
    timeval tv{};
    if (timeout > 0 && std::isfinite(timeout)) {
       tv.tv_sec = time_t(timeout);
       tv.tv_usec = suseconds_t((timeout - double(tv.tv_sec)) * 1e6);
    }
-   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
-   if (connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0) {
+   setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+   setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+   if (::connect(fd_, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0) {
       return fail(errnoText("cannot connect to " + socketPath));
    }
+   return true;
+}
+
+bool ControlClient::send(const Vel::Json& req, std::string* error) {
    const std::string line = serialize(req);
    for (size_t done = 0; done < line.size();) {
-      ssize_t n = ::send(fd, line.data() + done, line.size() - done, MSG_NOSIGNAL);
+      ssize_t n = ::send(fd_, line.data() + done, line.size() - done, MSG_NOSIGNAL);
       if (n < 0 && errno == EINTR) continue;
       if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-         return fail("the daemon did not take the request in time");
+         if (error) *error = "the daemon did not take the request in time";
+         return false;
       }
-      if (n <= 0) return fail(errnoText("cannot send the request"));
+      if (n <= 0) {
+         if (error) *error = errnoText("cannot send the request");
+         return false;
+      }
       done += size_t(n);
    }
-   std::string in;
-   std::vector<char> buf(readChunk);
+   return true;
+}
+
+bool ControlClient::readLine(std::string* line, std::string* error) {
+   auto fail = [&](const std::string& text) {
+      if (error) *error = text;
+      return false;
+   };
+   line->clear();
+   size_t scanned = used_;  // bytes before this hold no newline
    for (;;) {
-      ssize_t n = recv(fd, buf.data(), buf.size(), 0);
+      const char* nl =
+          static_cast<const char*>(std::memchr(in_.data() + scanned, '\n', in_.size() - scanned));
+      if (nl) {
+         line->assign(in_.data() + used_, size_t(nl - (in_.data() + used_)));
+         used_ = size_t(nl - in_.data()) + 1;
+         return true;
+      }
+      // Keep only the unread part, then read more after it.
+      in_.erase(0, used_);
+      used_ = 0;
+      scanned = in_.size();
+      in_.resize(scanned + readChunk);
+      ssize_t n = recv(fd_, in_.data() + scanned, readChunk, 0);
+      in_.resize(scanned + size_t(std::max<ssize_t>(n, 0)));
       if (n < 0 && errno == EINTR) continue;
       if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
          return fail("no reply from the daemon in time");
       }
       if (n < 0) return fail(errnoText("cannot read the reply"));
-      if (n == 0) return fail("the daemon closed the connection before replying");
-      const char* nl = static_cast<const char*>(std::memchr(buf.data(), '\n', size_t(n)));
-      in.append(buf.data(), nl ? size_t(nl - buf.data()) : size_t(n));
-      if (nl) break;
+      if (n == 0) return fail("the daemon closed the connection");
    }
-   Vel::Json parsed = Vel::Json::parse(in, nullptr, false);
-   if (parsed.is_discarded() || !parsed.is_object()) return fail("malformed reply from the daemon");
+}
+
+bool request(const std::string& socketPath, const Vel::Json& req, Vel::Json* reply,
+             std::string* error, Vel::Seconds timeout) {
+   ControlClient client;
+   std::string line;
+   if (!client.connect(socketPath, timeout, error) || !client.send(req, error) ||
+       !client.readLine(&line, error)) {
+      return false;
+   }
+   Vel::Json parsed = Vel::Json::parse(line, nullptr, false);
+   if (parsed.is_discarded() || !parsed.is_object()) {
+      if (error) *error = "malformed reply from the daemon";
+      return false;
+   }
    if (reply) *reply = std::move(parsed);
    return true;
 }

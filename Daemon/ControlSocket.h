@@ -111,6 +111,26 @@ private:
    uint64_t clientsDropped_ = 0;
 };
 
+// A blocking client connection: requests out, reply lines in (a streaming operation such
+// as watch sends more than one). Each step waits at most the timeout given to connect
+// (0: for ever).
+class ControlClient {
+public:
+   ControlClient() = default;
+   ~ControlClient();
+   ControlClient(const ControlClient&) = delete;
+   ControlClient& operator=(const ControlClient&) = delete;
+   bool connect(const std::string& socketPath, Vel::Seconds timeout, std::string* error);
+   bool send(const Vel::Json& request, std::string* error);
+   // The next line, without its newline.
+   bool readLine(std::string* line, std::string* error);
+
+private:
+   int fd_ = -1;
+   std::string in_;
+   size_t used_ = 0;
+};
+
 // A blocking client: sends one request and waits for its reply (at most `timeout`
 // seconds for each step). Returns false with the reason in `error` when the exchange
 // fails; a reply with "ok":false still returns true.

@@ -14,6 +14,7 @@
 #include <sstream>
 #include <string>
 
+#include "Cli/CliService.h"
 #include "Config/ConfigLanguage.h"
 #include "Daemon/ControlSocket.h"
 #include "Framework/Log.h"
@@ -181,6 +182,7 @@ public:
 
       control_ = std::make_unique<::Daemon::ControlSocket>(cliConfig_);
       if (!control_->listen(args_.socket, &error)) return fail(error);
+      cliService_ = std::make_unique<Cli::CliService>(*control_, db);
 
       if (!watchSignals(&error)) return fail(error);
       agent_ = Lldp::Agent::agentFactory("lldp-agent");
@@ -191,6 +193,7 @@ public:
 
       agent_->doCleanup();
       agent_ = nullptr;
+      cliService_.reset();
       control_.reset();
       platform_.reset();
       return 0;
@@ -249,6 +252,7 @@ private:
    Lldp::CliConfig::Ptr cliConfig_;
    std::unique_ptr<Platform::Linux::LinuxPlatform> platform_;
    std::unique_ptr<::Daemon::ControlSocket> control_;
+   std::unique_ptr<Cli::CliService> cliService_;
    Vel::Ptr<Lldp::Agent::Agent> agent_;
    int signalFd_ = -1;
    std::unique_ptr<Vel::FdReactor> signals_;

@@ -128,6 +128,8 @@ void Agent::doInit() {
 
    Vel::StateDb::MountGroup group(db_);
    cliConfig_ = group.mount<Lldp::CliConfig>("l2discovery/lldp/cliConfig", "r");
+   remTablesCliConfig_ =
+       group.mount<Lldp::RemTablesCliConfig>("l2discovery/lldp/remTablesCliConfig", "r");
    remTablesStatus_ = group.mount<Lldp::RemTablesStatus>("l2discovery/lldp/remTablesStatus", "wf");
    config_ = group.mount<Lldp::Config>("l2discovery/lldp/config", "w");
    lldpStatusLocal_ = group.mount<Lldp::Status>("l2discovery/lldp/status/local", "wif");
@@ -181,6 +183,7 @@ void Agent::doMountsCompleteStep2() {
    inputRoot_->bridgingConfigIs(bridgingConfig_);
    inputRoot_->allIntfStatusDirIs(allIntfStatusDir_);
    inputRoot_->desiredIntfDirIs(desiredIntfDir_);
+   inputRoot_->remTablesClearRequestSmIs(remTablesCliConfig_);
 
    // A single supervisor: never a standby.
    handleStandbyMode();

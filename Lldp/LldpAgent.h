@@ -86,6 +86,7 @@ public:
    const Vel::Ptr<Input::Root>& inputRoot() const { return inputRoot_; }
    const Vel::Ptr<StatusAccumulatorSm>& statusAccumulatorSm() const { return statusAccumulatorSm_; }
    const Lldp::CliConfig::Ptr& cliConfig() const { return cliConfig_; }
+   const Lldp::RemTablesCliConfig::Ptr& remTablesCliConfig() const { return remTablesCliConfig_; }
    const Lldp::Status::Ptr& lldpStatusLocal() const { return lldpStatusLocal_; }
    // The mounts made by doInit, in order, with their access modes.
    const std::vector<std::pair<std::string, std::string>>& mounts() const { return mounts_; }
@@ -98,6 +99,7 @@ private:
    std::vector<std::pair<std::string, std::string>> mounts_;
 
    Lldp::CliConfig::Ptr cliConfig_;
+   Lldp::RemTablesCliConfig::Ptr remTablesCliConfig_;
    Lldp::RemTablesStatus::Ptr remTablesStatus_;
    Lldp::Config::Ptr config_;
    Lldp::Status::Ptr lldpStatusLocal_;

@@ -52,6 +52,7 @@ class InputSm;
 class CliPortConfigSm;
 class EthPhyIntfStatusSm;
 class ActiveEthIntfStatusDirSm;
+class RemTablesClearRequestSm;
 
 // Writes the port's effective admin status: the one asked for, unless the switchport mode
 // governing the port (its aggregate's, when it is a member) must not transmit LLDP of
@@ -103,6 +104,11 @@ public:
    void activeEthIntfStatusDirSmIs(Interface::EthPhyIntfStatusDir::PtrConst ethPhyIntfStatusDir,
                                    Interface::EthLagIntfStatusDir::PtrConst lagIntfStatusDir);
    void activeEthIntfStatusDirSmDel();
+   const Vel::Ptr<RemTablesClearRequestSm>& remTablesClearRequestSm() const {
+      return remTablesClearRequestSm_;
+   }
+   void remTablesClearRequestSmIs(Lldp::RemTablesCliConfig::PtrConst remTablesCliConfig);
+   void remTablesClearRequestSmDel();
    // Closes the machines (each removes what it published).
    void doClose();
 
@@ -136,9 +142,25 @@ private:
    Interface::PamDesiredIntfDir::Ptr desiredIntfDir_;
    Vel::Ptr<InputSm> inputSm_;
    Vel::Ptr<ActiveEthIntfStatusDirSm> activeEthIntfStatusDirSm_;
+   Vel::Ptr<RemTablesClearRequestSm> remTablesClearRequestSm_;
    std::map<Wire::IntfId, std::set<Wire::IntfId>> portToLagsMap_;
    Lldp::ManagementAddress::Key fallbackManagementAddressKey_;
    bool fallbackManagementAddressKeyPresent_ = false;
+};
+
+// Empties every port's neighbour table when the operator asks for it. A request is
+// served once: only a request time later than the last clear counts.
+class RemTablesClearRequestSm : public Vel::RefCounted, private Lldp::RemTablesCliConfig::Notifiee {
+public:
+   RemTablesClearRequestSm(Root* root, Lldp::RemTablesCliConfig::PtrConst remTablesCliConfig);
+   void handleInitialized();
+   void handleRemTablesClearRequest();
+   void doClose();
+
+private:
+   void clearRequestTimeChanged() override { handleRemTablesClearRequest(); }
+   Root* root_;
+   Lldp::RemTablesCliConfig::PtrConst remTablesCliConfig_;
 };
 
 // One port the operator configured: its admin status, receive rate limit, ZTP boot VLAN

@@ -148,4 +148,18 @@ class CliConfig : public Vel::Entity {
    VEL_ENTITY(CliConfig, LLDP_CLI_CONFIG_ATTRS)
 };
 
+// The operator's latest request to empty the neighbour tables: when it was made (agent
+// clock) and by whom and from where, for the log. Writers set the two strings before the
+// time, which is what the agent reacts to.
+// clang-format off
+#define LLDP_REM_TABLES_CLI_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   ATTR(Vel::Seconds, clearRequestTime, 0)                                             \
+   ATTR(BoundedString255, clearRequestedBy, {})                                        \
+   ATTR(BoundedString255, clearRequestedOn, {})
+// clang-format on
+
+class RemTablesCliConfig : public Vel::Entity {
+   VEL_ENTITY(RemTablesCliConfig, LLDP_REM_TABLES_CLI_CONFIG_ATTRS)
+};
+
 }  // namespace Lldp

@@ -49,7 +49,7 @@ std::string networkAddressString(uint8_t family, std::string_view bytes) {
    if (family == addrFamilyMac && bytes.size() == 6) {
       return Wire::EthAddr::fromBytes(bytes.data()).stringValue();
    }
-   return Vel::hexBytes(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+   return Vel::colonHex(bytes);
 }
 
 std::string identifierString(std::string_view v, bool isMac, bool isNetworkAddress) {
@@ -57,7 +57,12 @@ std::string identifierString(std::string_view v, bool isMac, bool isNetworkAddre
    if (isNetworkAddress && !v.empty()) {
       return networkAddressString(static_cast<uint8_t>(v[0]), v.substr(1));
    }
-   return Vel::printableBytes(v);
+   return Vel::textOrHex(v);
+}
+
+Vel::Json subtypeJson(uint8_t subtype, std::initializer_list<const char*> names) {
+   if (subtype >= 1 && subtype <= names.size()) return names.begin()[subtype - 1];
+   return subtype;
 }
 
 }  // namespace
@@ -74,6 +79,28 @@ std::string PortIdentifier::stringValue() const {
 
 std::string ManagementAddressKey::stringValue() const {
    return networkAddressString(subtype_, address_.value());
+}
+
+Vel::Json ChassisIdentifier::toJson() const {
+   return {{"subtype",
+            subtypeJson(subtype_, {"chassisComponent", "interfaceAlias", "portComponent",
+                                   "macAddress", "networkAddress", "interfaceName", "local"})},
+           {"value", stringValue()}};
+}
+
+Vel::Json PortIdentifier::toJson() const {
+   return {{"subtype",
+            subtypeJson(subtype_, {"interfaceAlias", "portComponent", "macAddress",
+                                   "networkAddress", "interfaceName", "agentCircuitId", "local"})},
+           {"value", stringValue()}};
+}
+
+Vel::Json ManagementAddressKey::toJson() const {
+   Vel::Json subtype = subtype_;
+   if (subtype_ == addrFamilyIpv4) subtype = "ipv4";
+   if (subtype_ == addrFamilyIpv6) subtype = "ipv6";
+   if (subtype_ == addrFamilyMac) subtype = "mac";
+   return {{"subtype", subtype}, {"address", stringValue()}};
 }
 
 bool NetworkPolicyConfig::equivalent(const NetworkPolicyConfig& a, const NetworkPolicyConfig& b) {

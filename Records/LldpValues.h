@@ -11,6 +11,7 @@
 #include "Framework/Bridging/VlanId.h"
 #include "Framework/Snmp/ObjectIdentifier.h"
 #include "Framework/Vel/BoundedInt.h"
+#include "Framework/Vel/Json.h"
 #include "Framework/Vel/Types.h"
 #include "Framework/Vel/Value.h"
 #include "Framework/Wire/Addr.h"
@@ -84,14 +85,18 @@ using IdentifierValue = Vel::FixedString<255>;
 #define LLDP_CHASSIS_ID_FIELDS(F) F(uint8_t, subtype, 0) F(IdentifierValue, value, {})
 class ChassisIdentifier {
    VEL_VALUE(ChassisIdentifier, LLDP_CHASSIS_ID_FIELDS)
-   // Display form: MAC and network addresses as addresses, other subtypes as text.
+   // Display form: MAC and network addresses as addresses, other subtypes as text (or
+   // hexadecimal when not printable).
    std::string stringValue() const;
+   // {"subtype": "macAddress", "value": "00:1c:73:01:02:03"}; unnamed subtypes as numbers.
+   Vel::Json toJson() const;
 };
 
 #define LLDP_PORT_ID_FIELDS(F) F(uint8_t, subtype, 0) F(IdentifierValue, value, {})
 class PortIdentifier {
    VEL_VALUE(PortIdentifier, LLDP_PORT_ID_FIELDS)
    std::string stringValue() const;
+   Vel::Json toJson() const;
 };
 
 // clang-format off
@@ -132,6 +137,8 @@ using ManagementAddressBytes = Vel::FixedString<31>;
 class ManagementAddressKey {
    VEL_VALUE(ManagementAddressKey, LLDP_MGMT_ADDR_KEY_FIELDS)
    std::string stringValue() const;  // 10.0.0.1, 2001:db8::1, aa:bb:cc:dd:ee:ff or hex
+   // {"subtype": "ipv4" | "ipv6" | "mac" | number, "address": stringValue()}
+   Vel::Json toJson() const;
 };
 
 // clang-format off

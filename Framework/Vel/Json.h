@@ -46,7 +46,7 @@ Json toJson(const T& v) {
       }
       return j;
    } else if constexpr (requires { T::maxBytes; }) {
-      return printableBytes(v.value());
+      return textOrHex(v.value());
    } else if constexpr (requires { v.stringValue(); }) {
       return v.stringValue();
    } else if constexpr (requires { v.begin()->second; }) {
@@ -69,9 +69,9 @@ Json toJson(const T& v) {
       }
       return j;
    } else if constexpr (IsByteArray<T>::value) {
-      return hexBytes(v.data(), v.size());
+      return colonHex(std::string_view(reinterpret_cast<const char*>(v.data()), v.size()));
    } else if constexpr (std::is_same_v<T, std::string>) {
-      return printableBytes(v);
+      return textOrHex(v);
    } else {
       return Json(v);
    }

@@ -23,6 +23,25 @@ std::string printableBytes(std::string_view bytes) {
    return s;
 }
 
+std::string colonHex(std::string_view bytes) {
+   static const char hex[] = "0123456789abcdef";
+   std::string s;
+   s.reserve(bytes.size() * 3);
+   for (unsigned char c : bytes) {
+      if (!s.empty()) s.push_back(':');
+      s.push_back(hex[c >> 4]);
+      s.push_back(hex[c & 15]);
+   }
+   return s;
+}
+
+std::string textOrHex(std::string_view bytes) {
+   for (unsigned char c : bytes) {
+      if (c < 0x20 || c >= 0x7f) return colonHex(bytes);
+   }
+   return std::string(bytes);
+}
+
 void printBytes(std::ostream& os, std::string_view bytes) {
    os << printableBytes(bytes);
 }

@@ -30,6 +30,11 @@ public:
 // Writes bytes as text: printable ASCII as is, everything else as \xNN.
 void printBytes(std::ostream& os, std::string_view bytes);
 std::string printableBytes(std::string_view bytes);
+// The form byte strings take where people and scripts read them (JSON, identifiers): the
+// text itself when every byte is printable ASCII, else the bytes in hexadecimal separated
+// by colons ("00:1c:73:0a").
+std::string textOrHex(std::string_view bytes);
+std::string colonHex(std::string_view bytes);
 
 [[noreturn]] void throwStringBound(size_t max);
 

@@ -98,7 +98,7 @@ TEST(Records, IdentifiersHaveADisplayForm) {
            .stringValue(),
        "10.0.0.1");
    EXPECT_EQ(Lldp::PortIdentifier({.subtype = 7, .value = std::string("a\x01", 2)}).stringValue(),
-             "a\\x01");
+             "61:01");
 }
 
 TEST(Records, PrintAndJsonUseAttributeNames) {
@@ -120,7 +120,8 @@ TEST(Records, PrintAndJsonUseAttributeNames) {
    auto j = Vel::toJson(ls);
    EXPECT_EQ(j["sysName"], "leaf1");
    EXPECT_EQ(j["sysCapSupported"], Vel::Json::array({"bridge", "router"}));
-   EXPECT_EQ(j["managementAddress"][0]["key"]["address"], "\\x0a\\x00\\x00\\x01");
+   EXPECT_EQ(j["managementAddress"][0]["key"],
+             Vel::Json({{"subtype", "ipv4"}, {"address", "10.0.0.1"}}));
    EXPECT_EQ(j["managementAddress"][0]["ifNumber"], 12);
    EXPECT_EQ(j["managementAddressPrio"][0]["key"]["primaryPriority"], 5);
    EXPECT_EQ(j["localPort"][0]["intfId"], "Ethernet2");

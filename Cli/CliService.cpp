@@ -1,0 +1,129 @@
+#include "Cli/CliService.h"
+
+#include <algorithm>
+
+#include "Cli/CliViews.h"
+#include "Cli/NeighborWatch.h"
+#include "Framework/Vel/EventLoop.h"
+#include "Records/LldpConfig.h"
+#include "Records/LldpLocalSystem.h"
+#include "Records/LldpStatus.h"
+
+namespace Cli {
+
+namespace {
+
+using Daemon::ControlSocket;
+
+const char* const allStatusPath = "l2discovery/lldp/status/all";
+
+// A string member of a request; `fallback` when absent. False when present but not a
+// string.
+bool stringArg(const Vel::Json& req, const char* name, std::string* out, std::string fallback) {
+   auto it = req.find(name);
+   if (it == req.end() || it->is_null()) {
+      *out = std::move(fallback);
+      return true;
+   }
+   if (!it->is_string()) return false;
+   *out = it->get<std::string>();
+   return true;
+}
+
+}  // namespace
+
+CliService::CliService(ControlSocket& socket, Vel::StateDb& db) : db_(db) {
+   socket.opIs("show", [this](const Vel::Json& req) { return show(req); });
+   socket.opIs("clear-neighbors", [this](const Vel::Json& req) { return clearNeighbors(req); });
+   socket.opIs("watch", [this](const Vel::Json&, const Vel::Ptr<Daemon::ControlConnection>& c) {
+      return watch(c);
+   });
+}
+
+CliService::~CliService() = default;
+
+Vel::Json CliService::show(const Vel::Json& req) const {
+   std::string view, intf;
+   if (!stringArg(req, "view", &view, "") || !stringArg(req, "interface", &intf, "")) {
+      return ControlSocket::errorReply("show: \"view\" and \"interface\" must be strings");
+   }
+   auto detail = req.find("detail");
+   if (detail != req.end() && !detail->is_boolean()) {
+      return ControlSocket::errorReply("show: \"detail\" must be true or false");
+   }
+   const bool wantDetail = detail != req.end() && detail->get<bool>();
+   const Vel::Seconds now = Vel::EventLoop::instance().now();
+   auto status = db_.entityAs<Lldp::AllStatus>(allStatusPath);
+   if (!status) return ControlSocket::errorReply("the agent has not published its status yet");
+
+   View v;
+   if (view == "neighbors") {
+      v = neighborsView(*status, wantDetail, intf, now);
+   } else if (view == "statistics") {
+      auto remTables = db_.entityAs<Lldp::RemTablesStatus>("l2discovery/lldp/remTablesStatus");
+      v = statisticsView(*status, remTables.ptr(), intf, now);
+   } else if (view == "local") {
+      auto local = db_.entityAs<Lldp::LocalSystem>("l2discovery/lldp/localSystem");
+      auto config = db_.entityAs<Lldp::Config>("l2discovery/lldp/config");
+      if (!local || !config) {
+         return ControlSocket::errorReply("the agent has not published its local system yet");
+      }
+      v = localView(*local, *config, *status, intf, now);
+   } else {
+      return ControlSocket::errorReply("show: unknown view '" + view +
+                                       "' (neighbors, statistics or local)");
+   }
+   if (!v.ok()) return ControlSocket::errorReply(v.error);
+   return ControlSocket::okReply(std::move(v.json));
+}
+
+Vel::Json CliService::clearNeighbors(const Vel::Json& req) {
+   std::string user, terminal;
+   if (!stringArg(req, "user", &user, "unknown") ||
+       !stringArg(req, "terminal", &terminal, "control socket")) {
+      return ControlSocket::errorReply(
+          "clear-neighbors: \"user\" and \"terminal\" must be strings");
+   }
+   if (user.size() > Lldp::BoundedString255::maxBytes)
+      user.resize(Lldp::BoundedString255::maxBytes);
+   if (terminal.size() > Lldp::BoundedString255::maxBytes) {
+      terminal.resize(Lldp::BoundedString255::maxBytes);
+   }
+   size_t count = 0;
+   if (auto status = db_.entityAs<Lldp::AllStatus>(allStatusPath)) {
+      for (const auto& [intf, port] : status->portStatus()) {
+         if (port) count += port->remoteSystem().size();
+      }
+   }
+   auto request = db_.mount<Lldp::RemTablesCliConfig>("l2discovery/lldp/remTablesCliConfig");
+   request->clearRequestedByIs(Lldp::BoundedString255(user));
+   request->clearRequestedOnIs(Lldp::BoundedString255(terminal));
+   // Strictly later than any earlier request, so that this one is served.
+   request->clearRequestTimeIs(std::max(Vel::EventLoop::instance().now(),
+                                        std::nextafter(request->clearRequestTime(), 1e300)));
+   return ControlSocket::okReply({{"remoteSystemsCleared", count}});
+}
+
+Vel::Json CliService::watch(const Vel::Ptr<Daemon::ControlConnection>& connection) {
+   if (!watch_) {
+      auto status = db_.entityAs<Lldp::AllStatus>(allStatusPath);
+      if (!status) return ControlSocket::errorReply("the agent has not published its status yet");
+      watch_ = std::make_unique<NeighborWatch>(status, [this](const Vel::Json& e) { send(e); });
+   }
+   watchers_.push_back(connection);
+   return ControlSocket::okReply();
+}
+
+void CliService::send(const Vel::Json& event) {
+   std::erase_if(watchers_, [](const auto& c) { return c->closed(); });
+   for (const auto& c : watchers_) c->send(event);
+   std::erase_if(watchers_, [](const auto& c) { return c->closed(); });
+   if (watchers_.empty() && watch_) {
+      // Not from inside the watch's own call: let it finish first.
+      Vel::EventLoop::instance().post([this] {
+         if (watchers_.empty()) watch_.reset();
+      });
+   }
+}
+
+}  // namespace Cli

@@ -1,0 +1,379 @@
+#include "Cli/CliText.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <string_view>
+#include <vector>
+
+namespace Cli {
+
+namespace {
+
+using Json = Vel::Json;
+
+// A value as text: strings as they are, numbers without trailing zeros, arrays joined.
+std::string text(const Json& j) {
+   if (j.is_string()) return j.get<std::string>();
+   if (j.is_null()) return "";
+   if (j.is_array()) {
+      std::string s;
+      for (const auto& e : j) s.append(s.empty() ? "" : ", ").append(text(e));
+      return s;
+   }
+   return j.dump();
+}
+
+std::string str(const Json& j, const char* key) {
+   auto it = j.find(key);
+   return it == j.end() ? std::string() : text(*it);
+}
+
+double num(const Json& j, const char* key) {
+   auto it = j.find(key);
+   return it != j.end() && it->is_number() ? it->get<double>() : 0;
+}
+
+bool flag(const Json& j, const char* key) {
+   auto it = j.find(key);
+   return it != j.end() && it->is_boolean() && it->get<bool>();
+}
+
+const Json& member(const Json& j, const char* key) {
+   static const Json empty;
+   auto it = j.find(key);
+   return it == j.end() ? empty : *it;
+}
+
+std::string fmt(const char* format, double v) {
+   char buf[64];
+   std::snprintf(buf, sizeof buf, format, v);
+   return buf;
+}
+
+// "00:1c:73:00:00:01 (macAddress)", "10.0.0.1 (ipv4)"
+std::string identifierText(const Json& id) {
+   return str(id, id.contains("address") ? "address" : "value") + " (" + str(id, "subtype") + ")";
+}
+
+std::string integer(const char* format, double v) {
+   char buf[64];
+   std::snprintf(buf, sizeof buf, format, static_cast<long long>(v));
+   return buf;
+}
+
+// Rows of cells printed under a header, each column as wide as its widest cell.
+class Table {
+public:
+   explicit Table(std::vector<std::string> header) { rows_.push_back(std::move(header)); }
+   void row(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+   std::string str() const {
+      std::vector<size_t> width;
+      for (const auto& r : rows_) {
+         width.resize(std::max(width.size(), r.size()));
+         for (size_t i = 0; i < r.size(); ++i) width[i] = std::max(width[i], r[i].size());
+      }
+      std::string out;
+      for (const auto& r : rows_) {
+         std::string line;
+         for (size_t i = 0; i < r.size(); ++i) {
+            line += r[i];
+            if (i + 1 < r.size()) line.append(width[i] - r[i].size() + 2, ' ');
+         }
+         out += line + "\n";
+      }
+      return out;
+   }
+
+private:
+   std::vector<std::vector<std::string>> rows_;
+};
+
+// "  Label               : value" lines of a block; empty values are left out.
+class Block {
+public:
+   void line(const std::string& label, const std::string& value) {
+      if (value.empty()) return;
+      out_ += "  " + label;
+      out_.append(label.size() < 20 ? 20 - label.size() : 0, ' ');
+      out_ += ": " + value + "\n";
+   }
+   const std::string& str() const { return out_; }
+
+private:
+   std::string out_;
+};
+
+const char* medDeviceType(int t) {
+   static const char* const names[] = {"not defined", "endpoint class I", "endpoint class II",
+                                       "endpoint class III", "network connectivity"};
+   return t >= 0 && t <= 4 ? names[t] : "reserved";
+}
+
+const char* medApplication(int t) {
+   static const char* const names[] = {"reserved",
+                                       "voice",
+                                       "voice signaling",
+                                       "guest voice",
+                                       "guest voice signaling",
+                                       "softphone voice",
+                                       "video conferencing",
+                                       "streaming video",
+                                       "video signaling"};
+   return t >= 0 && t <= 8 ? names[t] : "reserved";
+}
+
+std::string watts(double tenths) {
+   return fmt("%.1f W", tenths / 10.0);
+}
+
+// The Power via MDI TLV in whichever form it came.
+std::string powerText(const Json& p) {
+   const int support = int(num(p, "mdiPowerSupport"));
+   std::string s = (support & 0x01) ? "PSE" : "PD";
+   s += (support & 0x02) ? ", supported" : ", not supported";
+   s += (support & 0x04) ? ", enabled" : ", disabled";
+   s += fmt(", power pair %.0f", num(p, "psePowerPair"));
+   // Classes 0..4 travel as 1..5.
+   if (num(p, "powerClass") >= 1) s += fmt(", class %.0f", num(p, "powerClass") - 1);
+   if (num(p, "form") >= 2) {
+      static const char* const types[] = {"type 2 PSE", "type 2 PD", "type 1 PSE", "type 1 PD"};
+      static const char* const priorities[] = {"unknown", "critical", "high", "low"};
+      const int tsp = int(num(p, "typeSourcePriority"));
+      s += std::string(", ") + types[(tsp >> 6) & 3];
+      s += integer(", source %lld", (tsp >> 4) & 3);
+      s += std::string(", priority ") + priorities[tsp & 3];
+      s += ", requested " + watts(num(p, "pdRequestedPower"));
+      s += ", allocated " + watts(num(p, "pseAllocatedPower"));
+   }
+   if (num(p, "form") >= 3) {
+      s += ", requested A/B " + watts(num(p, "pdRequestedPowerA")) + "/" +
+           watts(num(p, "pdRequestedPowerB"));
+      s += ", allocated A/B " + watts(num(p, "pseAllocatedPowerA")) + "/" +
+           watts(num(p, "pseAllocatedPowerB"));
+      s += ", maximum available " + watts(num(p, "pseMaxAvailablePower"));
+   }
+   return s;
+}
+
+std::string policyText(const Json& p) {
+   std::string s = std::string(medApplication(int(num(p, "appType")))) + ": ";
+   if (flag(p, "unknown")) return s + "unknown policy";
+   s += flag(p, "tagged") ? fmt("VLAN %.0f tagged", num(p, "vlanId")) : "untagged";
+   s += fmt(", priority %.0f", num(p, "priority"));
+   s += fmt(", DSCP %.0f", num(p, "dscp"));
+   return s;
+}
+
+std::string locationText(const Json& l) {
+   switch (int(num(l, "format"))) {
+      case 1:
+         return "coordinate " + str(l, "coordinate");
+      case 2: {
+         const Json& c = member(l, "civicAddress");
+         std::string s = "civic, country " + str(c, "countryCode");
+         for (const auto& e : member(c, "caElements")) {
+            s += fmt(", CA type %.0f: ", num(e, "caType")) + str(e, "caValue");
+         }
+         return s;
+      }
+      case 3:
+         return "ELIN " + str(l, "elin");
+      default:
+         return "";
+   }
+}
+
+std::string neighborDetail(const std::string& intf, const Json& r, double now) {
+   std::string out = "Interface " + intf + fmt(", neighbor %.0f", num(r, "index")) + "\n";
+   Block b;
+   b.line("Chassis ID", identifierText(member(r, "chassisIdentifier")));
+   b.line("Port ID", identifierText(member(r, "portIdentifier")));
+   b.line("Source MAC", str(r, "ethAddr"));
+   b.line("TTL", fmt("%.0f s", num(r, "ttl")) + ", expires in " +
+                     durationText(num(r, "expiryTime") - now));
+   b.line("Age", durationText(now - num(r, "creationTime")) + ", last change " +
+                     durationText(now - num(r, "lastChangeTime")) + " ago");
+   b.line("Port description", str(r, "portDesc"));
+   b.line("System name", str(r, "sysName"));
+   b.line("System description", str(r, "sysDesc"));
+   const Json& caps = member(r, "systemCapabilities");
+   if (!member(caps, "supported").empty()) {
+      b.line("Capabilities", str(caps, "supported") + "; enabled: " +
+                                 (member(caps, "enabled").empty() ? "none" : str(caps, "enabled")));
+   }
+   for (const auto& m : member(r, "managementAddress")) {
+      std::string s = identifierText(member(m, "key"));
+      static const char* const numbering[] = {"", "unknown", "ifIndex", "system port"};
+      const int n = int(num(m, "ifNumberingSubtype"));
+      if (n >= 1 && n <= 3)
+         s += std::string(", interface ") + numbering[n] + fmt(" %.0f", num(m, "ifNumber"));
+      if (!str(m, "oid").empty()) s += ", OID " + str(m, "oid");
+      b.line("Management address", s);
+   }
+   if (flag(r, "portVlanIdTlvReceived")) b.line("Port VLAN ID", str(r, "portVlanId"));
+   for (const auto& p : member(r, "portAndProtocolVlan")) {
+      b.line("Protocol VLAN", str(p, "ppvid") + (flag(p, "supported") ? ", supported" : "") +
+                                  (flag(p, "enabled") ? ", enabled" : ""));
+   }
+   std::string names;
+   for (const auto& v : member(r, "vlanName")) {
+      names += (names.empty() ? "" : ", ") + str(v, "vlanId") + " " + str(v, "name");
+   }
+   b.line("VLAN names", names);
+   for (const auto& p : member(r, "protocolIdentityInfo"))
+      b.line("Protocol identity", str(p, "identity"));
+   if (flag(r, "vidUsageDigestTlvReceived")) b.line("VID usage digest", str(r, "vidUsageDigest"));
+   if (flag(r, "managementVidTlvReceived")) b.line("Management VID", str(r, "managementVid"));
+   if (flag(r, "linkAggregationTlvReceived")) {
+      const Json& la = member(r, "linkAggregationInfo");
+      b.line("Link aggregation",
+             (member(la, "status").empty() ? "not capable" : str(la, "status")) +
+                 fmt(", aggregated port %.0f", num(la, "aggregatedPortId")));
+   }
+   if (flag(r, "macPhyConfigStatusTlvReceived")) {
+      const Json& m = member(r, "macPhyConfigStatusInfo");
+      b.line("MAC/PHY",
+             std::string("autonegotiation ") +
+                 (flag(m, "autonegSupported") ? "supported" : "not supported") +
+                 (flag(m, "autonegEnabled") ? " and enabled" : "") +
+                 integer(", advertised 0x%04llx", num(m, "pmdAutonegAdvertisedCapability")) +
+                 fmt(", MAU type %.0f", num(m, "operationalMauType")));
+   }
+   if (flag(r, "powerViaMdiTlvReceived"))
+      b.line("Power via MDI", powerText(member(r, "powerViaMdiInfo")));
+   if (flag(r, "maximumFrameSizeTlvReceived")) {
+      b.line("Maximum frame size", str(member(r, "maximumFrameSizeInfo"), "maxFrameSize"));
+   }
+   if (flag(r, "medCapabilitiesTlvReceived")) {
+      const Json& m = member(r, "medCapabilitiesInfo");
+      b.line("LLDP-MED",
+             str(m, "capabilities") + "; device type " + medDeviceType(int(num(m, "deviceType"))));
+   }
+   for (const auto& p : member(r, "networkPolicyTlv")) b.line("Network policy", policyText(p));
+   b.line("Location", locationText(member(r, "locationId")));
+   static const std::pair<const char*, const char*> inventory[] = {
+       {"hardwareRevisionTlvInfo", "Hardware revision"},
+       {"firmwareRevisionTlvInfo", "Firmware revision"},
+       {"softwareRevisionTlvInfo", "Software revision"},
+       {"serialNumberTlvInfo", "Serial number"},
+       {"manufacturerNameTlvInfo", "Manufacturer"},
+       {"modelNameTlvInfo", "Model"},
+       {"assetIDTlvInfo", "Asset ID"}};
+   for (const auto& [key, label] : inventory) b.line(label, str(r, key));
+   if (num(r, "ztpBootVlan") != 0) b.line("ZTP boot VLAN", str(r, "ztpBootVlan"));
+   for (const auto& t : member(r, "unknownTlv")) {
+      b.line("Unknown TLV", "type " + str(t, "type") + ": " + str(t, "value"));
+   }
+   for (const auto& t : member(r, "unknownOrgDefTlv")) {
+      const Json& k = member(t, "key");
+      b.line("Organizational TLV",
+             str(k, "oui") + " subtype " + str(k, "subtype") + ": " + str(t, "value"));
+   }
+   return out + b.str();
+}
+
+}  // namespace
+
+std::string durationText(double s) {
+   if (s < 0) return "-";
+   const long long t = static_cast<long long>(s);
+   char buf[32];
+   if (t < 60) {
+      std::snprintf(buf, sizeof buf, "%llds", t);
+   } else if (t < 3600) {
+      std::snprintf(buf, sizeof buf, "%lldm%02llds", t / 60, t % 60);
+   } else if (t < 86400) {
+      std::snprintf(buf, sizeof buf, "%lldh%02lldm", t / 3600, t % 3600 / 60);
+   } else {
+      std::snprintf(buf, sizeof buf, "%lldd%02lldh", t / 86400, t % 86400 / 3600);
+   }
+   return buf;
+}
+
+std::string neighborsText(const Json& view, bool detail) {
+   const double now = num(view, "currentTime");
+   if (detail) {
+      std::string out;
+      for (const auto& [intf, port] : member(view, "interfaces").items()) {
+         for (const auto& r : member(port, "remoteSystem")) {
+            out += (out.empty() ? "" : "\n") + neighborDetail(intf, r, now);
+         }
+      }
+      return out.empty() ? "No neighbors.\n" : out;
+   }
+   Table t({"Interface", "Chassis ID", "Port ID", "System name", "TTL", "Age"});
+   size_t count = 0;
+   for (const auto& [intf, port] : member(view, "interfaces").items()) {
+      for (const auto& r : member(port, "remoteSystem")) {
+         t.row({intf, str(member(r, "chassisIdentifier"), "value"),
+                str(member(r, "portIdentifier"), "value"), str(r, "sysName"), str(r, "ttl"),
+                durationText(now - num(r, "creationTime"))});
+         ++count;
+      }
+   }
+   return t.str() + "Total neighbors: " + std::to_string(count) + "\n";
+}
+
+std::string statisticsText(const Json& view) {
+   const double now = num(view, "currentTime");
+   auto ago = [&](const char* key) {
+      const double t = num(view, key);
+      return t > 0 ? durationText(now - t) + " ago" : std::string("never");
+   };
+   std::string out = "Neighbor tables: " + str(view, "remTablesInserts") + " inserts, " +
+                     str(view, "remTablesDeletes") + " deletes, " + str(view, "remTablesDrops") +
+                     " drops, " + str(view, "remTablesAgeouts") + " age-outs\n";
+   out += "Last change " + ago("remTablesLastChangeTime") + ", last cleared " +
+          ago("remTablesLastClearTime") + "\n\n";
+   Table t({"Interface", "TxFrames", "RxFrames", "RxDiscarded", "RxErrors", "TLVsDiscarded",
+            "TLVsUnknown", "Ageouts", "RateLimited", "TxTooLong", "TxNoMem"});
+   for (const auto& [intf, p] : member(view, "interfaces").items()) {
+      t.row({intf, str(p, "txFramesTotal"), str(p, "rxFramesTotal"),
+             str(p, "rxFramesDiscardedTotal"), str(p, "rxFramesErrors"),
+             str(p, "rxTLVsDiscardedTotal"), str(p, "rxTLVsUnrecognizedTotal"),
+             str(p, "rxAgeoutsTotal"), str(p, "rxLldpdusRateLimited"),
+             str(p, "txFramesLengthExceeded"), str(p, "txFramesNoMemErrors")});
+   }
+   return out + t.str();
+}
+
+std::string localText(const Json& view) {
+   Block b;
+   b.line("Chassis ID", identifierText(member(view, "chassisIdentifier")));
+   b.line("System name", str(view, "sysName"));
+   b.line("System description", str(view, "sysDesc"));
+   b.line("Capabilities",
+          str(view, "sysCapSupported") + "; enabled: " +
+              (member(view, "sysCapEnabled").empty() ? "none" : str(view, "sysCapEnabled")));
+   for (const auto& m : member(view, "managementAddress")) {
+      b.line("Management address", identifierText(member(m, "key")));
+   }
+   b.line("Transmit interval", str(view, "messageTxInterval") + " s");
+   b.line("Hold time (TTL)", str(view, "messageTxHoldTime") + " s");
+   static const char* const admin[] = {"disabled", "tx only", "rx only", "tx and rx", "disabled"};
+   Table t({"Interface", "Port ID", "Description", "PVID", "Max frame", "Admin", "VLAN names"});
+   for (const auto& [intf, p] : member(view, "interfaces").items()) {
+      std::string names;
+      for (const auto& v : member(p, "vlanName")) {
+         names += (names.empty() ? "" : ", ") + str(v, "vlanId") + " " + str(v, "name");
+      }
+      const int a = int(num(p, "adminStatus"));
+      t.row({intf, identifierText(member(p, "portIdentifier")), str(p, "portDesc"),
+             num(p, "portVlanId") ? str(p, "portVlanId") : "-",
+             str(member(p, "maximumFrameSizeInfo"), "maxFrameSize"),
+             admin[a >= 1 && a <= 3 ? a : 0], names});
+   }
+   return "Local system\n" + b.str() + "\n" + t.str();
+}
+
+std::string watchEventText(const Json& event) {
+   const Json& r = member(event, "remoteSystem");
+   std::string s = str(event, "event");
+   s.append(s.size() < 8 ? 8 - s.size() : 0, ' ');
+   s += str(event, "interface") + "  chassis " + str(member(r, "chassisIdentifier"), "value") +
+        "  port " + str(member(r, "portIdentifier"), "value");
+   if (!str(r, "sysName").empty()) s += "  name " + str(r, "sysName");
+   return s;
+}
+
+}  // namespace Cli

@@ -1,0 +1,126 @@
+#include "Cli/CliViews.h"
+
+namespace Cli {
+
+namespace {
+
+// The attributes a record exports, minus the ones named (collections shown elsewhere).
+template <class Record>
+Vel::Json attrsExcept(const Record& r, std::initializer_list<std::string_view> skip) {
+   Vel::Json j = Vel::Json::object();
+   r.visitAttrs([&](const char* name, const auto& value) {
+      for (std::string_view s : skip) {
+         if (s == name) return;
+      }
+      j[name] = Vel::toJson(value);
+   });
+   return j;
+}
+
+std::string noSuchInterface(const std::string& intf) {
+   return std::string("interface ").append(intf).append(": no LLDP on this interface");
+}
+
+// A port's record in either kind of per-port collection.
+template <class E>
+const E* findPort(const std::map<Wire::IntfId, Vel::Ptr<E>>& ports, const Wire::IntfId& id) {
+   auto it = ports.find(id);
+   return it == ports.end() ? nullptr : it->second.ptr();
+}
+template <class E>
+const E* findPort(const Vel::FlatMap<Wire::IntfId, Vel::Ptr<const E>>& ports,
+                  const Wire::IntfId& id) {
+   const Vel::Ptr<const E>* p = ports.find(id);
+   return p ? p->ptr() : nullptr;
+}
+
+// Runs `fill(name, record)` for each port (or only `intf`) into {"interfaces": {...}}.
+template <class Map, class Fill>
+View perInterface(const Map& ports, const std::string& intf, Vel::Seconds now, Fill fill) {
+   View v;
+   v.json = Vel::Json::object();
+   v.json["currentTime"] = now;
+   Vel::Json& interfaces = v.json["interfaces"] = Vel::Json::object();
+   if (!intf.empty()) {
+      const auto* port = findPort(ports, Wire::IntfId(intf));
+      if (!port) {
+         v.error = noSuchInterface(intf);
+         return v;
+      }
+      fill(interfaces[intf], *port);
+      return v;
+   }
+   for (const auto& [id, port] : ports) {
+      if (port) fill(interfaces[std::string(id.name())], *port);
+   }
+   return v;
+}
+
+}  // namespace
+
+Vel::Json remoteSystemJson(const Lldp::RemoteSystem& r, bool detail) {
+   Vel::Json j;
+   if (detail) {
+      j = attrsExcept(r, {"msap"});
+   } else {
+      j = Vel::Json::object();
+      j["index"] = r.index();
+      j["ethAddr"] = r.ethAddr().stringValue();
+      j["sysName"] = Vel::toJson(r.sysName());
+      j["ttl"] = r.ttl();
+      j["creationTime"] = r.creationTime();
+      j["lastRefreshTime"] = r.lastRefreshTime();
+      j["lastChangeTime"] = r.lastChangeTime();
+      j["expiryTime"] = r.expiryTime();
+   }
+   j["chassisIdentifier"] = r.msap().chassisIdentifier().toJson();
+   j["portIdentifier"] = r.msap().portIdentifier().toJson();
+   return j;
+}
+
+View neighborsView(const Lldp::AllStatus& status, bool detail, const std::string& intf,
+                   Vel::Seconds now) {
+   return perInterface(status.portStatus(), intf, now,
+                       [&](Vel::Json& out, const Lldp::PortStatus& port) {
+                          Vel::Json& list = out["remoteSystem"] = Vel::Json::array();
+                          for (const auto& [index, remote] : port.remoteSystem()) {
+                             list.push_back(remoteSystemJson(*remote, detail));
+                          }
+                       });
+}
+
+View statisticsView(const Lldp::AllStatus& status, const Lldp::RemTablesStatus* remTables,
+                    const std::string& intf, Vel::Seconds now) {
+   View v = perInterface(
+       status.portStatus(), intf, now, [](Vel::Json& out, const Lldp::PortStatus& port) {
+          out = attrsExcept(port, {"intfId", "remoteSystem", "vlanName", "sentVlanName",
+                                   "vlanNamesChanged", "vlanNamesIncomplete"});
+       });
+   if (!v.ok()) return v;
+   // The global counters: everything the status has besides its ports.
+   Vel::Json global = attrsExcept(status, {"portStatus", "mgmtAddrVrf"});
+   v.json.update(global);
+   if (remTables) v.json["remTablesLastClearTime"] = remTables->remTablesLastClearTime();
+   return v;
+}
+
+View localView(const Lldp::LocalSystem& local, const Lldp::Config& config,
+               const Lldp::AllStatus& status, const std::string& intf, Vel::Seconds now) {
+   View v =
+       perInterface(local.localPort(), intf, now, [&](Vel::Json& out, const Lldp::LocalPort& port) {
+          out = attrsExcept(port, {"intfId", "localPortPoeInfo"});
+          if (auto pc = config.portConfig(port.intfId())) {
+             out["adminStatus"] = pc->adminStatus();
+          }
+          auto ps = status.portStatus(port.intfId());
+          out["vlanName"] = ps && *ps ? Vel::toJson((*ps)->vlanName()) : Vel::Json::array();
+       });
+   if (!v.ok()) return v;
+   Vel::Json global = attrsExcept(local, {"localPort", "managementAddressPrio"});
+   v.json.update(global);
+   v.json["messageTxInterval"] = config.messageTxInterval();
+   v.json["messageTxHoldTime"] = config.messageTxHoldTime();
+   return v;
+}
+
+}  // namespace Cli

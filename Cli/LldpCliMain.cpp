@@ -1,0 +1,279 @@
+// lldp: the command line of the LLDP agent. It talks to lldp-agent over its control
+// socket: shows neighbours, counters, the local system and the configuration, changes
+// the configuration live, clears the neighbour tables and follows neighbour events.
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Cli/CliText.h"
+#include "Config/ConfigLanguage.h"
+#include "Daemon/ControlSocket.h"
+
+namespace {
+
+const char* const usageText = R"(Usage: lldp [--socket PATH] [--json] COMMAND
+
+The command line of lldp-agent, the LLDP agent. It reads and changes the running agent
+through its control socket.
+
+Commands:
+  show neighbors [detail] [interface NAME]
+        The neighbours heard on each port: interface, chassis ID, port ID, system name,
+        TTL and age. With `detail`, everything each neighbour told us, with the IEEE
+        802.1, IEEE 802.3 and LLDP-MED contents decoded (VLAN names, power in watts,
+        network policies, location, inventory).
+  show statistics [interface NAME]
+        Per-port frame and TLV counters and the neighbour-table counters.
+  show local [interface NAME]
+        What the agent advertises: the local system and each port.
+  show configuration
+        The configuration in force, in the configuration language (save it as a
+        configuration file as it stands).
+  configure LINE...
+        Applies each argument as one line of the configuration language, in order, e.g.
+          lldp configure 'lldp timer 5'
+          lldp configure 'interface eth1' 'no lldp transmit'
+        A bad line refuses the whole request and changes nothing.
+  configure -f FILE
+        Applies the lines of FILE the same way ('-' reads standard input).
+  clear neighbors
+        Empties every neighbour table (the agent logs who asked).
+  watch
+        Prints each neighbour added, changed or removed as it happens, until interrupted.
+
+Options (anywhere on the line):
+  --socket PATH   the agent's control socket (default /run/lldp-agent.sock, or
+                  $LLDP_SOCKET when set)
+  --json          JSON instead of text, for scripts (see the README for the schema);
+                  indented on a terminal, one line otherwise; `watch` prints one JSON
+                  object per line
+  --help          this text
+
+Exit status: 0 on success; 2 with one line on standard error when the command, a value
+or the configuration is refused or the agent cannot be reached.
+)";
+
+struct Options {
+   std::string socket = "/run/lldp-agent.sock";
+   bool json = false;
+   std::vector<std::string> words;
+};
+
+[[noreturn]] void fail(const std::string& why) {
+   std::cerr << "lldp: " << why << "\n";
+   std::exit(2);
+}
+
+Options parse(int argc, char** argv) {
+   Options o;
+   if (const char* env = std::getenv("LLDP_SOCKET"); env && *env) o.socket = env;
+   for (int i = 1; i < argc; ++i) {
+      const std::string a = argv[i];
+      if (a == "--json") {
+         o.json = true;
+      } else if (a == "--help" || a == "-h" || a == "help") {
+         std::cout << usageText;
+         std::exit(0);
+      } else if (a == "--socket") {
+         if (i + 1 >= argc) fail("--socket needs a path");
+         o.socket = argv[++i];
+      } else if (a.rfind("--socket=", 0) == 0) {
+         o.socket = a.substr(9);
+      } else {
+         o.words.push_back(a);
+      }
+   }
+   return o;
+}
+
+class Client {
+public:
+   explicit Client(const Options& o) : options_(o) {}
+
+   // Sends the request and returns the reply's data; exits on any failure.
+   Vel::Json call(const Vel::Json& req) {
+      std::string line = exchange(req);
+      Vel::Json reply = Vel::Json::parse(line, nullptr, false);
+      if (reply.is_discarded() || !reply.is_object()) fail("malformed reply from the agent");
+      if (!reply.value("ok", false)) fail(reply.value("error", std::string("request refused")));
+      return reply.value("data", Vel::Json());
+   }
+
+   // For --json: the reply's data as the agent wrote it, without parsing it again when
+   // it need not be reformatted (a table of many neighbours is large).
+   void printData(const Vel::Json& req) {
+      std::string line = exchange(req);
+      static const std::string head = "{\"data\":", tail = ",\"ok\":true}";
+      const bool plain =
+          line.size() > head.size() + tail.size() && line.starts_with(head) && line.ends_with(tail);
+      if (plain && !::isatty(STDOUT_FILENO)) {
+         std::fwrite(line.data() + head.size(), 1, line.size() - head.size() - tail.size(), stdout);
+         std::fputc('\n', stdout);
+         return;
+      }
+      Vel::Json reply = Vel::Json::parse(line, nullptr, false);
+      if (reply.is_discarded() || !reply.is_object()) fail("malformed reply from the agent");
+      if (!reply.value("ok", false)) fail(reply.value("error", std::string("request refused")));
+      printJson(reply.value("data", Vel::Json()));
+   }
+
+   void printJson(const Vel::Json& j) {
+      std::cout << j.dump(::isatty(STDOUT_FILENO) ? 2 : -1, ' ', false,
+                          Vel::Json::error_handler_t::replace)
+                << "\n";
+   }
+
+   Daemon::ControlClient& connection() { return client_; }
+
+   // Sends the request and reads the first reply line.
+   std::string exchange(const Vel::Json& req, Vel::Seconds timeout = 60) {
+      std::string error, line;
+      if (!client_.connect(options_.socket, timeout, &error)) {
+         fail("cannot reach the agent: " + error);
+      }
+      if (!client_.send(req, &error) || !client_.readLine(&line, &error)) fail(error);
+      return line;
+   }
+
+private:
+   const Options& options_;
+   Daemon::ControlClient client_;
+};
+
+// `interface NAME` and `detail` after a show command.
+struct ShowArgs {
+   bool detail = false;
+   std::string intf;
+};
+
+ShowArgs showArgs(const std::vector<std::string>& w, size_t from, bool detailAllowed) {
+   ShowArgs a;
+   for (size_t i = from; i < w.size(); ++i) {
+      if (w[i] == "detail" && detailAllowed && !a.detail) {
+         a.detail = true;
+      } else if (w[i] == "interface" && a.intf.empty()) {
+         if (i + 1 >= w.size()) fail("interface: missing interface name");
+         a.intf = w[++i];
+      } else {
+         fail("show " + w[1] + ": unexpected '" + w[i] + "'");
+      }
+   }
+   return a;
+}
+
+std::string whoAmI() {
+   if (const char* sudoUser = std::getenv("SUDO_USER"); sudoUser && *sudoUser) return sudoUser;
+   if (passwd* pw = ::getpwuid(::getuid())) return pw->pw_name;
+   return "uid " + std::to_string(::getuid());
+}
+
+std::string whereAmI() {
+   for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+      if (const char* tty = ::ttyname(fd)) return tty;
+   }
+   return "command line";
+}
+
+int show(const Options& o, Client& c) {
+   const auto& w = o.words;
+   if (w.size() < 2) fail("show: neighbors, statistics, local or configuration?");
+   const std::string& what = w[1];
+   if (what == "configuration") {
+      if (w.size() > 2) fail("show configuration: unexpected '" + w[2] + "'");
+      if (o.json) {
+         c.printData({{"op", "get"}, {"path", "l2discovery/lldp/cliConfig"}});
+      } else {
+         std::cout << c.call({{"op", "show-configuration"}}).get<std::string>();
+      }
+      return 0;
+   }
+   if (what != "neighbors" && what != "statistics" && what != "local") {
+      fail("show: unknown '" + what + "' (neighbors, statistics, local or configuration)");
+   }
+   const ShowArgs a = showArgs(w, 2, what == "neighbors");
+   Vel::Json req = {{"op", "show"}, {"view", what}, {"detail", a.detail}};
+   if (!a.intf.empty()) req["interface"] = a.intf;
+   if (o.json) {
+      c.printData(req);
+      return 0;
+   }
+   const Vel::Json view = c.call(req);
+   if (what == "neighbors") std::cout << Cli::neighborsText(view, a.detail);
+   if (what == "statistics") std::cout << Cli::statisticsText(view);
+   if (what == "local") std::cout << Cli::localText(view);
+   return 0;
+}
+
+int configure(const Options& o, Client& c) {
+   const auto& w = o.words;
+   std::vector<std::string> lines;
+   if (w.size() >= 2 && w[1] == "-f") {
+      if (w.size() != 3) fail("configure -f: one file name expected");
+      std::stringstream text;
+      if (w[2] == "-") {
+         text << std::cin.rdbuf();
+      } else {
+         std::ifstream in(w[2]);
+         if (!in) fail(w[2] + ": cannot read the file");
+         text << in.rdbuf();
+      }
+      lines = Config::splitLines(text.str());
+   } else {
+      lines.assign(w.begin() + 1, w.end());
+   }
+   if (lines.empty()) fail("configure: no configuration line given");
+   c.call({{"op", "configure"}, {"lines", lines}});
+   return 0;
+}
+
+int clear(const Options& o, Client& c) {
+   if (o.words.size() != 2 || o.words[1] != "neighbors") fail("clear: only 'clear neighbors'");
+   const Vel::Json data =
+       c.call({{"op", "clear-neighbors"}, {"user", whoAmI()}, {"terminal", whereAmI()}});
+   if (o.json) {
+      c.printJson(data);
+   } else {
+      std::cout << "Cleared " << data.value("remoteSystemsCleared", 0) << " neighbors.\n";
+   }
+   return 0;
+}
+
+int watch(const Options& o, Client& c) {
+   if (o.words.size() != 1) fail("watch: unexpected '" + o.words[1] + "'");
+   // No time limit: events come when they come.
+   Vel::Json reply = Vel::Json::parse(c.exchange({{"op", "watch"}}, 0), nullptr, false);
+   if (reply.is_discarded() || !reply.value("ok", false)) {
+      fail(reply.is_object() ? reply.value("error", std::string("watch refused"))
+                             : std::string("malformed reply from the agent"));
+   }
+   std::string line, error;
+   while (c.connection().readLine(&line, &error)) {
+      if (o.json) {
+         std::cout << line << std::endl;
+         continue;
+      }
+      Vel::Json event = Vel::Json::parse(line, nullptr, false);
+      if (!event.is_discarded()) std::cout << Cli::watchEventText(event) << std::endl;
+   }
+   fail(error);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+   const Options o = parse(argc, argv);
+   if (o.words.empty()) fail("no command given (try 'lldp --help')");
+   Client c(o);
+   const std::string& cmd = o.words[0];
+   if (cmd == "show") return show(o, c);
+   if (cmd == "configure") return configure(o, c);
+   if (cmd == "clear") return clear(o, c);
+   if (cmd == "watch") return watch(o, c);
+   fail("unknown command '" + cmd + "' (try 'lldp --help')");
+}

@@ -1,0 +1,30 @@
+# The command line `lldp` and the daemon's side of it (views, neighbour watch, the
+# show/clear/watch operations), with their tests. Included from the top-level
+# CMakeLists.txt after the daemon.
+
+add_library(cli_service STATIC ${PROJECT_SOURCE_DIR}/Cli/CliViews.cpp
+            ${PROJECT_SOURCE_DIR}/Cli/NeighborWatch.cpp ${PROJECT_SOURCE_DIR}/Cli/CliService.cpp)
+target_link_libraries(cli_service PUBLIC control_socket records)
+target_link_libraries(lldp-agent PRIVATE cli_service)
+
+add_library(cli_text STATIC ${PROJECT_SOURCE_DIR}/Cli/CliText.cpp)
+target_link_libraries(cli_text PUBLIC framework)
+
+# The target is lldp-cli (`lldp` names the protocol library); the program is `lldp`.
+add_executable(lldp-cli ${PROJECT_SOURCE_DIR}/Cli/LldpCliMain.cpp)
+set_target_properties(lldp-cli PROPERTIES OUTPUT_NAME lldp)
+target_link_libraries(lldp-cli PRIVATE cli_text control_socket)
+
+if(COMMAND lldp_test)
+  # The daemons' end-to-end test drives them through the command line.
+  target_compile_definitions(daemon_tests PRIVATE LLDP_CLI="$<TARGET_FILE:lldp-cli>")
+  add_dependencies(daemon_tests lldp-cli)
+  file(GLOB CLI_TESTS CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/Cli/*Test.cpp)
+  if(CLI_TESTS)
+    lldp_test(cli_tests ${CLI_TESTS})
+    target_link_libraries(cli_tests PRIVATE cli_service cli_text agent)
+    target_compile_definitions(cli_tests PRIVATE LLDP_AGENT="$<TARGET_FILE:lldp-agent>"
+                                                 LLDP_CLI="$<TARGET_FILE:lldp-cli>")
+    add_dependencies(cli_tests lldp-agent lldp-cli)
+  endif()
+endif()
