@@ -22,9 +22,14 @@ if(COMMAND lldp_test)
   file(GLOB CLI_TESTS CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/Cli/*Test.cpp)
   if(CLI_TESTS)
     lldp_test(cli_tests ${CLI_TESTS})
-    target_link_libraries(cli_tests PRIVATE cli_service cli_text agent)
-    target_compile_definitions(cli_tests PRIVATE LLDP_AGENT="$<TARGET_FILE:lldp-agent>"
-                                                 LLDP_CLI="$<TARGET_FILE:lldp-cli>")
-    add_dependencies(cli_tests lldp-agent lldp-cli)
+    target_link_libraries(cli_tests PRIVATE cli_service cli_text)
   endif()
+endif()
+
+# `show neighbors` over 100,000 neighbours (run by hand, see the README).
+find_package(benchmark QUIET)
+if(benchmark_FOUND)
+  add_executable(cli_bench ${PROJECT_SOURCE_DIR}/bench/CliBench.cpp)
+  target_link_libraries(cli_bench PRIVATE cli_service cli_text benchmark::benchmark
+                                          benchmark::benchmark_main)
 endif()
