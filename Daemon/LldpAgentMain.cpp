@@ -51,6 +51,9 @@ Signals: SIGTERM and SIGINT stop the agent cleanly; SIGHUP re-reads the configur
 the host name and the system description.
 Exit status: 0 after a clean stop, 1 when the agent cannot start (bad configuration
 file, control socket in use, no netlink), 2 on a bad command line.
+
+Read and change the running agent with the command line `lldp` (`lldp --help`): show
+neighbors, statistics, local, configuration; configure; clear neighbors; watch.
 )";
 
 struct Args {
