@@ -167,7 +167,7 @@ std::string policyText(const Json& p) {
 std::string locationText(const Json& l) {
    switch (int(num(l, "format"))) {
       case 1:
-         return "coordinate " + str(l, "coordinate");
+         return std::string("coordinate ").append(str(l, "coordinate"));
       case 2: {
          const Json& c = member(l, "civicAddress");
          std::string s = "civic, country " + str(c, "countryCode");
@@ -177,7 +177,7 @@ std::string locationText(const Json& l) {
          return s;
       }
       case 3:
-         return "ELIN " + str(l, "elin");
+         return std::string("ELIN ").append(str(l, "elin"));
       default:
          return "";
    }
@@ -296,7 +296,8 @@ std::string neighborsText(const Json& view, bool detail) {
       std::string out;
       for (const auto& [intf, port] : member(view, "interfaces").items()) {
          for (const auto& r : member(port, "remoteSystem")) {
-            out += (out.empty() ? "" : "\n") + neighborDetail(intf, r, now);
+            if (!out.empty()) out += '\n';
+            out += neighborDetail(intf, r, now);
          }
       }
       return out.empty() ? "No neighbors.\n" : out;
@@ -363,7 +364,7 @@ std::string localText(const Json& view) {
              str(member(p, "maximumFrameSizeInfo"), "maxFrameSize"),
              admin[a >= 1 && a <= 3 ? a : 0], names});
    }
-   return "Local system\n" + b.str() + "\n" + t.str();
+   return std::string("Local system\n").append(b.str()).append("\n").append(t.str());
 }
 
 std::string watchEventText(const Json& event) {

@@ -21,10 +21,14 @@
 #include "Daemon/ControlSocket.h"
 #include "tests/Support/IpCmd.h"
 #include "tests/Support/NetNs.h"
+#include "tests/Support/Poll.h"
 
 extern char** environ;
 
 namespace {
+
+using TestSupport::readFile;
+using TestSupport::waitFor;
 
 using Clock = std::chrono::steady_clock;
 
@@ -82,13 +86,6 @@ struct CliRun {
    std::string out, err;
 };
 
-std::string slurp(const std::string& path) {
-   std::ifstream in(path);
-   std::stringstream s;
-   s << in.rdbuf();
-   return s.str();
-}
-
 // Runs `lldp --socket SOCKET args...`, or with its output going to `outPath` and not
 // waited for when `background` (returns the pid in `status`).
 CliRun lldp(const std::string& socket, std::vector<std::string> args, bool background = false,
@@ -117,8 +114,8 @@ CliRun lldp(const std::string& socket, std::vector<std::string> args, bool backg
    int status = 0;
    ::waitpid(pid, &status, 0);
    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-   r.out = slurp(out);
-   r.err = slurp(err);
+   r.out = readFile(out);
+   r.err = readFile(err);
    ::unlink(out.c_str());
    ::unlink(err.c_str());
    return r;
@@ -136,17 +133,6 @@ Vel::Json AgentProcess::neighbours(const std::string& intf) const {
    Vel::Json view = lldpJson(socket_, {"show", "neighbors", "detail"});
    if (!view.is_object() || !view["interfaces"].contains(intf)) return Vel::Json::array();
    return view["interfaces"][intf]["remoteSystem"];
-}
-
-// Waits (polling) until `done` or the timeout; returns the seconds it took, or -1.
-double waitFor(const std::function<bool()>& done, double timeout) {
-   const auto start = Clock::now();
-   for (;;) {
-      const double waited = std::chrono::duration<double>(Clock::now() - start).count();
-      if (done()) return waited;
-      if (waited > timeout) return -1;
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-   }
 }
 
 TEST(LldpAgentEndToEnd, TwoAgentsOnTwoLinks) {
@@ -251,7 +237,7 @@ TEST(LldpAgentEndToEnd, TwoAgentsOnTwoLinks) {
    EXPECT_EQ(cleared.status, 0);
    EXPECT_EQ(cleared.out, "Cleared 2 neighbors.\n");
    EXPECT_NE(
-       slurp(right.logPath()).find("LLDP_REMOTE_TABLES_CLEARED: LLDP neighbor table cleared by"),
+       readFile(right.logPath()).find("LLDP_REMOTE_TABLES_CLEARED: LLDP neighbor table cleared by"),
        std::string::npos);
    EXPECT_GE(waitFor([&] { return right.neighbours(b1).size() == 1; }, 3), 0);
 
@@ -265,7 +251,7 @@ TEST(LldpAgentEndToEnd, TwoAgentsOnTwoLinks) {
    ::kill(watcher, SIGTERM);
    ::waitpid(watcher, nullptr, 0);
    std::map<std::string, int> events;
-   std::istringstream lines(slurp(watchOut));
+   std::istringstream lines(readFile(watchOut));
    for (std::string line; std::getline(lines, line);) {
       Vel::Json e = Vel::Json::parse(line, nullptr, false);
       ASSERT_FALSE(e.is_discarded()) << line;

@@ -1,0 +1,709 @@
+// Our daemon against an independent LLDP implementation (Debian's lldpd, run as a black-box
+// peer) and a packet analyser (tshark), over veths in network namespaces the tests create.
+// Each side's view is read the way its users read it: ours through `lldp ... --json`,
+// lldpd's through `lldpcli -f json`, and the two are compared field by field.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <map>
+#include <set>
+
+#include "tests/Interop/InteropPeers.h"
+#include "tests/Support/NetNs.h"
+
+namespace {
+
+using Interop::at;
+using Interop::Json;
+using Interop::Lldpd;
+using Interop::waitFor;
+
+// ---- Translating lldpd's words into ours ---------------------------------------------------
+
+std::string idSubtype(const std::string& lldpdType) {
+   static const std::map<std::string, std::string> names = {
+       {"mac", "macAddress"},    {"ifname", "interfaceName"},   {"local", "local"},
+       {"ip", "networkAddress"}, {"ifalias", "interfaceAlias"},
+   };
+   auto it = names.find(lldpdType);
+   return it == names.end() ? "?" + lldpdType : it->second;
+}
+
+std::string capabilityName(const std::string& lldpdType) {
+   static const std::map<std::string, std::string> names = {
+       {"Other", "other"},
+       {"Repeater", "repeater"},
+       {"Bridge", "bridge"},
+       {"Wlan", "wlanAccessPoint"},
+       {"Router", "router"},
+       {"Tel", "telephone"},
+       {"Docsis", "docsisCableDevice"},
+       {"Station", "stationOnly"},
+   };
+   auto it = names.find(lldpdType);
+   return it == names.end() ? "?" + lldpdType : it->second;
+}
+
+std::string medCapabilityName(const std::string& lldpdType) {
+   static const std::map<std::string, std::string> names = {
+       {"Capabilities", "lldpMedCapabilities"}, {"Policy", "networkPolicy"},
+       {"Location", "locationIdentification"},  {"MDI/PSE", "extendedPowerViaMdiPse"},
+       {"MDI/PD", "extendedPowerViaMdiPd"},     {"Inventory", "inventory"},
+   };
+   auto it = names.find(lldpdType);
+   return it == names.end() ? "?" + lldpdType : it->second;
+}
+
+// lldpd's words for the LLDP-MED device classes, by our device type number.
+std::string medDeviceTypeText(int type) {
+   switch (type) {
+      case 1:
+         return "Generic Endpoint (Class I)";
+      case 2:
+         return "Media Endpoint (Class II)";
+      case 3:
+         return "Communication Device Endpoint (Class III)";
+      case 4:
+         return "Network Connectivity Device";
+   }
+   return "";
+}
+
+std::string medAppTypeText(int type) {
+   static const char* names[] = {"",
+                                 "Voice",
+                                 "Voice Signaling",
+                                 "Guest Voice",
+                                 "Guest Voice Signaling",
+                                 "Softphone Voice",
+                                 "Video Conferencing",
+                                 "Streaming Video",
+                                 "Video Signaling"};
+   return type >= 1 && type <= 8 ? names[type] : "";
+}
+
+// Reading goes through non-const JSON values throughout: a missing member reads as null
+// there instead of being undefined behaviour.
+
+// A string member as a string, anything else (null, a number) as its JSON text, so that a
+// wrong type shows up as a mismatch rather than an exception.
+std::string text(Json j) {
+   return j.is_string() ? j.get<std::string>() : j.dump();
+}
+
+std::set<std::string> strings(Json array) {
+   std::set<std::string> out;
+   for (Json s : Lldpd::list(array)) out.insert(text(s));
+   return out;
+}
+
+// A byte string as shown by either side: lldpd writes "01,02,fe"; we write printable
+// bytes as text and any other as "01:02:fe".
+std::string bytesOf(const std::string& shown, char separator) {
+   auto isHex = [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; };
+   bool hexForm = shown.size() >= 2 && (shown.size() + 1) % 3 == 0;
+   for (size_t i = 0; hexForm && i < shown.size(); ++i) {
+      hexForm = (i % 3 == 2) ? shown[i] == separator : isHex(shown[i]);
+   }
+   if (!hexForm) return shown;
+   std::string out;
+   for (size_t i = 0; i < shown.size(); i += 3) {
+      out.push_back(static_cast<char>(std::strtoul(shown.substr(i, 2).c_str(), nullptr, 16)));
+   }
+   return out;
+}
+
+// The neighbour in lldpd's table whose chassis ID is `chassisId` (lldpd keeps a neighbour
+// with a stale identity until its TTL runs out, so the newest one is picked by identity).
+Json lldpdNeighbour(const Lldpd& lldpd, const std::string& intf, const std::string& chassisId) {
+   for (auto [name, entry] : lldpd.neighbours()) {
+      if (name != intf) continue;
+      for (auto [sysName, chassis] : Lldpd::members(entry["chassis"])) {
+         if (at(chassis, {"id", "value"}) == chassisId) return entry;
+      }
+   }
+   return nullptr;
+}
+
+// The coordinate location as 16 bytes: latitude and longitude each with a 6-bit
+// resolution and 34-bit fixed point value (25 fraction bits), a 4-bit altitude type, 6-bit
+// resolution and 30-bit value (8 fraction bits), then the datum.
+struct Coordinate {
+   double latitude, longitude, altitude;
+   int altitudeType, datum;
+};
+Coordinate decodeCoordinate(const std::string& bytes) {
+   auto bits = [&](int from, int count) {
+      uint64_t v = 0;
+      for (int i = from; i < from + count; ++i) {
+         v = (v << 1) | ((static_cast<uint8_t>(bytes[i / 8]) >> (7 - i % 8)) & 1);
+      }
+      return v;
+   };
+   auto fixed = [&](int from, int count, int fraction) {
+      int64_t v = static_cast<int64_t>(bits(from, count));
+      if (v & (int64_t(1) << (count - 1))) v -= int64_t(1) << count;
+      return static_cast<double>(v) / static_cast<double>(int64_t(1) << fraction);
+   };
+   return {fixed(6, 34, 25), fixed(46, 34, 25), fixed(90, 30, 8), int(bits(80, 4)),
+           int(bits(120, 8))};
+}
+
+// "48.85666N" as +48.85666, "2.2013W" as -2.2013.
+double signedDegrees(const std::string& s) {
+   const double v = std::strtod(s.c_str(), nullptr);
+   return (s.back() == 'S' || s.back() == 'W') ? -v : v;
+}
+
+// ---- The setting: namespaces, veths, skips --------------------------------------------------
+
+class LldpdInterop : public ::testing::Test {
+protected:
+   void SetUp() override {
+      if (::geteuid() != 0) GTEST_SKIP() << "needs root to create network namespaces";
+      for (const char* p : {"lldpd", "lldpcli", "tshark", "ip"}) {
+         if (!Interop::haveProgram(p)) GTEST_SKIP() << p << " is not installed";
+      }
+      ns_ = std::make_unique<TestSupport::NetNsPair>();
+      ASSERT_TRUE(ns_->ok()) << ns_->error();
+      tag_ = std::to_string(::getpid() % 100000);
+   }
+
+   // Another veth between the two namespaces: ours is "ia<tag>x<n>" in namespace A, the
+   // peer's "ib<tag>x<n>" in B, both up.
+   std::pair<std::string, std::string> addLink() {
+      const std::string n = std::to_string(links_++);
+      const std::string a = "ia" + tag_ + "x" + n, b = "ib" + tag_ + "x" + n;
+      EXPECT_TRUE(TestSupport::runCmd("ip link add " + a + " netns " + ns_->nsA() +
+                                      " type veth peer name " + b + " netns " + ns_->nsB()));
+      EXPECT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + a + " up"));
+      EXPECT_TRUE(TestSupport::ipIn(ns_->nsB(), "link set " + b + " up"));
+      return {a, b};
+   }
+   std::string ourPorts() const { return "ia" + tag_ + "x*"; }
+   std::string peerPorts() const { return "ib" + tag_ + "x*"; }
+
+   std::unique_ptr<TestSupport::NetNsPair> ns_;
+   std::string tag_;
+   int links_ = 0;
+};
+
+// Short timers everywhere keep the whole binary within seconds.
+const std::string agentTimers = "lldp timer 1\nlldp hold-time 4\nlldp timer reinitialization 1\n";
+
+// ---- lldpd sees our agent exactly as we say we advertise ------------------------------------
+
+TEST_F(LldpdInterop, LldpdSeesWhatWeAdvertise) {
+   const auto link = addLink();
+   const std::string ours = link.first, theirs = link.second;
+   ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + ours + " alias 'uplink to peer'"));
+   Interop::Agent agent(ns_->nsA(), "a", ourPorts(),
+                        agentTimers +
+                            "lldp system-name interop-agent\n"
+                            "lldp system-description an agent under test\n"
+                            "vlan 10 name voice\n");
+   ASSERT_TRUE(agent.running());
+   // An LLDP-MED endpoint, so that our agent answers with its LLDP-MED TLVs.
+   Lldpd lldpd(ns_->nsB(), "a", peerPorts(), 1);
+   ASSERT_TRUE(lldpd.running()) << lldpd.log();
+   ASSERT_TRUE(lldpd.cli("configure lldp tx-interval 1"));
+
+   Json local;
+   ASSERT_GE(waitFor([&] { return (local = agent.local()).is_object(); }, 5), 0)
+       << "`lldp show local` gave no JSON; agent log:\n"
+       << agent.log();
+   ASSERT_TRUE(local["interfaces"].contains(ours)) << local.dump(1);
+   // Our MED TLVs go out once lldpd's have arrived: wait for lldpd to be our neighbour,
+   // then for lldpd to hold our frame with everything in it (the local view re-read, as
+   // it may move while the port comes up).
+   ASSERT_GE(waitFor([&] { return agent.neighbours(ours).size() == 1; }, 5), 0)
+       << "we never heard lldpd; agent log:\n"
+       << agent.log() << "\nlldpd log:\n"
+       << lldpd.log();
+   Json seen;
+   const bool advertisesMed = [&] {
+      local = agent.local();
+      return at(local, {"interfaces", ours.c_str(), "medCapabilities", "deviceType"}) != 0;
+   }();
+   ASSERT_GE(
+       waitFor(
+           [&] {
+              seen = lldpdNeighbour(lldpd, theirs, text(at(local, {"chassisIdentifier", "value"})));
+              return seen.is_object() && (!advertisesMed || seen.contains("lldp-med"));
+           },
+           5),
+       0)
+       << "lldpd does not show us; lldpd has:\n"
+       << lldpd.json("show neighbors details").dump(1);
+   local = agent.local();
+   Json port = local["interfaces"][ours];
+   SCOPED_TRACE("we advertise: " + local.dump() + "\nlldpd sees: " + seen.dump());
+
+   // Chassis: identity, name, description, capabilities.
+   const auto chassisList = Lldpd::members(seen["chassis"]);
+   ASSERT_EQ(chassisList.size(), 1u);
+   auto [sysName, chassis] = chassisList[0];
+   EXPECT_EQ(idSubtype(at(chassis, {"id", "type"})), local["chassisIdentifier"]["subtype"]);
+   EXPECT_EQ(at(chassis, {"id", "value"}), local["chassisIdentifier"]["value"]);
+   EXPECT_EQ(sysName, local["sysName"]);
+   EXPECT_EQ(sysName, "interop-agent");
+   EXPECT_EQ(chassis["descr"], local["sysDesc"]);
+   EXPECT_EQ(chassis["descr"], "an agent under test");
+   std::set<std::string> supported, enabled;
+   for (Json cap : Lldpd::list(chassis["capability"])) {
+      supported.insert(capabilityName(cap["type"]));
+      if (cap["enabled"] == true) enabled.insert(capabilityName(cap["type"]));
+   }
+   EXPECT_EQ(supported, strings(local["sysCapSupported"]));
+   EXPECT_EQ(enabled, strings(local["sysCapEnabled"]));
+
+   // Management addresses: lldpd shows the IP ones (and their interface numbers).
+   std::set<std::string> ourIps, theirIps;
+   for (Json m : Lldpd::list(local["managementAddress"])) {
+      if (m["key"]["subtype"] == "ipv4" || m["key"]["subtype"] == "ipv6") {
+         ourIps.insert(text(m["key"]["address"]));
+      }
+   }
+   for (Json ip : Lldpd::list(chassis["mgmt-ip"])) theirIps.insert(text(ip));
+   EXPECT_EQ(theirIps, ourIps);
+
+   // Port: identity, description, TTL, maximum frame size.
+   Json p = seen["port"];
+   EXPECT_EQ(idSubtype(at(p, {"id", "type"})), port["portIdentifier"]["subtype"]);
+   EXPECT_EQ(at(p, {"id", "value"}), port["portIdentifier"]["value"]);
+   EXPECT_EQ(at(p, {"id", "value"}), ours);
+   EXPECT_EQ(p.value("descr", ""), port["portDesc"]);
+   EXPECT_EQ(p.value("descr", ""), "uplink to peer");
+   EXPECT_EQ(p.value("ttl", ""), std::to_string(local["messageTxHoldTime"].get<int>()));
+   const int mfs = at(port, {"maximumFrameSizeInfo", "maxFrameSize"}).get<int>();
+   if (mfs != 0) {
+      EXPECT_EQ(p.value("mfs", ""), std::to_string(mfs));
+   } else {
+      EXPECT_FALSE(p.contains("mfs"));
+   }
+
+   // Link aggregation: lldpd shows the aggregated port only while the port is aggregated.
+   const bool aggregated = strings(at(port, {"linkAggregationInfo", "status"})).count("enabled");
+   Json aggregation = p.contains("aggregation") ? p["aggregation"] : seen["aggregation"];
+   if (aggregated) {
+      EXPECT_EQ(aggregation,
+                std::to_string(at(port, {"linkAggregationInfo", "aggregatedPortId"}).get<int>()));
+   } else {
+      EXPECT_TRUE(aggregation.is_null());
+   }
+
+   // Port VLAN ID and VLAN names.
+   const int pvid = port.value("portVlanId", 0);
+   std::map<std::string, std::string> ourVlans, theirVlans;
+   std::string theirPvid;
+   for (Json v : Lldpd::list(port["vlanName"])) {
+      ourVlans[std::to_string(v["vlanId"].get<int>())] = v["name"];
+   }
+   for (Json v : Lldpd::list(seen["vlan"])) {
+      if (v.value("pvid", false)) theirPvid = v.value("vlan-id", "");
+      if (v.contains("value")) theirVlans[v.value("vlan-id", "")] = v["value"];
+   }
+   EXPECT_EQ(theirPvid, pvid ? std::to_string(pvid) : "");
+   EXPECT_EQ(theirVlans, ourVlans);
+
+   // LLDP-MED: device type, capabilities and network policies, as we advertise them.
+   if (advertisesMed) {
+      Json med = seen["lldp-med"];
+      EXPECT_EQ(med.value("device-type", ""),
+                medDeviceTypeText(port["medCapabilities"]["deviceType"]));
+      std::set<std::string> caps;
+      for (Json c : Lldpd::list(med["capability"])) {
+         if (c.value("available", false)) caps.insert(medCapabilityName(c["type"]));
+      }
+      EXPECT_EQ(caps, strings(port["medCapabilities"]["capabilities"]));
+      Json policies = Lldpd::list(med["policy"]);
+      Json ourPolicies = Lldpd::list(port["localNetworkPolicyTlv"]);
+      ASSERT_EQ(policies.size(), ourPolicies.size());
+      for (size_t i = 0; i < policies.size(); ++i) {
+         EXPECT_EQ(policies[i].value("apptype", ""), medAppTypeText(ourPolicies[i]["appType"]));
+         EXPECT_EQ(policies[i].value("defined", true), !ourPolicies[i]["unknown"].get<bool>());
+         EXPECT_EQ(policies[i].contains("vlan"), ourPolicies[i]["tagged"].get<bool>());
+         if (policies[i].contains("vlan")) {
+            EXPECT_EQ(at(policies[i], {"vlan", "vid"}),
+                      std::to_string(ourPolicies[i]["vlanId"].get<int>()));
+         }
+         EXPECT_EQ(policies[i].value("pcp", ""),
+                   std::to_string(ourPolicies[i]["priority"].get<int>()));
+         EXPECT_EQ(policies[i].value("dscp", ""),
+                   std::to_string(ourPolicies[i]["dscp"].get<int>()));
+      }
+   } else {
+      EXPECT_TRUE(Lldpd::list(at(seen, {"lldp-med", "policy"})).empty());
+   }
+}
+
+// ---- We see lldpd with every TLV it sends --------------------------------------------------
+
+// What one of lldpd's ports advertises (lldpcli's `show interfaces details` entry) against
+// what we hold for the neighbour on the other end of its link.
+void expectSameNeighbour(Json theirs, Json ours) {
+   SCOPED_TRACE("lldpd advertises: " + theirs.dump() + "\nwe hold: " + ours.dump());
+   const auto chassisList = Lldpd::members(theirs["chassis"]);
+   ASSERT_EQ(chassisList.size(), 1u);
+   auto [sysName, chassis] = chassisList[0];
+   EXPECT_EQ(ours["chassisIdentifier"]["subtype"], idSubtype(at(chassis, {"id", "type"})));
+   EXPECT_EQ(ours["chassisIdentifier"]["value"], at(chassis, {"id", "value"}));
+   EXPECT_EQ(ours["sysName"], sysName);
+   EXPECT_EQ(ours["sysDesc"], chassis["descr"]);
+   std::set<std::string> supported, enabled;
+   for (Json cap : Lldpd::list(chassis["capability"])) {
+      supported.insert(capabilityName(cap["type"]));
+      if (cap["enabled"] == true) enabled.insert(capabilityName(cap["type"]));
+   }
+   EXPECT_EQ(strings(ours["systemCapabilities"]["supported"]), supported);
+   EXPECT_EQ(strings(ours["systemCapabilities"]["enabled"]), enabled);
+
+   // Management addresses with their interface numbers (numbered by ifIndex).
+   std::set<std::string> theirIps, ourIps;
+   for (Json ip : Lldpd::list(chassis["mgmt-ip"])) theirIps.insert(text(ip));
+   for (Json m : Lldpd::list(ours["managementAddress"])) {
+      ourIps.insert(text(m["key"]["address"]));
+      EXPECT_EQ(m["ifNumberingSubtype"], 2);
+      for (Json iface : Lldpd::list(chassis["mgmt-iface"])) {
+         EXPECT_EQ(std::to_string(m["ifNumber"].get<int>()), text(iface));
+      }
+   }
+   EXPECT_EQ(ourIps, theirIps);
+   EXPECT_FALSE(ourIps.empty());
+
+   // Port: identity, description, TTL, MAC/PHY.
+   Json port = theirs["port"];
+   EXPECT_EQ(ours["portIdentifier"]["subtype"], idSubtype(at(port, {"id", "type"})));
+   EXPECT_EQ(ours["portIdentifier"]["value"], at(port, {"id", "value"}));
+   EXPECT_EQ(ours["portDesc"], port.value("descr", ""));
+   EXPECT_EQ(std::to_string(ours["ttl"].get<int>()), at(theirs, {"ttl", "ttl"}));
+   if (port.contains("auto-negotiation")) {
+      EXPECT_TRUE(ours["macPhyConfigStatusTlvReceived"].get<bool>());
+      Json macPhy = ours["macPhyConfigStatusInfo"];
+      EXPECT_EQ(macPhy["autonegSupported"], port["auto-negotiation"]["supported"]);
+      EXPECT_EQ(macPhy["autonegEnabled"], port["auto-negotiation"]["enabled"]);
+      EXPECT_NE(macPhy["operationalMauType"], 0);
+   }
+
+   // IEEE 802.3 Power via MDI: lldpd's words against our fields.
+   ASSERT_TRUE(port.contains("power"));
+   ASSERT_TRUE(ours["powerViaMdiTlvReceived"].get<bool>());
+   Json power = port["power"];
+   Json mdi = ours["powerViaMdiInfo"];
+   const int support = mdi["mdiPowerSupport"];
+   EXPECT_EQ((support & 1) != 0, power["device-type"] == "PSE");
+   EXPECT_EQ((support & 2) != 0, power["supported"].get<bool>());
+   EXPECT_EQ((support & 4) != 0, power["enabled"].get<bool>());
+   EXPECT_EQ((support & 8) != 0, power["paircontrol"].get<bool>());
+   EXPECT_EQ(mdi["psePowerPair"], power["pairs"] == "signal" ? 1 : 2);
+   EXPECT_EQ("class " + std::to_string(mdi["powerClass"].get<int>() - 1), power["class"]);
+   const int tsp = mdi["typeSourcePriority"];
+   EXPECT_EQ((tsp & 0x40) ? "1" : "2", power["power-type"]);
+   static const char* priorities[] = {"unknown", "critical", "high", "low"};
+   EXPECT_EQ(priorities[tsp & 3], power["priority"]);
+   EXPECT_EQ(std::to_string(mdi["pdRequestedPower"].get<int>() * 100), power["requested"]);
+   EXPECT_EQ(std::to_string(mdi["pseAllocatedPower"].get<int>() * 100), power["allocated"]);
+
+   // LLDP-MED: class, capabilities, policy, location, inventory.
+   Json med = theirs["lldp-med"];
+   ASSERT_TRUE(ours["medCapabilitiesTlvReceived"].get<bool>());
+   EXPECT_EQ(medDeviceTypeText(ours["medCapabilitiesInfo"]["deviceType"]), med["device-type"]);
+   std::set<std::string> caps;
+   for (Json c : Lldpd::list(med["capability"])) {
+      if (c.value("available", false)) caps.insert(medCapabilityName(c["type"]));
+   }
+   EXPECT_EQ(strings(ours["medCapabilitiesInfo"]["capabilities"]), caps);
+
+   Json policies = Lldpd::list(med["policy"]);
+   ASSERT_EQ(ours["networkPolicyTlv"].size(), policies.size());
+   for (size_t i = 0; i < policies.size(); ++i) {
+      Json o = ours["networkPolicyTlv"][i];
+      EXPECT_EQ(medAppTypeText(o["appType"]), policies[i]["apptype"]);
+      EXPECT_EQ(!o["unknown"].get<bool>(), policies[i].value("defined", true));
+      // lldpd shows the VLAN of tagged policies only.
+      EXPECT_EQ(o["tagged"], policies[i].contains("vlan"));
+      if (policies[i].contains("vlan")) {
+         EXPECT_EQ(std::to_string(o["vlanId"].get<int>()), at(policies[i], {"vlan", "vid"}));
+      }
+      EXPECT_EQ(std::to_string(o["priority"].get<int>()), policies[i]["pcp"]);
+      EXPECT_EQ(std::to_string(o["dscp"].get<int>()), policies[i]["dscp"]);
+   }
+
+   // One location per port (the peer advertises one format on each link).
+   Json locations = Lldpd::list(med["location"]);
+   ASSERT_EQ(locations.size(), 1u);
+   Json where = locations[0];
+   Json loc = ours["locationId"];
+   if (where["type"] == "Coordinates") {
+      ASSERT_EQ(loc["format"], 1);
+      const Coordinate c = decodeCoordinate(bytesOf(loc["coordinate"], ':'));
+      EXPECT_NEAR(c.latitude, signedDegrees(where["lat"]), 1e-4);
+      EXPECT_NEAR(c.longitude, signedDegrees(where["lon"]), 1e-4);
+      EXPECT_NEAR(c.altitude, std::strtod(text(at(where, {"altitude", "value"})).c_str(), nullptr),
+                  0.01);
+      EXPECT_EQ(c.altitudeType, at(where, {"altitude", "unit"}) == "m" ? 1 : 2);
+      EXPECT_EQ(c.datum, where["geoid"] == "WGS84" ? 1 : where["geoid"] == "NAD83" ? 2 : 3);
+   } else if (where["type"] == "Civic address") {
+      ASSERT_EQ(loc["format"], 2);
+      Json civic = loc["civicAddress"];
+      EXPECT_EQ(civic["what"], 2);
+      EXPECT_EQ(civic["countryCode"], where["country"]);
+      std::multiset<std::string> theirParts, ourParts;
+      for (auto it = where.begin(); it != where.end(); ++it) {
+         if (it.key() != "type" && it.key() != "country") theirParts.insert(it.value());
+      }
+      for (Json e : Lldpd::list(civic["caElements"])) ourParts.insert(e["caValue"]);
+      EXPECT_EQ(ourParts, theirParts);
+      for (Json e : Lldpd::list(civic["caElements"])) {
+         if (e["caValue"] == where.value("city", "")) {
+            EXPECT_EQ(e["caType"], 3);
+         }
+      }
+   } else {
+      ASSERT_EQ(where["type"], "ELIN");
+      EXPECT_EQ(loc["format"], 3);
+      EXPECT_EQ(loc["elin"], where["ecs"]);
+   }
+
+   Json inventory = med["inventory"];
+   EXPECT_EQ(ours["hardwareRevisionTlvInfo"], inventory["hardware"]);
+   EXPECT_EQ(ours["softwareRevisionTlvInfo"], inventory["software"]);
+   EXPECT_EQ(ours["firmwareRevisionTlvInfo"], inventory["firmware"]);
+   EXPECT_EQ(ours["serialNumberTlvInfo"], inventory["serial"]);
+   EXPECT_EQ(ours["manufacturerNameTlvInfo"], inventory["manufacturer"]);
+   EXPECT_EQ(ours["modelNameTlvInfo"], inventory["model"]);
+   EXPECT_EQ(ours["assetIDTlvInfo"], inventory["asset"]);
+
+   // Operator-defined TLVs, in order, byte for byte.
+   Json custom = Lldpd::list(at(theirs, {"unknown-tlvs", "unknown-tlv"}));
+   Json ourCustom = Lldpd::list(ours["unknownOrgDefTlv"]);
+   ASSERT_EQ(ourCustom.size(), custom.size());
+   for (size_t i = 0; i < custom.size(); ++i) {
+      std::string oui = custom[i]["oui"];
+      std::replace(oui.begin(), oui.end(), ',', '-');
+      EXPECT_EQ(ourCustom[i]["key"]["oui"], oui);
+      EXPECT_EQ(std::to_string(ourCustom[i]["key"]["subtype"].get<int>()), custom[i]["subtype"]);
+      EXPECT_EQ(bytesOf(ourCustom[i]["value"], ':'), bytesOf(custom[i]["value"], ','));
+   }
+}
+
+TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSends) {
+   // Three links: lldpd gives each a location of another format (a neighbour holds one).
+   const auto l0 = addLink(), l1 = addLink(), l2 = addLink();
+   ASSERT_TRUE(TestSupport::ipIn(ns_->nsB(), "addr add 192.0.2.2/24 dev " + l0.second));
+   Interop::Agent agent(ns_->nsA(), "b", ourPorts(), agentTimers);
+   ASSERT_TRUE(agent.running());
+   Lldpd lldpd(ns_->nsB(), "b", peerPorts(), 3);
+   ASSERT_TRUE(lldpd.running()) << lldpd.log();
+   const std::vector<std::string> commands = {
+       "configure lldp tx-interval 1",
+       "configure system hostname interop-peer",
+       "configure system description 'a black-box peer'",
+       "configure system capabilities enabled router",
+       "configure system ip management pattern 192.0.2.2",
+       "configure ports " + l0.second + " lldp portdescription 'towards the agent'",
+       "configure ports " + l0.second +
+           " med location address country FR language French city Paris street"
+           " 'Rue du Bac' number 12 building Annex floor 3 room R301",
+       "configure ports " + l1.second +
+           " med location coordinate latitude 48.85667N longitude 2.2014W altitude 117.47 m"
+           " datum WGS84",
+       "configure ports " + l2.second + " med location elin 1234567890",
+       "configure med policy application voice tagged vlan 500 priority voice dscp 46",
+       "configure med policy application video-conferencing vlan 20 priority video dscp 34",
+       "configure inventory hardware-revision hw-1.2",
+       "configure inventory software-revision sw-3",
+       "configure inventory firmware-revision fw-4",
+       "configure inventory serial-number SN0042",
+       "configure inventory manufacturer 'Interop Labs'",
+       "configure inventory model Peer-5",
+       "configure inventory asset asset-6",
+       "configure dot3 power pd supported enabled powerpairs spare class class-3 type 1"
+       " source pse priority low requested 10000 allocated 15000",
+       "configure lldp custom-tlv oui 33,44,55 subtype 44 oui-info 01,02,fe,41",
+       "configure lldp custom-tlv oui 33,44,55 subtype 45 oui-info 41,42,43",
+   };
+   for (const std::string& c : commands) {
+      std::string out;
+      ASSERT_TRUE(lldpd.cli(c, &out)) << c << ": " << out;
+   }
+
+   // Everything has arrived once each of our ports holds lldpd with its custom TLVs and
+   // the location of its format.
+   const std::map<std::string, std::string> ourPortOf = {
+       {l0.second, l0.first}, {l1.second, l1.first}, {l2.second, l2.first}};
+   const std::map<std::string, int> formatOf = {{l0.first, 2}, {l1.first, 1}, {l2.first, 3}};
+   const double took = waitFor(
+       [&] {
+          for (auto [mine, format] : formatOf) {
+             Json n = agent.neighbours(mine);
+             if (n.size() != 1 || n[0]["unknownOrgDefTlv"].size() != 2 ||
+                 at(n[0], {"locationId", "format"}) != format ||
+                 n[0]["sysName"] != "interop-peer" || n[0]["managementAddress"].size() != 1 ||
+                 n[0]["networkPolicyTlv"].size() != 2) {
+                return false;
+             }
+          }
+          return true;
+       },
+       8);
+   ASSERT_GE(took, 0) << "lldpd's configuration did not reach us; we have:\n"
+                      << agent.cli("show neighbors detail").dump(1) << "\nagent log:\n"
+                      << agent.log();
+
+   const auto theirs = lldpd.interfaces();
+   ASSERT_EQ(theirs.size(), 3u);
+   for (auto [intf, advertised] : theirs) {
+      SCOPED_TRACE("lldpd port " + intf);
+      ASSERT_TRUE(ourPortOf.count(intf));
+      Json n = agent.neighbours(ourPortOf.at(intf));
+      ASSERT_EQ(n.size(), 1u);
+      expectSameNeighbour(advertised, n[0]);
+   }
+}
+
+// ---- Leaving: shutdown frames and ageing ---------------------------------------------------
+
+TEST_F(LldpdInterop, ShutdownRemovesAtOnceAndSilenceAgesOut) {
+   const auto link = addLink();
+   const std::string ours = link.first, theirs = link.second;
+   Interop::Agent agent(ns_->nsA(), "c", ourPorts(), agentTimers);
+   ASSERT_TRUE(agent.running());
+   {
+      Lldpd lldpd(ns_->nsB(), "c", peerPorts());
+      ASSERT_TRUE(lldpd.running()) << lldpd.log();
+      ASSERT_TRUE(lldpd.cli("configure lldp tx-interval 1"));
+      ASSERT_GE(waitFor([&] { return agent.neighbours(ours).size() == 1; }, 5), 0) << agent.log();
+      // SIGTERM: lldpd sends a shutdown LLDPDU (TTL 0) on its way out; we drop the
+      // neighbour on that frame, long before its 120 s TTL.
+      EXPECT_EQ(lldpd.stop(SIGTERM), 0);
+      EXPECT_GE(waitFor([&] { return agent.neighbours(ours).empty(); }, 2), 0);
+      EXPECT_GE(
+          waitFor([&] { return agent.log().find("LLDP_NEIGHBOR_GONE") != std::string::npos; }, 2),
+          0)
+          << agent.log();
+      EXPECT_EQ(agent.log().find("LLDP_NEIGHBOR_TIMEOUT"), std::string::npos);
+   }
+   {
+      Lldpd lldpd(ns_->nsB(), "c2", peerPorts());
+      ASSERT_TRUE(lldpd.running()) << lldpd.log();
+      // TTL = interval x hold = 2 s.
+      ASSERT_TRUE(lldpd.cli("configure lldp tx-interval 1"));
+      ASSERT_TRUE(lldpd.cli("configure lldp tx-hold 2"));
+      ASSERT_GE(waitFor(
+                    [&] {
+                       Json n = agent.neighbours(ours);
+                       return n.size() == 1 && n[0]["ttl"] == 2;
+                    },
+                    5),
+                0)
+          << agent.cli("show neighbors detail").dump(1);
+      // SIGKILL: no goodbye; the neighbour stays until its TTL has run out, counted (on
+      // the agent's clock) from the last frame it had before the kill.
+      const double lastRefresh = agent.neighbours(ours)[0].value("lastRefreshTime", 0.0);
+      EXPECT_EQ(lldpd.stop(SIGKILL), 128 + SIGKILL);
+      double removedAt = 0;
+      EXPECT_GE(waitFor(
+                    [&] {
+                       Json all = agent.cli("show neighbors detail");
+                       removedAt = all.value("currentTime", 0.0);
+                       return at(all, {"interfaces", ours.c_str(), "remoteSystem"}).empty();
+                    },
+                    5),
+                0);
+      EXPECT_GE(removedAt - lastRefresh, 1.5) << "a TTL of 2 s";
+      EXPECT_GE(
+          waitFor([&] { return agent.log().find("LLDP_NEIGHBOR_TIMEOUT") != std::string::npos; },
+                  2),
+          0)
+          << agent.log();
+      // And no second shutdown frame came.
+      const std::string log = agent.log();
+      EXPECT_EQ(log.find("LLDP_NEIGHBOR_GONE"), log.rfind("LLDP_NEIGHBOR_GONE")) << log;
+   }
+}
+
+// ---- Every frame we send decodes cleanly in a packet analyser -------------------------------
+
+TEST_F(LldpdInterop, OurFramesDecodeCleanlyInTshark) {
+   const auto link = addLink();
+   const std::string ours = link.first, theirs = link.second;
+   ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + ours + " alias 'analysed port'"));
+   std::string mac;
+   ASSERT_TRUE(TestSupport::runIn(ns_->nsA(), "cat /sys/class/net/" + ours + "/address", &mac));
+   mac = mac.substr(0, mac.find('\n'));
+   const std::string pcap = Interop::tmpName("d.pcap");
+   const std::string captureLog = Interop::tmpName("d.tshark.log");
+   // Our frames only (lldpd's are not ours to judge), five of them or eight seconds.
+   Interop::Process capture(
+       {"ip", "netns", "exec", ns_->nsA(), "tshark", "-i", ours, "-f",
+        "ether proto 0x88cc and ether src " + mac, "-c", "5", "-a", "duration:8", "-w", pcap},
+       captureLog);
+   ASSERT_GE(
+       waitFor(
+           [&] { return Interop::readFile(captureLog).find("Capturing on") != std::string::npos; },
+           10),
+       0)
+       << Interop::readFile(captureLog);
+
+   // Every TLV our configuration language can switch on.
+   Interop::Agent agent(ns_->nsA(), "d", ourPorts(),
+                        agentTimers +
+                            "lldp tlv-select port-description\n"
+                            "lldp tlv-select system-name\n"
+                            "lldp tlv-select system-description\n"
+                            "lldp tlv-select system-capabilities\n"
+                            "lldp tlv-select management-address\n"
+                            "lldp tlv-select port-vlan\n"
+                            "lldp tlv-select vlan-name\n"
+                            "lldp tlv-select link-aggregation\n"
+                            "lldp tlv-select max-frame-size\n"
+                            "lldp tlv-select power-via-mdi\n"
+                            "lldp tlv-select med-network-policy\n"
+                            "lldp system-name analysed\n"
+                            "lldp system-description every TLV we can send\n"
+                            "vlan 1 name default\n"
+                            "interface " +
+                            ours +
+                            "\n"
+                            "   lldp power-via-mdi fallback 15400\n");
+   ASSERT_TRUE(agent.running());
+   // An LLDP-MED endpoint next to us, so the LLDP-MED TLVs go out too, and a powered
+   // device asking for power, which our fallback allocation answers.
+   Lldpd lldpd(ns_->nsB(), "d", peerPorts(), 1);
+   ASSERT_TRUE(lldpd.running()) << lldpd.log();
+   ASSERT_TRUE(lldpd.cli("configure lldp tx-interval 1"));
+   ASSERT_TRUE(
+       lldpd.cli("configure dot3 power pd supported enabled powerpairs signal class"
+                 " class-3 type 2 source pse priority high requested 12000 allocated 0"));
+   ASSERT_TRUE(capture.waitExit(12)) << Interop::readFile(captureLog);
+
+   std::string decoded, expert;
+   ASSERT_TRUE(TestSupport::runCmd("tshark -r " + pcap + " -V", &decoded)) << decoded;
+   ASSERT_TRUE(TestSupport::runCmd("tshark -r " + pcap + " -q -z expert", &expert)) << expert;
+   ::unlink(pcap.c_str());
+   ::unlink(captureLog.c_str());
+   SCOPED_TRACE(decoded + "\n" + expert);
+
+   size_t frames = 0;
+   for (size_t at = 0;
+        (at = decoded.find("Link Layer Discovery Protocol\n", at)) != std::string::npos; ++at) {
+      ++frames;
+   }
+   EXPECT_GE(frames, 4u);
+   EXPECT_EQ(decoded.find("Malformed"), std::string::npos);
+   EXPECT_EQ(decoded.find("Expert Info (Error"), std::string::npos);
+   EXPECT_EQ(expert.find("Errors ("), std::string::npos);
+   // What the frames carried, as the analyser names it.
+   for (const char* tlv :
+        {"Chassis Subtype = MAC address", "Port Subtype = Interface name", "Time To Live = 4 sec",
+         "Port Description = analysed port", "System Name = analysed",
+         "System Description = every TLV", "Capabilities", "Management Address",
+         "Maximum Frame Size", "Link Aggregation", "Media Capabilities", "MDI Power Support",
+         "End of LLDPDU"}) {
+      EXPECT_NE(decoded.find(tlv), std::string::npos) << tlv;
+   }
+}
+
+}  // namespace
