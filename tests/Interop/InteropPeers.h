@@ -186,8 +186,9 @@ public:
    Json local() const { return cli("show local"); }
    // The neighbours on one port (`show neighbors detail`); an empty array when none.
    Json neighbours(const std::string& intf) const {
+      // A failed command is null, never an empty list that a wait could take for "gone".
       const Json all = cli("show neighbors detail");
-      if (!all.is_object() || !all.contains("interfaces")) return Json::array();
+      if (!all.is_object() || !all.contains("interfaces")) return nullptr;
       const Json& intfs = all["interfaces"];
       if (!intfs.contains(intf)) return Json::array();
       return intfs[intf].value("remoteSystem", Json::array());
