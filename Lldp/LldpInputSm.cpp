@@ -473,6 +473,23 @@ void InputSm::doSyncPortConfig(Lldp::PortConfig& pc) {
    doSyncPortConfigAdminStatus(pc);
 }
 
+namespace {
+
+// What this agent is to an LLDP-MED endpoint: network connectivity equipment that speaks
+// the capabilities and network policy TLVs (it sends no location, power or inventory).
+// A capabilities TLV must at least claim itself, so zero is never a valid answer.
+Lldp::MedCapabilitiesInfo localMedCapabilities() {
+   Lldp::MedCapabilitiesInfo info;
+   Lldp::MedCapability caps;
+   caps.lldpMedCapabilitiesIs(true);
+   caps.networkPolicyIs(true);
+   info.capabilitiesIs(caps);
+   info.deviceTypeIs(4);
+   return info;
+}
+
+}  // namespace
+
 void InputSm::doSyncLocalPort(Lldp::LocalPort& localPort) {
    const Wire::IntfId& intf = localPort.intfId();
    const Wire::IntfId lag = root_->portToLag(intf);
@@ -486,6 +503,7 @@ void InputSm::doSyncLocalPort(Lldp::LocalPort& localPort) {
    localPort.ztpBootVlanIs(cli ? cli->ztpBootVlan() : Bridging::VlanIdOrNone(0));
    auto intfConfig = ethPhyIntfConfigDir_->intfConfig(intf);
    localPort.portDescIs(cut(intfConfig ? intfConfig->description() : std::string()));
+   localPort.medCapabilitiesIs(localMedCapabilities());
 }
 
 void InputSm::doNotifyPortLagChange(const Wire::IntfId& port) {

@@ -222,15 +222,14 @@ TEST_F(LldpdInterop, LldpdSeesWhatWeAdvertise) {
        << agent.log() << "\nlldpd log:\n"
        << lldpd.log();
    Json seen;
-   const bool advertisesMed = [&] {
-      local = agent.local();
-      return at(local, {"interfaces", ours.c_str(), "medCapabilities", "deviceType"}) != 0;
-   }();
+   // To an LLDP-MED endpoint we answer as network connectivity equipment.
+   local = agent.local();
+   ASSERT_EQ(at(local, {"interfaces", ours.c_str(), "medCapabilities", "deviceType"}), 4);
    ASSERT_GE(
        waitFor(
            [&] {
               seen = lldpdNeighbour(lldpd, theirs, text(at(local, {"chassisIdentifier", "value"})));
-              return seen.is_object() && (!advertisesMed || seen.contains("lldp-med"));
+              return seen.is_object() && seen.contains("lldp-med");
            },
            5),
        0)
@@ -308,33 +307,28 @@ TEST_F(LldpdInterop, LldpdSeesWhatWeAdvertise) {
    EXPECT_EQ(theirVlans, ourVlans);
 
    // LLDP-MED: device type, capabilities and network policies, as we advertise them.
-   if (advertisesMed) {
-      Json med = seen["lldp-med"];
-      EXPECT_EQ(med.value("device-type", ""),
-                medDeviceTypeText(port["medCapabilities"]["deviceType"]));
-      std::set<std::string> caps;
-      for (Json c : Lldpd::list(med["capability"])) {
-         if (c.value("available", false)) caps.insert(medCapabilityName(c["type"]));
+   Json med = seen["lldp-med"];
+   EXPECT_EQ(med.value("device-type", ""),
+             medDeviceTypeText(port["medCapabilities"]["deviceType"]));
+   std::set<std::string> caps;
+   for (Json c : Lldpd::list(med["capability"])) {
+      if (c.value("available", false)) caps.insert(medCapabilityName(c["type"]));
+   }
+   EXPECT_EQ(caps, strings(port["medCapabilities"]["capabilities"]));
+   Json policies = Lldpd::list(med["policy"]);
+   Json ourPolicies = Lldpd::list(port["localNetworkPolicyTlv"]);
+   ASSERT_EQ(policies.size(), ourPolicies.size());
+   for (size_t i = 0; i < policies.size(); ++i) {
+      EXPECT_EQ(policies[i].value("apptype", ""), medAppTypeText(ourPolicies[i]["appType"]));
+      EXPECT_EQ(policies[i].value("defined", true), !ourPolicies[i]["unknown"].get<bool>());
+      EXPECT_EQ(policies[i].contains("vlan"), ourPolicies[i]["tagged"].get<bool>());
+      if (policies[i].contains("vlan")) {
+         EXPECT_EQ(at(policies[i], {"vlan", "vid"}),
+                   std::to_string(ourPolicies[i]["vlanId"].get<int>()));
       }
-      EXPECT_EQ(caps, strings(port["medCapabilities"]["capabilities"]));
-      Json policies = Lldpd::list(med["policy"]);
-      Json ourPolicies = Lldpd::list(port["localNetworkPolicyTlv"]);
-      ASSERT_EQ(policies.size(), ourPolicies.size());
-      for (size_t i = 0; i < policies.size(); ++i) {
-         EXPECT_EQ(policies[i].value("apptype", ""), medAppTypeText(ourPolicies[i]["appType"]));
-         EXPECT_EQ(policies[i].value("defined", true), !ourPolicies[i]["unknown"].get<bool>());
-         EXPECT_EQ(policies[i].contains("vlan"), ourPolicies[i]["tagged"].get<bool>());
-         if (policies[i].contains("vlan")) {
-            EXPECT_EQ(at(policies[i], {"vlan", "vid"}),
-                      std::to_string(ourPolicies[i]["vlanId"].get<int>()));
-         }
-         EXPECT_EQ(policies[i].value("pcp", ""),
-                   std::to_string(ourPolicies[i]["priority"].get<int>()));
-         EXPECT_EQ(policies[i].value("dscp", ""),
-                   std::to_string(ourPolicies[i]["dscp"].get<int>()));
-      }
-   } else {
-      EXPECT_TRUE(Lldpd::list(at(seen, {"lldp-med", "policy"})).empty());
+      EXPECT_EQ(policies[i].value("pcp", ""),
+                std::to_string(ourPolicies[i]["priority"].get<int>()));
+      EXPECT_EQ(policies[i].value("dscp", ""), std::to_string(ourPolicies[i]["dscp"].get<int>()));
    }
 }
 
