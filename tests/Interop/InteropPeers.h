@@ -1,43 +1,32 @@
-// The processes of an interoperation test: our daemon, an independent LLDP daemon run as a
-// black-box peer, and a packet capture, each inside a network namespace the test created.
+// The peers of an interoperation test: an independent LLDP daemon run as a black-box peer
+// inside a network namespace the test created, next to our own daemon (tests/Support).
 // Every process is stopped and every file removed when its object goes, so a failed check
 // leaves nothing behind. Header only: the interop test is the one user.
 #pragma once
 
-#include <dirent.h>
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <fstream>
-#include <functional>
 #include <initializer_list>
-#include <sstream>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 #include "Framework/Vel/Json.h"
+#include "tests/Support/AgentProcess.h"
 #include "tests/Support/IpCmd.h"
 #include "tests/Support/Poll.h"
-
-extern char** environ;
 
 namespace Interop {
 
 using Json = Vel::Json;
 using Clock = std::chrono::steady_clock;
 
-// A unique prefix for this process's files, so tests running side by side do not meet.
-inline std::string tmpName(const std::string& what) {
-   return "/tmp/lldp-interop-" + std::to_string(::getpid()) + "-" + what;
-}
-
+using TestSupport::Agent;
+using TestSupport::Process;
 using TestSupport::readFile;
+using TestSupport::tmpName;
 using TestSupport::waitFor;
 
 // j[k1][k2]... without throwing or asserting: null when any step is missing.
@@ -54,150 +43,6 @@ inline Json at(const Json& j, std::initializer_list<const char*> keys) {
 inline bool haveProgram(const std::string& name) {
    return TestSupport::runCmd("command -v " + name + " >/dev/null");
 }
-
-// A child process with standard output and error sent to a file. Killed (SIGKILL) and
-// reaped when the object goes, unless stopped before.
-class Process {
-public:
-   Process() = default;
-   Process(const std::vector<std::string>& args, const std::string& logPath) {
-      start(args, logPath);
-   }
-   ~Process() { stop(SIGKILL); }
-   Process(const Process&) = delete;
-   Process& operator=(const Process&) = delete;
-
-   bool start(const std::vector<std::string>& args, const std::string& logPath) {
-      stop(SIGKILL);
-      std::vector<std::string> copy = args;
-      std::vector<char*> argv;
-      for (auto& a : copy) argv.push_back(a.data());
-      argv.push_back(nullptr);
-      posix_spawn_file_actions_t actions;
-      posix_spawn_file_actions_init(&actions);
-      posix_spawn_file_actions_addopen(&actions, 1, logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                       0644);
-      posix_spawn_file_actions_adddup2(&actions, 1, 2);
-      if (posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid_ = -1;
-      posix_spawn_file_actions_destroy(&actions);
-      return pid_ > 0;
-   }
-   bool running() const { return pid_ > 0; }
-   // Sends the signal and waits; returns the exit status (128 + signal when killed).
-   // SIGKILL takes the process's descendants with it at the same moment: a daemon that
-   // forked a worker must vanish whole, not leave the worker to say goodbye.
-   int stop(int sig = SIGTERM) {
-      if (pid_ <= 0) return -1;
-      std::vector<pid_t> family;
-      if (sig == SIGKILL) family = descendants(pid_);
-      for (pid_t p : family) ::kill(p, SIGKILL);
-      ::kill(pid_, sig);
-      int status = 0;
-      ::waitpid(pid_, &status, 0);
-      pid_ = -1;
-      // The descendants were re-parented away from us; wait until they are gone.
-      waitFor(
-          [&] {
-             for (pid_t p : family) {
-                if (::kill(p, 0) == 0) return false;
-             }
-             return true;
-          },
-          2);
-      return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-   }
-
-   // Every process below `root`, from the parent links in /proc.
-   static std::vector<pid_t> descendants(pid_t root) {
-      std::vector<std::pair<pid_t, pid_t>> parentOf;  // (pid, ppid)
-      if (DIR* d = ::opendir("/proc")) {
-         while (dirent* e = ::readdir(d)) {
-            const pid_t pid = static_cast<pid_t>(std::atoi(e->d_name));
-            if (pid <= 0) continue;
-            const std::string stat = readFile("/proc/" + std::string(e->d_name) + "/stat");
-            const size_t close = stat.rfind(')');
-            if (close == std::string::npos) continue;
-            // After the command name: state, then the parent's pid.
-            std::istringstream rest(stat.substr(close + 1));
-            std::string state;
-            pid_t ppid = 0;
-            rest >> state >> ppid;
-            parentOf.emplace_back(pid, ppid);
-         }
-         ::closedir(d);
-      }
-      std::vector<pid_t> out = {root};
-      for (size_t i = 0; i < out.size(); ++i) {
-         for (auto [pid, ppid] : parentOf) {
-            if (ppid == out[i]) out.push_back(pid);
-         }
-      }
-      out.erase(out.begin());
-      return out;
-   }
-   // Waits for the process to end by itself, at most `timeout` seconds.
-   bool waitExit(double timeout) {
-      return waitFor(
-                 [&] {
-                    int status = 0;
-                    if (pid_ > 0 && ::waitpid(pid_, &status, WNOHANG) == pid_) pid_ = -1;
-                    return pid_ <= 0;
-                 },
-                 timeout) >= 0;
-   }
-
-private:
-   pid_t pid_ = -1;
-};
-
-// Our daemon in a namespace, read through the `lldp` command line as a user reads it.
-class Agent {
-public:
-   Agent(const std::string& ns, const std::string& name, const std::string& interfaces,
-         const std::string& config)
-       : socket_(tmpName(name + ".sock")),
-         configPath_(tmpName(name + ".conf")),
-         logPath_(tmpName(name + ".log")) {
-      std::ofstream(configPath_) << config;
-      proc_.start({"ip", "netns", "exec", ns, LLDP_AGENT, "--config", configPath_, "--socket",
-                   socket_, "--interfaces", interfaces, "--foreground"},
-                  logPath_);
-   }
-   ~Agent() {
-      stop();
-      ::unlink(configPath_.c_str());
-      ::unlink(logPath_.c_str());
-   }
-   bool running() const { return proc_.running(); }
-   int stop() { return proc_.stop(SIGTERM); }
-   const std::string& socket() const { return socket_; }
-   std::string log() const { return readFile(logPath_); }
-
-   // `lldp --socket S ARGS --json`, parsed; null when it failed or printed no JSON.
-   Json cli(const std::string& args) const {
-      std::string out;
-      if (!TestSupport::runCmd(
-              std::string(LLDP_CLI) + " --socket " + socket_ + " " + args + " --json 2>/dev/null",
-              &out)) {
-         return nullptr;
-      }
-      return Json::parse(out, nullptr, false);
-   }
-   Json local() const { return cli("show local"); }
-   // The neighbours on one port (`show neighbors detail`); an empty array when none.
-   Json neighbours(const std::string& intf) const {
-      // A failed command is null, never an empty list that a wait could take for "gone".
-      const Json all = cli("show neighbors detail");
-      if (!all.is_object() || !all.contains("interfaces")) return nullptr;
-      const Json& intfs = all["interfaces"];
-      if (!intfs.contains(intf)) return Json::array();
-      return intfs[intf].value("remoteSystem", Json::array());
-   }
-
-private:
-   std::string socket_, configPath_, logPath_;
-   Process proc_;
-};
 
 // lldpd in a namespace with its own control socket and pid file, configured through
 // lldpcli. Its JSON writes a single member as an object and several as an array; list()

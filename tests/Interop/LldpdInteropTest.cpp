@@ -543,7 +543,7 @@ TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSends) {
        },
        8);
    ASSERT_GE(took, 0) << "lldpd's configuration did not reach us; we have:\n"
-                      << agent.cli("show neighbors detail").dump(1) << "\nagent log:\n"
+                      << agent.cli({"show", "neighbors", "detail"}).dump(1) << "\nagent log:\n"
                       << agent.log();
 
    const auto theirs = lldpd.interfaces();
@@ -592,7 +592,7 @@ TEST_F(LldpdInterop, ShutdownRemovesAtOnceAndSilenceAgesOut) {
                     },
                     5),
                 0)
-          << agent.cli("show neighbors detail").dump(1);
+          << agent.cli({"show", "neighbors", "detail"}).dump(1);
       // SIGKILL: no goodbye; the neighbour stays until its TTL has run out, counted (on
       // the agent's clock) from the last frame it had before the kill.
       const double lastRefresh = agent.neighbours(ours)[0].value("lastRefreshTime", 0.0);
@@ -600,7 +600,7 @@ TEST_F(LldpdInterop, ShutdownRemovesAtOnceAndSilenceAgesOut) {
       double removedAt = 0;
       EXPECT_GE(waitFor(
                     [&] {
-                       Json all = agent.cli("show neighbors detail");
+                       Json all = agent.cli({"show", "neighbors", "detail"});
                        removedAt = all.value("currentTime", 0.0);
                        return all.is_object() &&
                               at(all, {"interfaces", ours.c_str(), "remoteSystem"}).empty();

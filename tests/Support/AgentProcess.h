@@ -1,0 +1,229 @@
+// Processes in tests that run our programs for real: a child process whose output goes to a
+// file, our daemon inside a network namespace, and one run of the `lldp` command line.
+// Everything started here is stopped, and every file removed, when its object goes, so a
+// failed check leaves nothing behind. The including test target defines LLDP_AGENT and
+// LLDP_CLI, the paths of the two programs.
+#pragma once
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Framework/Vel/Json.h"
+#include "tests/Support/Poll.h"
+
+extern char** environ;
+
+namespace TestSupport {
+
+// A unique path for one of this test process's files, so tests running side by side do not
+// meet.
+inline std::string tmpName(const std::string& what) {
+   return "/tmp/lldp-test-" + std::to_string(::getpid()) + "-" + what;
+}
+
+// Starts `args` (the program searched on PATH) with standard output to `outPath` and
+// standard error to `errPath`, or to the same file when `errPath` is empty; -1 when it
+// could not start.
+inline pid_t spawn(const std::vector<std::string>& args, const std::string& outPath,
+                   const std::string& errPath = "") {
+   std::vector<std::string> copy = args;
+   std::vector<char*> argv;
+   for (auto& a : copy) argv.push_back(a.data());
+   argv.push_back(nullptr);
+   posix_spawn_file_actions_t actions;
+   posix_spawn_file_actions_init(&actions);
+   posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                    0644);
+   if (errPath.empty()) {
+      posix_spawn_file_actions_adddup2(&actions, 1, 2);
+   } else {
+      posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                       0644);
+   }
+   pid_t pid = -1;
+   if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid = -1;
+   posix_spawn_file_actions_destroy(&actions);
+   return pid;
+}
+
+// Reaps `pid`: its exit status, or 128 + the signal that ended it.
+inline int reap(pid_t pid) {
+   int status = 0;
+   ::waitpid(pid, &status, 0);
+   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// A child process with standard output and error sent to a file. Killed (SIGKILL) and
+// reaped when the object goes, unless stopped before.
+class Process {
+public:
+   Process() = default;
+   Process(const std::vector<std::string>& args, const std::string& logPath) {
+      start(args, logPath);
+   }
+   ~Process() { stop(SIGKILL); }
+   Process(const Process&) = delete;
+   Process& operator=(const Process&) = delete;
+
+   bool start(const std::vector<std::string>& args, const std::string& logPath) {
+      stop(SIGKILL);
+      pid_ = spawn(args, logPath);
+      return pid_ > 0;
+   }
+   bool running() const { return pid_ > 0; }
+   // Sends the signal and waits; returns the exit status (128 + signal when killed).
+   // SIGKILL takes the process's descendants with it at the same moment: a daemon that
+   // forked a worker must vanish whole, not leave the worker to say goodbye.
+   int stop(int sig = SIGTERM) {
+      if (pid_ <= 0) return -1;
+      std::vector<pid_t> family;
+      if (sig == SIGKILL) family = descendants(pid_);
+      for (pid_t p : family) ::kill(p, SIGKILL);
+      ::kill(pid_, sig);
+      const int status = reap(std::exchange(pid_, -1));
+      // The descendants were re-parented away from us; wait until they are gone.
+      waitFor(
+          [&] {
+             for (pid_t p : family) {
+                if (::kill(p, 0) == 0) return false;
+             }
+             return true;
+          },
+          2);
+      return status;
+   }
+   // Waits for the process to end by itself, at most `timeout` seconds.
+   bool waitExit(double timeout) {
+      return waitFor(
+                 [&] {
+                    int status = 0;
+                    if (pid_ > 0 && ::waitpid(pid_, &status, WNOHANG) == pid_) pid_ = -1;
+                    return pid_ <= 0;
+                 },
+                 timeout) >= 0;
+   }
+
+   // Every process below `root`, from the parent links in /proc.
+   static std::vector<pid_t> descendants(pid_t root) {
+      std::vector<std::pair<pid_t, pid_t>> parentOf;  // (pid, ppid)
+      if (DIR* d = ::opendir("/proc")) {
+         while (dirent* e = ::readdir(d)) {
+            const pid_t pid = static_cast<pid_t>(std::atoi(e->d_name));
+            if (pid <= 0) continue;
+            const std::string stat = readFile("/proc/" + std::string(e->d_name) + "/stat");
+            const size_t close = stat.rfind(')');
+            if (close == std::string::npos) continue;
+            // After the command name: state, then the parent's pid.
+            std::istringstream rest(stat.substr(close + 1));
+            std::string state;
+            pid_t ppid = 0;
+            rest >> state >> ppid;
+            parentOf.emplace_back(pid, ppid);
+         }
+         ::closedir(d);
+      }
+      std::vector<pid_t> out = {root};
+      for (size_t i = 0; i < out.size(); ++i) {
+         for (auto [pid, ppid] : parentOf) {
+            if (ppid == out[i]) out.push_back(pid);
+         }
+      }
+      out.erase(out.begin());
+      return out;
+   }
+
+private:
+   pid_t pid_ = -1;
+};
+
+// One finished run of the command line: its exit status and what it printed.
+struct CliRun {
+   int status = -1;
+   std::string out, err;
+};
+
+// `lldp --socket SOCKET ARGS...`, run to the end. Each argument is one word, spaces and all.
+inline CliRun runCli(const std::string& socket, std::vector<std::string> args) {
+   static int runs = 0;
+   const std::string base = tmpName("cli-" + std::to_string(++runs));
+   const std::string out = base + ".out", err = base + ".err";
+   args.insert(args.begin(), {LLDP_CLI, "--socket", socket});
+   CliRun r;
+   if (const pid_t pid = spawn(args, out, err); pid > 0) {
+      r.status = reap(pid);
+      r.out = readFile(out);
+      r.err = readFile(err);
+   }
+   ::unlink(out.c_str());
+   ::unlink(err.c_str());
+   return r;
+}
+
+// Our daemon in a namespace, read through the `lldp` command line as a user reads it. When
+// the test has failed, the daemon's log is printed as the object goes.
+class Agent {
+public:
+   Agent(const std::string& ns, const std::string& name, const std::string& interfaces,
+         const std::string& config)
+       : name_(name),
+         socket_(tmpName(name + ".sock")),
+         configPath_(tmpName(name + ".conf")),
+         logPath_(tmpName(name + ".log")) {
+      std::ofstream(configPath_) << config;
+      proc_.start({"ip", "netns", "exec", ns, LLDP_AGENT, "--config", configPath_, "--socket",
+                   socket_, "--interfaces", interfaces, "--foreground"},
+                  logPath_);
+   }
+   ~Agent() {
+      stop();
+      if (::testing::Test::HasFailure()) {
+         std::fprintf(stderr, "--- log of agent %s:\n%s", name_.c_str(), log().c_str());
+      }
+      ::unlink(configPath_.c_str());
+      ::unlink(logPath_.c_str());
+   }
+   bool running() const { return proc_.running(); }
+   // SIGTERM and wait: the agent cleans up and exits 0.
+   int stop() { return proc_.stop(SIGTERM); }
+   const std::string& socket() const { return socket_; }
+   std::string log() const { return readFile(logPath_); }
+
+   CliRun run(std::vector<std::string> args) const { return runCli(socket_, std::move(args)); }
+   // `lldp ... ARGS --json`, parsed; null when it failed or printed no JSON.
+   Vel::Json cli(std::vector<std::string> args) const {
+      args.push_back("--json");
+      const CliRun r = run(std::move(args));
+      if (r.status != 0) return nullptr;
+      Vel::Json j = Vel::Json::parse(r.out, nullptr, false);
+      return j.is_discarded() ? Vel::Json(nullptr) : j;
+   }
+   Vel::Json local() const { return cli({"show", "local"}); }
+   // The neighbours on one port (`show neighbors detail`): an empty array when none, null
+   // when the command failed, so that a wait for "gone" is never met by a failure.
+   Vel::Json neighbours(const std::string& intf) const {
+      const Vel::Json all = cli({"show", "neighbors", "detail"});
+      if (!all.is_object() || !all.contains("interfaces")) return nullptr;
+      const Vel::Json& intfs = all["interfaces"];
+      if (!intfs.contains(intf)) return Vel::Json::array();
+      return intfs[intf].value("remoteSystem", Vel::Json::array());
+   }
+
+private:
+   std::string name_, socket_, configPath_, logPath_;
+   Process proc_;
+};
+
+}  // namespace TestSupport
