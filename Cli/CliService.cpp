@@ -120,8 +120,8 @@ void CliService::send(const Vel::Json& event) {
    std::erase_if(watchers_, [](const auto& c) { return c->closed(); });
    if (watchers_.empty() && watch_) {
       // Not from inside the watch's own call: let it finish first.
-      Vel::EventLoop::instance().post([this] {
-         if (watchers_.empty()) watch_.reset();
+      Vel::EventLoop::instance().post([this, alive = std::weak_ptr<bool>(alive_)] {
+         if (alive.lock() && watchers_.empty()) watch_.reset();
       });
    }
 }

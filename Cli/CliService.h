@@ -38,6 +38,8 @@ private:
    // One watch serves every watching client; it goes when the last one has gone.
    std::unique_ptr<NeighborWatch> watch_;
    std::vector<Vel::Ptr<Daemon::ControlConnection>> watchers_;
+   // Lets a posted clean-up tell whether this service still exists when it runs.
+   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace Cli
