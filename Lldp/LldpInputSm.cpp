@@ -1,6 +1,7 @@
 #include "Lldp/LldpInputSm.h"
 
 #include <algorithm>
+#include <set>
 
 #include "Framework/Assert.h"
 #include "Framework/Vel/EventLoop.h"
@@ -347,6 +348,8 @@ void InputSm::doClose() {
    intfConfigReactor_.clear();
    for (auto& [intf, sm] : cliPortConfigSm_) sm->doClose();
    cliPortConfigSm_.clear();
+   for (auto& [vlanId, sm] : vlanBridgingConfigSm_) sm->doClose();
+   vlanBridgingConfigSm_.clear();
    // What this machine published about the system.
    Lldp::LocalSystem& local = *root_->localSystem();
    removeFallbackManAddr(*root_);
@@ -388,6 +391,36 @@ void InputSm::handleRxTaggedPacketsDrop() {
 void InputSm::handleEnabledTlvs() {
    VEL_TRACE(traceLldpAgent, 8, "InputSm::handleEnabledTlvs()");
    for (const auto& [intf, pc] : root_->config()->portConfig()) doSyncPortConfigTlvs(*pc);
+   // The VLAN name switch decides whether the names are kept at all.
+   handleBridgingVlanConfig();
+}
+
+void InputSm::handleBridgingVlanConfig() {
+   if (!initialized_) return;
+   std::set<Bridging::VlanId> vlans;
+   for (const auto& [vlanId, c] : root_->bridgingConfig()->vlanConfig()) vlans.insert(vlanId);
+   for (const auto& [vlanId, sm] : vlanBridgingConfigSm_) vlans.insert(vlanId);
+   for (const Bridging::VlanId& vlanId : vlans) handleBridgingVlanConfig(vlanId);
+}
+
+void InputSm::handleBridgingVlanConfig(const Bridging::VlanId& vlanId) {
+   if (!initialized_) return;
+   auto vlanConfig = root_->bridgingConfig()->vlanConfig(vlanId);
+   auto it = vlanBridgingConfigSm_.find(vlanId);
+   const bool wanted = vlanConfig && cliConfig_->vlanNameTx();
+   if (!cliConfig_->vlanNameTx()) VEL_TRACE(traceLldpAgent, 8, "VlanName disabled in CLI");
+   if (it != vlanBridgingConfigSm_.end() && (!wanted || it->second->vlanConfig() != vlanConfig)) {
+      VEL_TRACE(traceLldpAgent, 8, "Delete vlanBridgingConfigSm for vlan: " << vlanId);
+      it->second->doClose();
+      vlanBridgingConfigSm_.erase(it);
+      it = vlanBridgingConfigSm_.end();
+   }
+   if (wanted && it == vlanBridgingConfigSm_.end()) {
+      VEL_TRACE(traceLldpAgent, 8, "Create vlanBridgingConfigSm for vlan: " << vlanId);
+      auto sm = Vel::make<VlanBridgingConfigSm>(root_, vlanConfig);
+      vlanBridgingConfigSm_[vlanId] = sm;
+      sm->handleInitialized();
+   }
 }
 
 void InputSm::doSyncPortConfigTlvs(Lldp::PortConfig& pc) {
@@ -504,6 +537,8 @@ void InputSm::doSyncLocalPort(Lldp::LocalPort& localPort) {
    auto intfConfig = ethPhyIntfConfigDir_->intfConfig(intf);
    localPort.portDescIs(cut(intfConfig ? intfConfig->description() : std::string()));
    localPort.medCapabilitiesIs(localMedCapabilities());
+   // A new port, or one that joined or left an aggregate, carries other VLANs now.
+   for (const auto& [vlanId, sm] : vlanBridgingConfigSm_) sm->handleConfigChange(intf);
 }
 
 void InputSm::doNotifyPortLagChange(const Wire::IntfId& port) {
@@ -626,6 +661,73 @@ void InputSm::handleRouting() {
    Lldp::SystemCapabilitiesMap enabled = root_->localSystem()->sysCapEnabled();
    enabled.routerIs(routingConfig_->ipRouting());
    root_->localSystem()->sysCapEnabledIs(enabled);
+}
+
+// ---------------------------------------------------------------------------------------
+// VlanBridgingConfigSm.
+
+VlanBridgingConfigSm::VlanBridgingConfigSm(Root* root, Bridging::VlanConfig::PtrConst vlanConfig)
+    : root_(root), vlanConfig_(std::move(vlanConfig)), vlanId_(vlanConfig_->vlanId()) {}
+
+void VlanBridgingConfigSm::handleInitialized() {
+   notifierIs(vlanConfig_);
+   handleConfigChange();
+}
+
+void VlanBridgingConfigSm::doClose() {
+   notifierIs(nullptr);
+   delVlanFromAllPorts("no longer advertised");
+}
+
+bool VlanBridgingConfigSm::carries(const Wire::IntfId& port) const {
+   // An aggregate's member carries what the aggregate carries.
+   const Wire::IntfId lag = root_->portToLag(port);
+   return vlanConfig_->member(lag.empty() ? port : lag);
+}
+
+Lldp::VlanName VlanBridgingConfigSm::vlanName() const {
+   return Lldp::VlanName({.vlanId = vlanId_, .name = vlanConfig_->name()});
+}
+
+void VlanBridgingConfigSm::handleConfigChange() {
+   for (const auto& [intf, ps] : root_->status()->portStatus()) handleConfigChange(intf);
+}
+
+void VlanBridgingConfigSm::handleConfigChange(const Wire::IntfId& intf) {
+   Lldp::PortStatus::Ptr ps = root_->status()->portStatus(intf);
+   if (!ps) {
+      VEL_TRACE(traceLldpAgent, 8, "No portStatus for " << intf);
+      return;
+   }
+   if (carries(intf)) {
+      const Lldp::VlanName name = vlanName();
+      const auto* stored = ps->vlanName(vlanId_);
+      if (stored && *stored == name) return;
+      VEL_TRACE(traceLldpAgent, 8, "Adding " << vlanId_ << " to portStatus/" << intf);
+      ps->vlanNameIs(name);
+      ps->vlanNamesChangedIs(true);
+   } else if (ps->vlanName(vlanId_)) {
+      VEL_TRACE(traceLldpAgent, 8, "Deleting " << vlanId_ << " from portStatus/" << intf);
+      ps->vlanNameDel(vlanId_);
+   }
+}
+
+void VlanBridgingConfigSm::handleNameChange() {
+   const Lldp::VlanName name = vlanName();
+   for (const auto& [intf, ps] : root_->status()->portStatus()) {
+      const auto* stored = ps->vlanName(vlanId_);
+      if (!stored || *stored == name) continue;
+      ps->vlanNameIs(name);
+      ps->vlanNamesChangedIs(true);
+   }
+}
+
+void VlanBridgingConfigSm::delVlanFromAllPorts(const char* reason) {
+   VEL_TRACE(traceLldpAgent, 8,
+             "Deleting " << vlanId_ << " from all localport becasue it's " << reason);
+   for (const auto& [intf, ps] : root_->status()->portStatus()) {
+      if (ps->vlanName(vlanId_)) ps->vlanNameDel(vlanId_);
+   }
 }
 
 // ---------------------------------------------------------------------------------------

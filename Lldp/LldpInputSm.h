@@ -53,6 +53,7 @@ class CliPortConfigSm;
 class EthPhyIntfStatusSm;
 class ActiveEthIntfStatusDirSm;
 class RemTablesClearRequestSm;
+class VlanBridgingConfigSm;
 
 // Writes the port's effective admin status: the one asked for, unless the switchport mode
 // governing the port (its aggregate's, when it is a member) must not transmit LLDP of
@@ -163,6 +164,32 @@ private:
    Lldp::RemTablesCliConfig::PtrConst remTablesCliConfig_;
 };
 
+// One VLAN of the bridging configuration while VLAN names are advertised: its name goes
+// into the status of every port that carries the VLAN (directly or through the port's
+// aggregate), and leaves again when the port stops carrying it or the VLAN goes.
+class VlanBridgingConfigSm : public Vel::RefCounted, private Bridging::VlanConfig::Notifiee {
+public:
+   VlanBridgingConfigSm(Root* root, Bridging::VlanConfig::PtrConst vlanConfig);
+   const Bridging::VlanId& vlanId() const { return vlanId_; }
+   const Bridging::VlanConfig::PtrConst& vlanConfig() const { return vlanConfig_; }
+   void handleInitialized();
+   void doClose();
+   // Every port, or one port, brought in line with the VLAN's membership.
+   void handleConfigChange();
+   void handleConfigChange(const Wire::IntfId& intf);
+   void handleNameChange();
+
+private:
+   void nameChanged() override { handleNameChange(); }
+   void memberChanged(const Wire::IntfId&) override { handleConfigChange(); }
+   bool carries(const Wire::IntfId& port) const;
+   Lldp::VlanName vlanName() const;
+   void delVlanFromAllPorts(const char* reason);
+   Root* root_;
+   Bridging::VlanConfig::PtrConst vlanConfig_;
+   Bridging::VlanId vlanId_;
+};
+
 // One port the operator configured: its admin status, receive rate limit, ZTP boot VLAN
 // and PoE fallback reach the port's configuration.
 class CliPortConfigSm : public Vel::RefCounted, private Lldp::CliPortConfig::Notifiee {
@@ -216,6 +243,9 @@ public:
    void handleHostnameOrDomainName();
    void handleDescription();
    void handleRouting();
+   // VLAN-name machines: one VLAN as it comes, changes or goes, or all of them.
+   void handleBridgingVlanConfig(const Bridging::VlanId& vlanId);
+   void handleBridgingVlanConfig();
 
    // The port's full configuration sync and its admin status alone.
    void doSyncPortConfig(Lldp::PortConfig& portConfig);
@@ -267,6 +297,9 @@ private:
       void switchIntfConfigChanged(const Wire::IntfId& intf) override {
          sm->handleSwitchIntfConfig(intf);
       }
+      void vlanConfigChanged(const Bridging::VlanId& vlanId) override {
+         sm->handleBridgingVlanConfig(vlanId);
+      }
    };
    // A switchport's mode or native VLAN (the directory reports only members coming and
    // going, so each member is watched too).
@@ -309,6 +342,7 @@ private:
    std::map<Wire::IntfId, Vel::Ptr<CliPortConfigSm>> cliPortConfigSm_;
    std::map<Wire::IntfId, std::unique_ptr<SwitchIntfReactor>> switchIntfReactor_;
    std::map<Wire::IntfId, std::unique_ptr<IntfConfigReactor>> intfConfigReactor_;
+   std::map<Bridging::VlanId, Vel::Ptr<VlanBridgingConfigSm>> vlanBridgingConfigSm_;
    CliReactor cliReactor_;
    BridgingReactor bridgingReactor_;
    IntfConfigDirReactor intfConfigDirReactor_;

@@ -198,10 +198,17 @@ TEST_F(LldpdInterop, LldpdSeesWhatWeAdvertise) {
    const auto link = addLink();
    const std::string ours = link.first, theirs = link.second;
    ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + ours + " alias 'uplink to peer'"));
+   // Our port in a bridge, so that it has a port VLAN and a VLAN to name (a bridge without
+   // VLAN filtering carries everything untagged as VLAN 1).
+   const std::string bridge = "br" + tag_;
+   ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link add " + bridge + " type bridge"));
+   ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + ours + " master " + bridge));
+   ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + bridge + " up"));
    Interop::Agent agent(ns_->nsA(), "a", ourPorts(),
                         agentTimers +
                             "lldp system-name interop-agent\n"
                             "lldp system-description an agent under test\n"
+                            "vlan 1 name default-lan\n"
                             "vlan 10 name voice\n");
    ASSERT_TRUE(agent.running());
    // An LLDP-MED endpoint, so that our agent answers with its LLDP-MED TLVs.
@@ -305,6 +312,9 @@ TEST_F(LldpdInterop, LldpdSeesWhatWeAdvertise) {
    }
    EXPECT_EQ(theirPvid, pvid ? std::to_string(pvid) : "");
    EXPECT_EQ(theirVlans, ourVlans);
+   // The bridge's one VLAN, as the configuration names it.
+   EXPECT_EQ(pvid, 1);
+   EXPECT_EQ(ourVlans, (std::map<std::string, std::string>{{"1", "default-lan"}}));
 
    // LLDP-MED: device type, capabilities and network policies, as we advertise them.
    Json med = seen["lldp-med"];

@@ -4,6 +4,7 @@
 // publishes.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 
 #include "Framework/Log.h"
@@ -187,6 +188,62 @@ TEST_F(LldpAgentTest, AdminStatusFollowsGlobalSwitchCliAndSwitchportMode) {
    EXPECT_EQ(admin("eth2"), 3);
    EXPECT_EQ(lp2->portVlanId(), 20);
    EXPECT_FALSE(lp2->linkAggregationInfo().status().enabled());
+}
+
+TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
+   portUp("eth1", 1);
+   portUp("eth2", 2);
+   auto status = agent->lldpStatusLocal();
+   auto names = [&](const char* port) {
+      std::map<int, std::string> out;
+      for (const auto& [vlan, n] : status->portStatus(eth(port))->vlanName()) {
+         out[vlan.value()] = std::string(n.name().value());
+      }
+      return out;
+   };
+   using Names = std::map<int, std::string>;
+   auto v10 = platformBridging->vlanConfigIs(Bridging::VlanId(10));
+   v10->nameIs("voice");
+   v10->memberIs(eth("eth1"), true);
+   auto v20 = platformBridging->vlanConfigIs(Bridging::VlanId(20));
+   v20->nameIs("data");
+   v20->memberIs(eth("eth1"), true);
+   v20->memberIs(eth("eth2"), true);
+   EXPECT_EQ(names("eth1"), (Names{{10, "voice"}, {20, "data"}}));
+   EXPECT_EQ(names("eth2"), (Names{{20, "data"}}));
+   EXPECT_TRUE(status->portStatus(eth("eth1"))->vlanNamesChanged());
+
+   // A rename reaches every port carrying the VLAN; leaving it or the VLAN going removes it.
+   v20->nameIs("bulk");
+   EXPECT_EQ(names("eth2"), (Names{{20, "bulk"}}));
+   v10->memberDel(eth("eth1"));
+   EXPECT_EQ(names("eth1"), (Names{{20, "bulk"}}));
+   platformBridging->vlanConfigDel(Bridging::VlanId(20));
+   EXPECT_TRUE(names("eth1").empty());
+   EXPECT_TRUE(names("eth2").empty());
+
+   // A port carries what its aggregate carries, and a port that comes later gets the names.
+   const Wire::IntfId bond1 = Wire::IntfId::linux("bond1", Wire::IntfKind::intfKindPortChannel);
+   v10->memberIs(bond1, true);
+   lagDir->intfStatusIs(bond1)->memberIs(eth("eth2"), true);
+   EXPECT_EQ(names("eth2"), (Names{{10, "voice"}}));
+   lagDir->intfStatusDel(bond1);
+   EXPECT_TRUE(names("eth2").empty());
+   v10->memberIs(eth("eth3"), true);
+   portUp("eth3", 3);
+   EXPECT_EQ(names("eth3"), (Names{{10, "voice"}}));
+
+   // The VLAN name switch: off drops every name, on brings them back.
+   agent->cliConfig()->vlanNameTxIs(false);
+   EXPECT_TRUE(names("eth3").empty());
+   agent->cliConfig()->vlanNameTxIs(true);
+   EXPECT_EQ(names("eth3"), (Names{{10, "voice"}}));
+
+   // To LLDP-MED endpoints every port is network connectivity equipment.
+   const auto med = localSystem()->localPort(eth("eth3"))->medCapabilities();
+   EXPECT_EQ(med.deviceType(), 4);
+   EXPECT_TRUE(med.capabilities().lldpMedCapabilities() && med.capabilities().networkPolicy());
+   EXPECT_FALSE(med.capabilities().inventory());
 }
 
 TEST_F(LldpAgentTest, GlobalSettingsReachThePortsAndCleanupLeavesNothing) {
