@@ -181,12 +181,20 @@ protected:
       EXPECT_TRUE(TestSupport::ipIn(ns_->nsB(), "link set " + b + " up"));
       return {a, b};
    }
+   // Our port in a bridge of its own, so that it has a port VLAN and a VLAN to name (a
+   // bridge without VLAN filtering carries everything untagged as VLAN 1).
+   bool bridge(const std::string& ours) {
+      const std::string br = "br" + tag_ + "x" + std::to_string(bridges_++);
+      return TestSupport::ipIn(ns_->nsA(), "link add " + br + " type bridge") &&
+             TestSupport::ipIn(ns_->nsA(), "link set " + ours + " master " + br) &&
+             TestSupport::ipIn(ns_->nsA(), "link set " + br + " up");
+   }
    std::string ourPorts() const { return "ia" + tag_ + "x*"; }
    std::string peerPorts() const { return "ib" + tag_ + "x*"; }
 
    std::unique_ptr<TestSupport::NetNsPair> ns_;
    std::string tag_;
-   int links_ = 0;
+   int links_ = 0, bridges_ = 0;
 };
 
 // Short timers everywhere keep the whole binary within seconds.
@@ -198,12 +206,7 @@ TEST_F(LldpdInterop, LldpdSeesWhatWeAdvertise) {
    const auto link = addLink();
    const std::string ours = link.first, theirs = link.second;
    ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + ours + " alias 'uplink to peer'"));
-   // Our port in a bridge, so that it has a port VLAN and a VLAN to name (a bridge without
-   // VLAN filtering carries everything untagged as VLAN 1).
-   const std::string bridge = "br" + tag_;
-   ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link add " + bridge + " type bridge"));
-   ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + ours + " master " + bridge));
-   ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + bridge + " up"));
+   ASSERT_TRUE(bridge(ours));
    Interop::Agent agent(ns_->nsA(), "a", ourPorts(),
                         agentTimers +
                             "lldp system-name interop-agent\n"
@@ -635,6 +638,7 @@ TEST_F(LldpdInterop, OurFramesDecodeCleanlyInTshark) {
    const auto link = addLink();
    const std::string ours = link.first, theirs = link.second;
    ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + ours + " alias 'analysed port'"));
+   ASSERT_TRUE(bridge(ours));  // for the port VLAN ID and a VLAN name
    std::string mac;
    ASSERT_TRUE(TestSupport::runIn(ns_->nsA(), "cat /sys/class/net/" + ours + "/address", &mac));
    mac = mac.substr(0, mac.find('\n'));
@@ -706,7 +710,7 @@ TEST_F(LldpdInterop, OurFramesDecodeCleanlyInTshark) {
          "Port Description = analysed port", "System Name = analysed",
          "System Description = every TLV", "Capabilities", "Management Address",
          "Maximum Frame Size", "Link Aggregation", "Media Capabilities", "MDI Power Support",
-         "End of LLDPDU"}) {
+         "Port VLAN Identifier: 1 ", "VLAN Name: default", "End of LLDPDU"}) {
       EXPECT_NE(decoded.find(tlv), std::string::npos) << tlv;
    }
 }
