@@ -712,6 +712,15 @@ void VlanBridgingConfigSm::handleConfigChange(const Wire::IntfId& intf) {
    }
 }
 
+void VlanBridgingConfigSm::handleMemberChange(const Wire::IntfId& intf) {
+   // A port is settled alone; anything else (an aggregate) may govern several ports.
+   if (root_->status()->portStatus(intf)) {
+      handleConfigChange(intf);
+   } else {
+      handleConfigChange();
+   }
+}
+
 void VlanBridgingConfigSm::handleNameChange() {
    const Lldp::VlanName name = vlanName();
    for (const auto& [intf, ps] : root_->status()->portStatus()) {

@@ -181,7 +181,8 @@ public:
 
 private:
    void nameChanged() override { handleNameChange(); }
-   void memberChanged(const Wire::IntfId&) override { handleConfigChange(); }
+   void memberChanged(const Wire::IntfId& intf) override { handleMemberChange(intf); }
+   void handleMemberChange(const Wire::IntfId& intf);
    bool carries(const Wire::IntfId& port) const;
    Lldp::VlanName vlanName() const;
    void delVlanFromAllPorts(const char* reason);
