@@ -700,12 +700,9 @@ void VlanBridgingConfigSm::handleConfigChange(const Wire::IntfId& intf) {
       return;
    }
    if (carries(intf)) {
-      const Lldp::VlanName name = vlanName();
-      const auto* stored = ps->vlanName(vlanId_);
-      if (stored && *stored == name) return;
-      VEL_TRACE(traceLldpAgent, 8, "Adding " << vlanId_ << " to portStatus/" << intf);
-      ps->vlanNameIs(name);
-      ps->vlanNamesChangedIs(true);
+      if (writeName(*ps, vlanName())) {
+         VEL_TRACE(traceLldpAgent, 8, "Adding " << vlanId_ << " to portStatus/" << intf);
+      }
    } else if (ps->vlanName(vlanId_)) {
       VEL_TRACE(traceLldpAgent, 8, "Deleting " << vlanId_ << " from portStatus/" << intf);
       ps->vlanNameDel(vlanId_);
@@ -724,11 +721,16 @@ void VlanBridgingConfigSm::handleMemberChange(const Wire::IntfId& intf) {
 void VlanBridgingConfigSm::handleNameChange() {
    const Lldp::VlanName name = vlanName();
    for (const auto& [intf, ps] : root_->status()->portStatus()) {
-      const auto* stored = ps->vlanName(vlanId_);
-      if (!stored || *stored == name) continue;
-      ps->vlanNameIs(name);
-      ps->vlanNamesChangedIs(true);
+      if (ps->vlanName(vlanId_)) writeName(*ps, name);
    }
+}
+
+bool VlanBridgingConfigSm::writeName(Lldp::PortStatus& ps, const Lldp::VlanName& name) {
+   // Only a real difference is news for the transmit side.
+   if (const auto* stored = ps.vlanName(vlanId_); stored && *stored == name) return false;
+   ps.vlanNameIs(name);
+   ps.vlanNamesChangedIs(true);
+   return true;
 }
 
 void VlanBridgingConfigSm::delVlanFromAllPorts(const char* reason) {

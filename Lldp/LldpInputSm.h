@@ -185,6 +185,8 @@ private:
    void handleMemberChange(const Wire::IntfId& intf);
    bool carries(const Wire::IntfId& port) const;
    Lldp::VlanName vlanName() const;
+   // Writes the name unless the port already holds it; true when it wrote.
+   bool writeName(Lldp::PortStatus& portStatus, const Lldp::VlanName& name);
    void delVlanFromAllPorts(const char* reason);
    Root* root_;
    Bridging::VlanConfig::PtrConst vlanConfig_;
