@@ -140,6 +140,8 @@ void Agent::doInit() {
    netStatus_ = group.mount<System::NetStatus>("sys/net/status", "r");
    sysDescr_ = group.mount<EntityMib::SysDescr>("hardware/entmib", "r");
    allIntfStatusDir_ = group.mount<Interface::AllIntfStatusDir>("interface/status/all", "r");
+   ipStatus_ = group.mount<Ip::Status>("ip/status", "r");
+   ip6Status_ = group.mount<Ip6::Status>("ip6/status", "r");
    ethPhyIntfStatusDir_ =
        group.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all", "r");
    ethPhyIntfConfigDir_ =
@@ -203,7 +205,13 @@ void Agent::handleStandbyMode() {
 
    statusAccumulatorSm_ = Vel::make<StatusAccumulatorSm>(lldpStatusLocal_, allStatus_);
    statusAccumulatorSm_->handleInitialized();
-   inputRoot_->inputSmIs(cliConfig_, ethPhyIntfConfigDir_, routingConfig_, sysDescr_, netStatus_);
+   inputRoot_->inputSmIs({.cliConfig = cliConfig_,
+                          .ethPhyIntfConfigDir = ethPhyIntfConfigDir_,
+                          .routingConfig = routingConfig_,
+                          .sysDescr = sysDescr_,
+                          .netStatus = netStatus_,
+                          .ipStatus = ipStatus_,
+                          .ip6Status = ip6Status_});
    inputRoot_->activeEthIntfStatusDirSmIs(ethPhyIntfStatusDir_, ethLagIntfStatusDir_);
 }
 

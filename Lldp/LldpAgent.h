@@ -108,6 +108,8 @@ private:
    Bridging::Config::Ptr bridgingConfig_;
    Routing::Config::Ptr routingConfig_;
    System::NetStatus::Ptr netStatus_;
+   Ip::Status::Ptr ipStatus_;
+   Ip6::Status::Ptr ip6Status_;
    EntityMib::SysDescr::Ptr sysDescr_;
    Interface::AllIntfStatusDir::Ptr allIntfStatusDir_;
    Interface::EthPhyIntfStatusDir::Ptr ethPhyIntfStatusDir_;

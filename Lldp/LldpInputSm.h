@@ -4,12 +4,19 @@
 // one local port per port, and each port's status record), and asks for packet access on
 // every such port.
 //
-// A tree of machines under one root: InputSm follows the global configuration and the
-// system's identity, one CliPortConfigSm per port the operator configured, and
-// ActiveEthIntfStatusDirSm keeps one EthPhyIntfStatusSm per Ethernet or management port,
-// which creates and removes the port's records. Every handler re-derives its result from
-// the entities as they are now, so the order in which the reactors of one change run
-// does not matter.
+// A tree of machines under one root. InputSm follows the global configuration and the
+// system's identity and owns the machines keyed by interface or VLAN. The machines live
+// in files by concern, each with its own header included here:
+//    LldpInputPorts        port records and packet access (EthPhyIntfStatusSm, the
+//                          management ports' MgmtEthPhyIntfStatusSm, the directory
+//                          machine) and the operator's per-port settings (CliPortConfigSm)
+//    LldpInputPortAttrs    port description, port VLAN, VLAN names (EthPhyIntfConfigSm,
+//                          SwitchIntfConfigSm, VlanBridgingConfigSm)
+//    LldpInputMgmtAddr     which management addresses are advertised, in what order
+//                          (IpIntfStatusSm, priorities, fallback, IPv6)
+//    LldpInputRemTables    the operator's requests to clear the neighbour tables
+// Every handler re-derives its result from the entities as they are now, so the order in
+// which the reactors of one change run does not matter.
 #pragma once
 
 #include <map>
@@ -20,12 +27,18 @@
 #include "Framework/Trace.h"
 #include "Framework/Vel/Entity.h"
 #include "Framework/Wire/PamMan.h"
+#include "Lldp/LldpInputMgmtAddr.h"
+#include "Lldp/LldpInputPortAttrs.h"
+#include "Lldp/LldpInputPorts.h"
+#include "Lldp/LldpInputRemTables.h"
 #include "Records/Bridging.h"
 #include "Records/IntfStatus.h"
 #include "Records/Lldp.h"
 #include "Records/SystemStatus.h"
 
 namespace Lldp::Agent::Input {
+
+class InputSm;
 
 // Trace handle of the input machines (shared with the rest of the agent).
 extern Vel::Trace::Handle traceLldpAgent;
@@ -47,13 +60,8 @@ uint32_t txDelayFor(uint32_t messageTxInterval);
 // cut to 255 bytes.
 std::string systemNameOf(const std::string& hostname, const std::string& domainName);
 
-class Root;
-class InputSm;
-class CliPortConfigSm;
-class EthPhyIntfStatusSm;
-class ActiveEthIntfStatusDirSm;
-class RemTablesClearRequestSm;
-class VlanBridgingConfigSm;
+// Platform strings (descriptions, names) are cut, never refused, at 255 bytes.
+std::string cutTo255(std::string_view s);
 
 // Writes the port's effective admin status: the one asked for, unless the switchport mode
 // governing the port (its aggregate's, when it is a member) must not transmit LLDP of
@@ -65,9 +73,6 @@ void portAdminStatusIs(Lldp::PortConfig& portConfig, Lldp::AdminStatus requested
 void syncPortConfig(Lldp::PortConfig& portConfig, Root& root);
 // The link aggregation TLV of a port: capable always, aggregated while in an aggregate.
 void syncLinkAggregationInfo(Lldp::LocalPort& localPort, const Root& root);
-// The bridge MAC is advertised as management address while no other address is.
-void maybeAddFallbackManAddr(Root& root);
-void removeFallbackManAddr(Root& root);
 
 class Root : public Vel::RefCounted {
 public:
@@ -93,11 +98,18 @@ public:
    const Interface::PamDesiredIntfDir::Ptr& desiredIntfDir() const { return desiredIntfDir_; }
    void desiredIntfDirIs(Interface::PamDesiredIntfDir::Ptr d) { desiredIntfDir_ = std::move(d); }
 
+   // What the global input machine watches besides the root's own entities.
+   struct InputEntities {
+      Lldp::CliConfig::PtrConst cliConfig;
+      Interface::EthPhyIntfConfigDir::PtrConst ethPhyIntfConfigDir;
+      Routing::Config::PtrConst routingConfig;
+      EntityMib::SysDescr::PtrConst sysDescr;
+      System::NetStatus::PtrConst netStatus;
+      Ip::Status::PtrConst ipStatus;
+      Ip6::Status::PtrConst ip6Status;
+   };
    const Vel::Ptr<InputSm>& inputSm() const { return inputSm_; }
-   void inputSmIs(Lldp::CliConfig::PtrConst cliConfig,
-                  Interface::EthPhyIntfConfigDir::PtrConst ethPhyIntfConfigDir,
-                  Routing::Config::PtrConst routingConfig, EntityMib::SysDescr::PtrConst sysDescr,
-                  System::NetStatus::PtrConst netStatus);
+   void inputSmIs(InputEntities entities);
    void inputSmDel();
    const Vel::Ptr<ActiveEthIntfStatusDirSm>& activeEthIntfStatusDirSm() const {
       return activeEthIntfStatusDirSm_;
@@ -124,6 +136,7 @@ public:
    Wire::IntfId portToLag(const Wire::IntfId& port) const;
    void lagMemberIs(const Wire::IntfId& port, const Wire::IntfId& lag, bool member);
 
+   // Management addresses (see LldpInputMgmtAddr.h).
    const Lldp::ManagementAddress::Key& fallbackManagementAddressKey() const {
       return fallbackManagementAddressKey_;
    }
@@ -132,6 +145,16 @@ public:
       fallbackManagementAddressKey_ = key;
       fallbackManagementAddressKeyPresent_ = present;
    }
+   // The computed priority of the interface named in interface-name mode (the zero
+   // priority in the other modes, which no interface has).
+   const Lldp::ManAddrPriority& sourceIntfNamePriority() const { return sourceIntfNamePriority_; }
+   void sourceIntfNamePriorityIs(const Lldp::ManAddrPriority& p) { sourceIntfNamePriority_ = p; }
+   // Interfaces that carry an address another interface already advertises, by address.
+   const std::map<Lldp::ManagementAddress::Key, std::set<Wire::IntfId>>& skippedAddr() const {
+      return skippedAddr_;
+   }
+   void skippedAddrIntfIs(const Lldp::ManagementAddress::Key& key, const Wire::IntfId& intf);
+   void skippedAddrIntfDel(const Lldp::ManagementAddress::Key& key, const Wire::IntfId& intf);
 
 private:
    Lldp::Config::Ptr config_;
@@ -147,86 +170,18 @@ private:
    std::map<Wire::IntfId, std::set<Wire::IntfId>> portToLagsMap_;
    Lldp::ManagementAddress::Key fallbackManagementAddressKey_;
    bool fallbackManagementAddressKeyPresent_ = false;
-};
-
-// Empties every port's neighbour table when the operator asks for it. A request is
-// served once: only a request time later than the last clear counts.
-class RemTablesClearRequestSm : public Vel::RefCounted, private Lldp::RemTablesCliConfig::Notifiee {
-public:
-   RemTablesClearRequestSm(Root* root, Lldp::RemTablesCliConfig::PtrConst remTablesCliConfig);
-   void handleInitialized();
-   void handleRemTablesClearRequest();
-   void doClose();
-
-private:
-   void clearRequestTimeChanged() override { handleRemTablesClearRequest(); }
-   Root* root_;
-   Lldp::RemTablesCliConfig::PtrConst remTablesCliConfig_;
-};
-
-// One VLAN of the bridging configuration while VLAN names are advertised: its name goes
-// into the status of every port that carries the VLAN (directly or through the port's
-// aggregate), and leaves again when the port stops carrying it or the VLAN goes.
-class VlanBridgingConfigSm : public Vel::RefCounted, private Bridging::VlanConfig::Notifiee {
-public:
-   VlanBridgingConfigSm(Root* root, Bridging::VlanConfig::PtrConst vlanConfig);
-   const Bridging::VlanId& vlanId() const { return vlanId_; }
-   const Bridging::VlanConfig::PtrConst& vlanConfig() const { return vlanConfig_; }
-   void handleInitialized();
-   void doClose();
-   // Every port, or one port, brought in line with the VLAN's membership.
-   void handleConfigChange();
-   void handleConfigChange(const Wire::IntfId& intf);
-   void handleNameChange();
-
-private:
-   void nameChanged() override { handleNameChange(); }
-   void memberChanged(const Wire::IntfId& intf) override { handleMemberChange(intf); }
-   void handleMemberChange(const Wire::IntfId& intf);
-   bool carries(const Wire::IntfId& port) const;
-   Lldp::VlanName vlanName() const;
-   // Writes the name unless the port already holds it; true when it wrote.
-   bool writeName(Lldp::PortStatus& portStatus, const Lldp::VlanName& name);
-   void delVlanFromAllPorts(const char* reason);
-   Root* root_;
-   Bridging::VlanConfig::PtrConst vlanConfig_;
-   Bridging::VlanId vlanId_;
-};
-
-// One port the operator configured: its admin status, receive rate limit, ZTP boot VLAN
-// and PoE fallback reach the port's configuration.
-class CliPortConfigSm : public Vel::RefCounted, private Lldp::CliPortConfig::Notifiee {
-public:
-   CliPortConfigSm(Root* root, Lldp::CliPortConfig::PtrConst cliPortConfig);
-   const Lldp::CliPortConfig::PtrConst& cliPortConfig() const { return cliPortConfig_; }
-   void handleInitialized();
-   void doClose();
-   void handleAdminStatus();
-   void handleRxRateLimit();
-   void handleZtpBootVlan();
-   void handlePoeAllocatedPowerFallback();
-
-private:
-   void adminStatusChanged() override { handleAdminStatus(); }
-   void rxRateLimitEnabledChanged() override { handleRxRateLimit(); }
-   void rxRateLimitMaxLldpdusChanged() override { handleRxRateLimit(); }
-   void rxRateLimitIntervalChanged() override { handleRxRateLimit(); }
-   void ztpBootVlanChanged() override { handleZtpBootVlan(); }
-   void poeAllocatedPowerFallbackChanged() override { handlePoeAllocatedPowerFallback(); }
-   Root* root_;
-   Lldp::CliPortConfig::PtrConst cliPortConfig_;
+   Lldp::ManAddrPriority sourceIntfNamePriority_;
+   std::map<Lldp::ManagementAddress::Key, std::set<Wire::IntfId>> skippedAddr_;
 };
 
 // The global configuration and the system's identity.
 class InputSm : public Vel::RefCounted {
 public:
-   InputSm(Root* root, Lldp::CliConfig::PtrConst cliConfig,
-           Interface::EthPhyIntfConfigDir::PtrConst ethPhyIntfConfigDir,
-           Routing::Config::PtrConst routingConfig, EntityMib::SysDescr::PtrConst sysDescr,
-           System::NetStatus::PtrConst netStatus);
+   InputSm(Root* root, Root::InputEntities entities);
    ~InputSm() override;
 
    const Lldp::CliConfig::PtrConst& cliConfig() const { return cliConfig_; }
+   const Ip::Status::PtrConst& ipStatus() const { return ipStatus_; }
    void handleInitialized();
    void doClose();
 
@@ -236,8 +191,6 @@ public:
    void handleRxTaggedPacketsDrop();
    void handleEnabledTlvs();
    void handleEnabled();
-   void handleMgmtAddrTxOption();
-   void handleMgmtAddrVrf();
    void handleCliPortConfig(const Wire::IntfId& intf);
    void handleBridgeMacAddr();
    void handleBridgingMaxFrameSize();
@@ -250,6 +203,13 @@ public:
    void handleBridgingVlanConfig(const Bridging::VlanId& vlanId);
    void handleBridgingVlanConfig();
 
+   // Management addresses (LldpInputMgmtAddr.cpp).
+   void handleMgmtAddrTxOption();
+   void handleMgmtAddrVrf();
+   void handleIntfStatusOrIpIntfStatus(const Wire::IntfId& intf);
+   void handleIp6IntfStatus(const Wire::IntfId& intf);
+   void handleIp6ManagementAddress();
+
    // The port's full configuration sync and its admin status alone.
    void doSyncPortConfig(Lldp::PortConfig& portConfig);
    void doSyncPortConfigAdminStatus(Lldp::PortConfig& portConfig);
@@ -259,11 +219,22 @@ public:
    void doSyncLocalPort(Lldp::LocalPort& localPort);
    // A port joined or left an aggregate: its switchport, admin status and LAG TLV follow.
    void doNotifyPortLagChange(const Wire::IntfId& port);
+   // A port's records are going: it leaves the switchport machine that served it.
+   void doRemoveLocalPort(const Wire::IntfId& port);
+   // The bridge capability: on while any port is an access or trunk switchport.
+   void doSyncBridgeCapability();
 
    const Lldp::CliPortConfig* cliPortConfigOf(const Wire::IntfId& intf) const;
    bool cliPortConfigSmHas(const Wire::IntfId& intf) const {
       return cliPortConfigSm_.count(intf) != 0;
    }
+   bool ethPhyIntfConfigSmHas(const Wire::IntfId& intf) const {
+      return ethPhyIntfConfigSm_.count(intf) != 0;
+   }
+   const std::map<Wire::IntfId, Vel::Ptr<IpIntfStatusSm>>& ipIntfStatusSm() const {
+      return ipIntfStatusSm_;
+   }
+   IpIntfStatusSm* ipIntfStatusSm(const Wire::IntfId& intf) const;
 
 private:
    struct CliReactor : Lldp::CliConfig::Notifiee {
@@ -304,22 +275,9 @@ private:
          sm->handleBridgingVlanConfig(vlanId);
       }
    };
-   // A switchport's mode or native VLAN (the directory reports only members coming and
-   // going, so each member is watched too).
-   struct SwitchIntfReactor : Bridging::SwitchIntfConfig::Notifiee {
-      InputSm* sm;
-      Wire::IntfId intf;
-      void switchportModeChanged() override { sm->handleSwitchIntfConfig(intf); }
-      void nativeVlanChanged() override { sm->handleSwitchIntfConfig(intf); }
-   };
    struct IntfConfigDirReactor : Interface::EthPhyIntfConfigDir::Notifiee {
       InputSm* sm;
       void intfConfigChanged(const Wire::IntfId& intf) override { sm->handleIntfConfig(intf); }
-   };
-   struct IntfConfigReactor : Interface::EthPhyIntfConfig::Notifiee {
-      InputSm* sm;
-      Wire::IntfId intf;
-      void descriptionChanged() override { sm->handleIntfConfig(intf); }
    };
    struct RoutingReactor : Routing::Config::Notifiee {
       InputSm* sm;
@@ -334,6 +292,34 @@ private:
       void hostnameChanged() override { sm->handleHostnameOrDomainName(); }
       void domainNameChanged() override { sm->handleHostnameOrDomainName(); }
    };
+   struct AllIntfStatusReactor : Interface::AllIntfStatusDir::Notifiee {
+      InputSm* sm;
+      void intfStatusChanged(const Wire::IntfId& intf) override {
+         sm->handleIntfStatusOrIpIntfStatus(intf);
+         sm->handleIp6IntfStatus(intf);
+      }
+   };
+   struct IpStatusReactor : Ip::Status::Notifiee {
+      InputSm* sm;
+      void ipIntfStatusChanged(const Wire::IntfId& intf) override {
+         sm->handleIntfStatusOrIpIntfStatus(intf);
+      }
+   };
+   struct Ip6StatusReactor : Ip6::Status::Notifiee {
+      InputSm* sm;
+      void intfChanged(const Wire::IntfId& intf) override { sm->handleIp6IntfStatus(intf); }
+   };
+   // One interface's IPv6 addresses (the directory reports only interfaces coming and
+   // going).
+   struct Ip6IntfReactor : Ip6::IntfStatus::Notifiee {
+      InputSm* sm;
+      void addrChanged(const Wire::Ip6Addr&) override { sm->handleIp6ManagementAddress(); }
+   };
+   // Whether an interface's IPv6 addresses may be advertised (management VRF, mode).
+   bool ip6Eligible(const Wire::IntfId& intf) const;
+   // The governing switchport of a port: its aggregate's, or its own.
+   Wire::IntfId governingSwitchIntf(const Wire::IntfId& port) const;
+   void doSyncPortSwitchIntf(Lldp::LocalPort& localPort);
 
    Root* root_;
    Lldp::CliConfig::PtrConst cliConfig_;
@@ -341,78 +327,29 @@ private:
    Routing::Config::PtrConst routingConfig_;
    EntityMib::SysDescr::PtrConst sysDescr_;
    System::NetStatus::PtrConst netStatus_;
+   Ip::Status::PtrConst ipStatus_;
+   Ip6::Status::PtrConst ip6Status_;
    bool initialized_ = false;
    std::map<Wire::IntfId, Vel::Ptr<CliPortConfigSm>> cliPortConfigSm_;
-   std::map<Wire::IntfId, std::unique_ptr<SwitchIntfReactor>> switchIntfReactor_;
-   std::map<Wire::IntfId, std::unique_ptr<IntfConfigReactor>> intfConfigReactor_;
+   std::map<Wire::IntfId, Vel::Ptr<EthPhyIntfConfigSm>> ethPhyIntfConfigSm_;
+   std::map<Wire::IntfId, Vel::Ptr<SwitchIntfConfigSm>> switchIntfConfigSm_;
+   // Which switchport machine serves each port.
+   std::map<Wire::IntfId, Wire::IntfId> portSwitchIntf_;
    std::map<Bridging::VlanId, Vel::Ptr<VlanBridgingConfigSm>> vlanBridgingConfigSm_;
+   std::map<Wire::IntfId, Vel::Ptr<IpIntfStatusSm>> ipIntfStatusSm_;
+   std::map<Wire::IntfId, std::unique_ptr<Ip6IntfReactor>> ip6IntfReactor_;
+   // The advertised IPv6 address and the interface it comes from (empty: none).
+   Wire::IntfId ip6Intf_;
+   Wire::Ip6Addr ip6Addr_;
    CliReactor cliReactor_;
    BridgingReactor bridgingReactor_;
    IntfConfigDirReactor intfConfigDirReactor_;
    RoutingReactor routingReactor_;
    SysDescrReactor sysDescrReactor_;
    NetStatusReactor netStatusReactor_;
-};
-
-// One Ethernet or management port: while its forwarding model lets LLDP run, the port has
-// its configuration, local port and status records and wants packet access.
-class EthPhyIntfStatusSm : public Vel::RefCounted, private Interface::EthPhyIntfStatus::Notifiee {
-public:
-   EthPhyIntfStatusSm(Root* root, Interface::EthPhyIntfStatus::PtrConst intfStatus);
-   const Wire::IntfId& intfId() const { return intfStatus_->intfId(); }
-   const Interface::EthPhyIntfStatus::PtrConst& intfStatus() const { return intfStatus_; }
-   bool active() const { return active_; }
-   void handleInitialized();
-   void doClose();
-   void handleForwardingModel();
-   void handleMaxMtu();
-
-private:
-   void forwardingModelChanged() override { handleForwardingModel(); }
-   void maxMtuChanged() override { handleMaxMtu(); }
-   void doCreatePort();
-   Root* root_;
-   Interface::EthPhyIntfStatus::PtrConst intfStatus_;
-   bool active_ = false;
-};
-
-// Keeps one EthPhyIntfStatusSm per LLDP-capable port and the port-to-aggregate map.
-class ActiveEthIntfStatusDirSm : public Vel::RefCounted {
-public:
-   ActiveEthIntfStatusDirSm(Root* root, Interface::EthPhyIntfStatusDir::PtrConst phyDir,
-                            Interface::EthLagIntfStatusDir::PtrConst lagDir);
-   ~ActiveEthIntfStatusDirSm() override;
-   void handleInitialized();
-   void doClose();
-   void handlePhyIntfStatus(const Wire::IntfId& intf);
-   void handleLagIntfStatus(const Wire::IntfId& lag);
-   const std::map<Wire::IntfId, Vel::Ptr<EthPhyIntfStatusSm>>& ethPhyIntfStatusSm() const {
-      return ethPhyIntfStatusSm_;
-   }
-
-private:
-   struct PhyDirReactor : Interface::EthPhyIntfStatusDir::Notifiee {
-      ActiveEthIntfStatusDirSm* sm;
-      void intfStatusChanged(const Wire::IntfId& intf) override { sm->handlePhyIntfStatus(intf); }
-   };
-   struct LagDirReactor : Interface::EthLagIntfStatusDir::Notifiee {
-      ActiveEthIntfStatusDirSm* sm;
-      void intfStatusChanged(const Wire::IntfId& lag) override { sm->handleLagIntfStatus(lag); }
-   };
-   struct LagReactor : Interface::EthLagIntfStatus::Notifiee {
-      ActiveEthIntfStatusDirSm* sm;
-      Wire::IntfId lag;
-      void memberChanged(const Wire::IntfId&) override { sm->handleLagIntfStatus(lag); }
-   };
-
-   Root* root_;
-   Interface::EthPhyIntfStatusDir::PtrConst phyDir_;
-   Interface::EthLagIntfStatusDir::PtrConst lagDir_;
-   std::map<Wire::IntfId, Vel::Ptr<EthPhyIntfStatusSm>> ethPhyIntfStatusSm_;
-   std::map<Wire::IntfId, std::unique_ptr<LagReactor>> lagReactor_;
-   std::map<Wire::IntfId, std::set<Wire::IntfId>> lagMembers_;
-   PhyDirReactor phyDirReactor_;
-   LagDirReactor lagDirReactor_;
+   AllIntfStatusReactor allIntfStatusReactor_;
+   IpStatusReactor ipStatusReactor_;
+   Ip6StatusReactor ip6StatusReactor_;
 };
 
 }  // namespace Lldp::Agent::Input

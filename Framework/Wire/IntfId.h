@@ -37,6 +37,8 @@ public:
    IntfKind kind() const { return kind_; }
    bool isEthernet() const { return kind_ == IntfKind::intfKindEthernet; }
    bool isManagement() const { return kind_ == IntfKind::intfKindManagement; }
+   // Whether the name itself is switch-style ("Ethernet1/2"), not just the kind.
+   bool switchStyleName() const { return nameKind_ != IntfKind::intfKindOther; }
    // Numeric components of the name in order (module/port/lane); unused ones are 0.
    uint32_t number(size_t i) const { return i < numbers_.size() ? numbers_[i] : 0; }
    size_t numberCount() const { return numberCount_; }

@@ -246,6 +246,31 @@ TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
    EXPECT_FALSE(med.capabilities().inventory());
 }
 
+TEST_F(LldpAgentTest, OverlongVlanNameIsRefusedAndManagementFrameSizeFollowsTheMtu) {
+   portUp("eth1", 1);
+   auto ps = agent->lldpStatusLocal()->portStatus(eth("eth1"));
+   auto v10 = platformBridging->vlanConfigIs(Bridging::VlanId(10));
+   v10->memberIs(eth("eth1"), true);
+   v10->nameIs(std::string(33, 'n'));  // one byte too many for the TLV
+   EXPECT_TRUE(ps->vlanName().empty());
+   v10->nameIs("voice");
+   EXPECT_EQ(ps->vlanName().size(), 1u);
+   v10->nameIs(std::string(40, 'n'));
+   EXPECT_TRUE(ps->vlanName().empty());
+
+   const Wire::IntfId mgmt = Wire::IntfId::linux("mgmt0", Wire::IntfKind::intfKindManagement);
+   auto s = phyDir->intfStatusIs(mgmt);
+   s->mtuIs(1500);
+   s->maxMtuIs(65535);
+   s->forwardingModelIs(Interface::forwardingModelRouted);
+   auto frameSize = [&] {
+      return localSystem()->localPort(mgmt)->maximumFrameSizeInfo().maxFrameSize();
+   };
+   EXPECT_EQ(frameSize(), 1518);
+   s->mtuIs(9000);
+   EXPECT_EQ(frameSize(), 9018);
+}
+
 TEST_F(LldpAgentTest, GlobalSettingsReachThePortsAndCleanupLeavesNothing) {
    portUp("eth1", 1);
    auto cli = agent->cliConfig();

@@ -1,0 +1,255 @@
+#include "Lldp/LldpInputPorts.h"
+
+#include <algorithm>
+
+#include "Framework/Vel/EventLoop.h"
+#include "Lldp/LldpInputSm.h"
+
+namespace Lldp::Agent::Input {
+
+// ---------------------------------------------------------------------------------------
+// CliPortConfigSm.
+
+CliPortConfigSm::CliPortConfigSm(Root* root, Lldp::CliPortConfig::PtrConst cliPortConfig)
+    : root_(root), cliPortConfig_(std::move(cliPortConfig)) {}
+
+void CliPortConfigSm::handleInitialized() {
+   notifierIs(cliPortConfig_);
+   handleAdminStatus();
+   handleRxRateLimit();
+   handlePoeAllocatedPowerFallback();
+   handleZtpBootVlan();
+}
+
+void CliPortConfigSm::doClose() {
+   notifierIs(nullptr);
+   const Wire::IntfId& intf = cliPortConfig_->intfId();
+   if (auto pc = root_->config()->portConfig(intf)) {
+      portAdminStatusIs(*pc, Lldp::adminStatusTxAndRx, *root_->bridgingConfig(), *root_);
+      pc->ztpBootVlanIs(0);
+      pc->poeAllocatedPowerFallbackIs(0);
+      const Lldp::PortConfig defaults(intf);
+      pc->rxRateLimitEnabledIs(defaults.rxRateLimitEnabled());
+      pc->rxRateLimitMaxLldpdusIs(defaults.rxRateLimitMaxLldpdus());
+      pc->rxRateLimitIntervalIs(defaults.rxRateLimitInterval());
+   }
+   if (auto lp = root_->localSystem()->localPort(intf)) lp->ztpBootVlanIs(0);
+}
+
+void CliPortConfigSm::handleAdminStatus() {
+   if (auto pc = root_->config()->portConfig(cliPortConfig_->intfId())) {
+      if (root_->inputSm()) root_->inputSm()->doSyncPortConfigAdminStatus(*pc);
+   }
+}
+
+void CliPortConfigSm::handleRxRateLimit() {
+   if (auto pc = root_->config()->portConfig(cliPortConfig_->intfId())) {
+      pc->rxRateLimitEnabledIs(cliPortConfig_->rxRateLimitEnabled());
+      pc->rxRateLimitMaxLldpdusIs(cliPortConfig_->rxRateLimitMaxLldpdus());
+      pc->rxRateLimitIntervalIs(cliPortConfig_->rxRateLimitInterval());
+   }
+}
+
+void CliPortConfigSm::handleZtpBootVlan() {
+   const Wire::IntfId& intf = cliPortConfig_->intfId();
+   VEL_TRACE(traceLldpAgent, 8,
+             "CliPortConfigSm::handleZtpBootVlan() for "
+                 << intf << " ztpBootVlan: " << cliPortConfig_->ztpBootVlan());
+   if (auto pc = root_->config()->portConfig(intf))
+      pc->ztpBootVlanIs(cliPortConfig_->ztpBootVlan());
+   if (auto lp = root_->localSystem()->localPort(intf)) {
+      lp->ztpBootVlanIs(cliPortConfig_->ztpBootVlan());
+   }
+}
+
+void CliPortConfigSm::handlePoeAllocatedPowerFallback() {
+   if (auto pc = root_->config()->portConfig(cliPortConfig_->intfId())) {
+      pc->poeAllocatedPowerFallbackIs(cliPortConfig_->poeAllocatedPowerFallback());
+   }
+}
+
+// ---------------------------------------------------------------------------------------
+// Ports.
+
+EthPhyIntfStatusSm::EthPhyIntfStatusSm(Root* root, Interface::EthPhyIntfStatus::PtrConst status)
+    : root_(root), intfStatus_(std::move(status)) {}
+
+void EthPhyIntfStatusSm::handleInitialized() {
+   notifierIs(intfStatus_);
+   handleForwardingModel();
+}
+
+void EthPhyIntfStatusSm::handleForwardingModel() {
+   const bool takesPart = intfStatus_->forwardingModel() >= Interface::forwardingModelBridged;
+   if (takesPart && !active_) {
+      doCreatePort();
+   } else if (!takesPart && active_) {
+      VEL_TRACE(traceLldpAgent, 6,
+                "EthPhyIntfStatusSm::handleForwardingModel for "
+                    << intfId() << ": model " << int(intfStatus_->forwardingModel()));
+      doClose();
+      notifierIs(intfStatus_);  // still watching for the port to come back
+   }
+}
+
+void EthPhyIntfStatusSm::doCreatePort() {
+   const Wire::IntfId& intf = intfId();
+   VEL_TRACE(traceLldpAgent, 6, "EthPhyIntfStatusSm::doCreatePort for " << intf);
+   active_ = true;
+   Lldp::PortConfig::Ptr pc = root_->config()->portConfigIs(intf);
+   Lldp::LocalPort::Ptr lp = root_->localSystem()->localPortIs(intf);
+   lp->initilizeLocalPortPoeInfo();
+   root_->status()->portStatusIs(intf, Vel::EventLoop::instance().now());
+   lp->portIdentifierIs(Lldp::PortIdentifier({.subtype = 5, .value = cutTo255(intf.name())}));
+   if (intf.isManagement()) {
+      if (auto* dir = root_->activeEthIntfStatusDirSm().ptr()) {
+         if (auto* mgmt = dir->mgmtEthPhyIntfStatusSm(intf)) mgmt->handleMaxMtu();
+      }
+   } else {
+      const uint32_t size = std::min<uint32_t>(root_->bridgingConfig()->maxFrameSize(), 0xffff);
+      lp->maximumFrameSizeInfoIs(Lldp::MaximumFrameSizeInfo({.maxFrameSize = uint16_t(size)}));
+   }
+   syncLinkAggregationInfo(*lp, *root_);
+   syncPortConfig(*pc, *root_);
+   if (root_->inputSm()) root_->inputSm()->doSyncLocalPort(*lp);
+   // Last: packet access (and with it the port's protocol machine) finds every record
+   // filled in.
+   root_->desiredIntfDir()->intfDesiredIs(intf, true);
+}
+
+MgmtEthPhyIntfStatusSm::MgmtEthPhyIntfStatusSm(Root* root,
+                                               Interface::EthPhyIntfStatus::PtrConst status)
+    : root_(root), intfStatus_(std::move(status)) {}
+
+void MgmtEthPhyIntfStatusSm::handleInitialized() {
+   notifierIs(intfStatus_);
+   handleMaxMtu();
+}
+
+void MgmtEthPhyIntfStatusSm::doClose() {
+   notifierIs(nullptr);
+}
+
+void MgmtEthPhyIntfStatusSm::handleMaxMtu() {
+   VEL_TRACE(traceLldpAgent, 8, "MgmtEthPhyIntfStatusSm::handleMaxMtu( " << intfId() << " )");
+   // The record exists only while the port takes part in LLDP.
+   if (auto lp = root_->localSystem()->localPort(intfId())) {
+      const uint16_t size = uint16_t(std::min<uint32_t>(intfStatus_->mtu() + 18, 0xffff));
+      lp->maximumFrameSizeInfoIs(Lldp::MaximumFrameSizeInfo({.maxFrameSize = size}));
+   }
+}
+
+void EthPhyIntfStatusSm::doClose() {
+   notifierIs(nullptr);
+   if (!active_) return;
+   active_ = false;
+   const Wire::IntfId intf = intfId();
+   VEL_TRACE(traceLldpAgent, 6, "EthPhyIntfStatusSm::doClose for " << intf);
+   root_->desiredIntfDir()->intfDesiredDel(intf);
+   if (root_->inputSm()) root_->inputSm()->doRemoveLocalPort(intf);
+   root_->config()->portConfigDel(intf);
+   root_->status()->portStatusDel(intf);
+   root_->localSystem()->localPortDel(intf);
+}
+
+ActiveEthIntfStatusDirSm::ActiveEthIntfStatusDirSm(Root* root,
+                                                   Interface::EthPhyIntfStatusDir::PtrConst phyDir,
+                                                   Interface::EthLagIntfStatusDir::PtrConst lagDir)
+    : root_(root), phyDir_(std::move(phyDir)), lagDir_(std::move(lagDir)) {
+   phyDirReactor_.sm = lagDirReactor_.sm = this;
+}
+
+ActiveEthIntfStatusDirSm::~ActiveEthIntfStatusDirSm() = default;
+
+void ActiveEthIntfStatusDirSm::handleInitialized() {
+   phyDirReactor_.notifierIs(phyDir_);
+   lagDirReactor_.notifierIs(lagDir_);
+   // Aggregates first, so that ports start with their aggregate's settings.
+   for (const auto& [lag, s] : lagDir_->intfStatus()) handleLagIntfStatus(lag);
+   for (const auto& [intf, s] : phyDir_->intfStatus()) handlePhyIntfStatus(intf);
+}
+
+void ActiveEthIntfStatusDirSm::doClose() {
+   phyDirReactor_.notifierIs(nullptr);
+   lagDirReactor_.notifierIs(nullptr);
+   lagReactor_.clear();
+   for (auto& [intf, sm] : mgmtEthPhyIntfStatusSm_) sm->doClose();
+   mgmtEthPhyIntfStatusSm_.clear();
+   for (auto& [intf, sm] : ethPhyIntfStatusSm_) sm->doClose();
+   ethPhyIntfStatusSm_.clear();
+   for (const auto& [lag, members] : lagMembers_) {
+      for (const auto& port : members) root_->lagMemberIs(port, lag, false);
+   }
+   lagMembers_.clear();
+}
+
+void ActiveEthIntfStatusDirSm::handlePhyIntfStatus(const Wire::IntfId& intf) {
+   const auto status = lldpCapable(intf) ? phyDir_->intfStatus(intf) : nullptr;
+   auto it = ethPhyIntfStatusSm_.find(intf);
+   // Gone, or a new record for the port: the old machine removes what it published.
+   if (it != ethPhyIntfStatusSm_.end() && it->second->intfStatus() != status) {
+      if (auto mgmt = mgmtEthPhyIntfStatusSm_.find(intf); mgmt != mgmtEthPhyIntfStatusSm_.end()) {
+         mgmt->second->doClose();
+         mgmtEthPhyIntfStatusSm_.erase(mgmt);
+      }
+      const auto sm = it->second;
+      ethPhyIntfStatusSm_.erase(it);
+      sm->doClose();
+      it = ethPhyIntfStatusSm_.end();
+   }
+   if (status && it == ethPhyIntfStatusSm_.end()) {
+      // The frame size machine first: creating the port's records asks it for the size.
+      if (intf.isManagement()) {
+         auto mgmt = Vel::make<MgmtEthPhyIntfStatusSm>(root_, status);
+         mgmtEthPhyIntfStatusSm_[intf] = mgmt;
+         mgmt->handleInitialized();
+      }
+      auto sm = Vel::make<EthPhyIntfStatusSm>(root_, status);
+      ethPhyIntfStatusSm_[intf] = sm;
+      sm->handleInitialized();
+   }
+}
+
+MgmtEthPhyIntfStatusSm* ActiveEthIntfStatusDirSm::mgmtEthPhyIntfStatusSm(
+    const Wire::IntfId& intf) const {
+   auto it = mgmtEthPhyIntfStatusSm_.find(intf);
+   return it == mgmtEthPhyIntfStatusSm_.end() ? nullptr : it->second.ptr();
+}
+
+void ActiveEthIntfStatusDirSm::handleLagIntfStatus(const Wire::IntfId& lag) {
+   auto status = lagDir_->intfStatus(lag);
+   std::set<Wire::IntfId> now;
+   if (status) {
+      for (const auto& [port, member] : status->member()) {
+         if (member) now.insert(port);
+      }
+      auto& reactor = lagReactor_[lag];
+      if (!reactor || reactor->notifier() != status) {
+         reactor = std::make_unique<LagReactor>();
+         reactor->sm = this;
+         reactor->lag = lag;
+         reactor->notifierIs(status);
+      }
+   } else {
+      lagReactor_.erase(lag);
+   }
+   std::set<Wire::IntfId>& before = lagMembers_[lag];
+   std::vector<Wire::IntfId> changed;
+   for (const auto& port : before) {
+      if (!now.count(port)) changed.push_back(port);
+   }
+   for (const auto& port : now) {
+      if (!before.count(port)) changed.push_back(port);
+   }
+   for (const auto& port : changed) root_->lagMemberIs(port, lag, now.count(port) != 0);
+   if (now.empty()) {
+      lagMembers_.erase(lag);
+   } else {
+      before = std::move(now);
+   }
+   for (const auto& port : changed) {
+      if (root_->inputSm()) root_->inputSm()->doNotifyPortLagChange(port);
+   }
+}
+
+}  // namespace Lldp::Agent::Input

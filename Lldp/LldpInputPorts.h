@@ -1,0 +1,123 @@
+// Ports: which Ethernet and management ports take part in LLDP, their records and
+// packet access, the management ports' frame size, and the operator's per-port settings.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+
+#include "Framework/Vel/Entity.h"
+#include "Records/IntfStatus.h"
+#include "Records/Lldp.h"
+
+namespace Lldp::Agent::Input {
+
+class Root;
+
+// One port the operator configured: its admin status, receive rate limit, ZTP boot VLAN
+// and PoE fallback reach the port's configuration.
+class CliPortConfigSm : public Vel::RefCounted, private Lldp::CliPortConfig::Notifiee {
+public:
+   CliPortConfigSm(Root* root, Lldp::CliPortConfig::PtrConst cliPortConfig);
+   const Lldp::CliPortConfig::PtrConst& cliPortConfig() const { return cliPortConfig_; }
+   void handleInitialized();
+   void doClose();
+   void handleAdminStatus();
+   void handleRxRateLimit();
+   void handleZtpBootVlan();
+   void handlePoeAllocatedPowerFallback();
+
+private:
+   void adminStatusChanged() override { handleAdminStatus(); }
+   void rxRateLimitEnabledChanged() override { handleRxRateLimit(); }
+   void rxRateLimitMaxLldpdusChanged() override { handleRxRateLimit(); }
+   void rxRateLimitIntervalChanged() override { handleRxRateLimit(); }
+   void ztpBootVlanChanged() override { handleZtpBootVlan(); }
+   void poeAllocatedPowerFallbackChanged() override { handlePoeAllocatedPowerFallback(); }
+   Root* root_;
+   Lldp::CliPortConfig::PtrConst cliPortConfig_;
+};
+
+// One Ethernet or management port: while its forwarding model lets LLDP run, the port has
+// its configuration, local port and status records and wants packet access.
+class EthPhyIntfStatusSm : public Vel::RefCounted, private Interface::EthPhyIntfStatus::Notifiee {
+public:
+   EthPhyIntfStatusSm(Root* root, Interface::EthPhyIntfStatus::PtrConst intfStatus);
+   const Wire::IntfId& intfId() const { return intfStatus_->intfId(); }
+   const Interface::EthPhyIntfStatus::PtrConst& intfStatus() const { return intfStatus_; }
+   bool active() const { return active_; }
+   void handleInitialized();
+   void doClose();
+   void handleForwardingModel();
+
+private:
+   void forwardingModelChanged() override { handleForwardingModel(); }
+   void doCreatePort();
+   Root* root_;
+   Interface::EthPhyIntfStatus::PtrConst intfStatus_;
+   bool active_ = false;
+};
+
+// A management port's maximum frame size. There is no bridge setting for management
+// ports, so the port's own MTU bounds its frames. (The kernel's maximum MTU of a virtual
+// port is a driver limit, not what the port is set to carry, so the MTU it runs with is
+// what counts, and every change of it is followed.)
+class MgmtEthPhyIntfStatusSm : public Vel::RefCounted,
+                               private Interface::EthPhyIntfStatus::Notifiee {
+public:
+   MgmtEthPhyIntfStatusSm(Root* root, Interface::EthPhyIntfStatus::PtrConst intfStatus);
+   const Wire::IntfId& intfId() const { return intfStatus_->intfId(); }
+   void handleInitialized();
+   void doClose();
+   void handleMaxMtu();
+
+private:
+   void mtuChanged() override { handleMaxMtu(); }
+   void maxMtuChanged() override { handleMaxMtu(); }
+   Root* root_;
+   Interface::EthPhyIntfStatus::PtrConst intfStatus_;
+};
+
+// Keeps one EthPhyIntfStatusSm per LLDP-capable port (and a MgmtEthPhyIntfStatusSm per
+// management port) and the port-to-aggregate map.
+class ActiveEthIntfStatusDirSm : public Vel::RefCounted {
+public:
+   ActiveEthIntfStatusDirSm(Root* root, Interface::EthPhyIntfStatusDir::PtrConst phyDir,
+                            Interface::EthLagIntfStatusDir::PtrConst lagDir);
+   ~ActiveEthIntfStatusDirSm() override;
+   void handleInitialized();
+   void doClose();
+   void handlePhyIntfStatus(const Wire::IntfId& intf);
+   void handleLagIntfStatus(const Wire::IntfId& lag);
+   const std::map<Wire::IntfId, Vel::Ptr<EthPhyIntfStatusSm>>& ethPhyIntfStatusSm() const {
+      return ethPhyIntfStatusSm_;
+   }
+   MgmtEthPhyIntfStatusSm* mgmtEthPhyIntfStatusSm(const Wire::IntfId& intf) const;
+
+private:
+   struct PhyDirReactor : Interface::EthPhyIntfStatusDir::Notifiee {
+      ActiveEthIntfStatusDirSm* sm;
+      void intfStatusChanged(const Wire::IntfId& intf) override { sm->handlePhyIntfStatus(intf); }
+   };
+   struct LagDirReactor : Interface::EthLagIntfStatusDir::Notifiee {
+      ActiveEthIntfStatusDirSm* sm;
+      void intfStatusChanged(const Wire::IntfId& lag) override { sm->handleLagIntfStatus(lag); }
+   };
+   struct LagReactor : Interface::EthLagIntfStatus::Notifiee {
+      ActiveEthIntfStatusDirSm* sm;
+      Wire::IntfId lag;
+      void memberChanged(const Wire::IntfId&) override { sm->handleLagIntfStatus(lag); }
+   };
+
+   Root* root_;
+   Interface::EthPhyIntfStatusDir::PtrConst phyDir_;
+   Interface::EthLagIntfStatusDir::PtrConst lagDir_;
+   std::map<Wire::IntfId, Vel::Ptr<EthPhyIntfStatusSm>> ethPhyIntfStatusSm_;
+   std::map<Wire::IntfId, Vel::Ptr<MgmtEthPhyIntfStatusSm>> mgmtEthPhyIntfStatusSm_;
+   std::map<Wire::IntfId, std::unique_ptr<LagReactor>> lagReactor_;
+   std::map<Wire::IntfId, std::set<Wire::IntfId>> lagMembers_;
+   PhyDirReactor phyDirReactor_;
+   LagDirReactor lagDirReactor_;
+};
+
+}  // namespace Lldp::Agent::Input
