@@ -68,7 +68,8 @@ Vel::Json CliService::show(const Vel::Json& req) const {
       if (!local || !config) {
          return ControlSocket::errorReply("the agent has not published its local system yet");
       }
-      v = localView(*local, *config, *status, intf, now);
+      auto interfaces = db_.entityAs<Interface::AllIntfStatusDir>("interface/status/all");
+      v = localView(*local, *config, *status, intf, now, interfaces.ptr());
    } else {
       return ControlSocket::errorReply("show: unknown view '" + view +
                                        "' (neighbors, statistics or local)");

@@ -346,8 +346,11 @@ std::string localText(const Json& view) {
    b.line("Capabilities",
           str(view, "sysCapSupported") + "; enabled: " +
               (member(view, "sysCapEnabled").empty() ? "none" : str(view, "sysCapEnabled")));
-   for (const auto& m : member(view, "managementAddress")) {
-      b.line("Management address", identifierText(member(m, "key")));
+   // In the order they go on the wire, with the interface each comes from.
+   for (const auto& m : member(view, "advertisedManagementAddress")) {
+      const std::string from = str(m, "interface");
+      b.line("Management address",
+             identifierText(m) + (from.empty() ? std::string() : " (" + from + ")"));
    }
    b.line("Transmit interval", str(view, "messageTxInterval") + " s");
    b.line("Hold time (TTL)", str(view, "messageTxHoldTime") + " s");

@@ -1,5 +1,7 @@
 #include "Cli/CliViews.h"
 
+#include <map>
+
 namespace Cli {
 
 namespace {
@@ -104,8 +106,45 @@ View statisticsView(const Lldp::AllStatus& status, const Lldp::RemTablesStatus* 
    return v;
 }
 
+namespace {
+
+// The management addresses as the transmit builder sends them: the IPv6 address, then
+// the priority map's addresses up to the configured number.
+Vel::Json advertisedManagementAddresses(const Lldp::LocalSystem& local, const Lldp::Config& config,
+                                        const Interface::AllIntfStatusDir* interfaces) {
+   std::map<uint32_t, std::string> names;
+   if (interfaces) {
+      for (const auto& [id, s] : interfaces->intfStatus()) names[s->ifIndex()] = id.stringValue();
+   }
+   Vel::Json list = Vel::Json::array();
+   auto add = [&](const Lldp::ManagementAddress& a) {
+      Vel::Json j = a.key().toJson();
+      j["ifNumber"] = a.ifNumber();
+      if (a.ifNumberingSubtype() == Lldp::ifNumberingIfIndex) {
+         auto it = names.find(a.ifNumber());
+         j["interface"] = it == names.end() ? std::string() : it->second;
+      } else {
+         j["interface"] = "";
+      }
+      list.push_back(std::move(j));
+   };
+   if (!(local.ip6ManagementAddress() == Lldp::ManagementAddress())) {
+      add(local.ip6ManagementAddress());
+   }
+   uint32_t sent = 0;
+   for (const auto& [prio, key] : local.managementAddressPrio()) {
+      if (sent++ >= config.maxTxMgmtAddrs()) break;
+      const Lldp::ManagementAddress* a = local.managementAddress(key);
+      add(a ? *a : Lldp::ManagementAddress({.key = key}));
+   }
+   return list;
+}
+
+}  // namespace
+
 View localView(const Lldp::LocalSystem& local, const Lldp::Config& config,
-               const Lldp::AllStatus& status, const std::string& intf, Vel::Seconds now) {
+               const Lldp::AllStatus& status, const std::string& intf, Vel::Seconds now,
+               const Interface::AllIntfStatusDir* interfaces) {
    View v =
        perInterface(local.localPort(), intf, now, [&](Vel::Json& out, const Lldp::LocalPort& port) {
           out = attrsExcept(port, {"intfId", "localPortPoeInfo"});
@@ -120,6 +159,7 @@ View localView(const Lldp::LocalSystem& local, const Lldp::Config& config,
    v.json.update(global);
    v.json["messageTxInterval"] = config.messageTxInterval();
    v.json["messageTxHoldTime"] = config.messageTxHoldTime();
+   v.json["advertisedManagementAddress"] = advertisedManagementAddresses(local, config, interfaces);
    return v;
 }
 

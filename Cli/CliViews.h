@@ -9,6 +9,7 @@
 #include <string>
 
 #include "Framework/Vel/Json.h"
+#include "Records/IntfStatus.h"
 #include "Records/LldpConfig.h"
 #include "Records/LldpLocalSystem.h"
 #include "Records/LldpStatus.h"
@@ -35,8 +36,11 @@ View neighborsView(const Lldp::AllStatus& status, bool detail, const std::string
 View statisticsView(const Lldp::AllStatus& status, const Lldp::RemTablesStatus* remTables,
                     const std::string& intf, Vel::Seconds now);
 // The local system and each local port as advertised, with the timers that set the TTL
-// and each port's admin status and advertised VLAN names.
+// and each port's admin status and advertised VLAN names. "advertisedManagementAddress"
+// lists the management addresses in the order they go on the wire, each with the
+// interface it comes from (named through `interfaces`, by interface index).
 View localView(const Lldp::LocalSystem& local, const Lldp::Config& config,
-               const Lldp::AllStatus& status, const std::string& intf, Vel::Seconds now);
+               const Lldp::AllStatus& status, const std::string& intf, Vel::Seconds now,
+               const Interface::AllIntfStatusDir* interfaces = nullptr);
 
 }  // namespace Cli

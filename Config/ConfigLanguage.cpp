@@ -414,7 +414,9 @@ const std::vector<Form>& forms() {
                    "lldp management-address vrf NAME",
                    [](const Args& a) {
                       if (auto e = checkName("vrf name", a[0]); !e.empty()) return fail(e);
-                      return global([vrf = a[0]](CliConfig& c) { c.mgmtAddrVrfIs(vrf); });
+                      // Interfaces in no VRF are in the default one, stored as no name.
+                      std::string vrf = a[0] == "default" ? std::string() : a[0];
+                      return global([vrf](CliConfig& c) { c.mgmtAddrVrfIs(vrf); });
                    },
                    0,
                    "no lldp management-address vrf",

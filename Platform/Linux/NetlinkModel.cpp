@@ -64,7 +64,7 @@ Wire::IntfId intfIdOf(std::string_view name, std::string_view linkKind,
       kind = IntfKind::intfKindLoopback;
    } else if (linkKind == "bond") {
       kind = IntfKind::intfKindPortChannel;
-   } else if (linkKind == "vlan") {
+   } else if (linkKind == "vlan" || linkKind == "bridge") {
       kind = IntfKind::intfKindVlan;
    } else if (nameMatches(options.mgmtPattern, name)) {
       kind = IntfKind::intfKindManagement;
@@ -230,6 +230,7 @@ bool NetModel::applyAddr(const nlmsghdr* msg) {
    a.family = ifa->ifa_family;
    a.prefixLen = ifa->ifa_prefixlen;
    a.flags = tb[IFA_FLAGS] ? nla_get_u32(tb[IFA_FLAGS]) : ifa->ifa_flags;
+   a.scope = ifa->ifa_scope;
    // IFA_LOCAL is the interface's own address; IFA_ADDRESS is the peer's on
    // point-to-point links and the same as IFA_LOCAL (or alone) otherwise.
    nlattr* addr = tb[IFA_LOCAL] ? tb[IFA_LOCAL] : tb[IFA_ADDRESS];
@@ -249,6 +250,7 @@ bool NetModel::applyAddr(const nlmsghdr* msg) {
       if (list.empty()) addrs.erase(index);
    } else if (it != list.end()) {
       it->flags = a.flags;
+      it->scope = a.scope;
    } else {
       list.push_back(a);
    }

@@ -74,6 +74,7 @@ struct AddrInfo {
    uint8_t prefixLen = 0;
    std::array<uint8_t, 16> bytes{};  // IPv4 in the first four
    uint32_t flags = 0;               // IFA_F_*
+   uint8_t scope = 0;                // RT_SCOPE_* (host scope: 127.0.0.0/8, ::1)
    bool sameAddr(const AddrInfo& o) const {
       return family == o.family && prefixLen == o.prefixLen && bytes == o.bytes;
    }
@@ -115,7 +116,8 @@ bool isPortLink(const LinkInfo& link);
 // link kind first, then the name:
 //    loopback, dummy                       -> Loopback
 //    bond                                  -> Port-Channel
-//    vlan                                  -> Vlan
+//    vlan, bridge                          -> Vlan (a bridge's own address is the
+//                                             switch's VLAN interface)
 //    name matches options.mgmtPattern      -> Management
 //    anything else (NICs, veth, bridges, VRF, tunnels, unknown kinds) -> Ethernet
 // Only NICs and veths become ports (isPortLink); the kind of the others tells readers

@@ -2,6 +2,7 @@
 
 #include <linux/if.h>
 #include <linux/if_addr.h>
+#include <linux/rtnetlink.h>
 #include <sys/socket.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -132,6 +133,16 @@ std::string osPrettyName() {
 
 }  // namespace
 
+bool isCandidateAddr(const AddrInfo& a) {
+   // 127.0.0.0/8 and ::1 reach only this host, whatever interface holds them.
+   if (a.scope == RT_SCOPE_HOST) return false;
+   // IPv6 addresses that may not be used yet (duplicate detection), no longer (deprecated)
+   // or that change by design (privacy addresses) are no way to reach the switch.
+   constexpr uint32_t unusable =
+       IFA_F_TENTATIVE | IFA_F_DADFAILED | IFA_F_DEPRECATED | IFA_F_TEMPORARY;
+   return a.family != AF_INET6 || !(a.flags & unusable);
+}
+
 PlatformPublisher::PlatformPublisher(Vel::StateDb& db)
     : ethStatus(db.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all")),
       ethConfig(db.mount<Interface::EthPhyIntfConfigDir>("interface/config/eth/phy/all")),
@@ -173,8 +184,13 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
    for (const auto& [index, l] : m.links) {
       const Wire::IntfId id = d.idOf(l);
       auto st = allStatus->intfStatusIs(id);
-      st->ifIndexIs(uint32_t(index));
-      st->vrfIs(d.vrfOf(l));
+      const std::string vrf = d.vrfOf(l);
+      if (st->ifIndex() != uint32_t(index) || st->vrf() != vrf) {
+         st->ifIndexIs(uint32_t(index));
+         st->vrfIs(vrf);
+         // Readers of the directory learn that an interface they know changed inside.
+         allStatus->intfStatusTouched(id);
+      }
       all.insert(id);
 
       if (l.kind == "bridge") bridges.push_back(&l);
@@ -254,6 +270,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
       std::set<Wire::IpAddrWithMask> secondaries;
       std::map<Wire::Ip6Addr, uint8_t> v6;
       for (const AddrInfo& a : list) {
+         if (!isCandidateAddr(a)) continue;
          if (a.family == AF_INET) {
             const Wire::IpAddrWithMask addr(
                 Wire::IpAddr({a.bytes[0], a.bytes[1], a.bytes[2], a.bytes[3]}), a.prefixLen);

@@ -24,6 +24,10 @@
 
 namespace Platform::Linux {
 
+// Whether an address may be offered as a management address: not host-scope, and for
+// IPv6 not tentative, failed, deprecated or temporary.
+bool isCandidateAddr(const AddrInfo& a);
+
 class PlatformPublisher {
 public:
    explicit PlatformPublisher(Vel::StateDb& db);
