@@ -632,6 +632,73 @@ TEST_F(LldpdInterop, ShutdownRemovesAtOnceAndSilenceAgesOut) {
    }
 }
 
+// ---- Management addresses: which ones, in what order, in each mode ------------------------
+
+TEST_F(LldpdInterop, LldpdSeesOurManagementAddressesInPriorityOrder) {
+   const auto link = addLink();
+   const std::string ours = link.first, theirs = link.second;
+   const std::string other = addLink().first;  // a second port with an address of its own
+   const std::string nsA = ns_->nsA();
+   auto ip = [&](const std::string& cmd) { return TestSupport::ipIn(nsA, cmd); };
+   ASSERT_TRUE(ip("link set lo up"));  // 127.0.0.1 and ::1 appear: never to be sent
+   ASSERT_TRUE(ip("addr add 198.51.100.1/32 dev lo"));
+   ASSERT_TRUE(ip("addr add 192.0.2.1/24 dev " + ours));
+   ASSERT_TRUE(ip("addr add 192.0.2.2/24 dev " + ours));  // the kernel's secondary
+   ASSERT_TRUE(ip("addr add 203.0.113.1/24 dev " + other));
+   Interop::Agent agent(nsA, "m", ourPorts(), agentTimers);
+   ASSERT_TRUE(agent.running());
+   Lldpd lldpd(ns_->nsB(), "m", peerPorts());
+   ASSERT_TRUE(lldpd.running()) << lldpd.log();
+
+   Json local;
+   ASSERT_GE(waitFor([&] { return (local = agent.local()).is_object(); }, 5), 0) << agent.log();
+   const std::string chassisId = text(at(local, {"chassisIdentifier", "value"}));
+   // lldpd's list of our addresses, as received (null until it has us).
+   auto theirs_ = [&]() -> Json {
+      Json seen = lldpdNeighbour(lldpd, theirs, chassisId);
+      if (!seen.is_object()) return nullptr;
+      Json ips = Json::array();
+      for (auto [name, chassis] : Lldpd::members(seen["chassis"])) {
+         for (Json a : Lldpd::list(chassis["mgmt-ip"])) ips.push_back(text(a));
+      }
+      return ips;
+   };
+   // What we say we send, in order.
+   auto ours_ = [&] {
+      Json ips = Json::array();
+      for (Json a : Lldpd::list(agent.local()["advertisedManagementAddress"])) {
+         ips.push_back(text(a["address"]));
+      }
+      return ips;
+   };
+   auto expect = [&](const std::vector<std::string>& want, const char* what) {
+      const Json w(want);
+      EXPECT_GE(waitFor([&] { return theirs_() == w; }, 6), 0)
+          << what << ": lldpd sees " << theirs_().dump() << ", we send " << ours_().dump();
+      EXPECT_EQ(ours_(), w) << what;
+   };
+
+   expect({"198.51.100.1"}, "by default the best address alone: the loopback's");
+   ASSERT_EQ(agent.run({"configure", "lldp management-address all"}).status, 0);
+   expect({"198.51.100.1", "192.0.2.1", "192.0.2.2", "203.0.113.1"}, "all, in priority order");
+   ASSERT_TRUE(ip("addr del 198.51.100.1/32 dev lo"));
+   ASSERT_EQ(agent.run({"configure", "no lldp management-address"}).status, 0);
+   expect({"192.0.2.1"}, "the next best once the loopback address goes");
+   ASSERT_EQ(agent.run({"configure", "lldp management-address interface " + other}).status, 0);
+   expect({"203.0.113.1"}, "the named interface's");
+   ASSERT_EQ(agent.run({"configure", "no lldp management-address"}).status, 0);
+   ASSERT_TRUE(ip("addr add 2001:db8::1/64 dev " + ours + " nodad"));
+   expect({"2001:db8::1", "192.0.2.1"}, "a global IPv6 address ahead of the IPv4 one");
+   // The interface each address comes from, as `show local` names it.
+   EXPECT_EQ(agent.local()["advertisedManagementAddress"][1]["interface"], ours);
+   ASSERT_TRUE(ip("addr flush dev " + ours));
+   ASSERT_TRUE(ip("addr flush dev " + other));
+   EXPECT_GE(waitFor([&] { return theirs_() == Json::array(); }, 6), 0) << theirs_().dump();
+   const Json last = agent.local()["advertisedManagementAddress"];
+   ASSERT_EQ(last.size(), 1u) << last.dump();
+   EXPECT_EQ(last[0]["subtype"], "mac") << "our MAC when no IP is left";
+}
+
 // ---- Every frame we send decodes cleanly in a packet analyser -------------------------------
 
 TEST_F(LldpdInterop, OurFramesDecodeCleanlyInTshark) {
@@ -639,6 +706,9 @@ TEST_F(LldpdInterop, OurFramesDecodeCleanlyInTshark) {
    const std::string ours = link.first, theirs = link.second;
    ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + ours + " alias 'analysed port'"));
    ASSERT_TRUE(bridge(ours));  // for the port VLAN ID and a VLAN name
+   // Management addresses of both families, numbered by interface index.
+   ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "addr add 192.0.2.1/24 dev " + ours));
+   ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "addr add 2001:db8::1/64 nodad dev " + ours));
    std::string mac;
    ASSERT_TRUE(TestSupport::runIn(ns_->nsA(), "cat /sys/class/net/" + ours + "/address", &mac));
    mac = mac.substr(0, mac.find('\n'));
@@ -670,6 +740,7 @@ TEST_F(LldpdInterop, OurFramesDecodeCleanlyInTshark) {
                             "lldp tlv-select max-frame-size\n"
                             "lldp tlv-select power-via-mdi\n"
                             "lldp tlv-select med-network-policy\n"
+                            "lldp management-address all\n"
                             "lldp system-name analysed\n"
                             "lldp system-description every TLV we can send\n"
                             "vlan 1 name default\n"
@@ -710,7 +781,8 @@ TEST_F(LldpdInterop, OurFramesDecodeCleanlyInTshark) {
          "Port Description = analysed port", "System Name = analysed",
          "System Description = every TLV", "Capabilities", "Management Address",
          "Maximum Frame Size", "Link Aggregation", "Media Capabilities", "MDI Power Support",
-         "Port VLAN Identifier: 1 ", "VLAN Name: default", "End of LLDPDU"}) {
+         "Port VLAN Identifier: 1 ", "VLAN Name: default", "Management Address: 192.0.2.1",
+         "Management Address: 2001:db8::1", "Interface Subtype: ifIndex", "End of LLDPDU"}) {
       EXPECT_NE(decoded.find(tlv), std::string::npos) << tlv;
    }
 }

@@ -432,6 +432,71 @@ TEST(LinuxPlatformModelTest, BondsVrfsAndInterfaceKinds) {
    EXPECT_TRUE(pub.bridging->vlanConfig().empty());
 }
 
+TEST(LinuxPlatformModelTest, CandidateAddressesPrimariesAndSecondaries) {
+   Vel::StateDb db;
+   Platform::Linux::PlatformPublisher pub(db);
+   NetModel m;
+   for (auto l : {link(1, "lo", "loopback"), link(2, "eth0", ""), link(3, "br0", "bridge")}) {
+      m.links[l.index] = l;
+   }
+   using Platform::Linux::AddrInfo;
+   auto v4 = [](uint8_t a, uint8_t b, uint8_t c, uint8_t d, uint8_t len, uint32_t flags = 0,
+                uint8_t scope = RT_SCOPE_UNIVERSE) {
+      return AddrInfo{AF_INET, len, {a, b, c, d}, flags, scope};
+   };
+   auto v6 = [](uint8_t last, uint32_t flags, uint8_t scope = RT_SCOPE_UNIVERSE) {
+      return AddrInfo{AF_INET6,
+                      64,
+                      {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, last},
+                      flags,
+                      scope};
+   };
+   // lo: the host-scope addresses are never candidates; a router ID there is.
+   m.addrs[1] = {
+       v4(127, 0, 0, 1, 8, 0, RT_SCOPE_HOST), v4(198, 51, 100, 1, 32),
+       AddrInfo{AF_INET6, 128, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 0, RT_SCOPE_HOST}};
+   // eth0: in the kernel's order; the first that is not a secondary is the primary, and
+   // every other address (another subnet's, or a kernel secondary) is a secondary.
+   m.addrs[2] = {v4(192, 0, 2, 9, 24, IFA_F_SECONDARY),
+                 v4(192, 0, 2, 1, 24),
+                 v4(203, 0, 113, 1, 24),
+                 v6(1, 0),
+                 v6(2, IFA_F_TENTATIVE),
+                 v6(3, IFA_F_DEPRECATED),
+                 v6(4, IFA_F_TEMPORARY),
+                 v6(5, IFA_F_DADFAILED)};
+   m.addrs[3] = {v4(192, 0, 2, 254, 24)};
+   pub.publish(m, {});
+
+   const auto eth = [](const char* n) { return IntfId::linux(n, IntfKind::intfKindEthernet); };
+   const IntfId lo = IntfId::linux("lo", IntfKind::intfKindLoopback);
+   auto loStatus = pub.ipStatus->ipIntfStatus(lo);
+   ASSERT_TRUE(loStatus);
+   EXPECT_EQ(loStatus->activeAddrWithMask().stringValue(), "198.51.100.1/32");
+   EXPECT_TRUE(loStatus->secondaryWithMask().empty());
+   EXPECT_FALSE(pub.ip6Status->intf(lo));
+
+   auto eth0 = pub.ipStatus->ipIntfStatus(eth("eth0"));
+   ASSERT_TRUE(eth0);
+   EXPECT_EQ(eth0->activeAddrWithMask().stringValue(), "192.0.2.1/24");
+   std::vector<std::string> secondaries;
+   for (const auto& [a, on] : eth0->secondaryWithMask()) secondaries.push_back(a.stringValue());
+   EXPECT_EQ(secondaries, (std::vector<std::string>{"192.0.2.9/24", "203.0.113.1/24"}));
+   ASSERT_TRUE(pub.ip6Status->intf(eth("eth0")));
+   EXPECT_EQ(pub.ip6Status->intf(eth("eth0"))->addr().size(), 1u);  // 2001:db8::1 alone
+
+   // The bridge's own address is its VLAN interface's.
+   const IntfId br0 = IntfId::linux("br0", IntfKind::intfKindVlan);
+   ASSERT_TRUE(pub.ipStatus->ipIntfStatus(br0));
+   EXPECT_EQ(pub.allStatus->intfStatus(br0)->intfId().kind(), IntfKind::intfKindVlan);
+   EXPECT_EQ(pub.allStatus->intfStatus(br0)->ifIndex(), 3u);
+
+   // A tentative address that passes duplicate detection becomes a candidate.
+   m.addrs[2][4].flags = 0;
+   pub.publish(m, {});
+   EXPECT_EQ(pub.ip6Status->intf(eth("eth0"))->addr().size(), 2u);
+}
+
 // Builds an rtnetlink message for NetModel::apply.
 struct Msg {
    explicit Msg(int type, const void* hdr, size_t len) : m(nlmsg_alloc_simple(type, 0)) {
