@@ -354,6 +354,24 @@ TEST_F(LinuxPlatformTest, BondMembersFromTheKernel) {
    EXPECT_TRUE(waitFor([&] { return pub->lagStatus->intfStatus(bond)->member().size() == 0; }));
 }
 
+TEST_F(LinuxPlatformTest, LoopbackRouterIdYesHostScopeAndTentativeNo) {
+   OPEN_OR_SKIP();
+   const IntfId lo = IntfId::linux("lo", IntfKind::intfKindLoopback);
+   ip("link set lo up");  // brings 127.0.0.1 and ::1
+   ip("addr add 198.51.100.1/32 dev lo");
+   ip("-6 addr add 2001:db8::7/64 dev " + port);  // tentative until duplicate detection ends
+   ASSERT_TRUE(waitFor([&] { return pub->ipStatus->ipIntfStatus(lo) != nullptr; }));
+   auto s = pub->ipStatus->ipIntfStatus(lo);
+   EXPECT_EQ(s->activeAddrWithMask().stringValue(), "198.51.100.1/32");
+   EXPECT_TRUE(s->secondaryWithMask().empty());  // not 127.0.0.1
+   EXPECT_FALSE(pub->ip6Status->intf(lo));       // not ::1
+   const auto seven = *Wire::Ip6Addr::parse("2001:db8::7");
+   auto s6 = [&] { return pub->ip6Status->intf(eth(port)); };
+   EXPECT_TRUE(!s6() || !s6()->addr(seven));
+   // Detection takes the kernel a second or two.
+   EXPECT_TRUE(Vel::EventLoop::instance().runUntil([&] { return s6() && s6()->addr(seven); }, 10));
+}
+
 // --- What the platform derives, on models built by hand -------------------------------
 
 Platform::Linux::LinkInfo link(int index, const char* name, const char* kind, int master = 0) {
