@@ -142,6 +142,9 @@ void Agent::doInit() {
    allIntfStatusDir_ = group.mount<Interface::AllIntfStatusDir>("interface/status/all", "r");
    ipStatus_ = group.mount<Ip::Status>("ip/status", "r");
    ip6Status_ = group.mount<Ip6::Status>("ip6/status", "r");
+   externalTlvsDir_ = group.mount<Vel::Dir>("l2discovery/lldp/externalTlvs", "ri");
+   identityDot1xStatus_ = group.mount<Identity::Dot1x::Status>("identity/dot1x/status", "r");
+   identityMacsecStatus_ = group.mount<Identity::Macsec::Status>("identity/macsec/status", "r");
    ethPhyIntfStatusDir_ =
        group.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all", "r");
    ethPhyIntfConfigDir_ =
@@ -185,6 +188,8 @@ void Agent::doMountsCompleteStep2() {
    inputRoot_->bridgingConfigIs(bridgingConfig_);
    inputRoot_->allIntfStatusDirIs(allIntfStatusDir_);
    inputRoot_->desiredIntfDirIs(desiredIntfDir_);
+   inputRoot_->identityDot1xStatusIs(identityDot1xStatus_);
+   inputRoot_->identityMacsecStatusIs(identityMacsecStatus_);
    inputRoot_->remTablesClearRequestSmIs(remTablesCliConfig_);
 
    // A single supervisor: never a standby.
@@ -211,8 +216,11 @@ void Agent::handleStandbyMode() {
                           .sysDescr = sysDescr_,
                           .netStatus = netStatus_,
                           .ipStatus = ipStatus_,
-                          .ip6Status = ip6Status_});
+                          .ip6Status = ip6Status_,
+                          .externalTlvsDir = externalTlvsDir_});
    inputRoot_->activeEthIntfStatusDirSmIs(ethPhyIntfStatusDir_, ethLagIntfStatusDir_);
+   inputRoot_->identityDot1xStatusSmIs();
+   inputRoot_->identityMacsecStatusSmIs();
 }
 
 void Agent::doCleanup() {

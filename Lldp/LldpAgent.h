@@ -110,6 +110,9 @@ private:
    System::NetStatus::Ptr netStatus_;
    Ip::Status::Ptr ipStatus_;
    Ip6::Status::Ptr ip6Status_;
+   Vel::Ptr<Vel::Dir> externalTlvsDir_;
+   Identity::Dot1x::Status::Ptr identityDot1xStatus_;
+   Identity::Macsec::Status::Ptr identityMacsecStatus_;
    EntityMib::SysDescr::Ptr sysDescr_;
    Interface::AllIntfStatusDir::Ptr allIntfStatusDir_;
    Interface::EthPhyIntfStatusDir::Ptr ethPhyIntfStatusDir_;

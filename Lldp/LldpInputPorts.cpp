@@ -80,7 +80,17 @@ void EthPhyIntfStatusSm::handleInitialized() {
 }
 
 void EthPhyIntfStatusSm::handleForwardingModel() {
-   const bool takesPart = intfStatus_->forwardingModel() >= Interface::forwardingModelBridged;
+   // A port that port authentication holds at "data link" still runs LLDP with bypass.
+   const uint8_t model = intfStatus_->forwardingModel();
+   const bool bypass = lldpBypass(*root_, intfId());
+   const uint8_t limit =
+       bypass ? Interface::forwardingModelDataLink : Interface::forwardingModelBridged;
+   const bool takesPart = model >= limit;
+   if (takesPart && model < Interface::forwardingModelBridged) {
+      VEL_TRACE(traceLldpAgent, 6,
+                "LLDP bypass enabled, using interface ( "
+                    << intfId() << " ) with forwardingModel:" << int(model));
+   }
    if (takesPart && !active_) {
       doCreatePort();
    } else if (!takesPart && active_) {

@@ -128,7 +128,29 @@ void Root::remTablesClearRequestSmDel() {
    if (auto sm = std::exchange(remTablesClearRequestSm_, nullptr)) sm->doClose();
 }
 
+void Root::identityDot1xStatusSmIs() {
+   if (identityDot1xStatusSm_ || !identityDot1xStatus_) return;
+   identityDot1xStatusSm_ = Vel::make<IdentityDot1xStatusSm>(this, identityDot1xStatus_);
+   identityDot1xStatusSm_->handleInitialized();
+}
+
+void Root::identityDot1xStatusSmDel() {
+   if (auto sm = std::exchange(identityDot1xStatusSm_, nullptr)) sm->doClose();
+}
+
+void Root::identityMacsecStatusSmIs() {
+   if (identityMacsecStatusSm_ || !identityMacsecStatus_) return;
+   identityMacsecStatusSm_ = Vel::make<IdentityMacsecStatusSm>(this, identityMacsecStatus_);
+   identityMacsecStatusSm_->handleInitialized();
+}
+
+void Root::identityMacsecStatusSmDel() {
+   if (auto sm = std::exchange(identityMacsecStatusSm_, nullptr)) sm->doClose();
+}
+
 void Root::doClose() {
+   identityDot1xStatusSmDel();
+   identityMacsecStatusSmDel();
    // Ports first: their records go while the input machine can still see them.
    activeEthIntfStatusDirSmDel();
    inputSmDel();
@@ -171,10 +193,11 @@ InputSm::InputSm(Root* root, Root::InputEntities e)
       sysDescr_(std::move(e.sysDescr)),
       netStatus_(std::move(e.netStatus)),
       ipStatus_(e.ipStatus ? std::move(e.ipStatus) : Vel::make<Ip::Status>()),
-      ip6Status_(e.ip6Status ? std::move(e.ip6Status) : Vel::make<Ip6::Status>()) {
+      ip6Status_(e.ip6Status ? std::move(e.ip6Status) : Vel::make<Ip6::Status>()),
+      externalTlvsDir_(e.externalTlvsDir ? std::move(e.externalTlvsDir) : Vel::make<Vel::Dir>()) {
    cliReactor_.sm = bridgingReactor_.sm = intfConfigDirReactor_.sm = routingReactor_.sm =
        sysDescrReactor_.sm = netStatusReactor_.sm = allIntfStatusReactor_.sm = ipStatusReactor_.sm =
-           ip6StatusReactor_.sm = this;
+           ip6StatusReactor_.sm = externalTlvsDirReactor_.sm = this;
 }
 
 InputSm::~InputSm() = default;
@@ -191,6 +214,7 @@ void InputSm::handleInitialized() {
    allIntfStatusReactor_.notifierIs(root_->allIntfStatusDir());
    ipStatusReactor_.notifierIs(ipStatus_);
    ip6StatusReactor_.notifierIs(ip6Status_);
+   externalTlvsDirReactor_.notifierIs(externalTlvsDir_);
    for (const auto& [intf, c] : ethPhyIntfConfigDir_->intfConfig()) handleIntfConfig(intf);
    handleBridgeMacAddr();
    for (const auto& [intf, c] : root_->bridgingConfig()->switchIntfConfig()) {
@@ -207,6 +231,7 @@ void InputSm::handleInitialized() {
    for (const auto& [intf, s] : ip6Status_->intf()) handleIp6IntfStatus(intf);
    handleRouting();
    handleDescription();
+   for (const auto& [name, e] : externalTlvsDir_->entry()) handleExternalTlvsEntityPtr(name);
    handleHostnameOrDomainName();
    handleMessageTxInterval();
    handleMessageTxHoldTime();
@@ -231,7 +256,10 @@ void InputSm::doClose() {
    allIntfStatusReactor_.notifierIs(nullptr);
    ipStatusReactor_.notifierIs(nullptr);
    ip6StatusReactor_.notifierIs(nullptr);
+   externalTlvsDirReactor_.notifierIs(nullptr);
    ip6IntfReactor_.clear();
+   for (auto& [name, sm] : externalTlvConfigSm_) sm->doClose();
+   externalTlvConfigSm_.clear();
    for (auto& [intf, sm] : switchIntfConfigSm_) sm->doClose();
    switchIntfConfigSm_.clear();
    portSwitchIntf_.clear();
@@ -390,6 +418,8 @@ void InputSm::doSyncLocalPort(Lldp::LocalPort& localPort) {
       localPort.portDescIs({});
    }
    localPort.medCapabilitiesIs(localMedCapabilities());
+   // TLVs a client listed for the port before it existed.
+   for (const auto& [name, sm] : externalTlvConfigSm_) sm->doSyncLocalPort(intf);
    // A new port, or one that joined or left an aggregate, carries other VLANs now.
    for (const auto& [vlanId, sm] : vlanBridgingConfigSm_) sm->handleConfigChange(intf);
 }

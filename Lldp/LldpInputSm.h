@@ -14,6 +14,9 @@
 //                          SwitchIntfConfigSm, VlanBridgingConfigSm)
 //    LldpInputMgmtAddr     which management addresses are advertised, in what order
 //                          (IpIntfStatusSm, priorities, fallback, IPv6)
+//    LldpInputExternalTlv  TLVs other programs ask to advertise (ExternalTlvConfigSm)
+//    LldpInputBypass       LLDP on ports port authentication holds closed
+//                          (IdentityDot1xStatusSm, IdentityMacsecStatusSm)
 //    LldpInputRemTables    the operator's requests to clear the neighbour tables
 // Every handler re-derives its result from the entities as they are now, so the order in
 // which the reactors of one change run does not matter.
@@ -25,8 +28,11 @@
 #include <string>
 
 #include "Framework/Trace.h"
+#include "Framework/Vel/Dir.h"
 #include "Framework/Vel/Entity.h"
 #include "Framework/Wire/PamMan.h"
+#include "Lldp/LldpInputBypass.h"
+#include "Lldp/LldpInputExternalTlv.h"
 #include "Lldp/LldpInputMgmtAddr.h"
 #include "Lldp/LldpInputPortAttrs.h"
 #include "Lldp/LldpInputPorts.h"
@@ -97,6 +103,18 @@ public:
    }
    const Interface::PamDesiredIntfDir::Ptr& desiredIntfDir() const { return desiredIntfDir_; }
    void desiredIntfDirIs(Interface::PamDesiredIntfDir::Ptr d) { desiredIntfDir_ = std::move(d); }
+   const Identity::Dot1x::Status::PtrConst& identityDot1xStatus() const {
+      return identityDot1xStatus_;
+   }
+   void identityDot1xStatusIs(Identity::Dot1x::Status::PtrConst s) {
+      identityDot1xStatus_ = std::move(s);
+   }
+   const Identity::Macsec::Status::PtrConst& identityMacsecStatus() const {
+      return identityMacsecStatus_;
+   }
+   void identityMacsecStatusIs(Identity::Macsec::Status::PtrConst s) {
+      identityMacsecStatus_ = std::move(s);
+   }
 
    // What the global input machine watches besides the root's own entities.
    struct InputEntities {
@@ -107,6 +125,7 @@ public:
       System::NetStatus::PtrConst netStatus;
       Ip::Status::PtrConst ipStatus;
       Ip6::Status::PtrConst ip6Status;
+      Vel::Ptr<const Vel::Dir> externalTlvsDir;
    };
    const Vel::Ptr<InputSm>& inputSm() const { return inputSm_; }
    void inputSmIs(InputEntities entities);
@@ -122,6 +141,17 @@ public:
    }
    void remTablesClearRequestSmIs(Lldp::RemTablesCliConfig::PtrConst remTablesCliConfig);
    void remTablesClearRequestSmDel();
+   // The bypass machines watch the identity entities given to the root.
+   const Vel::Ptr<IdentityDot1xStatusSm>& identityDot1xStatusSm() const {
+      return identityDot1xStatusSm_;
+   }
+   void identityDot1xStatusSmIs();
+   void identityDot1xStatusSmDel();
+   const Vel::Ptr<IdentityMacsecStatusSm>& identityMacsecStatusSm() const {
+      return identityMacsecStatusSm_;
+   }
+   void identityMacsecStatusSmIs();
+   void identityMacsecStatusSmDel();
    // Closes the machines (each removes what it published).
    void doClose();
 
@@ -164,6 +194,10 @@ private:
    Bridging::Config::PtrConst bridgingConfig_;
    Interface::AllIntfStatusDir::PtrConst allIntfStatusDir_;
    Interface::PamDesiredIntfDir::Ptr desiredIntfDir_;
+   Identity::Dot1x::Status::PtrConst identityDot1xStatus_;
+   Identity::Macsec::Status::PtrConst identityMacsecStatus_;
+   Vel::Ptr<IdentityDot1xStatusSm> identityDot1xStatusSm_;
+   Vel::Ptr<IdentityMacsecStatusSm> identityMacsecStatusSm_;
    Vel::Ptr<InputSm> inputSm_;
    Vel::Ptr<ActiveEthIntfStatusDirSm> activeEthIntfStatusDirSm_;
    Vel::Ptr<RemTablesClearRequestSm> remTablesClearRequestSm_;
@@ -209,6 +243,12 @@ public:
    void handleIntfStatusOrIpIntfStatus(const Wire::IntfId& intf);
    void handleIp6IntfStatus(const Wire::IntfId& intf);
    void handleIp6ManagementAddress();
+
+   // External TLVs (LldpInputExternalTlv.cpp): a client's entity came, changed or went.
+   void handleExternalTlvsEntityPtr(const std::string& name);
+   bool externalTlvConfigSmHas(const std::string& name) const {
+      return externalTlvConfigSm_.count(name) != 0;
+   }
 
    // The port's full configuration sync and its admin status alone.
    void doSyncPortConfig(Lldp::PortConfig& portConfig);
@@ -305,6 +345,10 @@ private:
          sm->handleIntfStatusOrIpIntfStatus(intf);
       }
    };
+   struct ExternalTlvsDirReactor : Vel::Dir::Notifiee {
+      InputSm* sm;
+      void entryChanged(const std::string& name) override { sm->handleExternalTlvsEntityPtr(name); }
+   };
    struct Ip6StatusReactor : Ip6::Status::Notifiee {
       InputSm* sm;
       void intfChanged(const Wire::IntfId& intf) override { sm->handleIp6IntfStatus(intf); }
@@ -329,6 +373,7 @@ private:
    System::NetStatus::PtrConst netStatus_;
    Ip::Status::PtrConst ipStatus_;
    Ip6::Status::PtrConst ip6Status_;
+   Vel::Ptr<const Vel::Dir> externalTlvsDir_;
    bool initialized_ = false;
    std::map<Wire::IntfId, Vel::Ptr<CliPortConfigSm>> cliPortConfigSm_;
    std::map<Wire::IntfId, Vel::Ptr<EthPhyIntfConfigSm>> ethPhyIntfConfigSm_;
@@ -337,6 +382,7 @@ private:
    std::map<Wire::IntfId, Wire::IntfId> portSwitchIntf_;
    std::map<Bridging::VlanId, Vel::Ptr<VlanBridgingConfigSm>> vlanBridgingConfigSm_;
    std::map<Wire::IntfId, Vel::Ptr<IpIntfStatusSm>> ipIntfStatusSm_;
+   std::map<std::string, Vel::Ptr<ExternalTlvConfigSm>> externalTlvConfigSm_;
    std::map<Wire::IntfId, std::unique_ptr<Ip6IntfReactor>> ip6IntfReactor_;
    // The advertised IPv6 address and the interface it comes from (empty: none).
    Wire::IntfId ip6Intf_;
@@ -350,6 +396,7 @@ private:
    AllIntfStatusReactor allIntfStatusReactor_;
    IpStatusReactor ipStatusReactor_;
    Ip6StatusReactor ip6StatusReactor_;
+   ExternalTlvsDirReactor externalTlvsDirReactor_;
 };
 
 }  // namespace Lldp::Agent::Input

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Framework/Vel/Entity.h"
+#include "Framework/Vel/Json.h"
 
 namespace Vel {
 
@@ -17,13 +18,19 @@ namespace Vel {
 
 class Dir : public Entity {
    VEL_ENTITY(Dir, VEL_DIR_ATTRS)
-   explicit Dir(std::string name) : name_(std::move(name)) {}
+   explicit Dir(std::string name = {}) : name_(std::move(name)) {}
 
    // The entry under `name` as an E, or null when there is none or it is another type.
    template <class E>
    Vel::Ptr<E> entryAs(const std::string& n) const {
       const Vel::Ptr<Entity>* e = entry(n);
       return e ? Vel::Ptr<E>(dynamic_cast<E*>(e->ptr())) : nullptr;
+   }
+   // The entries are of any type: the export names them.
+   Json toJson() const {
+      Json names = Json::array();
+      for (const auto& [n, e] : entry()) names.push_back(n);
+      return Json{{"name", name_}, {"entry", names}};
    }
 };
 
