@@ -278,8 +278,19 @@ Vel::Ptr<Wire::Pkt> LldpPamSm::doBuildLldpdu() {
 
 void LldpPamSm::doSendLldpdu() {
    VEL_TRACE(traceLldpProtocolSm, 8, "LldpPamSm::doSendLldpdu()");
+   // The builder counts the frame as sent; a frame the kernel refuses was not.
+   const uint32_t sentBefore = portStatus_->txFramesTotal();
+   const Vel::Seconds lastTxBefore = portStatus_->lastTxTime();
    Vel::Ptr<Wire::Pkt> pkt = doBuildLldpdu();
-   if (pkt && pam_) pam_->txPktIs(pkt);
+   if (!pkt || !pam_) return;
+   const uint64_t errorsBefore = pam_->txErrors();
+   pam_->txPktIs(pkt);
+   if (pam_->txErrors() == errorsBefore) return;
+   VEL_TRACE(traceLldpProtocolSm, 0,
+             "Failed to send LLDPDU on " << intfId_ << ": " << pam_->txErrorReason());
+   portStatus_->txFramesTotalIs(sentBefore);
+   portStatus_->lastTxTimeIs(lastTxBefore);
+   portStatus_->txFramesErrorsInc();
 }
 
 // ---------------------------------------------------------------------------------------
