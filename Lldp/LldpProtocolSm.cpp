@@ -1,6 +1,7 @@
 #include "Lldp/LldpProtocolSm.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <ostream>
 #include <vector>
@@ -98,7 +99,11 @@ void LldpPamSm::handleInitialized() {
    txClock_.timeMinIs(Vel::never);
    txFsmStateIs(txFsmDisabled);
    ageClock_.timeMinIs(0);
-   rxRateLimitClock_.timeMinIs(loopNow() + portConfig_->rxRateLimitInterval());
+   // The first rate-limit interval starts now. Its clock sleeps until an LLDPDU counts
+   // (a port that hears nothing never wakes for it).
+   rxRateLimitInterval_ = portConfig_->rxRateLimitInterval();
+   rxRateLimitEnd_ = loopNow() + rxRateLimitInterval_;
+   rxRateLimitClock_.timeMinIs(Vel::never);
 }
 
 void LldpPamSm::doClose() {
@@ -337,7 +342,9 @@ void LldpPamSm::handleReadableCount() {
       VEL_TRACE(traceLldpProtocolSm, 2, "Received frame with incorrect EtherType -- ignoring");
       return;
    }
+   doRxRateLimitIntervalAt(loopNow());
    const uint64_t count = ++rxLldpdus_;
+   if (rxRateLimitClock_.timeMin() == Vel::never) rxRateLimitClock_.timeMinIs(rxRateLimitEnd_);
    if (portConfig_->rxRateLimitEnabled() && count > portConfig_->rxRateLimitMaxLldpdus()) {
       if (count - 1 == portConfig_->rxRateLimitMaxLldpdus()) {
          Lldp::LLDP_RX_RATELIMIT.log(intfId_, portConfig_->rxRateLimitMaxLldpdus(),
@@ -357,11 +364,36 @@ void LldpPamSm::handleReadableCount() {
    }
 }
 
+// The rate-limit intervals are fixed, back-to-back periods from initialisation, each
+// taking the configured length in force when it starts. The clock runs only while the
+// current interval has counted an LLDPDU: it ends the interval (the count goes back to 0)
+// and then sleeps; the next LLDPDU finds the interval it falls in by arithmetic and wakes
+// the clock for that interval's end. Counts and logs are those of a clock that fires at
+// every boundary, without the wake-up per port per interval.
+void LldpPamSm::doRxRateLimitIntervalAt(Vel::Seconds now) {
+   if (now < rxRateLimitEnd_) return;
+   rxLldpdus_ = 0;
+   // Every boundary up to now began an interval of the length in force since the last
+   // change (a change catches up first, with the length it replaces).
+   const Vel::Seconds length = rxRateLimitInterval_;
+   if (length > 0) {
+      rxRateLimitEnd_ += (std::floor((now - rxRateLimitEnd_) / length) + 1) * length;
+   } else {
+      rxRateLimitEnd_ = now;
+   }
+}
+
 void LldpPamSm::handleRxRateLimitClock() {
    VEL_ASSERT(initialized(), "initialized()");
    VEL_TRACE(traceLldpProtocolSm, 8, "LldpPamSm::handleRxRateLimitClock()");
-   rxLldpdus_ = 0;
-   rxRateLimitClock_.timeMinIs(loopNow() + portConfig_->rxRateLimitInterval());
+   doRxRateLimitIntervalAt(loopNow());
+   if (rxLldpdus_ > 0) rxRateLimitClock_.timeMinIs(rxRateLimitEnd_);
+}
+
+void LldpPamSm::handleRxRateLimitInterval() {
+   if (!initialized_) return;
+   doRxRateLimitIntervalAt(loopNow());
+   rxRateLimitInterval_ = portConfig_->rxRateLimitInterval();
 }
 
 void LldpPamSm::handleAgeClock() {
@@ -412,6 +444,8 @@ void LldpPamSm::doDeleteAllRemoteSystems() {
       portStatus_->remoteSystemDel(remote->index());
       status.remTablesDeletesInc();
    }
+   // Nothing left to age.
+   ageClock_.timeMinIs(Vel::never);
 }
 
 }  // namespace Lldp::Agent::Protocol
