@@ -50,6 +50,18 @@ Vel::Seconds loopNow() {
    return Vel::EventLoop::instance().now();
 }
 
+// Per-port timers that fall due close together share one wake-up of the agent: in real
+// time a deadline is rounded up to the next multiple of timerSlack, so the ports of a
+// switch (which come up within a few hundred milliseconds of each other) keep a handful
+// of common phases instead of one each. A frame or an age-out is at most that much later
+// than the machine's timers say. Virtual time keeps every deadline exact.
+constexpr Vel::Seconds timerSlack = 0.25;
+
+Vel::Seconds slackened(Vel::Seconds t) {
+   if (t == Vel::never || Vel::EventLoop::instance().virtualTime()) return t;
+   return std::ceil(t / timerSlack) * timerSlack;
+}
+
 }  // namespace
 
 LldpPamSm::LldpPamSm(const Wire::IntfId& intf, Vel::Ptr<Wire::Pam> pam, Vel::Ptr<const Root> root,
@@ -147,26 +159,27 @@ void LldpPamSm::handleTxFsmState() {
             VEL_TRACE(traceLldpProtocolSm, 6, "Entering txWait state: no action");
          } else {
             VEL_TRACE(traceLldpProtocolSm, 6, "Entering txWait state: starting txDelayWhile timer");
-            txClock_.timeMinIs(now + double(config.txDelay()));
+            txClock_.timeMinIs(slackened(now + double(config.txDelay())));
          }
          break;
       case txFsmTxDelay:
          VEL_TRACE(traceLldpProtocolSm, 6,
                    "Entering txDelay state: tx LLDPDU and starting txDelayWhile timer");
          doSendLldpdu();
-         txClock_.timeMinIs(now + double(config.txDelay()));
+         txClock_.timeMinIs(slackened(now + double(config.txDelay())));
          break;
       case txFsmIdle:
          VEL_TRACE(traceLldpProtocolSm, 6, "Entering idle state: starting txTTR timer");
          VEL_ASSERT(config.messageTxInterval() >= config.txDelay(),
                     "config->messageTxInterval() >= config->txDelay()");
-         txClock_.timeMinIs(now + double(config.messageTxInterval()) - double(config.txDelay()));
+         txClock_.timeMinIs(
+             slackened(now + double(config.messageTxInterval()) - double(config.txDelay())));
          break;
       case txFsmReinitializing:
          VEL_TRACE(traceLldpProtocolSm, 6,
                    "Entering reinitializing state: starting txShutdownWhile timer");
          VEL_ASSERT(txFsmState_ == txFsmReinitializing, "txFsmState() == txFsmReinitializing()");
-         txClock_.timeMinIs(now + double(config.reinitDelay()));
+         txClock_.timeMinIs(slackened(now + double(config.reinitDelay())));
          break;
       case txFsmUninitialized:
          break;
@@ -344,7 +357,9 @@ void LldpPamSm::handleReadableCount() {
    }
    doRxRateLimitIntervalAt(loopNow());
    const uint64_t count = ++rxLldpdus_;
-   if (rxRateLimitClock_.timeMin() == Vel::never) rxRateLimitClock_.timeMinIs(rxRateLimitEnd_);
+   if (rxRateLimitClock_.timeMin() == Vel::never) {
+      rxRateLimitClock_.timeMinIs(slackened(rxRateLimitEnd_));
+   }
    if (portConfig_->rxRateLimitEnabled() && count > portConfig_->rxRateLimitMaxLldpdus()) {
       if (count - 1 == portConfig_->rxRateLimitMaxLldpdus()) {
          Lldp::LLDP_RX_RATELIMIT.log(intfId_, portConfig_->rxRateLimitMaxLldpdus(),
@@ -360,7 +375,7 @@ void LldpPamSm::handleReadableCount() {
                        portStatus_, localPort_, Vel::Ptr<LldpPamSm>(this), source);
    if (remote && remote->expiryTime() < ageClock_.timeMin()) {
       VEL_TRACE(traceLldpProtocolSm, 8, "Setting ageClock to expire at " << remote->expiryTime());
-      ageClock_.timeMinIs(remote->expiryTime());
+      ageClock_.timeMinIs(slackened(remote->expiryTime()));
    }
 }
 
@@ -387,7 +402,7 @@ void LldpPamSm::handleRxRateLimitClock() {
    VEL_ASSERT(initialized(), "initialized()");
    VEL_TRACE(traceLldpProtocolSm, 8, "LldpPamSm::handleRxRateLimitClock()");
    doRxRateLimitIntervalAt(loopNow());
-   if (rxLldpdus_ > 0) rxRateLimitClock_.timeMinIs(rxRateLimitEnd_);
+   if (rxLldpdus_ > 0) rxRateLimitClock_.timeMinIs(slackened(rxRateLimitEnd_));
 }
 
 void LldpPamSm::handleRxRateLimitInterval() {
@@ -422,7 +437,7 @@ void LldpPamSm::handleAgeClock() {
       status.remTablesLastChangeTimeIs(now);
    }
    VEL_TRACE(traceLldpProtocolSm, 8, "Setting ageClock to expire at " << next);
-   ageClock_.timeMinIs(next);
+   ageClock_.timeMinIs(slackened(next));
 }
 
 void LldpPamSm::handleLinkStatusRx() {
