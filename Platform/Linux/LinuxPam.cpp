@@ -59,12 +59,13 @@ public:
    static Vel::Ptr<LinuxPamRing> ringFor(const LinuxPam::Options& options, std::string* error);
 
    int fd() const { return fd_; }
+   // The latest Pam opened on an interface gets its frames (one being replaced may live
+   // on a little, until the last reference to it goes).
    void portIs(int ifIndex, LinuxPam* pam) { ports_[ifIndex] = pam; }
    void portDel(int ifIndex, const LinuxPam* pam) {
       auto it = ports_.find(ifIndex);
       if (it != ports_.end() && it->second == pam) ports_.erase(it);
    }
-   bool hasPort(int ifIndex) const { return ports_.count(ifIndex) != 0; }
    uint64_t dropsRingFull();
 
 private:
@@ -81,8 +82,9 @@ private:
       return __atomic_load_n(&block(i)->hdr.bh1.block_status, __ATOMIC_ACQUIRE);
    }
    static std::vector<LinuxPamRing*>& rings() {
-      static std::vector<LinuxPamRing*> all;
-      return all;
+      // Never destroyed: a ring may close during static destruction.
+      static auto* all = new std::vector<LinuxPamRing*>;
+      return *all;
    }
 
    LinuxPam::Options options_;
@@ -266,10 +268,6 @@ bool LinuxPam::init(std::string* error) {
    if (ifIndex_ == 0) return fail(what);
    ring_ = LinuxPamRing::ringFor(options_, error);
    if (!ring_) return false;
-   if (ring_->hasPort(ifIndex_)) {
-      errorIs(error, what + " already has packet access");
-      return false;
-   }
    ifreq ifr{};
    std::memcpy(ifr.ifr_name, name.data(), name.size());
    if (::ioctl(ring_->fd(), SIOCGIFHWADDR, &ifr) < 0) return fail("SIOCGIFHWADDR on " + what);

@@ -89,9 +89,10 @@ public:
    // Frames the kernel dropped because the shared ring was full, for all its ports (read
    // from the socket's statistics, which the kernel clears on each read, so it is kept).
    uint64_t rxDropsRingFull();
-   // Frames kept for a reader that was not there (or not taken at once) at most; more are
-   // dropped and counted as frames for which no packet was free.
-   static constexpr size_t waitingLimit = 256;
+   // Frames kept for a reader that was not there (or did not take them at once) at most;
+   // more are dropped and counted as frames for which no packet was free. Each holds a
+   // packet, so a port nobody reads costs a bounded amount of memory.
+   static constexpr size_t waitingLimit = 64;
 
 private:
    friend class LinuxPamRing;
