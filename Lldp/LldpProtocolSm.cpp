@@ -1,6 +1,7 @@
 #include "Lldp/LldpProtocolSm.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <ostream>
 #include <vector>
@@ -47,6 +48,18 @@ bool adminReceives(uint8_t adminStatus) {
 
 Vel::Seconds loopNow() {
    return Vel::EventLoop::instance().now();
+}
+
+// Per-port timers that fall due close together share one wake-up of the agent: in real
+// time a deadline is rounded up to the next multiple of timerSlack, so the ports of a
+// switch (which come up within a few hundred milliseconds of each other) keep a handful
+// of common phases instead of one each. A frame or an age-out is at most that much later
+// than the machine's timers say. Virtual time keeps every deadline exact.
+constexpr Vel::Seconds timerSlack = 0.25;
+
+Vel::Seconds slackened(Vel::Seconds t) {
+   if (t == Vel::never || Vel::EventLoop::instance().virtualTime()) return t;
+   return std::ceil(t / timerSlack) * timerSlack;
 }
 
 }  // namespace
@@ -98,7 +111,11 @@ void LldpPamSm::handleInitialized() {
    txClock_.timeMinIs(Vel::never);
    txFsmStateIs(txFsmDisabled);
    ageClock_.timeMinIs(0);
-   rxRateLimitClock_.timeMinIs(loopNow() + portConfig_->rxRateLimitInterval());
+   // The first rate-limit interval starts now. Its clock sleeps until an LLDPDU counts
+   // (a port that hears nothing never wakes for it).
+   rxRateLimitInterval_ = portConfig_->rxRateLimitInterval();
+   rxRateLimitEnd_ = loopNow() + rxRateLimitInterval_;
+   rxRateLimitClock_.timeMinIs(Vel::never);
 }
 
 void LldpPamSm::doClose() {
@@ -142,26 +159,27 @@ void LldpPamSm::handleTxFsmState() {
             VEL_TRACE(traceLldpProtocolSm, 6, "Entering txWait state: no action");
          } else {
             VEL_TRACE(traceLldpProtocolSm, 6, "Entering txWait state: starting txDelayWhile timer");
-            txClock_.timeMinIs(now + double(config.txDelay()));
+            txClock_.timeMinIs(slackened(now + double(config.txDelay())));
          }
          break;
       case txFsmTxDelay:
          VEL_TRACE(traceLldpProtocolSm, 6,
                    "Entering txDelay state: tx LLDPDU and starting txDelayWhile timer");
          doSendLldpdu();
-         txClock_.timeMinIs(now + double(config.txDelay()));
+         txClock_.timeMinIs(slackened(now + double(config.txDelay())));
          break;
       case txFsmIdle:
          VEL_TRACE(traceLldpProtocolSm, 6, "Entering idle state: starting txTTR timer");
          VEL_ASSERT(config.messageTxInterval() >= config.txDelay(),
                     "config->messageTxInterval() >= config->txDelay()");
-         txClock_.timeMinIs(now + double(config.messageTxInterval()) - double(config.txDelay()));
+         txClock_.timeMinIs(
+             slackened(now + double(config.messageTxInterval()) - double(config.txDelay())));
          break;
       case txFsmReinitializing:
          VEL_TRACE(traceLldpProtocolSm, 6,
                    "Entering reinitializing state: starting txShutdownWhile timer");
          VEL_ASSERT(txFsmState_ == txFsmReinitializing, "txFsmState() == txFsmReinitializing()");
-         txClock_.timeMinIs(now + double(config.reinitDelay()));
+         txClock_.timeMinIs(slackened(now + double(config.reinitDelay())));
          break;
       case txFsmUninitialized:
          break;
@@ -278,8 +296,19 @@ Vel::Ptr<Wire::Pkt> LldpPamSm::doBuildLldpdu() {
 
 void LldpPamSm::doSendLldpdu() {
    VEL_TRACE(traceLldpProtocolSm, 8, "LldpPamSm::doSendLldpdu()");
+   // The builder counts the frame as sent; a frame the kernel refuses was not.
+   const uint32_t sentBefore = portStatus_->txFramesTotal();
+   const Vel::Seconds lastTxBefore = portStatus_->lastTxTime();
    Vel::Ptr<Wire::Pkt> pkt = doBuildLldpdu();
-   if (pkt && pam_) pam_->txPktIs(pkt);
+   if (!pkt || !pam_) return;
+   const uint64_t errorsBefore = pam_->txErrors();
+   pam_->txPktIs(pkt);
+   if (pam_->txErrors() == errorsBefore) return;
+   VEL_TRACE(traceLldpProtocolSm, 0,
+             "Failed to send LLDPDU on " << intfId_ << ": " << pam_->txErrorReason());
+   portStatus_->txFramesTotalIs(sentBefore);
+   portStatus_->lastTxTimeIs(lastTxBefore);
+   portStatus_->txFramesErrorsInc();
 }
 
 // ---------------------------------------------------------------------------------------
@@ -326,7 +355,11 @@ void LldpPamSm::handleReadableCount() {
       VEL_TRACE(traceLldpProtocolSm, 2, "Received frame with incorrect EtherType -- ignoring");
       return;
    }
+   doRxRateLimitIntervalAt(loopNow());
    const uint64_t count = ++rxLldpdus_;
+   if (rxRateLimitClock_.timeMin() == Vel::never) {
+      rxRateLimitClock_.timeMinIs(slackened(rxRateLimitEnd_));
+   }
    if (portConfig_->rxRateLimitEnabled() && count > portConfig_->rxRateLimitMaxLldpdus()) {
       if (count - 1 == portConfig_->rxRateLimitMaxLldpdus()) {
          Lldp::LLDP_RX_RATELIMIT.log(intfId_, portConfig_->rxRateLimitMaxLldpdus(),
@@ -342,15 +375,40 @@ void LldpPamSm::handleReadableCount() {
                        portStatus_, localPort_, Vel::Ptr<LldpPamSm>(this), source);
    if (remote && remote->expiryTime() < ageClock_.timeMin()) {
       VEL_TRACE(traceLldpProtocolSm, 8, "Setting ageClock to expire at " << remote->expiryTime());
-      ageClock_.timeMinIs(remote->expiryTime());
+      ageClock_.timeMinIs(slackened(remote->expiryTime()));
+   }
+}
+
+// The rate-limit intervals are fixed, back-to-back periods from initialisation, each
+// taking the configured length in force when it starts. The clock runs only while the
+// current interval has counted an LLDPDU: it ends the interval (the count goes back to 0)
+// and then sleeps; the next LLDPDU finds the interval it falls in by arithmetic and wakes
+// the clock for that interval's end. Counts and logs are those of a clock that fires at
+// every boundary, without the wake-up per port per interval.
+void LldpPamSm::doRxRateLimitIntervalAt(Vel::Seconds now) {
+   if (now < rxRateLimitEnd_) return;
+   rxLldpdus_ = 0;
+   // Every boundary up to now began an interval of the length in force since the last
+   // change (a change catches up first, with the length it replaces).
+   const Vel::Seconds length = rxRateLimitInterval_;
+   if (length > 0) {
+      rxRateLimitEnd_ += (std::floor((now - rxRateLimitEnd_) / length) + 1) * length;
+   } else {
+      rxRateLimitEnd_ = now;
    }
 }
 
 void LldpPamSm::handleRxRateLimitClock() {
    VEL_ASSERT(initialized(), "initialized()");
    VEL_TRACE(traceLldpProtocolSm, 8, "LldpPamSm::handleRxRateLimitClock()");
-   rxLldpdus_ = 0;
-   rxRateLimitClock_.timeMinIs(loopNow() + portConfig_->rxRateLimitInterval());
+   doRxRateLimitIntervalAt(loopNow());
+   if (rxLldpdus_ > 0) rxRateLimitClock_.timeMinIs(slackened(rxRateLimitEnd_));
+}
+
+void LldpPamSm::handleRxRateLimitInterval() {
+   if (!initialized_) return;
+   doRxRateLimitIntervalAt(loopNow());
+   rxRateLimitInterval_ = portConfig_->rxRateLimitInterval();
 }
 
 void LldpPamSm::handleAgeClock() {
@@ -379,7 +437,7 @@ void LldpPamSm::handleAgeClock() {
       status.remTablesLastChangeTimeIs(now);
    }
    VEL_TRACE(traceLldpProtocolSm, 8, "Setting ageClock to expire at " << next);
-   ageClock_.timeMinIs(next);
+   ageClock_.timeMinIs(slackened(next));
 }
 
 void LldpPamSm::handleLinkStatusRx() {
@@ -401,6 +459,8 @@ void LldpPamSm::doDeleteAllRemoteSystems() {
       portStatus_->remoteSystemDel(remote->index());
       status.remTablesDeletesInc();
    }
+   // Nothing left to age.
+   ageClock_.timeMinIs(Vel::never);
 }
 
 }  // namespace Lldp::Agent::Protocol

@@ -88,6 +88,7 @@ public:
    // Receive.
    void handleReadableCount() override;
    void handleRxRateLimitClock();
+   void handleRxRateLimitInterval();
    void handleAgeClock();
    void handleLinkStatusRx();
    void doDeleteAllRemoteSystems();
@@ -97,6 +98,7 @@ private:
    struct PortConfigReactor : Lldp::PortConfig::Notifiee {
       LldpPamSm* sm;
       void adminStatusChanged() override { sm->handleAdminStatus(); }
+      void rxRateLimitIntervalChanged() override { sm->handleRxRateLimitInterval(); }
    };
    struct IntfStatusReactor : Interface::EthPhyIntfStatus::Notifiee {
       LldpPamSm* sm;
@@ -120,8 +122,14 @@ private:
    Lldp::LocalSystem::PtrConst localSystem_;
    TxFsmState txFsmState_ = txFsmUninitialized;
    TxFsmState lastTxFsmState_ = txFsmUninitialized;
+   // Starts a new rate-limit interval if `now` is past the current one.
+   void doRxRateLimitIntervalAt(Vel::Seconds now);
    uint64_t rxLldpdus_ = 0;
    uint64_t rxLldpdusRateLimited_ = 0;
+   // The end of the current rate-limit interval, and the configured length as last seen
+   // (it applies to intervals that start after it was set).
+   Vel::Seconds rxRateLimitEnd_ = 0;
+   Vel::Seconds rxRateLimitInterval_ = 0;
    bool initialized_ = false;
    PortConfigReactor portConfigReactor_;
    IntfStatusReactor intfStatusReactor_;

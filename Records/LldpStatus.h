@@ -19,6 +19,7 @@ namespace Lldp {
    COUNTER(uint32_t, txFramesTotal)                                           \
    COUNTER(uint32_t, txFramesLengthExceeded)                                  \
    COUNTER(uint32_t, txFramesNoMemErrors)                                     \
+   COUNTER(uint32_t, txFramesErrors)                                          \
    COUNTER(uint32_t, rxFramesTotal)                                           \
    COUNTER(uint32_t, rxFramesDiscardedTotal)                                  \
    COUNTER(uint32_t, rxFramesErrors)                                          \

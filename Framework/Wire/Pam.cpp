@@ -112,6 +112,7 @@ Vel::Ptr<Pkt> InMemoryPam::rxPkt() {
 void InMemoryPam::txPktIs(const Vel::Ptr<Pkt>& pkt) {
    if (!pkt || !peer_ || pkt->bytes() < ethHdrLen) {
       ++txErrors_;
+      txErrorReason_ = !peer_ ? "the other end is gone" : "no Ethernet frame";
       return;
    }
    ++txFrames_;

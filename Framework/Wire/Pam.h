@@ -63,7 +63,10 @@ public:
    // Frames lost because the packet manager had no packet to give.
    uint64_t rxDropsNoPkt() const { return rxDropsNoPkt_; }
    uint64_t txFrames() const { return txFrames_; }
+   // Frames refused on the way out (txPktIs() returns nothing: a sender that needs to know
+   // compares this count before and after), and why the last one was refused.
    uint64_t txErrors() const { return txErrors_; }
+   const char* txErrorReason() const { return txErrorReason_; }
 
 protected:
    explicit Pam(const IntfId& intfId) : intfId_(intfId) {}
@@ -92,6 +95,7 @@ protected:
    uint64_t rxDropsNoPkt_ = 0;
    uint64_t txFrames_ = 0;
    uint64_t txErrors_ = 0;
+   const char* txErrorReason_ = "";
 
 private:
    void notifyStep();

@@ -8,10 +8,15 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
+#include <unordered_map>
+#include <vector>
 
 #include "Framework/Trace.h"
 #include "Framework/Wire/ByteOrder.h"
@@ -29,7 +34,200 @@ void errorIs(std::string* error, const std::string& text) {
    if (error) *error = text;
 }
 
+const char* errnoText(int err) {
+   const char* text = ::strerrordesc_np(err);
+   return text ? text : "unknown error";
+}
+
+// The network namespace of the calling thread, as the device and inode of its handle.
+bool netNsOfThread(dev_t* dev, ino_t* ino) {
+   struct stat st {};
+   if (::stat("/proc/thread-self/ns/net", &st) != 0) return false;
+   *dev = st.st_dev;
+   *ino = st.st_ino;
+   return true;
+}
+
 }  // namespace
+
+// The socket and receive ring that the LinuxPams of one namespace (opened with the same
+// ring options and settings) share, and the reader that hands each frame to its port.
+class LinuxPamRing : public Vel::RefCounted {
+public:
+   // The ring for these options in the calling thread's namespace, opened when there is
+   // none yet; null (and why in `error`) when it cannot be.
+   static Vel::Ptr<LinuxPamRing> ringFor(const LinuxPam::Options& options, std::string* error);
+
+   int fd() const { return fd_; }
+   // The latest Pam opened on an interface gets its frames (one being replaced may live
+   // on a little, until the last reference to it goes).
+   void portIs(int ifIndex, LinuxPam* pam) { ports_[ifIndex] = pam; }
+   void portDel(int ifIndex, const LinuxPam* pam) {
+      auto it = ports_.find(ifIndex);
+      if (it != ports_.end() && it->second == pam) ports_.erase(it);
+   }
+   uint64_t dropsRingFull();
+
+private:
+   explicit LinuxPamRing(const LinuxPam::Options& options) : options_(options) {}
+   ~LinuxPamRing() override;
+   bool init(std::string* error);
+   bool sameAs(const LinuxPam::Options& o, dev_t dev, ino_t ino) const;
+   void handleReadable();
+   tpacket_block_desc* block(uint32_t i) const {
+      return reinterpret_cast<tpacket_block_desc*>(ring_ + size_t(i) * options_.blockSize);
+   }
+   uint32_t blockStatus(uint32_t i) const {
+      // Acquire: the frames of a block are visible once its status says it is ours.
+      return __atomic_load_n(&block(i)->hdr.bh1.block_status, __ATOMIC_ACQUIRE);
+   }
+   static std::vector<LinuxPamRing*>& rings() {
+      // Never destroyed: a ring may close during static destruction.
+      static auto* all = new std::vector<LinuxPamRing*>;
+      return *all;
+   }
+
+   LinuxPam::Options options_;
+   dev_t nsDev_ = 0;
+   ino_t nsIno_ = 0;
+   int fd_ = -1;
+   char* ring_ = nullptr;
+   size_t ringBytes_ = 0;
+   uint32_t cur_ = 0;  // the next block the kernel hands over
+   uint64_t ringDrops_ = 0;
+   uint64_t unclaimed_ = 0;  // frames of interfaces without a LinuxPam
+   std::unordered_map<int, LinuxPam*> ports_;
+   std::unique_ptr<Vel::FdReactor> reactor_;
+};
+
+Vel::Ptr<LinuxPamRing> LinuxPamRing::ringFor(const LinuxPam::Options& options, std::string* error) {
+   dev_t dev = 0;
+   ino_t ino = 0;
+   if (!netNsOfThread(&dev, &ino)) {
+      errorIs(error, std::string("network namespace of this thread: ") + errnoText(errno));
+      return nullptr;
+   }
+   for (LinuxPamRing* ring : rings()) {
+      if (ring->sameAs(options, dev, ino)) return Vel::Ptr<LinuxPamRing>(ring);
+   }
+   Vel::Ptr<LinuxPamRing> ring(new LinuxPamRing(options));
+   ring->nsDev_ = dev;
+   ring->nsIno_ = ino;
+   if (!ring->init(error)) return nullptr;
+   rings().push_back(ring.ptr());
+   VEL_TRACE(trace, 6,
+             "packet ring open: " << options.blockCount << " blocks of " << options.blockSize
+                                  << " bytes");
+   return ring;
+}
+
+bool LinuxPamRing::sameAs(const LinuxPam::Options& o, dev_t dev, ino_t ino) const {
+   const LinuxPam::Options& m = options_;
+   return dev == nsDev_ && ino == nsIno_ && o.blockSize == m.blockSize &&
+          o.blockCount == m.blockCount && o.retireMs == m.retireMs &&
+          o.settings.filterProgram == m.settings.filterProgram &&
+          o.settings.sockPrio == m.settings.sockPrio;
+}
+
+bool LinuxPamRing::init(std::string* error) {
+   auto fail = [&](const std::string& what) {
+      errorIs(error, what + ": " + errnoText(errno));
+      return false;
+   };
+   const uint32_t bs = options_.blockSize;
+   // Protocol 0: nothing is queued until the socket is bound, after the filter is on.
+   fd_ = ::socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+   if (fd_ < 0) return fail("packet socket");
+   const Wire::PamSettings& settings = options_.settings;
+   if (!settings.filterProgram.empty()) {
+      static_assert(sizeof(Wire::BpfInsn) == sizeof(sock_filter));
+      sock_fprog prog{};
+      prog.len = uint16_t(settings.filterProgram.size());
+      prog.filter =
+          reinterpret_cast<sock_filter*>(const_cast<Wire::BpfInsn*>(settings.filterProgram.data()));
+      if (::setsockopt(fd_, SOL_SOCKET, SO_ATTACH_FILTER, &prog, sizeof(prog)) < 0) {
+         return fail("SO_ATTACH_FILTER");
+      }
+   }
+   int version = TPACKET_V3;
+   if (::setsockopt(fd_, SOL_PACKET, PACKET_VERSION, &version, sizeof(version)) < 0) {
+      return fail("PACKET_VERSION");
+   }
+   // Our own frames are not looped back to us anyway; this also keeps out frames other
+   // sockets send.
+   int one = 1;
+   if (::setsockopt(fd_, SOL_PACKET, PACKET_IGNORE_OUTGOING, &one, sizeof(one)) < 0) {
+      VEL_TRACE(trace, 2, "PACKET_IGNORE_OUTGOING: " << errnoText(errno));
+   }
+   tpacket_req3 req{};
+   req.tp_block_size = bs;
+   req.tp_block_nr = options_.blockCount;
+   req.tp_frame_size = 2048;  // V3 packs frames by their length; this only has to divide
+   req.tp_frame_nr = (bs / req.tp_frame_size) * options_.blockCount;
+   req.tp_retire_blk_tov = options_.retireMs;
+   if (::setsockopt(fd_, SOL_PACKET, PACKET_RX_RING, &req, sizeof(req)) < 0) {
+      return fail("PACKET_RX_RING");
+   }
+   ringBytes_ = size_t(bs) * options_.blockCount;
+   void* ring = ::mmap(nullptr, ringBytes_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
+   if (ring == MAP_FAILED) return fail("mmap");
+   ring_ = static_cast<char*>(ring);
+   int priority = settings.sockPrio;
+   if (::setsockopt(fd_, SOL_SOCKET, SO_PRIORITY, &priority, sizeof(priority)) < 0) {
+      return fail("SO_PRIORITY");
+   }
+   // Every interface of the namespace: the reader picks the frames of its ports.
+   sockaddr_ll sll{};
+   sll.sll_family = AF_PACKET;
+   sll.sll_protocol = htons(ETH_P_ALL);
+   sll.sll_ifindex = 0;
+   if (::bind(fd_, reinterpret_cast<sockaddr*>(&sll), sizeof(sll)) < 0) return fail("bind");
+   reactor_ = std::make_unique<Vel::FdReactor>(fd_, [this] { handleReadable(); });
+   return true;
+}
+
+LinuxPamRing::~LinuxPamRing() {
+   auto& all = rings();
+   all.erase(std::remove(all.begin(), all.end(), this), all.end());
+   reactor_.reset();
+   if (ring_) ::munmap(ring_, ringBytes_);
+   if (fd_ >= 0) ::close(fd_);
+}
+
+void LinuxPamRing::handleReadable() {
+   // A port's reader may close Pams, even the last one that holds the ring.
+   Vel::Ptr<LinuxPamRing> self(this);
+   // The kernel hands blocks over in ring order and each is given back once walked, so
+   // ours are the run starting at cur_; one pass over the ring at most, so that timers
+   // and other descriptors get their turn under a flood.
+   for (uint32_t n = 0; n < options_.blockCount && (blockStatus(cur_) & TP_STATUS_USER); ++n) {
+      tpacket_block_desc* desc = block(cur_);
+      const uint32_t count = desc->hdr.bh1.num_pkts;
+      const char* hdr = reinterpret_cast<const char*>(desc) + desc->hdr.bh1.offset_to_first_pkt;
+      for (uint32_t i = 0; i < count; ++i) {
+         const auto* sll = reinterpret_cast<const sockaddr_ll*>(hdr + sllOffset);
+         auto it = ports_.find(sll->sll_ifindex);
+         if (it == ports_.end()) {
+            ++unclaimed_;
+         } else if (sll->sll_pkttype != PACKET_OUTGOING) {
+            Vel::Ptr<LinuxPam> pam(it->second);
+            pam->frameIs(hdr);
+         }
+         hdr += reinterpret_cast<const tpacket3_hdr*>(hdr)->tp_next_offset;
+      }
+      __atomic_store_n(&desc->hdr.bh1.block_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
+      cur_ = (cur_ + 1) % options_.blockCount;
+   }
+}
+
+uint64_t LinuxPamRing::dropsRingFull() {
+   tpacket_stats_v3 st{};
+   socklen_t len = sizeof(st);
+   if (::getsockopt(fd_, SOL_PACKET, PACKET_STATISTICS, &st, &len) == 0) ringDrops_ += st.tp_drops;
+   return ringDrops_;
+}
+
+// ---------------------------------------------------------------------------------------
 
 Vel::Ptr<LinuxPam> LinuxPam::open(const Wire::IntfId& intfId, const Options& options,
                                   std::string* error) {
@@ -47,7 +245,7 @@ Vel::Ptr<LinuxPam> LinuxPam::open(const Wire::IntfId& intfId, const Options& opt
 
 bool LinuxPam::init(std::string* error) {
    auto fail = [&](const std::string& what) {
-      errorIs(error, what + ": " + std::strerror(errno));
+      errorIs(error, what + ": " + errnoText(errno));
       return false;
    };
    const std::string name = intfId().stringValue();
@@ -65,163 +263,90 @@ bool LinuxPam::init(std::string* error) {
       errorIs(error, "bad receive ring size");
       return false;
    }
-
    const std::string what = "interface " + name;
    ifIndex_ = int(::if_nametoindex(name.c_str()));
    if (ifIndex_ == 0) return fail(what);
-
-   // Protocol 0: nothing is queued until the socket is bound, after the filter is on.
-   fd_ = ::socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-   if (fd_ < 0) return fail("packet socket on " + what);
-
+   ring_ = LinuxPamRing::ringFor(options_, error);
+   if (!ring_) return false;
    ifreq ifr{};
    std::memcpy(ifr.ifr_name, name.data(), name.size());
-   if (::ioctl(fd_, SIOCGIFHWADDR, &ifr) < 0) return fail("SIOCGIFHWADDR on " + what);
+   if (::ioctl(ring_->fd(), SIOCGIFHWADDR, &ifr) < 0) return fail("SIOCGIFHWADDR on " + what);
    ethAddr_ = Wire::EthAddr::fromBytes(ifr.ifr_hwaddr.sa_data);
-
    const Wire::PamSettings& settings = options_.settings;
-   if (!settings.filterProgram.empty()) {
-      static_assert(sizeof(Wire::BpfInsn) == sizeof(sock_filter));
-      sock_fprog prog{};
-      prog.len = uint16_t(settings.filterProgram.size());
-      prog.filter =
-          reinterpret_cast<sock_filter*>(const_cast<Wire::BpfInsn*>(settings.filterProgram.data()));
-      if (::setsockopt(fd_, SOL_SOCKET, SO_ATTACH_FILTER, &prog, sizeof(prog)) < 0) {
-         return fail("SO_ATTACH_FILTER");
-      }
-   }
-   int version = TPACKET_V3;
-   if (::setsockopt(fd_, SOL_PACKET, PACKET_VERSION, &version, sizeof(version)) < 0) {
-      return fail("PACKET_VERSION");
-   }
-   // Our own frames are not looped back to us anyway; this also keeps out frames other
-   // sockets send on the interface.
-   int one = 1;
-   if (::setsockopt(fd_, SOL_PACKET, PACKET_IGNORE_OUTGOING, &one, sizeof(one)) < 0) {
-      VEL_TRACE(trace, 2, intfId() << ": PACKET_IGNORE_OUTGOING: " << std::strerror(errno));
-   }
-   tpacket_req3 req{};
-   req.tp_block_size = bs;
-   req.tp_block_nr = options_.blockCount;
-   req.tp_frame_size = 2048;  // V3 packs frames by their length; this only has to divide
-   req.tp_frame_nr = (bs / req.tp_frame_size) * options_.blockCount;
-   req.tp_retire_blk_tov = options_.retireMs;
-   if (::setsockopt(fd_, SOL_PACKET, PACKET_RX_RING, &req, sizeof(req)) < 0) {
-      return fail("PACKET_RX_RING");
-   }
-   ringBytes_ = size_t(bs) * options_.blockCount;
-   void* ring = ::mmap(nullptr, ringBytes_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
-   if (ring == MAP_FAILED) return fail("mmap");
-   ring_ = static_cast<char*>(ring);
-
-   int priority = settings.sockPrio;
-   if (::setsockopt(fd_, SOL_SOCKET, SO_PRIORITY, &priority, sizeof(priority)) < 0) {
-      return fail("SO_PRIORITY");
-   }
-
-   sockaddr_ll sll{};
-   sll.sll_family = AF_PACKET;
-   sll.sll_protocol = htons(ETH_P_ALL);
-   sll.sll_ifindex = ifIndex_;
-   if (::bind(fd_, reinterpret_cast<sockaddr*>(&sll), sizeof(sll)) < 0) return fail("bind");
-
    if (!settings.lldpDestMac.isZero()) {
       packet_mreq mr{};
       mr.mr_ifindex = ifIndex_;
       mr.mr_type = PACKET_MR_MULTICAST;
       mr.mr_alen = 6;
       std::memcpy(mr.mr_address, settings.lldpDestMac.bytes().data(), 6);
-      if (::setsockopt(fd_, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &mr, sizeof(mr)) < 0) {
+      if (::setsockopt(ring_->fd(), SOL_PACKET, PACKET_ADD_MEMBERSHIP, &mr, sizeof(mr)) < 0) {
          return fail("PACKET_ADD_MEMBERSHIP");
       }
+      member_ = true;
    }
+   ring_->portIs(ifIndex_, this);
    return true;
 }
 
+LinuxPam::LinuxPam(const Wire::IntfId& intfId, const Options& options)
+    : Pam(intfId), options_(options) {}
+
 LinuxPam::~LinuxPam() {
-   reactor_.reset();
-   if (ring_) ::munmap(ring_, ringBytes_);
-   if (fd_ >= 0) ::close(fd_);
-}
-
-void LinuxPam::notifieeChanged() {
-   // Watch the socket only while someone reads: an unread ring would keep it readable.
-   if (notifiee() && !reactor_) {
-      reactor_ = std::make_unique<Vel::FdReactor>(fd_, [this] { handleReadable(); });
-   } else if (!notifiee()) {
-      reactor_.reset();
+   if (!ring_) return;
+   ring_->portDel(ifIndex_, this);
+   if (member_) {
+      // Gone with the interface already, if it went.
+      packet_mreq mr{};
+      mr.mr_ifindex = ifIndex_;
+      mr.mr_type = PACKET_MR_MULTICAST;
+      mr.mr_alen = 6;
+      std::memcpy(mr.mr_address, options_.settings.lldpDestMac.bytes().data(), 6);
+      ::setsockopt(ring_->fd(), SOL_PACKET, PACKET_DROP_MEMBERSHIP, &mr, sizeof(mr));
    }
 }
 
-void LinuxPam::handleReadable() {
-   // Blocks that carry no frames would keep the socket readable without giving the
-   // reader anything: hand them straight back.
-   while ((blockStatus(cur_) & TP_STATUS_USER) && block(cur_)->hdr.bh1.num_pkts == 0) {
-      blockRelease();
+int LinuxPam::fd() const {
+   return ring_->fd();
+}
+
+void LinuxPam::frameIs(const char* hdr) {
+   // A waiting reader takes the frame straight from the ring (unless older frames wait:
+   // order is kept); anyone else gets a copy later.
+   if (notifiee() && waiting_.empty()) {
+      offered_ = hdr;
+      notifiee()->handleReadableCount();
+      if (!offered_) return;
+      offered_ = nullptr;
    }
-   readableNotifyNow();
-}
-
-tpacket_block_desc* LinuxPam::block(uint32_t i) const {
-   return reinterpret_cast<tpacket_block_desc*>(ring_ + size_t(i) * options_.blockSize);
-}
-
-uint32_t LinuxPam::blockStatus(uint32_t i) const {
-   // Acquire: the frames of a block are visible once its status says it is ours.
-   return __atomic_load_n(&block(i)->hdr.bh1.block_status, __ATOMIC_ACQUIRE);
-}
-
-void LinuxPam::blockRelease() {
-   if (knownBlocks_ > 0) {
-      --knownBlocks_;
-      knownFrames_ -= block(cur_)->hdr.bh1.num_pkts;
+   if (waiting_.size() >= waitingLimit) {
+      ++rxDropsNoPkt_;
+      VEL_TRACE(trace, 2, intfId() << ": dropped a frame: " << waitingLimit << " already wait");
+      return;
    }
-   __atomic_store_n(&block(cur_)->hdr.bh1.block_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
-   cur_ = (cur_ + 1) % options_.blockCount;
-   taken_ = 0;
-   next_ = nullptr;
+   Vel::Ptr<Wire::Pkt> pkt = frameToPkt(hdr);
+   if (!pkt) return;
+   waiting_.push_back(std::move(pkt));
+   readableNotifyLater();
 }
 
 uint32_t LinuxPam::readableCount() const {
-   // The kernel hands blocks over in ring order and we give them back in the same order,
-   // so ours are the run starting at cur_. The part of the run already counted stays
-   // ours until rxPkt() gives it back; only the blocks after it need a look.
-   while (knownBlocks_ < options_.blockCount) {
-      const uint32_t b = (cur_ + knownBlocks_) % options_.blockCount;
-      if (!(blockStatus(b) & TP_STATUS_USER)) break;
-      knownFrames_ += block(b)->hdr.bh1.num_pkts;
-      ++knownBlocks_;
-   }
-   return knownFrames_ - (knownBlocks_ > 0 ? taken_ : 0);
+   return uint32_t(waiting_.size()) + (offered_ ? 1 : 0);
 }
 
 Vel::Ptr<Wire::Pkt> LinuxPam::rxPkt() {
-   while (blockStatus(cur_) & TP_STATUS_USER) {
-      tpacket_block_desc* desc = block(cur_);
-      const uint32_t count = desc->hdr.bh1.num_pkts;
-      if (taken_ >= count) {
-         blockRelease();
-         continue;
-      }
-      const char* hdr =
-          next_ ? next_ : reinterpret_cast<const char*>(desc) + desc->hdr.bh1.offset_to_first_pkt;
-      next_ = hdr + reinterpret_cast<const tpacket3_hdr*>(hdr)->tp_next_offset;
-      ++taken_;
-      Vel::Ptr<Wire::Pkt> pkt = frameToPkt(hdr);
-      // Hand the block back as soon as it is read, so the kernel has the most room.
-      if (taken_ == count) blockRelease();
-      if (pkt) {
-         ++rxFrames_;
-         return pkt;
-      }
+   Vel::Ptr<Wire::Pkt> pkt;
+   if (!waiting_.empty()) {
+      pkt = std::move(waiting_.front());
+      waiting_.pop_front();
+   } else if (offered_) {
+      pkt = frameToPkt(std::exchange(offered_, nullptr));
    }
-   return nullptr;
+   if (pkt) ++rxFrames_;
+   return pkt;
 }
 
 Vel::Ptr<Wire::Pkt> LinuxPam::frameToPkt(const char* hdr) {
    const auto* h = reinterpret_cast<const tpacket3_hdr*>(hdr);
-   const auto* sll = reinterpret_cast<const sockaddr_ll*>(hdr + sllOffset);
-   if (sll->sll_pkttype == PACKET_OUTGOING) return nullptr;
    if (h->tp_snaplen < h->tp_len || h->tp_len > options_.settings.maxRxPktData) {
       ++rxDropsOversize_;
       VEL_TRACE(trace, 2, intfId() << ": dropped a frame of " << h->tp_len << " bytes: too long");
@@ -241,6 +366,7 @@ Vel::Ptr<Wire::Pkt> LinuxPam::frameToPkt(const char* hdr) {
 void LinuxPam::txPktIs(const Vel::Ptr<Wire::Pkt>& pkt) {
    if (!pkt || pkt->bytes() < Wire::ethHdrLen) {
       ++txErrors_;
+      txErrorReason_ = "no Ethernet frame";
       VEL_TRACE(trace, 0, intfId() << ": not sent: no Ethernet frame");
       return;
    }
@@ -273,9 +399,10 @@ void LinuxPam::txPktIs(const Vel::Ptr<Wire::Pkt>& pkt) {
    msg.msg_namelen = sizeof(sll);
    msg.msg_iov = iov;
    msg.msg_iovlen = size_t(iovCount);
-   if (::sendmsg(fd_, &msg, MSG_DONTWAIT) < 0) {
+   if (::sendmsg(ring_->fd(), &msg, MSG_DONTWAIT) < 0) {
       ++txErrors_;
-      VEL_TRACE(trace, 0, intfId() << ": send failed: " << std::strerror(errno));
+      txErrorReason_ = errnoText(errno);
+      VEL_TRACE(trace, 0, intfId() << ": send failed: " << txErrorReason_);
       return;
    }
    ++txFrames_;
@@ -290,10 +417,7 @@ Wire::PamMan::Factory LinuxPam::factory(const Options& ring) {
 }
 
 uint64_t LinuxPam::rxDropsRingFull() {
-   tpacket_stats_v3 st{};
-   socklen_t len = sizeof(st);
-   if (::getsockopt(fd_, SOL_PACKET, PACKET_STATISTICS, &st, &len) == 0) ringDrops_ += st.tp_drops;
-   return ringDrops_;
+   return ring_->dropsRingFull();
 }
 
 }  // namespace Platform::Linux

@@ -1,11 +1,18 @@
-// Packet access on a Linux interface: one AF_PACKET socket bound to the interface.
+// Packet access on Linux interfaces: each port's LinuxPam is a view onto one AF_PACKET
+// socket and one receive ring shared by every port of the network namespace, so a switch
+// with a thousand ports holds one socket, one ring and one descriptor in the event loop,
+// not a thousand of each.
 //
 // Receiving: a classic BPF program in the kernel (the agent's passes only LLDP frames to
 // the nearest bridge group address, untagged or behind one 802.1Q tag) keeps everything
-// else from costing a wakeup. Frames land in a TPACKET_V3 ring shared
+// else from costing a wakeup. Frames of all interfaces land in a TPACKET_V3 ring shared
 // with the kernel: the kernel packs frames into blocks and hands a block over when it is
-// full or after a few milliseconds; rxPkt() copies one frame out of the current block
-// into a packet and gives the block back once all its frames are taken.
+// full or after a few milliseconds. When a block arrives the shared reader walks its
+// frames in order and hands each to the LinuxPam of its interface (by the interface index
+// the ring records with every frame): a port whose reader is waiting takes the frame at
+// once (rxPkt() copies it out of the ring into a packet); otherwise it is copied into a
+// short queue of the port, so the block goes back to the kernel straight away and no port
+// can hold the ring for the others. Frames of interfaces without a LinuxPam are dropped.
 //
 // Tags: the socket listens to every EtherType (an LLDP frame behind a tag has the tag's
 // EtherType), and the frame reaches the reader without its tag, which travels in the
@@ -15,16 +22,20 @@
 // at offsets 12 / 16 for frames that still carry the tag in line. An in-line tag is
 // separated here, so readers see one form either way.
 //
-// Sending: sendmsg() on the same socket at the configured priority (7, network control,
-// for LLDP); a tag held in the packet's dot1qHdr goes out in line.
+// Sending: sendmsg() on the shared socket, addressed to the port's interface, at the
+// configured priority (7, network control, for LLDP); a tag held in the packet's
+// dot1qHdr goes out in line. The socket is bound to no interface in particular, so an
+// interface going down leaves no error pending on it that a later send would report
+// (a socket bound to one interface gets ENETDOWN queued when it goes down, and the first
+// send after it comes back fails with it).
 //
 // The interface is named by the IntfId's name, which must be the Linux name, resolved in
-// the network namespace of the thread that opens the Pam; the socket stays bound to that
-// namespace's interface afterwards.
+// the network namespace of the thread that opens the Pam; LinuxPams opened in one
+// namespace with the same ring options and settings share a ring.
 #pragma once
 
 #include <cstdint>
-#include <memory>
+#include <deque>
 #include <string>
 
 #include "Framework/Vel/EventLoop.h"
@@ -32,18 +43,20 @@
 #include "Framework/Wire/Pam.h"
 #include "Framework/Wire/PamMan.h"
 
-struct tpacket_block_desc;
-
 namespace Platform::Linux {
+
+class LinuxPamRing;
 
 class LinuxPam : public Wire::Pam {
 public:
    struct Options {
-      // The receive ring: blockCount blocks of blockSize bytes (a power of two, at least
-      // a page and more than the longest frame). A block is handed to us when full or
-      // after retireMs milliseconds.
+      // The receive ring shared by the namespace's ports: blockCount blocks of blockSize
+      // bytes (a power of two, at least a page and more than the longest frame). A block
+      // is handed to us when full or after retireMs milliseconds. The reader empties
+      // blocks as they come, so the ring only has to absorb a burst on one port (about
+      // 1,000 typical LLDPDUs), however many ports share it.
       uint32_t blockSize = 1u << 16;
-      uint32_t blockCount = 4;
+      uint32_t blockCount = 8;
       uint32_t retireMs = 4;
       // Filter, multicast membership, size limit, priority. The kernel takes most tags
       // out of the frame before any socket sees it, so tags are always delivered apart:
@@ -71,36 +84,32 @@ public:
    int ifIndex() const { return ifIndex_; }
    // The interface's MAC address when the Pam was opened.
    const Wire::EthAddr& ethAddr() const { return ethAddr_; }
-   int fd() const { return fd_; }
-   // Frames the kernel dropped because the ring was full (read from the socket's
-   // statistics, which the kernel clears on each read, so it is kept here).
+   // The shared socket.
+   int fd() const;
+   // Frames the kernel dropped because the shared ring was full, for all its ports (read
+   // from the socket's statistics, which the kernel clears on each read, so it is kept).
    uint64_t rxDropsRingFull();
+   // Frames kept for a reader that was not there (or did not take them at once) at most;
+   // more are dropped and counted as frames for which no packet was free. Each holds a
+   // packet, so a port nobody reads costs a bounded amount of memory.
+   static constexpr size_t waitingLimit = 64;
 
 private:
-   LinuxPam(const Wire::IntfId& intfId, const Options& options) : Pam(intfId), options_(options) {}
+   friend class LinuxPamRing;
+   LinuxPam(const Wire::IntfId& intfId, const Options& options);
    ~LinuxPam() override;
    bool init(std::string* error);
-   void notifieeChanged() override;
-   void handleReadable();
-   tpacket_block_desc* block(uint32_t i) const;
-   uint32_t blockStatus(uint32_t i) const;
-   void blockRelease();
+   // A frame of this interface, in the ring until this call returns.
+   void frameIs(const char* hdr);
    Vel::Ptr<Wire::Pkt> frameToPkt(const char* hdr);
 
    Options options_;
-   int fd_ = -1;
+   Vel::Ptr<LinuxPamRing> ring_;
    int ifIndex_ = 0;
    Wire::EthAddr ethAddr_;
-   char* ring_ = nullptr;
-   size_t ringBytes_ = 0;
-   uint32_t cur_ = 0;            // the block being read
-   uint32_t taken_ = 0;          // frames taken from it
-   const char* next_ = nullptr;  // the next frame in it
-   // Blocks from cur_ on known to be ours, and the frames they hold.
-   mutable uint32_t knownBlocks_ = 0;
-   mutable uint32_t knownFrames_ = 0;
-   uint64_t ringDrops_ = 0;
-   std::unique_ptr<Vel::FdReactor> reactor_;
+   bool member_ = false;            // joined the LLDP group address on the interface
+   const char* offered_ = nullptr;  // the ring's frame offered to the reader right now
+   std::deque<Vel::Ptr<Wire::Pkt>> waiting_;
 };
 
 }  // namespace Platform::Linux

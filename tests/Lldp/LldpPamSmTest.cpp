@@ -147,6 +147,26 @@ TEST_F(LldpPamSmTest, RateLimitDropsAndLogsOncePerFixedWindow) {
    EXPECT_EQ(a->sm->rxLldpdus(), 1u);
 }
 
+TEST_F(LldpPamSmTest, RateLimitClockSleepsUntilAnLldpduCountsAndKeepsItsBoundaries) {
+   a->portConfig->rxRateLimitMaxLldpdusIs(2);
+   a->sm->handleInitialized();  // intervals [0, 1), [1, 2), ... however quiet the port
+   at(3.5);
+   EXPECT_EQ(a->sm->rxRateLimitClock().timeMin(), Vel::never);
+   at(3.9);
+   for (int i = 0; i < 3; ++i) injectFromB("q" + std::to_string(i), 120);
+   at(3.95);
+   EXPECT_EQ(a->sm->rxLldpdusRateLimited(), 1u);
+   EXPECT_EQ(a->sm->rxRateLimitClock().timeMin(), t0 + 4);
+   at(4);  // the interval ends on time, then the clock sleeps again
+   EXPECT_EQ(a->sm->rxLldpdus(), 0u);
+   EXPECT_EQ(a->sm->rxRateLimitClock().timeMin(), Vel::never);
+   at(4.05);
+   for (int i = 3; i < 5; ++i) injectFromB("q" + std::to_string(i), 120);
+   at(4.1);
+   EXPECT_EQ(a->sm->rxLldpdusRateLimited(), 1u);
+   EXPECT_EQ(a->neighbours(), 4u);
+}
+
 TEST_F(LldpPamSmTest, FramesForOtherAddressesOrTypesAreIgnoredTaggedOnesAccepted) {
    a->sm->handleInitialized();
    at(0.1);
