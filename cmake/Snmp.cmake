@@ -1,0 +1,21 @@
+# SNMP: the LLDP-MIB and its IEEE 802.1, IEEE 802.3 and LLDP-MED extensions served as an
+# AgentX subagent through net-snmp's agent library (Debian's libsnmp-dev). Included from
+# the top-level CMakeLists.txt; the daemon links it for `--agentx`.
+find_library(NETSNMPAGENT_LIBRARY netsnmpagent REQUIRED)
+
+# The MIB tree alone: reads the records, answers GET and GETNEXT (no net-snmp).
+add_library(lldp_mib STATIC
+  ${PROJECT_SOURCE_DIR}/Snmp/MibTree.cpp
+  ${PROJECT_SOURCE_DIR}/Snmp/LldpMibSource.cpp
+  ${PROJECT_SOURCE_DIR}/Snmp/LldpMibBase.cpp
+  ${PROJECT_SOURCE_DIR}/Snmp/LldpMibExt.cpp
+  ${PROJECT_SOURCE_DIR}/Snmp/RemTablesNotifier.cpp
+)
+target_link_libraries(lldp_mib PUBLIC records)
+
+add_library(snmp_subagent STATIC ${PROJECT_SOURCE_DIR}/Snmp/AgentxSubagent.cpp)
+target_link_libraries(snmp_subagent PUBLIC lldp_mib ${NETSNMPAGENT_LIBRARY} ${NETSNMP_LIBRARY})
+
+if(TARGET lldp-agent)
+  target_link_libraries(lldp-agent PRIVATE snmp_subagent)
+endif()
