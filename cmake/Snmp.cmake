@@ -19,3 +19,11 @@ target_link_libraries(snmp_subagent PUBLIC lldp_mib ${NETSNMPAGENT_LIBRARY} ${NE
 if(TARGET lldp-agent)
   target_link_libraries(lldp-agent PRIVATE snmp_subagent)
 endif()
+
+# Through a real snmpd in network namespaces (root only; skips without snmpd or lldpd).
+if(COMMAND lldp_test AND TARGET lldp-agent)
+  lldp_test(snmp_tests ${PROJECT_SOURCE_DIR}/tests/Snmp/SnmpSubagentTest.cpp)
+  target_compile_definitions(snmp_tests PRIVATE LLDP_AGENT="$<TARGET_FILE:lldp-agent>"
+                                                LLDP_CLI="")
+  add_dependencies(snmp_tests lldp-agent)
+endif()
