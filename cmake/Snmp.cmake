@@ -27,3 +27,11 @@ if(COMMAND lldp_test AND TARGET lldp-agent)
                                                 LLDP_CLI="")
   add_dependencies(snmp_tests lldp-agent)
 endif()
+
+# A GETNEXT walk of lldpRemTable through the MIB tree at 10,000 neighbours (run by hand).
+find_package(benchmark QUIET)
+if(benchmark_FOUND)
+  add_executable(snmp_walk_bench ${PROJECT_SOURCE_DIR}/bench/SnmpWalkBench.cpp)
+  target_link_libraries(snmp_walk_bench PRIVATE lldp_mib benchmark::benchmark
+                                                benchmark::benchmark_main)
+endif()
