@@ -22,6 +22,8 @@ endif()
 
 # Through a real snmpd in network namespaces (root only; skips without snmpd or lldpd).
 if(COMMAND lldp_test AND TARGET lldp-agent)
+  lldp_test(snmp_mib_tests ${PROJECT_SOURCE_DIR}/tests/Snmp/MibTreeTest.cpp)
+  target_link_libraries(snmp_mib_tests PRIVATE lldp_mib)
   lldp_test(snmp_tests ${PROJECT_SOURCE_DIR}/tests/Snmp/SnmpSubagentTest.cpp)
   target_compile_definitions(snmp_tests PRIVATE LLDP_AGENT="$<TARGET_FILE:lldp-agent>"
                                                 LLDP_CLI="")

@@ -267,20 +267,12 @@ TEST(SnmpSubagent, AgreesWithLldpdOnTheSameNeighbour) {
    Walk theirs = lab.walkUntil(lab.lldpdSnmpd(), remTable, heard);
    ASSERT_TRUE(heard(ours));
    ASSERT_TRUE(heard(theirs));
-   // chassis ID subtype and ID, port ID subtype, system name and description
-   for (int col : {4, 5, 6, 9, 10}) {
+   // chassis ID subtype and ID, port ID subtype, system name and description, and the
+   // capabilities supported and enabled (the time marks differ: see the README)
+   for (int col : {4, 5, 6, 9, 10, 11, 12}) {
       EXPECT_EQ(column(ours, remTable + "." + std::to_string(col)),
                 column(theirs, remTable + "." + std::to_string(col)))
           << "lldpRemTable column " << col;
-   }
-   // Capabilities: both carry the same bits (lldpd may send a second, empty octet).
-   for (int col : {11, 12}) {
-      const auto a = column(ours, remTable + "." + std::to_string(col));
-      const auto b = column(theirs, remTable + "." + std::to_string(col));
-      ASSERT_EQ(a.size(), 1u);
-      ASSERT_EQ(b.size(), 1u);
-      EXPECT_EQ(b.begin()->rfind(*a.begin(), 0), 0u)
-          << "ours " << *a.begin() << " lldpd " << *b.begin();
    }
 }
 
