@@ -23,6 +23,7 @@
 #include "Framework/Vel/StateDb.h"
 #include "Lldp/LldpAgent.h"
 #include "Platform/Linux/LinuxPlatform.h"
+#include "Snmp/AgentxSubagent.h"
 
 namespace {
 
@@ -62,6 +63,7 @@ struct Args {
    std::string trace;
    bool foreground = false;
    Platform::Linux::LinuxPlatform::Options platform;
+   Snmp::SubagentOptions snmp;
 };
 
 [[noreturn]] void badUsage(const std::string& why) {
@@ -73,12 +75,16 @@ Args parseArgs(int argc, char** argv) {
    Args args;
    for (int i = 1; i < argc; ++i) {
       const std::string opt = argv[i];
+      if (std::string error; args.snmp.parse(argc, argv, i, &error)) {
+         if (!error.empty()) badUsage(error);
+         continue;
+      }
       auto value = [&]() -> std::string {
          if (i + 1 >= argc) badUsage("option " + opt + " needs a value");
          return argv[++i];
       };
       if (opt == "--help" || opt == "-h") {
-         std::cout << usage;
+         std::cout << usage << "\nSNMP:\n" << Snmp::SubagentOptions::usage();
          std::exit(0);
       } else if (opt == "--config") {
          args.config = value();
@@ -190,10 +196,12 @@ public:
       if (!watchSignals(&error)) return fail(error);
       agent_ = Lldp::Agent::agentFactory("lldp-agent");
       agent_->doInit();
+      if (args_.snmp.enabled) snmp_ = Snmp::AgentxSubagent::start(args_.snmp, db);
       std::cerr << (args_.foreground ? "lldp-agent: running; control socket " + args_.socket + "\n"
                                      : std::string());
       Vel::EventLoop::instance().run();
 
+      snmp_.reset();
       agent_->doCleanup();
       agent_ = nullptr;
       cliService_.reset();
@@ -257,6 +265,7 @@ private:
    std::unique_ptr<::Daemon::ControlSocket> control_;
    std::unique_ptr<Cli::CliService> cliService_;
    Vel::Ptr<Lldp::Agent::Agent> agent_;
+   std::unique_ptr<Snmp::AgentxSubagent> snmp_;
    int signalFd_ = -1;
    std::unique_ptr<Vel::FdReactor> signals_;
 };
