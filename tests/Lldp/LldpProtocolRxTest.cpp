@@ -577,20 +577,46 @@ TEST_F(LldpProtocolRxTest, IndexWrapsToOne) {
    EXPECT_TRUE(traced("Index for RemoteSystem tables has wrapped"));
 }
 
-TEST_F(LldpProtocolRxTest, LimitStopsCreationButNotUpdates) {
+// A full table refuses new neighbours (counted, logged once a minute) and still updates
+// the ones it holds; raised, it holds a flood of distinct neighbours, each frame either
+// stored or counted.
+TEST_F(LldpProtocolRxTest, NeighbourLimitRefusesCountsAndLogsOnce) {
+   Vel::Trace::configure("");               // thousands of frames
+   Vel::Log::clockIs(+[] { return 2e9; });  // a fixed time: every refusal in one minute
    config->remoteSystemLimitIs(2);
    ASSERT_TRUE(rx(neighbour(1)));
    ASSERT_TRUE(rx(neighbour(2)));
-   EXPECT_FALSE(rx(neighbour(3).tlv(7, bytes({0, 4, 0, 0x14}))));
+   logs.clear();
+   for (int n = 3; n < 10; ++n) EXPECT_FALSE(rx(neighbour(n).tlv(7, bytes({0, 4, 0, 0x14}))));
    EXPECT_FALSE(stored(3));
    EXPECT_EQ(port->remoteSystem().size(), 2u);
-   EXPECT_EQ(port->rxFramesDiscardedTotal(), 1u);
+   EXPECT_EQ(port->rxNeighborsRefused(), 7u);
+   EXPECT_EQ(port->rxFramesDiscardedTotal(), 7u);
    EXPECT_EQ(port->rxFramesErrors(), 0u);
    EXPECT_EQ(status->remTablesInserts(), 2u);
+   ASSERT_EQ(logs.size(), 1u);
+   EXPECT_EQ(logs[0].text,
+             "LLDP neighbor table full on interface Ethernet1 (limit 2 neighbors): new neighbor "
+             "refused");
    auto r = rx(neighbour(1).tlv(5, "still updated"));
    ASSERT_TRUE(r);
    EXPECT_EQ(r->sysName().value(), "still updated");
-   EXPECT_EQ(logs.size(), 2u);
+
+   config->remoteSystemLimitIs(5000);
+   const uint32_t framesBefore = port->rxFramesTotal();
+   for (int n = 1000; n < 4000; ++n) rx(neighbour(n));
+   EXPECT_EQ(port->remoteSystem().size(), 3002u);
+   EXPECT_EQ(port->remoteSystemByMsap().size(), 3002u);
+   EXPECT_EQ(port->rxFramesTotal() - framesBefore, 3000u);
+   EXPECT_EQ(port->rxNeighborsRefused(), 7u);
+   config->remoteSystemLimitIs(3100);
+   for (int n = 5000; n < 5200; ++n) rx(neighbour(n));
+   EXPECT_EQ(port->remoteSystem().size(), 3100u);
+   EXPECT_EQ(port->rxNeighborsRefused(), 7u + 102u);
+   EXPECT_EQ(std::count_if(logs.begin(), logs.end(),
+                           [](const auto& m) { return m.key == "LLDP_NEIGHBOR_LIMIT"; }),
+             1);  // within the minute
+   Vel::Log::clockIs(nullptr);
 }
 
 // ---------------------------------------------------------------------------------------
