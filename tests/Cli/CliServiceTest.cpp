@@ -25,8 +25,9 @@ TEST(CliService, ClearRecordsTheKernelsUserAndWhatTheClientSays) {
    Vel::StateDb& db = Vel::StateDb::instance();
    Cli::CliService service(socket, db);
 
-   for (const auto& [claimed, expected] :
+   for (const auto& c :
         {std::pair{"alice", "root (client says alice)"}, std::pair{"root", "root"}}) {
+      const std::string claimed = c.first, expected = c.second;
       int wake = eventfd(0, EFD_CLOEXEC);
       Vel::FdReactor waker(wake, [wake] {
          uint64_t v;
