@@ -33,11 +33,19 @@ bool stringArg(const Vel::Json& req, const char* name, std::string* out, std::st
 }  // namespace
 
 CliService::CliService(ControlSocket& socket, Vel::StateDb& db) : db_(db) {
-   socket.opIs("show", [this](const Vel::Json& req) { return show(req); });
-   socket.opIs("clear-neighbors", [this](const Vel::Json& req) { return clearNeighbors(req); });
-   socket.opIs("watch", [this](const Vel::Json&, const Vel::Ptr<Daemon::ControlConnection>& c) {
-      return watch(c);
-   });
+   using Access = ControlSocket::Access;
+   socket.opIs(
+       "show", [this](const Vel::Json& req) { return show(req); }, Access::read);
+   socket.opIs(
+       "clear-neighbors",
+       [this](const Vel::Json& req, const Vel::Ptr<Daemon::ControlConnection>& c) {
+          return clearNeighbors(req, c->peer());
+       },
+       Access::write);
+   socket.opIs(
+       "watch",
+       [this](const Vel::Json&, const Vel::Ptr<Daemon::ControlConnection>& c) { return watch(c); },
+       Access::read);
 }
 
 CliService::~CliService() = default;
@@ -78,13 +86,17 @@ Vel::Json CliService::show(const Vel::Json& req) const {
    return ControlSocket::okReply(std::move(v.json));
 }
 
-Vel::Json CliService::clearNeighbors(const Vel::Json& req) {
-   std::string user, terminal;
-   if (!stringArg(req, "user", &user, "unknown") ||
+Vel::Json CliService::clearNeighbors(const Vel::Json& req, const Daemon::Peer& peer) {
+   std::string claimed, terminal;
+   if (!stringArg(req, "user", &claimed, "") ||
        !stringArg(req, "terminal", &terminal, "control socket")) {
       return ControlSocket::errorReply(
           "clear-neighbors: \"user\" and \"terminal\" must be strings");
    }
+   // Who asked is who the kernel says is connected; what the client says of itself (the
+   // user behind sudo, say) is kept beside it, as a detail that nothing vouches for.
+   std::string user = peer.user;
+   if (!claimed.empty() && claimed != peer.user) user += " (client says " + claimed + ")";
    if (user.size() > Lldp::BoundedString255::maxBytes)
       user.resize(Lldp::BoundedString255::maxBytes);
    if (terminal.size() > Lldp::BoundedString255::maxBytes) {

@@ -2,8 +2,9 @@
 // beyond the socket's own (get, list, configure, load, show-configuration):
 //    {"op":"show","view":"neighbors"|"statistics"|"local","detail":bool,"interface":NAME}
 //        the view (Cli/CliViews.h) as data; an unknown interface is an error
-//    {"op":"clear-neighbors","user":WHO,"terminal":WHERE}
-//        asks the agent to empty every neighbour table (logged with WHO and WHERE)
+//    {"op":"clear-neighbors","user":WHO,"terminal":WHERE}                      (root only)
+//        asks the agent to empty every neighbour table, logged with the connected user
+//        (from the kernel), WHO as the client's own word when it differs, and WHERE
 //    {"op":"watch"}
 //        {"ok":true} at once, then one line per neighbour event (Cli/NeighborWatch.h)
 //        until the client hangs up
@@ -30,7 +31,7 @@ public:
 
 private:
    Vel::Json show(const Vel::Json& request) const;
-   Vel::Json clearNeighbors(const Vel::Json& request);
+   Vel::Json clearNeighbors(const Vel::Json& request, const Daemon::Peer& peer);
    Vel::Json watch(const Vel::Ptr<Daemon::ControlConnection>& connection);
    void send(const Vel::Json& event);
 

@@ -327,12 +327,13 @@ std::string statisticsText(const Json& view) {
    out += "Last change " + ago("remTablesLastChangeTime") + ", last cleared " +
           ago("remTablesLastClearTime") + "\n\n";
    Table t({"Interface", "TxFrames", "RxFrames", "RxDiscarded", "RxErrors", "TLVsDiscarded",
-            "TLVsUnknown", "Ageouts", "RateLimited", "TxTooLong", "TxNoMem", "TxErrors"});
+            "TLVsUnknown", "Ageouts", "RateLimited", "NbrRefused", "TxTooLong", "TxNoMem",
+            "TxErrors"});
    for (const auto& [intf, p] : member(view, "interfaces").items()) {
       t.row({intf, str(p, "txFramesTotal"), str(p, "rxFramesTotal"),
              str(p, "rxFramesDiscardedTotal"), str(p, "rxFramesErrors"),
              str(p, "rxTLVsDiscardedTotal"), str(p, "rxTLVsUnrecognizedTotal"),
-             str(p, "rxAgeoutsTotal"), str(p, "rxLldpdusRateLimited"),
+             str(p, "rxAgeoutsTotal"), str(p, "rxLldpdusRateLimited"), str(p, "rxNeighborsRefused"),
              str(p, "txFramesLengthExceeded"), str(p, "txFramesNoMemErrors"),
              str(p, "txFramesErrors")});
    }

@@ -24,6 +24,9 @@ constexpr uint64_t rateLimitCountMax = std::numeric_limits<uint32_t>::max();
 constexpr double rateLimitIntervalMin = 0.001;
 constexpr double rateLimitIntervalMax = 3600;
 constexpr uint64_t fallbackMax = 100000;
+// Neighbours per port: each costs a few kilobytes, so a million bounds a port at a few
+// gigabytes, which only a deliberate setting reaches.
+constexpr uint64_t neighborLimitMax = 1000000;
 constexpr size_t intfNameMax = 15;  // a Linux interface name (IFNAMSIZ less the NUL)
 constexpr size_t textMax = Lldp::BoundedString255::maxBytes;
 
@@ -208,8 +211,14 @@ Built global(Op op) {
 Built port(PortOp op) {
    return Built{{}, nullptr, std::move(op)};
 }
+Built either(Op op, PortOp portOp) {
+   return Built{{}, std::move(op), std::move(portOp)};
+}
 
-enum class Scope : uint8_t { global, port };
+// Where a command applies: globally, to the port of the open interface block, or (a
+// setting with a global value and a per-port override) to the port inside a block and
+// globally outside one.
+enum class Scope : uint8_t { global, port, either };
 constexpr int textArg = -1;  // the rest of the line, at least one word
 
 // One command and its `no` form, each with the number of arguments that follow the
@@ -422,6 +431,29 @@ const std::vector<Form>& forms() {
                    "no lldp management-address vrf",
                    [](const Args&) { return global([](CliConfig& c) { c.mgmtAddrVrfIs({}); }); }});
 
+      f.push_back(
+          {Scope::either,
+           {"lldp", "neighbor-limit"},
+           1,
+           "lldp neighbor-limit COUNT",
+           [](const Args& a) {
+              uint64_t v;
+              if (auto e = parseNumber(a[0], 1, neighborLimitMax, v); !e.empty()) {
+                 return fail(e);
+              }
+              return either([v](CliConfig& c) { c.remoteSystemLimitIs(uint32_t(v)); },
+                            [v](CliPortConfig& p) { p.remoteSystemLimitIs(uint32_t(v)); });
+           },
+           0,
+           "no lldp neighbor-limit",
+           [](const Args&) {
+              return either(
+                  [](CliConfig& c) { c.remoteSystemLimitIs(defaults().remoteSystemLimit()); },
+                  [](CliPortConfig& p) {
+                     p.remoteSystemLimitIs(portDefaults().remoteSystemLimit());
+                  });
+           }});
+
       f.push_back({Scope::port,
                    {"lldp", "transmit"},
                    0,
@@ -529,7 +561,7 @@ Result parse(const std::vector<std::string>& lines, std::vector<Op>& ops) {
       t.clear();
       if (auto e = tokenize(line, t); !e.empty()) return bad(e);
       if (t.empty()) continue;
-      if (!isSpace(line[0])) block.reset();
+      const bool indented = isSpace(line[0]);
 
       // Block structure first: these work at any indentation.
       if (t[0].text == "exit" && t.size() == 1) {
@@ -566,12 +598,20 @@ Result parse(const std::vector<std::string>& lines, std::vector<Op>& ops) {
          return bad("unknown command '" + commandText(line, t) + "'");
       }
       std::string name = (no ? "no " : "") + joinWords(f->words);
-      if (f->scope == Scope::port && !block) {
-         return bad("'" + name + "' is a per-port command: indent it under 'interface NAME'");
+      // As on a switch's command line, per-port commands after `interface NAME` apply to
+      // that port whether indented or not (a command with both forms included); a global
+      // command ends the block. An indented global command is refused: the indentation
+      // says the operator meant the port.
+      if (f->scope == Scope::global) {
+         if (block && indented) {
+            return bad("'" + name +
+                       "' is not a per-port command: end the interface block (no indentation) "
+                       "first");
+         }
+         block.reset();
       }
-      if (f->scope == Scope::global && block) {
-         return bad("'" + name +
-                    "' is not a per-port command: end the interface block (no indentation) first");
+      if (f->scope == Scope::port && !block) {
+         return bad("'" + name + "' is a per-port command: put it after 'interface NAME'");
       }
       size_t argc = t.size() - from - f->words.size();
       int want = no ? f->noArgs : f->yesArgs;
@@ -581,7 +621,7 @@ Result parse(const std::vector<std::string>& lines, std::vector<Op>& ops) {
       Args args{line, argc ? &t[from + f->words.size()] : nullptr, argc};
       Built b = (no ? f->no : f->yes)(args);
       if (!b.error.empty()) return bad(name + ": " + b.error);
-      if (b.portOp) {
+      if (b.portOp && (f->scope == Scope::port || block)) {
          ops.push_back([intf = *block, op = std::move(b.portOp)](CliConfig& c) {
             op(*c.cliPortConfigIs(intf));
          });
@@ -720,6 +760,9 @@ std::string render(const CliConfig& c) {
       line("lldp management-address interface " + c.mgmtAddrTxIntf().stringValue());
    }
    if (!c.mgmtAddrVrf().empty()) line("lldp management-address vrf " + c.mgmtAddrVrf());
+   if (c.remoteSystemLimit() != d.remoteSystemLimit()) {
+      line("lldp neighbor-limit " + std::to_string(c.remoteSystemLimit()));
+   }
 
    const CliPortConfig& pd = portDefaults();
    for (const auto& [intf, p] : c.cliPortConfig()) {
@@ -742,6 +785,9 @@ std::string render(const CliConfig& c) {
       }
       if (p->poeAllocatedPowerFallback() != pd.poeAllocatedPowerFallback()) {
          line("   lldp power-via-mdi fallback " + std::to_string(p->poeAllocatedPowerFallback()));
+      }
+      if (p->remoteSystemLimit() != pd.remoteSystemLimit()) {
+         line("   lldp neighbor-limit " + std::to_string(p->remoteSystemLimit()));
       }
    }
    return out;

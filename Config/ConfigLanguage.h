@@ -4,8 +4,9 @@
 //
 // Lines. `!` or `#` at the start of a word begins a comment that runs to the end of the
 // line; blank and comment-only lines are ignored. `interface NAME` opens a block for that
-// port (creating its CliPortConfig with defaults): the indented lines that follow are
-// per-port commands for it; the first non-indented line, or `exit`, closes the block.
+// port (creating its CliPortConfig with defaults): the per-port commands that follow apply
+// to it, indented or not, until a global command, another `interface` line or `exit`
+// closes the block. A global command indented inside a block is refused.
 // Keywords are case-sensitive. Text arguments (system name and description) are the rest
 // of the line, or one double-quoted string in which `\"`, `\\` and `\xNN` are escapes.
 //
@@ -22,13 +23,15 @@
 //    [no] lldp receive packet tagged drop
 //    lldp management-address all | interface NAME           no lldp management-address
 //    lldp management-address vrf NAME                        no lldp management-address vrf
+//    lldp neighbor-limit 1..1000000          no lldp neighbor-limit   (default 64 a port)
 //    interface NAME                          no interface NAME (removes the port's settings)
-// Per-port commands (indented under `interface NAME`):
+// Per-port commands (after `interface NAME`):
 //    [no] lldp transmit
 //    [no] lldp receive
 //    lldp receive rate-limit 1..4294967295 interval 0.001..3600    no lldp receive rate-limit
 //    lldp ztp vlan 1..4094                   no lldp ztp vlan
 //    lldp power-via-mdi fallback 1..100000   no lldp power-via-mdi fallback   (milliwatts)
+//    lldp neighbor-limit 1..1000000          no lldp neighbor-limit   (back to the global)
 // Interface names are 1..15 bytes without whitespace or control bytes, not starting with
 // `!`, `#` or `"`.
 #pragma once
@@ -66,7 +69,8 @@ Result apply(const std::vector<std::string>& lines, Lldp::CliConfig& target);
 Result load(const std::string& text, Lldp::CliConfig& target);
 
 // The configuration in force in the language: every setting that differs from its default
-// and every configured port. Loading the text reproduces the configuration exactly.
+// and every configured port, per-port lines indented. Loading the text reproduces the
+// configuration exactly.
 std::string render(const Lldp::CliConfig& config);
 
 // Splits text into lines (on '\n', dropping a '\r' before it).

@@ -1,6 +1,8 @@
 #include "Daemon/ControlSocket.h"
 
 #include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -37,6 +39,22 @@ std::string serialize(const Vel::Json& message) {
    std::string s = message.dump(-1, ' ', false, Vel::Json::error_handler_t::replace);
    s += '\n';
    return s;
+}
+
+std::string userName(uid_t uid) {
+   passwd pw;
+   passwd* found = nullptr;
+   char buf[4096];
+   if (getpwuid_r(uid, &pw, buf, sizeof buf, &found) == 0 && found) return pw.pw_name;
+   return "uid " + std::to_string(uid);
+}
+
+std::string groupName(gid_t gid) {
+   group gr;
+   group* found = nullptr;
+   char buf[4096];
+   if (getgrgid_r(gid, &gr, buf, sizeof buf, &found) == 0 && found) return gr.gr_name;
+   return "gid " + std::to_string(gid);
 }
 
 bool unixAddress(const std::string& path, sockaddr_un& addr, std::string* error) {
@@ -85,20 +103,27 @@ Vel::Json ControlSocket::errorReply(const std::string& text) {
 ControlSocket::ControlSocket(Vel::Ptr<Lldp::CliConfig> config) : config_(std::move(config)) {
    VEL_ASSERT(config_, "ControlSocket: serves a configuration");
    using Vel::Json;
-   opIs("get", [](const Json& req) {
-      auto p = req.find("path");
-      if (p == req.end() || !p->is_string()) return errorReply("get: \"path\" must be a string");
-      const std::string path = p->get<std::string>();
-      Vel::StateDb& db = Vel::StateDb::instance();
-      if (db.typeName(path).empty()) return errorReply("no entity at path " + path);
-      return okReply(db.json(path));
-   });
-   opIs("list", [](const Json&) {
-      Vel::StateDb& db = Vel::StateDb::instance();
-      Json data = Json::object();
-      for (const std::string& path : db.paths()) data[path] = db.typeName(path);
-      return okReply(std::move(data));
-   });
+   opIs(
+       "get",
+       [](const Json& req) {
+          auto p = req.find("path");
+          if (p == req.end() || !p->is_string())
+             return errorReply("get: \"path\" must be a string");
+          const std::string path = p->get<std::string>();
+          Vel::StateDb& db = Vel::StateDb::instance();
+          if (db.typeName(path).empty()) return errorReply("no entity at path " + path);
+          return okReply(db.json(path));
+       },
+       Access::read);
+   opIs(
+       "list",
+       [](const Json&) {
+          Vel::StateDb& db = Vel::StateDb::instance();
+          Json data = Json::object();
+          for (const std::string& path : db.paths()) data[path] = db.typeName(path);
+          return okReply(std::move(data));
+       },
+       Access::read);
    opIs("configure", [this](const Json& req) {
       auto l = req.find("lines");
       std::vector<std::string> lines;
@@ -117,7 +142,9 @@ ControlSocket::ControlSocket(Vel::Ptr<Lldp::CliConfig> config) : config_(std::mo
       Config::Result r = Config::load(t->get<std::string>(), *config_);
       return r ? okReply() : errorReply(r.error->message());
    });
-   opIs("show-configuration", [this](const Json&) { return okReply(Config::render(*config_)); });
+   opIs(
+       "show-configuration", [this](const Json&) { return okReply(Config::render(*config_)); },
+       Access::read);
 }
 
 ControlSocket::~ControlSocket() {
@@ -136,21 +163,24 @@ ControlSocket::~ControlSocket() {
    if (spareFd_ >= 0) close(spareFd_);
 }
 
-void ControlSocket::opIs(const std::string& name, Handler handler) {
-   ops_[name] = [h = std::move(handler)](const Vel::Json& req, const Vel::Ptr<ControlConnection>&) {
-      return h(req);
-   };
+void ControlSocket::opIs(const std::string& name, Handler handler, Access access) {
+   opIs(
+       name,
+       [h = std::move(handler)](const Vel::Json& req, const Vel::Ptr<ControlConnection>&) {
+          return h(req);
+       },
+       access);
 }
 
-void ControlSocket::opIs(const std::string& name, StreamHandler handler) {
-   ops_[name] = std::move(handler);
+void ControlSocket::opIs(const std::string& name, StreamHandler handler, Access access) {
+   ops_[name] = Op{std::move(handler), access};
 }
 
 size_t ControlSocket::clientCount() const {
    return clients_.size();
 }
 
-bool ControlSocket::listen(const std::string& path, std::string* error) {
+bool ControlSocket::listen(const std::string& path, std::string* error, uint32_t readGroup) {
    auto fail = [&](const std::string& text) {
       if (error) *error = text;
       VEL_TRACE(traceControl, 0, text);
@@ -189,7 +219,11 @@ bool ControlSocket::listen(const std::string& path, std::string* error) {
       errno = err;
       return fail(errnoText("cannot bind " + path));
    }
-   if (chmod(path.c_str(), 0600) != 0 || lstat(path.c_str(), &st) != 0 || ::listen(fd, 64) != 0) {
+   // The group's members may connect once the file is theirs too: group first, then mode.
+   const bool grouped = readGroup != noGroup;
+   if ((grouped && chown(path.c_str(), uid_t(-1), gid_t(readGroup)) != 0) ||
+       chmod(path.c_str(), grouped ? 0660 : 0600) != 0 || lstat(path.c_str(), &st) != 0 ||
+       ::listen(fd, 64) != 0) {
       std::string text = errnoText("cannot listen on " + path);
       unlink(path.c_str());
       close(fd);
@@ -203,6 +237,7 @@ bool ControlSocket::listen(const std::string& path, std::string* error) {
       return fail(text);
    }
    listenFd_ = fd;
+   readGroup_ = readGroup;
    writeEpollFd_ = wfd;
    boundDev_ = st.st_dev;
    boundIno_ = st.st_ino;
@@ -243,15 +278,55 @@ void ControlSocket::onAcceptable() {
          VEL_TRACE(traceControl, 2, "too many clients, one refused");
          continue;
       }
+      // A client the daemon does not serve still gets its first request answered, with
+      // the reason, before it is closed: the reason then reaches the operator.
+      Peer peer;
+      if (!identify(fd, peer, peer.refusal)) {
+         VEL_TRACE(traceControl, 2, "client refused: " << peer.refusal);
+      }
       auto c = std::make_unique<Client>();
       c->id = ++lastId_;
       c->fd = fd;
       c->connection = Vel::Ptr<ControlConnection>(new ControlConnection(this, c->id));
+      c->connection->peer_ = std::move(peer);
       c->reader = std::make_unique<Vel::FdReactor>(fd, [this, id = c->id] { onReadable(id); });
       if (!c->reader->registered()) continue;  // traced by the loop; closed by ~Client
-      VEL_TRACE(traceControl, 4, "client " << c->id << " connected");
+      VEL_TRACE(traceControl, 4,
+                "client " << c->id << " connected: " << c->connection->peer_.user << " pid "
+                          << c->connection->peer_.pid);
       clients_.emplace(c->id, std::move(c));
    }
+}
+
+bool ControlSocket::identify(int fd, Peer& peer, std::string& reason) const {
+   ucred cred{};
+   socklen_t len = sizeof cred;
+   if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) {
+      reason = errnoText("permission denied: cannot tell who is connecting");
+      return false;
+   }
+   peer.uid = cred.uid;
+   peer.gid = cred.gid;
+   peer.pid = cred.pid;
+   peer.user = userName(cred.uid);
+   // Root, and the daemon's own user (which owns the socket file), may do everything.
+   peer.privileged = cred.uid == 0 || cred.uid == geteuid();
+   if (peer.privileged) return true;
+   bool member = readGroup_ != noGroup && cred.gid == readGroup_;
+   if (readGroup_ != noGroup && !member) {
+      // The groups the client had when it connected, as the kernel kept them.
+      gid_t groups[256];
+      socklen_t size = sizeof groups;
+      if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups, &size) == 0) {
+         for (size_t i = 0; i < size / sizeof(gid_t) && !member; ++i) {
+            member = groups[i] == readGroup_;
+         }
+      }
+   }
+   if (member) return true;
+   reason = "permission denied: user " + peer.user + " is not root" +
+            (readGroup_ != noGroup ? " nor in group " + groupName(readGroup_) : std::string());
+   return false;
 }
 
 void ControlSocket::onReadable(uint64_t id) {
@@ -300,6 +375,14 @@ void ControlSocket::onReadable(uint64_t id) {
       line.swap(c.in);
       if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
       Vel::Ptr<ControlConnection> connection = c.connection;
+      if (!connection->peer().refusal.empty()) {
+         c.in.clear();
+         c.reader.reset();
+         c.closing = true;
+         shutdown(c.fd, SHUT_RD);
+         send(id, errorReply(connection->peer().refusal));
+         return;
+      }
       Vel::Json reply = handle(line, connection);
       if (!send(id, reply)) return;  // the client is gone
       if (clients_.find(id) == clients_.end()) return;
@@ -318,9 +401,15 @@ Vel::Json ControlSocket::handle(const std::string& line,
    const std::string name = op->get<std::string>();
    auto h = ops_.find(name);
    if (h == ops_.end()) return errorReply("unknown op '" + Vel::printableBytes(name) + "'");
-   VEL_TRACE(traceControl, 4, "op " << name);
+   const Peer& peer = connection->peer();
+   if (h->second.access == Access::write && !peer.privileged) {
+      VEL_TRACE(traceControl, 2, "op " << name << " refused to " << peer.user);
+      return errorReply("permission denied: '" + Vel::printableBytes(name) +
+                        "' is for root only (" + peer.user + " may only read)");
+   }
+   VEL_TRACE(traceControl, 4, "op " << name << " by " << peer.user);
    // Copied: the handler may replace operations, its own included.
-   StreamHandler handler = h->second;
+   StreamHandler handler = h->second.handler;
    try {
       return handler(req, connection);
    } catch (const std::exception& e) {

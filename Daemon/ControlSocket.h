@@ -11,6 +11,14 @@
 //    {"op":"show-configuration"}           the configuration in force, as text
 // More are added with opIs().
 //
+// Who may use it. The socket file belongs to root, mode 0600, or 0660 with the group
+// given to listen(): root may do everything, members of that group only what reads
+// (operations registered as Access::read: get, list, show-configuration, and the command
+// line's show and watch). The kernel says who is connected (SO_PEERCRED and
+// SO_PEERGROUPS, taken when the client connects): a client that is neither gets an error
+// naming the reason in reply to its first request and is closed; a group member asking
+// for an operation that writes gets an error reply and stays connected.
+//
 // A client never holds up the daemon: sockets are non-blocking, a request line longer
 // than maxRequestBytes gets an error reply and the connection is closed, and a client
 // that does not read its replies is dropped once it has more than maxBacklogBytes of them
@@ -32,19 +40,32 @@ namespace Daemon {
 
 class ControlSocket;
 
-// One client connection, as a streaming operation sees it: it may keep the handle and
-// send more messages later (each one JSON line). Sending on a closed connection does
-// nothing.
+// The process at the other end of a connection, as the kernel reported it when it
+// connected. `user` is the user name of `uid` (or "uid N" when it has none).
+struct Peer {
+   uint32_t uid = 0;
+   uint32_t gid = 0;
+   int32_t pid = 0;
+   std::string user;
+   bool privileged = false;  // may use every operation
+   std::string refusal;      // why it may use none (its first request is answered so)
+};
+
+// One client connection, as an operation sees it: a streaming operation may keep the
+// handle and send more messages later (each one JSON line). Sending on a closed
+// connection does nothing.
 class ControlConnection : public Vel::RefCounted {
 public:
    bool closed() const { return server_ == nullptr; }
    void send(const Vel::Json& message);
+   const Peer& peer() const { return peer_; }
 
 private:
    friend class ControlSocket;
    explicit ControlConnection(ControlSocket* server, uint64_t id) : server_(server), id_(id) {}
    ControlSocket* server_;
    uint64_t id_;
+   Peer peer_;
 };
 
 class ControlSocket {
@@ -64,16 +85,22 @@ public:
    ControlSocket(const ControlSocket&) = delete;
    ControlSocket& operator=(const ControlSocket&) = delete;
 
-   // Starts listening at `path`, readable and writable by the owner only. A stale socket
-   // file is replaced; a path another server answers on is refused. Returns false with
-   // the reason in `error`.
-   bool listen(const std::string& path, std::string* error);
+   // Who may use an operation: members of the socket's group too, or root only.
+   enum class Access : uint8_t { read, write };
+   static constexpr uint32_t noGroup = ~uint32_t(0);
+
+   // Starts listening at `path`, readable and writable by the owner only, or also by the
+   // group `readGroup` (a gid), whose members get read-only access. A stale socket file is
+   // replaced; a path another server answers on is refused. Returns false with the reason
+   // in `error`.
+   bool listen(const std::string& path, std::string* error, uint32_t readGroup = noGroup);
    const std::string& path() const { return path_; }
 
    // Adds or replaces an operation. Handlers return the whole reply (okReply/errorReply);
-   // an exception from a handler becomes an error reply.
-   void opIs(const std::string& name, Handler handler);
-   void opIs(const std::string& name, StreamHandler handler);
+   // an exception from a handler becomes an error reply. An operation is for root only
+   // unless registered as Access::read.
+   void opIs(const std::string& name, Handler handler, Access access = Access::write);
+   void opIs(const std::string& name, StreamHandler handler, Access access = Access::write);
 
    static Vel::Json okReply(Vel::Json data = nullptr);
    static Vel::Json errorReply(const std::string& text);
@@ -96,8 +123,16 @@ private:
    bool flush(Client& c);
    void drop(uint64_t id);
 
+   // Who the client is, from the kernel; false (with the reason) for one not allowed in.
+   bool identify(int fd, Peer& peer, std::string& reason) const;
+
+   struct Op {
+      StreamHandler handler;
+      Access access;
+   };
    Vel::Ptr<Lldp::CliConfig> config_;
-   std::map<std::string, StreamHandler> ops_;
+   std::map<std::string, Op> ops_;
+   uint32_t readGroup_ = noGroup;
    std::string path_;
    uint64_t boundDev_ = 0;  // the socket file this server made
    uint64_t boundIno_ = 0;

@@ -1,6 +1,7 @@
 // lldp-agent: the LLDP daemon. Reads its configuration file, fills the platform records
 // from the kernel, starts the agent, serves the control socket, and runs the event loop
 // until SIGTERM or SIGINT; SIGHUP re-reads the configuration file.
+#include <grp.h>
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -38,6 +39,8 @@ Options:
                           configure`; `vlan ID name NAME` lines name VLANs); re-read on
                           SIGHUP
   --socket PATH           control socket for `lldp` (default /run/lldp-agent.sock)
+  --socket-group NAME     members of group NAME may read through the socket (show,
+                          get, list, watch); changes stay with root
   --interfaces PATTERN    run on the ports whose names match this shell pattern
                           (default: every Ethernet and management port)
   --mgmt-interfaces PATTERN
@@ -60,6 +63,7 @@ neighbors, statistics, local, configuration; configure; clear neighbors; watch.
 struct Args {
    std::string config;
    std::string socket = defaultSocket;
+   uint32_t socketGroup = ::Daemon::ControlSocket::noGroup;
    std::string trace;
    bool foreground = false;
    Platform::Linux::LinuxPlatform::Options platform;
@@ -90,6 +94,15 @@ Args parseArgs(int argc, char** argv) {
          args.config = value();
       } else if (opt == "--socket") {
          args.socket = value();
+      } else if (opt == "--socket-group") {
+         const std::string name = value();
+         group gr;
+         group* found = nullptr;
+         char buf[4096];
+         if (getgrnam_r(name.c_str(), &gr, buf, sizeof buf, &found) != 0 || !found) {
+            badUsage("--socket-group: no group named '" + name + "'");
+         }
+         args.socketGroup = gr.gr_gid;
       } else if (opt == "--interfaces") {
          args.platform.intfPattern = value();
       } else if (opt == "--mgmt-interfaces") {
@@ -190,7 +203,7 @@ public:
       if (!platform_) return fail("cannot read the interfaces: " + error);
 
       control_ = std::make_unique<::Daemon::ControlSocket>(cliConfig_);
-      if (!control_->listen(args_.socket, &error)) return fail(error);
+      if (!control_->listen(args_.socket, &error, args_.socketGroup)) return fail(error);
       cliService_ = std::make_unique<Cli::CliService>(*control_, db);
 
       if (!watchSignals(&error)) return fail(error);

@@ -48,4 +48,17 @@ constinit const Vel::Log::Handle LLDP_REMOTE_TABLES_CLEARED(
     "LLDP_REMOTE_TABLES_CLEARED", severityNotice, "LLDP neighbor table cleared by %s on %s",
     "The LLDP neighbor table was cleared by a CLI command.", noActionRequired, 0);
 
+// Arguments: interface and the port's limit (a uint32_t). Logged for the first neighbour
+// refused, then at most once a minute (for any port: the suppressed count says how many
+// more refusals there were, and each port's count is in its statistics), so a flood of
+// forged neighbours cannot flood the log.
+constinit const Vel::Log::Handle LLDP_NEIGHBOR_LIMIT(
+    "LLDP_NEIGHBOR_LIMIT", severityWarning,
+    "LLDP neighbor table full on interface %s (limit %d neighbors): new neighbor refused",
+    "A new LLDP neighbor was not added to the neighbor table because the interface already "
+    "has as many neighbors as its limit allows.",
+    "Check what is attached to the interface; if it legitimately has this many neighbors, "
+    "raise the limit with 'lldp neighbor-limit'.",
+    60);
+
 }  // namespace Lldp

@@ -19,6 +19,7 @@ void CliPortConfigSm::handleInitialized() {
    handleRxRateLimit();
    handlePoeAllocatedPowerFallback();
    handleZtpBootVlan();
+   handleRemoteSystemLimit();
 }
 
 void CliPortConfigSm::doClose() {
@@ -34,6 +35,7 @@ void CliPortConfigSm::doClose() {
       pc->rxRateLimitIntervalIs(defaults.rxRateLimitInterval());
    }
    if (auto lp = root_->localSystem()->localPort(intf)) lp->ztpBootVlanIs(0);
+   handleRemoteSystemLimit();
 }
 
 void CliPortConfigSm::handleAdminStatus() {
@@ -60,6 +62,11 @@ void CliPortConfigSm::handleZtpBootVlan() {
    if (auto lp = root_->localSystem()->localPort(intf)) {
       lp->ztpBootVlanIs(cliPortConfig_->ztpBootVlan());
    }
+}
+
+void CliPortConfigSm::handleRemoteSystemLimit() {
+   auto pc = root_->config()->portConfig(cliPortConfig_->intfId());
+   if (pc && root_->inputSm()) root_->inputSm()->doSyncPortConfigRemoteSystemLimit(*pc);
 }
 
 void CliPortConfigSm::handlePoeAllocatedPowerFallback() {

@@ -34,6 +34,8 @@ private:
    void rxRateLimitIntervalChanged() override { handleRxRateLimit(); }
    void ztpBootVlanChanged() override { handleZtpBootVlan(); }
    void poeAllocatedPowerFallbackChanged() override { handlePoeAllocatedPowerFallback(); }
+   void remoteSystemLimitChanged() override { handleRemoteSystemLimit(); }
+   void handleRemoteSystemLimit();
    Root* root_;
    Lldp::CliPortConfig::PtrConst cliPortConfig_;
 };

@@ -239,6 +239,7 @@ void InputSm::handleInitialized() {
    handleEnabledTlvs();
    handleMgmtAddrTxOption();
    handleRxTaggedPacketsDrop();
+   handleRemoteSystemLimit();
    handleBridgingMaxFrameSize();
    handleEnabled();
    // Ports the operator configured whose machines handleEnabled did not create (LLDP off).
@@ -387,7 +388,24 @@ void InputSm::doSyncPortConfig(Lldp::PortConfig& pc) {
    pc.rxRateLimitEnabledIs(from.rxRateLimitEnabled());
    pc.rxRateLimitMaxLldpdusIs(from.rxRateLimitMaxLldpdus());
    pc.rxRateLimitIntervalIs(from.rxRateLimitInterval());
+   doSyncPortConfigRemoteSystemLimit(pc);
    doSyncPortConfigAdminStatus(pc);
+}
+
+// ---------------------------------------------------------------------------------------
+// The neighbour limit: a port's own limit when the operator set one, else the global one.
+
+void InputSm::handleRemoteSystemLimit() {
+   VEL_TRACE(traceLldpAgent, 8, "InputSm::handleRemoteSystemLimit()");
+   for (const auto& [intf, pc] : root_->config()->portConfig()) {
+      doSyncPortConfigRemoteSystemLimit(*pc);
+   }
+}
+
+void InputSm::doSyncPortConfigRemoteSystemLimit(Lldp::PortConfig& pc) {
+   const Lldp::CliPortConfig* cli = cliPortConfigOf(pc.intfId());
+   const uint32_t own = cli ? cli->remoteSystemLimit() : 0;
+   pc.remoteSystemLimitIs(own != 0 ? own : cliConfig_->remoteSystemLimit());
 }
 
 namespace {

@@ -223,6 +223,9 @@ public:
    void handleMessageTxHoldTime();
    void handleReinitDelay();
    void handleRxTaggedPacketsDrop();
+   // The neighbour limit: the port's own, or the global one.
+   void handleRemoteSystemLimit();
+   void doSyncPortConfigRemoteSystemLimit(Lldp::PortConfig& portConfig);
    void handleEnabledTlvs();
    void handleEnabled();
    void handleCliPortConfig(const Wire::IntfId& intf);
@@ -300,6 +303,7 @@ private:
       void mgmtAddrTxModeChanged() override { sm->handleMgmtAddrTxOption(); }
       void mgmtAddrTxIntfChanged() override { sm->handleMgmtAddrTxOption(); }
       void mgmtAddrVrfChanged() override { sm->handleMgmtAddrVrf(); }
+      void remoteSystemLimitChanged() override { sm->handleRemoteSystemLimit(); }
       void cliPortConfigChanged(const Wire::IntfId& intf) override {
          sm->handleCliPortConfig(intf);
       }

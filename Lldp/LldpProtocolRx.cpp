@@ -446,6 +446,8 @@ Vel::Ptr<Lldp::RemoteSystem> createRemoteSystem(const Lldp::Msap& msap, Vel::Sec
       VEL_TRACE(traceLldpProtocol, 2,
                 "Not creating RemoteSystem for " << msap << " because limit reached");
       portStatus.rxFramesDiscardedTotalInc();
+      portStatus.rxNeighborsRefusedInc();
+      Lldp::LLDP_NEIGHBOR_LIMIT.log(portStatus.intfId(), portConfig.remoteSystemLimit());
       return nullptr;
    }
    VEL_TRACE(traceLldpProtocol, 4, "Creating RemoteSystem");

@@ -98,6 +98,7 @@ enum MgmtAddrTxMode : uint8_t {
 };
 
 // What the operator configured for one port. `adminStatus` numbering as in PortConfig.
+// `remoteSystemLimit` 0 means the port follows the global limit.
 // clang-format off
 #define LLDP_CLI_PORT_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                                      \
@@ -106,7 +107,8 @@ enum MgmtAddrTxMode : uint8_t {
    ATTR(uint64_t, rxRateLimitMaxLldpdus, 20)                                      \
    ATTR(Vel::Seconds, rxRateLimitInterval, 1.0)                                   \
    ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})                                  \
-   ATTR(uint32_t, poeAllocatedPowerFallback, 0)
+   ATTR(uint32_t, poeAllocatedPowerFallback, 0)                                   \
+   ATTR(uint32_t, remoteSystemLimit, 0)
 // clang-format on
 
 class CliPortConfig : public Vel::Entity {
@@ -117,7 +119,8 @@ class CliPortConfig : public Vel::Entity {
 // What the operator configured, before the input side turns it into Config. `enabled` is
 // the global switch: off, no LLDP frame is received or sent on any port. The `...Tx`
 // switches select optional TLVs for every port. A non-empty `sysName` or `sysDesc`
-// replaces the value taken from the system.
+// replaces the value taken from the system. `remoteSystemLimit` is the neighbour limit of
+// every port that does not set its own.
 // clang-format off
 #define LLDP_CLI_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ATTR(bool, enabled, true)                                                 \
@@ -141,6 +144,7 @@ class CliPortConfig : public Vel::Entity {
    ATTR(uint8_t, mgmtAddrTxMode, mgmtAddrTxModeBest)                         \
    ATTR(Wire::IntfId, mgmtAddrTxIntf, {})                                    \
    ATTR(std::string, mgmtAddrVrf, {})                                        \
+   ATTR(uint32_t, remoteSystemLimit, 64)                                     \
    ECOLL(Wire::IntfId, CliPortConfig, cliPortConfig)
 // clang-format on
 

@@ -12,6 +12,8 @@ using VrfName = Vel::FixedString<64>;
 
 namespace Lldp {
 
+// `rxNeighborsRefused` counts the LLDPDUs of new neighbours that found the port's
+// neighbour table full (each such LLDPDU counts, as the table keeps no record of them).
 // clang-format off
 #define LLDP_PORT_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                                  \
@@ -27,6 +29,7 @@ namespace Lldp {
    COUNTER(uint32_t, rxTLVsUnrecognizedTotal)                                 \
    COUNTER(uint32_t, rxAgeoutsTotal)                                          \
    COUNTER(uint32_t, rxLldpdusRateLimited)                                    \
+   COUNTER(uint32_t, rxNeighborsRefused)                                      \
    ATTR(Vel::Seconds, lastTxTime, 0)                                          \
    COUNTER(uint32_t, nextRemoteSystemIndex)                                   \
    ECOLL(int, RemoteSystem, remoteSystem)                                     \

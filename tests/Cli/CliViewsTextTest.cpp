@@ -70,11 +70,16 @@ TEST(CliViews, ViewsGroupPortsAndRefuseUnknownInterfaces) {
    auto all = Vel::make<Lldp::AllStatus>();
    auto port = status->portStatusIs(Wire::IntfId("eth1"), 0.0);
    port->rxFramesTotalInc(4);
+   port->rxNeighborsRefusedInc(3);
    all->portStatusIs(Wire::IntfId("eth1"), port);
    all->remTablesInsertsIs(2);
    Cli::View v = Cli::statisticsView(*all, nullptr, "", 5);
    ASSERT_TRUE(v.ok());
    EXPECT_EQ(v.json["interfaces"]["eth1"]["rxFramesTotal"], 4);
+   EXPECT_EQ(v.json["interfaces"]["eth1"]["rxNeighborsRefused"], 3);
+   const std::string text = Cli::statisticsText(v.json);
+   EXPECT_NE(text.find("RateLimited  NbrRefused"), std::string::npos) << text;
+   EXPECT_NE(text.find("0            3"), std::string::npos) << text;
    EXPECT_EQ(v.json["remTablesInserts"], 2);
    EXPECT_EQ(v.json["currentTime"], 5);
    EXPECT_FALSE(v.json["interfaces"]["eth1"].contains("remoteSystem"));

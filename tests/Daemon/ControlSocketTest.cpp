@@ -1,18 +1,21 @@
 // The control socket over a real Unix socket in a temporary directory: the built-in
 // operations, malformed and oversized requests, clients that vanish or stop reading,
-// large replies, many clients, and the socket file's mode and lifetime.
+// large replies, many clients, the socket file's mode and lifetime, and who may use it.
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -391,6 +394,124 @@ TEST_F(ControlSocketTest, SocketFileModeStaleFilesAndASecondServer) {
    server.reset();
    call({{"op", "list"}}, &error);
    EXPECT_EQ(error.rfind("cannot connect to " + path + ": ", 0), 0u) << error;
+}
+
+// Runs `body` in a child with the given user, primary group and supplementary groups,
+// serving the loop until it exits; returns what it wrote to `out`, one line per answer.
+std::string runAs(uid_t uid, gid_t gid, std::vector<gid_t> groups,
+                  const std::function<void(FILE* out)>& body) {
+   int pipeFds[2];
+   EXPECT_EQ(pipe(pipeFds), 0);
+   pid_t pid = fork();
+   if (pid == 0) {
+      close(pipeFds[0]);
+      FILE* out = fdopen(pipeFds[1], "w");
+      if (setgroups(groups.size(), groups.data()) != 0 || setgid(gid) != 0 || setuid(uid) != 0) {
+         fprintf(out, "cannot drop privileges\n");
+      } else {
+         body(out);
+      }
+      fclose(out);
+      _exit(0);
+   }
+   close(pipeFds[1]);
+   // The pipe's end of file says the child is done; the loop serves it meanwhile.
+   std::string text;
+   bool eof = false;
+   Vel::FdReactor reader(pipeFds[0], [&] {
+      char buf[4096];
+      ssize_t n = read(pipeFds[0], buf, sizeof buf);
+      if (n > 0) text.append(buf, size_t(n));
+      eof = n <= 0;
+   });
+   loop().runUntil([&] { return eof; }, 30);
+   waitpid(pid, nullptr, 0);
+   close(pipeFds[0]);
+   return text;
+}
+
+std::string answer(const std::string& path, const Json& req) {
+   Json reply;
+   std::string error;
+   if (!Daemon::request(path, req, &reply, &error, 10)) return "error: " + error;
+   return reply.dump();
+}
+
+TEST_F(ControlSocketTest, GroupMembersReadOnlyRootWritesOthersCannotConnect) {
+   if (geteuid() != 0) GTEST_SKIP() << "needs root to act as other users";
+   // Ids no account uses, so no names: the socket's group and two users.
+   const gid_t readers = 47000 + gid_t(getpid() % 1000), others = readers + 1000;
+   const uid_t member = 47000 + uid_t(getpid() % 1000), outsider = member + 1000;
+   server.reset();
+   server = std::make_unique<ControlSocket>(config);
+   std::string error;
+   ASSERT_TRUE(server->listen(path, &error, readers)) << error;
+   ASSERT_EQ(chmod(dir.c_str(), 0711), 0);
+   struct stat st;
+   ASSERT_EQ(stat(path.c_str(), &st), 0);
+   EXPECT_EQ(st.st_mode & 0777, 0660u);
+   EXPECT_EQ(st.st_gid, readers);
+   server->opIs(
+       "whoami",
+       [](const Json&, const Vel::Ptr<Daemon::ControlConnection>& c) {
+          return ControlSocket::okReply({{"user", c->peer().user}, {"uid", c->peer().uid}});
+       },
+       ControlSocket::Access::read);
+
+   // A member through a supplementary group reads; a write is refused, the connection
+   // kept; the kernel, not the client, says who it is.
+   const std::string memberName = "uid " + std::to_string(member);
+   const std::string memberSaw = runAs(member, others, {readers}, [&](FILE* out) {
+      Daemon::ControlClient client;
+      std::string line, err;
+      client.connect(path, 10, &err);
+      for (const Json& req : {Json{{"op", "show-configuration"}}, Json{{"op", "whoami"}},
+                              Json{{"op", "configure"}, {"lines", {"lldp timer 5"}}},
+                              Json{{"op", "load"}, {"text", ""}}, Json{{"op", "list"}}}) {
+         client.send(req, &err);
+         client.readLine(&line, &err);
+         fprintf(out, "%s\n", line.empty() ? err.c_str() : line.c_str());
+      }
+   });
+   EXPECT_EQ(memberSaw,
+             ControlSocket::okReply("").dump() + "\n" +
+                 ControlSocket::okReply({{"user", memberName}, {"uid", member}}).dump() + "\n" +
+                 ControlSocket::errorReply("permission denied: 'configure' is for root only (" +
+                                           memberName + " may only read)")
+                     .dump() +
+                 "\n" +
+                 ControlSocket::errorReply("permission denied: 'load' is for root only (" +
+                                           memberName + " may only read)")
+                     .dump() +
+                 "\n" + call({{"op", "list"}}).dump() + "\n");
+   EXPECT_EQ(config->messageTxInterval(), 30u);
+
+   // The same user by its primary group alone reads too.
+   EXPECT_EQ(runAs(member, readers, {},
+                   [&](FILE* out) {
+                      fprintf(out, "%s", answer(path, {{"op", "show-configuration"}}).c_str());
+                   }),
+             ControlSocket::okReply("").dump());
+
+   // Anyone else cannot even connect.
+   const std::string outsiderSaw = runAs(outsider, others, {}, [&](FILE* out) {
+      fprintf(out, "%s", answer(path, {{"op", "show-configuration"}}).c_str());
+   });
+   EXPECT_EQ(outsiderSaw, "error: cannot connect to " + path + ": Permission denied");
+
+   // Past the file's mode (opened up by mistake), the daemon still turns it away.
+   ASSERT_EQ(chmod(path.c_str(), 0666), 0);
+   EXPECT_EQ(runAs(outsider, others, {},
+                   [&](FILE* out) {
+                      fprintf(out, "%s", answer(path, {{"op", "show-configuration"}}).c_str());
+                   }),
+             ControlSocket::errorReply("permission denied: user uid " + std::to_string(outsider) +
+                                       " is not root nor in group gid " + std::to_string(readers))
+                 .dump());
+
+   // Root does everything, under its own name.
+   EXPECT_EQ(call({{"op", "whoami"}}), ControlSocket::okReply({{"user", "root"}, {"uid", 0}}));
+   EXPECT_EQ(call({{"op", "configure"}, {"lines", {"lldp timer 5"}}}), ControlSocket::okReply());
 }
 
 }  // namespace

@@ -294,6 +294,14 @@ TEST_F(LldpAgentTest, GlobalSettingsReachThePortsAndCleanupLeavesNothing) {
    EXPECT_EQ(portConfig("eth1")->ztpBootVlan(), 42);
    EXPECT_FALSE(portConfig("eth1")->rxRateLimitEnabled());
    EXPECT_EQ(localSystem()->localPort(eth("eth1"))->ztpBootVlan(), 42);
+   // The neighbour limit: the global one, the port's own over it, the global one again.
+   cli->remoteSystemLimitIs(500);
+   EXPECT_EQ(portConfig("eth1")->remoteSystemLimit(), 500u);
+   port->remoteSystemLimitIs(7);
+   cli->remoteSystemLimitIs(600);
+   EXPECT_EQ(portConfig("eth1")->remoteSystemLimit(), 7u);
+   cli->cliPortConfigDel(eth("eth1"));
+   EXPECT_EQ(portConfig("eth1")->remoteSystemLimit(), 600u);
 
    agent->doCleanup();
    EXPECT_TRUE(config->portConfig().empty());

@@ -286,38 +286,27 @@ TEST_F(LldpProtocolRxTest, FatalFramesTouchNothingButPortCounters) {
 // ---------------------------------------------------------------------------------------
 // Shutdown LLDPDUs.
 
-TEST_F(LldpProtocolRxTest, ShutdownOfUnknownNeighbourChangesOnlyTheFrameCount) {
-   const std::string statusBefore = snapshot(*status);
-   EXPECT_FALSE(rx(neighbour(1, 0).tlv(5, "x").tlv(7, "")));
-   EXPECT_EQ(port->rxFramesTotal(), 1u);
-   EXPECT_EQ(port->rxFramesDiscardedTotal() + port->rxFramesErrors() +
-                 port->rxTLVsDiscardedTotal() + port->rxTLVsUnrecognizedTotal(),
-             0u);
-   EXPECT_EQ(snapshot(*status), statusBefore);
-   EXPECT_TRUE(port->remoteSystem().empty());
-   EXPECT_TRUE(traced("Received shutdown frame from unknown MSAP: " + [] {
-      std::ostringstream os;
-      os << msapOf(1);
-      return os.str();
-   }()));
-}
-
-TEST_F(LldpProtocolRxTest, ShutdownRemovesKnownNeighbourWithoutReadingTlvs) {
+// A shutdown LLDPDU: its optional TLVs are never read (those here would make the frame
+// fatal); a known neighbour goes at once, an unknown one changes nothing but the count.
+TEST_F(LldpProtocolRxTest, ShutdownRemovesKnownNeighbourAndIgnoresUnknownOnes) {
    ASSERT_TRUE(rx(Pdu().id(1, 4, macId).id(2, 5, "Ethernet7").ttl(120)));
    ASSERT_TRUE(rx(neighbour(2)));
    fakeNow = 1500;
    logs.clear();
-   // What follows the TTL would be a fatal frame if it were read.
+   const std::string statusBefore = snapshot(*status);
+   EXPECT_FALSE(rx(neighbour(1, 0).tlv(5, "x").tlv(7, "")));
+   EXPECT_EQ(snapshot(*status), statusBefore);
+   EXPECT_TRUE(traced("Received shutdown frame from unknown MSAP: " + snapshot(msapOf(1))));
    EXPECT_FALSE(rx(Pdu().id(1, 4, macId).id(2, 5, "Ethernet7").ttl(0).tlv(99, "x").tlv(7, "")));
    EXPECT_EQ(port->remoteSystem().size(), 1u);
    EXPECT_EQ(port->remoteSystemByMsap().size(), 1u);
-   EXPECT_TRUE(stored(2));
    EXPECT_EQ(port->remoteSystem(2).ptr(), stored(2).ptr());
    EXPECT_EQ(status->remTablesDeletes(), 1u);
    EXPECT_EQ(status->remTablesLastChangeTime(), 1500);
-   EXPECT_EQ(
-       port->rxFramesDiscardedTotal() + port->rxFramesErrors() + port->rxTLVsUnrecognizedTotal(),
-       0u);
+   EXPECT_EQ(port->rxFramesTotal(), 4u);
+   EXPECT_EQ(port->rxFramesDiscardedTotal() + port->rxFramesErrors() +
+                 port->rxTLVsDiscardedTotal() + port->rxTLVsUnrecognizedTotal(),
+             0u);
    ASSERT_EQ(logs.size(), 1u);
    EXPECT_EQ(logs[0].key, "LLDP_NEIGHBOR_GONE");
    EXPECT_EQ(logs[0].text,
@@ -511,25 +500,6 @@ TEST_F(LldpProtocolRxTest, ZtpBootVlanWithToggleOffIsAnUnknownTlv) {
 // ---------------------------------------------------------------------------------------
 // Updates of a known neighbour.
 
-TEST_F(LldpProtocolRxTest, UnchangedRefreshKeepsLastChangeTime) {
-   auto first = rx(neighbour().tlv(4, "uplink").tlv(8, mgmtAddr({10, 0, 0, 1}, 1, {})));
-   fakeNow = 1030;
-   Wire::EthAddr otherMac = *Wire::EthAddr::parse("00:1c:73:00:00:09");
-   mac = otherMac;
-   auto again = rx(neighbour(1, 60).tlv(4, "uplink").tlv(8, mgmtAddr({10, 0, 0, 1}, 1, {})));
-   EXPECT_EQ(again, first);
-   EXPECT_EQ(again->lastRefreshTime(), 1030);
-   EXPECT_EQ(again->expiryTime(), 1090);
-   EXPECT_EQ(again->ttl(), 60);  // a new TTL is not a change
-   EXPECT_EQ(again->ethAddr(), otherMac);
-   EXPECT_EQ(again->lastChangeTime(), 1000);
-   EXPECT_EQ(again->creationTime(), 1000);
-   EXPECT_EQ(status->remTablesLastChangeTime(), 1000);
-   EXPECT_EQ(status->lastPacketParsedTime(), 1030);
-   EXPECT_EQ(status->remTablesInserts(), 1u);
-   EXPECT_TRUE(traced("Updating RemoteSystem"));
-}
-
 TEST_F(LldpProtocolRxTest, WhatTheNeighbourStopsSendingIsCleared) {
    rx(neighbour().tlv(4, "uplink").tlv(8, mgmtAddr({10, 0, 0, 1}, 1, {})));
    fakeNow = 1030;
@@ -577,20 +547,46 @@ TEST_F(LldpProtocolRxTest, IndexWrapsToOne) {
    EXPECT_TRUE(traced("Index for RemoteSystem tables has wrapped"));
 }
 
-TEST_F(LldpProtocolRxTest, LimitStopsCreationButNotUpdates) {
+// A full table refuses new neighbours (counted, logged once a minute) and still updates
+// the ones it holds; raised, it holds a flood of distinct neighbours, each frame either
+// stored or counted.
+TEST_F(LldpProtocolRxTest, NeighbourLimitRefusesCountsAndLogsOnce) {
+   Vel::Trace::configure("");               // thousands of frames
+   Vel::Log::clockIs(+[] { return 2e9; });  // a fixed time: every refusal in one minute
    config->remoteSystemLimitIs(2);
    ASSERT_TRUE(rx(neighbour(1)));
    ASSERT_TRUE(rx(neighbour(2)));
-   EXPECT_FALSE(rx(neighbour(3).tlv(7, bytes({0, 4, 0, 0x14}))));
+   logs.clear();
+   for (int n = 3; n < 10; ++n) EXPECT_FALSE(rx(neighbour(n).tlv(7, bytes({0, 4, 0, 0x14}))));
    EXPECT_FALSE(stored(3));
    EXPECT_EQ(port->remoteSystem().size(), 2u);
-   EXPECT_EQ(port->rxFramesDiscardedTotal(), 1u);
+   EXPECT_EQ(port->rxNeighborsRefused(), 7u);
+   EXPECT_EQ(port->rxFramesDiscardedTotal(), 7u);
    EXPECT_EQ(port->rxFramesErrors(), 0u);
    EXPECT_EQ(status->remTablesInserts(), 2u);
+   ASSERT_EQ(logs.size(), 1u);
+   EXPECT_EQ(logs[0].text,
+             "LLDP neighbor table full on interface Ethernet1 (limit 2 neighbors): new neighbor "
+             "refused");
    auto r = rx(neighbour(1).tlv(5, "still updated"));
    ASSERT_TRUE(r);
    EXPECT_EQ(r->sysName().value(), "still updated");
-   EXPECT_EQ(logs.size(), 2u);
+
+   config->remoteSystemLimitIs(5000);
+   const uint32_t framesBefore = port->rxFramesTotal();
+   for (int n = 1000; n < 4000; ++n) rx(neighbour(n));
+   EXPECT_EQ(port->remoteSystem().size(), 3002u);
+   EXPECT_EQ(port->remoteSystemByMsap().size(), 3002u);
+   EXPECT_EQ(port->rxFramesTotal() - framesBefore, 3000u);
+   EXPECT_EQ(port->rxNeighborsRefused(), 7u);
+   config->remoteSystemLimitIs(3100);
+   for (int n = 5000; n < 5200; ++n) rx(neighbour(n));
+   EXPECT_EQ(port->remoteSystem().size(), 3100u);
+   EXPECT_EQ(port->rxNeighborsRefused(), 7u + 102u);
+   EXPECT_EQ(std::count_if(logs.begin(), logs.end(),
+                           [](const auto& m) { return m.key == "LLDP_NEIGHBOR_LIMIT"; }),
+             1);  // within the minute
+   Vel::Log::clockIs(nullptr);
 }
 
 // ---------------------------------------------------------------------------------------
@@ -738,47 +734,49 @@ struct RemoteSystemWatcher : Lldp::RemoteSystem::Notifiee {
 
 }  // namespace
 
-TEST_F(LldpProtocolRxTest, RepeatedLldpduRefreshesWithoutDecoding) {
-   Vel::Trace::configure("");
-   auto frame = [](int ttl) {
-      return neighbour(1, ttl).tlv(5, "switch").org(0x334455, 44, bytes({'a'})).end();
-   };
-   auto r = rx(frame(120));
-   ASSERT_TRUE(r);
-   RemoteSystemWatcher watcher;
-   watcher.notifierIs(r);
-
-   fakeNow = 1030;
-   mac = *Wire::EthAddr::parse("00:1c:73:00:00:09");
-   EXPECT_EQ(rx(frame(120)), r);
-   EXPECT_EQ(r->lastRefreshTime(), 1030);
-   EXPECT_EQ(r->expiryTime(), 1150);
-   EXPECT_EQ(r->ethAddr(), mac);
-   EXPECT_EQ(r->lastChangeTime(), 1000);
-   EXPECT_EQ(status->lastPacketParsedTime(), 1030);
-   EXPECT_EQ(status->remTablesLastChangeTime(), 1000);
-   // Unknown TLVs are counted on every frame, as a decode counts them.
-   EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 2u);
-   EXPECT_EQ(port->rxFramesTotal(), 2u);
-   EXPECT_EQ(port->rxFramesErrors(), 0u);
-
-   // Another TTL with the same optional TLVs: only the TTL moves.
-   fakeNow = 1040;
-   rx(frame(60));
-   EXPECT_EQ(r->ttl(), 60);
-   EXPECT_EQ(r->expiryTime(), 1100);
-   EXPECT_EQ(watcher.ttl, 1);
-   EXPECT_EQ(watcher.sysName, 0);
-   EXPECT_EQ(watcher.unknownOrgDefTlv, 0);
-   EXPECT_EQ(r->sysName().value(), "switch");
-   EXPECT_EQ(r->lastChangeTime(), 1000);
-
-   // With the decoders traced, the same frame is decoded and traced in full.
-   Vel::Trace::configure("LldpProtocol/*");
-   Vel::Trace::ringClear();
-   rx(frame(60));
-   EXPECT_TRUE(traced("System Name: switch"));
-   EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 4u);
+// A refresh with the same optional TLVs, decoded in full (decoders traced) or taken as
+// repeated (traces off): the times, the source MAC and the TTL move, nothing else does.
+TEST_F(LldpProtocolRxTest, RepeatedLldpduRefreshesWithoutChange) {
+   for (const bool decoded : {true, false}) {
+      SCOPED_TRACE(decoded ? "decoded" : "repeated");
+      Vel::Trace::configure(decoded ? "LldpProtocol/*" : "");
+      const int n = decoded ? 1 : 2;
+      auto frame = [n](int ttl) {
+         return neighbour(n, ttl)
+             .tlv(5, "switch")
+             .tlv(8, mgmtAddr({10, 0, 0, 1}, 1, {}))
+             .org(0x334455, 44, bytes({'a'}))
+             .end();
+      };
+      fakeNow = 1000;
+      auto r = rx(frame(120));
+      ASSERT_TRUE(r);
+      RemoteSystemWatcher watcher;
+      watcher.notifierIs(r);
+      const uint32_t unrecognized = port->rxTLVsUnrecognizedTotal();
+      fakeNow = 1030;
+      Vel::Trace::ringClear();
+      mac = *Wire::EthAddr::parse(decoded ? "00:1c:73:00:00:09" : "00:1c:73:00:00:0a");
+      EXPECT_EQ(rx(frame(60)), r);
+      EXPECT_EQ(r->lastRefreshTime(), 1030);
+      EXPECT_EQ(r->expiryTime(), 1090);
+      EXPECT_EQ(r->ttl(), 60);  // a new TTL is not a change
+      EXPECT_EQ(r->ethAddr(), mac);
+      EXPECT_EQ(r->lastChangeTime(), 1000);
+      EXPECT_EQ(r->creationTime(), 1000);
+      EXPECT_EQ(r->sysName().value(), "switch");
+      EXPECT_EQ(r->managementAddress().size(), 1u);
+      EXPECT_EQ(status->remTablesLastChangeTime(), 1000);
+      EXPECT_EQ(status->lastPacketParsedTime(), 1030);
+      EXPECT_EQ(status->remTablesInserts(), uint32_t(n));
+      EXPECT_EQ(watcher.ttl, 1);
+      EXPECT_EQ(watcher.sysName + watcher.unknownOrgDefTlv, 0);
+      // Unknown TLVs are counted on every frame, as a decode counts them.
+      EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), unrecognized + 1);
+      EXPECT_EQ(port->rxFramesErrors(), 0u);
+      EXPECT_EQ(traced("System Name: switch"), decoded);
+      EXPECT_EQ(traced("Updating RemoteSystem"), decoded);
+   }
 }
 
 TEST_F(LldpProtocolRxTest, AlternatingLldpdusAreEachAppliedInFull) {
