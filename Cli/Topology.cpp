@@ -166,7 +166,9 @@ void Topology::neighborIs(const std::string& localChassis, const std::string& lo
 
 std::string Topology::dot() const {
    std::string out = "graph lldp {\n   node [fontname=\"sans-serif\"];\n";
-   out += "   edge [fontname=\"sans-serif\", fontsize=9];\n";
+   // Room for a port name at each end of every edge, clear of the nodes.
+   out += "   graph [nodesep=0.9, ranksep=1.0];\n";
+   out += "   edge [fontname=\"sans-serif\", fontsize=9, labeldistance=2.2, labelangle=30];\n";
    for (const auto& [chassis, node] : nodes_) {
       out += "   " + quoted(chassis) + " [label=" + quoted(node.name.empty() ? chassis : node.name);
       out += node.agent ? ", shape=box];\n" : ", shape=ellipse, style=dashed];\n";
