@@ -47,7 +47,7 @@ Options:
                           bridge's MAC when there is one bridge, else the lowest port MAC)
   --trace SPEC            trace handles and levels, e.g. 'LldpAgent/0-6,LldpProtocol*/0-4'
   --metrics ADDRESS:PORT  serve Prometheus metrics over HTTP at /metrics (e.g.
-                          127.0.0.1:9101 or [::1]:9101)
+                          127.0.0.1:9101; IPv4, 0.0.0.0 for all addresses)
   --foreground            log to standard error instead of syslog, trace to standard error
   --help                  this text
 

@@ -78,25 +78,21 @@ double unixNow() {
    return double(ts.tv_sec) + double(ts.tv_nsec) * 1e-9;
 }
 
-// "ADDRESS:PORT" or "[IPV6]:PORT" with a numeric address and a port 1..65535.
+// "ADDRESS:PORT" with an IPv4 address and a port 1..65535. (Debian's build of the HTTP
+// server listens on IPv4 only.)
 bool validAddress(const std::string& text, std::string* error) {
    const size_t colon = text.rfind(':');
-   std::string host = colon == std::string::npos ? "" : text.substr(0, colon);
+   const std::string host = colon == std::string::npos ? "" : text.substr(0, colon);
    const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
    char* end = nullptr;
    const long p = port.empty() ? 0 : std::strtol(port.c_str(), &end, 10);
-   bool ok = !port.empty() && *end == 0 && p >= 1 && p <= 65535;
-   unsigned char buf[16];
-   if (ok && host.size() > 2 && host.front() == '[' && host.back() == ']') {
-      ok = ::inet_pton(AF_INET6, host.substr(1, host.size() - 2).c_str(), buf) == 1;
-   } else if (ok) {
-      ok = ::inet_pton(AF_INET, host.c_str(), buf) == 1;
+   unsigned char buf[4];
+   if (port.empty() || *end != 0 || p < 1 || p > 65535 ||
+       ::inet_pton(AF_INET, host.c_str(), buf) != 1) {
+      *error = "--metrics: '" + text + "' is not ADDRESS:PORT (an IPv4 address and a port)";
+      return false;
    }
-   if (!ok) {
-      *error = "--metrics: '" + text +
-               "' is not ADDRESS:PORT (an IPv4 address, or an IPv6 address in brackets)";
-   }
-   return ok;
+   return true;
 }
 
 }  // namespace
@@ -157,8 +153,10 @@ bool MetricsExporter::listen(const std::string& address, std::string* error) {
    impl_->bridge = std::make_shared<ScrapeBridge>(impl_->wakeFd);
    try {
       impl_->exposer = std::make_unique<prometheus::Exposer>(address, 2);
-   } catch (const std::exception& e) {
-      *error = "--metrics: cannot serve on " + address + ": " + e.what();
+   } catch (const std::exception&) {
+      // The server says no more than that it could not bind.
+      *error = "--metrics: cannot listen on " + address +
+               " (not an address of this host, or the port is in use)";
       return false;
    }
    impl_->exposer->RegisterCollectable(impl_->bridge);

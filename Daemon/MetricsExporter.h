@@ -27,7 +27,7 @@ public:
    MetricsExporter(const MetricsExporter&) = delete;
    MetricsExporter& operator=(const MetricsExporter&) = delete;
 
-   // Starts serving on "ADDRESS:PORT" ("[ADDRESS]:PORT" for IPv6); false with the reason
+   // Starts serving on "ADDRESS:PORT" (IPv4; 0.0.0.0 for every address); false with the reason
    // when the address is malformed or cannot be bound.
    bool listen(const std::string& address, std::string* error);
 

@@ -15,9 +15,10 @@ target_link_libraries(topology PUBLIC framework CURL::libcurl)
 target_link_libraries(lldp-cli PRIVATE topology)
 
 if(COMMAND lldp_test)
-  # Agents, a Prometheus server and a phone in network namespaces (root only; skips
-  # without prometheus, promtool or dot).
-  lldp_test(metrics_tests ${PROJECT_SOURCE_DIR}/tests/Metrics/MetricsLabTest.cpp)
+  # The snapshot taken in slices; and agents, a Prometheus server and a phone in network
+  # namespaces (root only; skips without prometheus, promtool or dot).
+  lldp_test(metrics_tests ${PROJECT_SOURCE_DIR}/tests/Metrics/MetricsLabTest.cpp
+            ${PROJECT_SOURCE_DIR}/tests/Metrics/MetricsSnapshotTest.cpp)
   target_link_libraries(metrics_tests PRIVATE metrics topology)
   target_compile_definitions(metrics_tests PRIVATE LLDP_AGENT="$<TARGET_FILE:lldp-agent>"
                                                    LLDP_CLI="$<TARGET_FILE:lldp-cli>")
