@@ -203,8 +203,9 @@ public:
       agent_->doInit();
       std::cerr << (args_.foreground ? "lldp-agent: running; control socket " + args_.socket + "\n"
                                      : std::string());
-      // Started by systemd (Type=notify): ready once the socket and the ports are set up.
-      ::sd_notify(0, "READY=1");
+      // Started by systemd (Type=notify): ready once the control socket listens and the
+      // agent's mounts have completed, on the loop's first turn.
+      Vel::EventLoop::instance().post([] { ::sd_notify(0, "READY=1"); });
       Vel::EventLoop::instance().run();
       ::sd_notify(0, "STOPPING=1");
 

@@ -6,6 +6,10 @@
 // exactly the lab's links, from Prometheus and from one agent's own view.
 #include <curl/curl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -272,6 +276,42 @@ TEST(MetricsLab, PrometheusScrapesTheFleetAndTopologyDrawsIt) {
    ASSERT_EQ(rendered.status, 0) << rendered.err;
    EXPECT_EQ(TestSupport::readFile(png).substr(0, 4), "\x89PNG");
    EXPECT_EQ(TestSupport::runCli(sockets[2], {"topology", "--format", "svg"}).status, 2);
+}
+
+// Started as systemd starts a Type=notify service, the agent says when it is ready and
+// when it stops, on the socket systemd names.
+TEST(MetricsLab, TellsSystemdWhenReadyAndStopping) {
+   if (::geteuid() != 0) GTEST_SKIP() << "needs root to create network namespaces";
+   TestSupport::NetNsPair ns;
+   ASSERT_TRUE(ns.ok()) << ns.error();
+   const std::string path = tmpName("notify"), sock = tmpName("notify-agent.sock");
+   const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+   sockaddr_un addr{};
+   addr.sun_family = AF_UNIX;
+   path.copy(addr.sun_path, sizeof(addr.sun_path) - 1);
+   ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+   auto next = [&] {
+      pollfd p{fd, POLLIN, 0};
+      char buf[256] = {};
+      if (::poll(&p, 1, 20000) != 1 || ::recv(fd, buf, sizeof(buf) - 1, 0) <= 0)
+         return std::string();
+      return std::string(buf);
+   };
+   Process agent({"ip", "netns", "exec", ns.nsA(), "env", "NOTIFY_SOCKET=" + path, LLDP_AGENT,
+                  "--socket", sock, "--foreground"},
+                 tmpName("notify-agent.log"));
+   EXPECT_EQ(next(), "READY=1");
+   EXPECT_GE(waitFor(
+                 [&] {
+                    return TestSupport::runCli(sock, {"show", "local"}).status == 0;
+                 },
+                 5),
+             0);
+   EXPECT_EQ(agent.stop(SIGTERM), 0);
+   EXPECT_EQ(next(), "STOPPING=1");
+   ::close(fd);
+   ::unlink(path.c_str());
+   ::unlink(tmpName("notify-agent.log").c_str());
 }
 
 }  // namespace
