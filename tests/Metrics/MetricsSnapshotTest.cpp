@@ -1,6 +1,5 @@
 // The loop's side of a scrape: a snapshot taken in slices while the table changes between
-// them holds every neighbour that was there throughout exactly once, and label bytes become valid
-// UTF-8.
+// them holds each neighbour that stayed exactly once; label bytes become valid UTF-8.
 #include <gtest/gtest.h>
 
 #include <set>
