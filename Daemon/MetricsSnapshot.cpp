@@ -79,6 +79,7 @@ void MetricsSnapshotBuilder::start(double clockNow, double unixNow) {
    portTaken_ = false;
    portsLeft_ = false;
    anyIndex_ = true;
+   portRecord_ = nullptr;
    if (local_) {
       snap_.localChassisId = local_->chassisIdentifier().stringValue();
       snap_.localSysName = local_->sysName().stringValue();
@@ -113,8 +114,13 @@ bool MetricsSnapshotBuilder::step(size_t budget) {
    auto it =
        std::lower_bound(ports.begin(), ports.end(), port_,
                         [](const auto& entry, const Wire::IntfId& k) { return entry.first < k; });
-   // The port this slice stopped in has gone meanwhile: carry on with the next one.
-   if (it == ports.end() || !(it->first == port_)) portTaken_ = false;
+   if (portTaken_ && (it == ports.end() || it->second != portRecord_)) {
+      // The port this slice stopped in has gone meanwhile: carry on with the next one. One
+      // re-created under the same name starts its indexes afresh; it is left out of this
+      // scrape rather than reported twice.
+      portTaken_ = false;
+      if (it != ports.end() && it->first == port_) ++it;
+   }
    size_t used = 0;
    for (; it != ports.end(); ++it) {
       if (used >= budget) {
@@ -125,6 +131,7 @@ bool MetricsSnapshotBuilder::step(size_t budget) {
       if (!port) continue;
       if (!portTaken_) {
          port_ = it->first;
+         portRecord_ = it->second;
          portTaken_ = true;
          anyIndex_ = true;
          MetricsSnapshot::Port p;
@@ -169,6 +176,7 @@ bool MetricsSnapshotBuilder::step(size_t budget) {
       portTaken_ = false;
    }
    portsLeft_ = false;
+   portRecord_ = nullptr;
    snap_.complete = true;
    return true;
 }

@@ -85,6 +85,7 @@ private:
    // Where the next slice resumes: the port (and whether its own values are taken) and
    // the last neighbour index copied on it.
    Wire::IntfId port_;
+   Vel::Ptr<const Lldp::PortStatus> portRecord_;  // the record taken under port_
    bool portTaken_ = false;
    bool portsLeft_ = false;
    int lastIndex_ = 0;
