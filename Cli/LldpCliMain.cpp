@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Cli/CliText.h"
+#include "Cli/Topology.h"
 #include "Config/ConfigLanguage.h"
 #include "Daemon/ControlSocket.h"
 
@@ -46,6 +47,11 @@ Commands:
         Empties every neighbour table (the agent logs who asked).
   watch
         Prints each neighbour added, changed or removed as it happens, until interrupted.
+  topology [--format dot|svg|png] [--output FILE] [--prometheus URL]
+        The links between systems as a Graphviz graph: this system and its neighbours,
+        or with --prometheus every agent a Prometheus server scrapes (e.g.
+        http://prometheus:9090). DOT on standard output by default; svg and png are
+        rendered by Graphviz's `dot` into FILE.
 
 Options (anywhere on the line):
   --socket PATH   the agent's control socket (default /run/lldp-agent.sock, or
@@ -275,5 +281,11 @@ int main(int argc, char** argv) {
    if (cmd == "configure") return configure(o, c);
    if (cmd == "clear") return clear(o, c);
    if (cmd == "watch") return watch(o, c);
+   if (cmd == "topology") {
+      const std::string error =
+          Cli::topologyCommand(o.words, [&](const Vel::Json& req) { return c.call(req); });
+      if (!error.empty()) fail(error);
+      return 0;
+   }
    fail("unknown command '" + cmd + "' (try 'lldp --help')");
 }

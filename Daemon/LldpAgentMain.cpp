@@ -4,6 +4,7 @@
 #include <grp.h>
 #include <signal.h>
 #include <sys/signalfd.h>
+#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -18,6 +19,7 @@
 #include "Cli/CliService.h"
 #include "Config/ConfigLanguage.h"
 #include "Daemon/ControlSocket.h"
+#include "Daemon/MetricsExporter.h"
 #include "Framework/Log.h"
 #include "Framework/Trace.h"
 #include "Framework/Vel/EventLoop.h"
@@ -48,6 +50,8 @@ Options:
   --system-mac MAC        chassis ID and fallback management address (default: the
                           bridge's MAC when there is one bridge, else the lowest port MAC)
   --trace SPEC            trace handles and levels, e.g. 'LldpAgent/0-6,LldpProtocol*/0-4'
+  --metrics ADDRESS:PORT  serve Prometheus metrics over HTTP at /metrics (e.g.
+                          127.0.0.1:9101; IPv4, 0.0.0.0 for all addresses)
   --foreground            log to standard error instead of syslog, trace to standard error
   --help                  this text
 
@@ -65,6 +69,7 @@ struct Args {
    std::string socket = defaultSocket;
    uint32_t socketGroup = ::Daemon::ControlSocket::noGroup;
    std::string trace;
+   std::string metrics;
    bool foreground = false;
    Platform::Linux::LinuxPlatform::Options platform;
    Snmp::SubagentOptions snmp;
@@ -116,6 +121,8 @@ Args parseArgs(int argc, char** argv) {
          args.platform.systemMac = *mac;
       } else if (opt == "--trace") {
          args.trace = value();
+      } else if (opt == "--metrics") {
+         args.metrics = value();
       } else if (opt == "--foreground") {
          args.foreground = true;
       } else {
@@ -205,6 +212,10 @@ public:
       control_ = std::make_unique<::Daemon::ControlSocket>(cliConfig_);
       if (!control_->listen(args_.socket, &error, args_.socketGroup)) return fail(error);
       cliService_ = std::make_unique<Cli::CliService>(*control_, db);
+      if (!args_.metrics.empty()) {
+         metrics_ = std::make_unique<::Daemon::MetricsExporter>(db);
+         if (!metrics_->listen(args_.metrics, &error)) return fail(error);
+      }
 
       if (!watchSignals(&error)) return fail(error);
       agent_ = Lldp::Agent::agentFactory("lldp-agent");
@@ -212,9 +223,14 @@ public:
       if (args_.snmp.enabled) snmp_ = Snmp::AgentxSubagent::start(args_.snmp, db);
       std::cerr << (args_.foreground ? "lldp-agent: running; control socket " + args_.socket + "\n"
                                      : std::string());
+      // Started by systemd (Type=notify): ready once the control socket listens and the
+      // agent's mounts have completed, on the loop's first turn.
+      Vel::EventLoop::instance().post([] { ::sd_notify(0, "READY=1"); });
       Vel::EventLoop::instance().run();
+      ::sd_notify(0, "STOPPING=1");
 
       snmp_.reset();
+      metrics_.reset();
       agent_->doCleanup();
       agent_ = nullptr;
       cliService_.reset();
@@ -277,6 +293,7 @@ private:
    std::unique_ptr<Platform::Linux::LinuxPlatform> platform_;
    std::unique_ptr<::Daemon::ControlSocket> control_;
    std::unique_ptr<Cli::CliService> cliService_;
+   std::unique_ptr<::Daemon::MetricsExporter> metrics_;
    Vel::Ptr<Lldp::Agent::Agent> agent_;
    std::unique_ptr<Snmp::AgentxSubagent> snmp_;
    int signalFd_ = -1;
