@@ -38,6 +38,7 @@ const std::array<nla_policy, IFLA_MAX + 1> linkPolicy = [] {
    p[IFLA_MAX_MTU].type = NLA_U32;
    p[IFLA_OPERSTATE].type = NLA_U8;
    p[IFLA_MASTER].type = NLA_U32;
+   p[IFLA_LINK].type = NLA_U32;
    p[IFLA_IFALIAS].type = NLA_STRING;
    p[IFLA_LINKINFO].type = NLA_NESTED;
    p[IFLA_AF_SPEC].type = NLA_NESTED;
@@ -75,6 +76,7 @@ Wire::IntfId intfIdOf(std::string_view name, std::string_view linkKind,
 void NetModel::clear() {
    links.clear();
    portVlans.clear();
+   lockedPorts.clear();
    addrs.clear();
    ipForwarding.reset();
 }
@@ -107,6 +109,7 @@ bool NetModel::applyLink(const nlmsghdr* msg) {
       VEL_TRACE(platformTrace, 4, "link " << index << " gone");
       links.erase(index);
       portVlans.erase(index);
+      lockedPorts.erase(index);
       addrs.erase(index);
       return true;
    }
@@ -127,6 +130,7 @@ bool NetModel::applyLink(const nlmsghdr* msg) {
    if (tb[IFLA_MTU]) l.mtu = nla_get_u32(tb[IFLA_MTU]);
    if (tb[IFLA_MAX_MTU]) l.maxMtu = nla_get_u32(tb[IFLA_MAX_MTU]);
    if (tb[IFLA_MASTER]) l.master = int(nla_get_u32(tb[IFLA_MASTER]));
+   if (tb[IFLA_LINK]) l.link = int(nla_get_u32(tb[IFLA_LINK]));
    if (tb[IFLA_IFALIAS]) l.alias = stringAttr(tb[IFLA_IFALIAS]);
    if (tb[IFLA_ADDRESS] && nla_len(tb[IFLA_ADDRESS]) == 6) {
       l.mac = Wire::EthAddr::fromBytes(nla_data(tb[IFLA_ADDRESS]));
@@ -165,6 +169,7 @@ bool NetModel::applyBridgeLink(const nlmsghdr* msg) {
    const int index = ifi->ifi_index;
    if (msg->nlmsg_type == RTM_DELLINK) {
       portVlans.erase(index);
+      lockedPorts.erase(index);
       return true;
    }
    nlattr* tb[IFLA_MAX + 1] = {};
@@ -205,8 +210,24 @@ bool NetModel::applyBridgeLink(const nlmsghdr* msg) {
          if (info.flags & BRIDGE_VLAN_INFO_PVID) v.pvid = info.vid;
       }
    }
+   // The port's own settings come with notifications of a change to them and with dumps;
+   // a message without them (a VLAN change) leaves the lock as it was.
+   if (tb[IFLA_PROTINFO]) {
+      nlattr* port[IFLA_BRPORT_MAX + 1] = {};
+      nla_policy portPolicy[IFLA_BRPORT_MAX + 1] = {};
+      portPolicy[IFLA_BRPORT_LOCKED].type = NLA_U8;
+      if (nla_parse_nested(port, IFLA_BRPORT_MAX, tb[IFLA_PROTINFO], portPolicy) < 0) {
+         ++malformed;
+         VEL_TRACE(platformTrace, 0, "bridge port " << index << ": malformed port settings");
+      } else if (port[IFLA_BRPORT_LOCKED] && nla_get_u8(port[IFLA_BRPORT_LOCKED])) {
+         lockedPorts.insert(index);
+      } else {
+         lockedPorts.erase(index);
+      }
+   }
    VEL_TRACE(platformTrace, 6,
-             "bridge port " << index << " pvid " << v.pvid << " vlans " << v.member.count());
+             "bridge port " << index << " pvid " << v.pvid << " vlans " << v.member.count()
+                            << (lockedPorts.count(index) ? " locked" : ""));
    portVlans[index] = v;
    return true;
 }

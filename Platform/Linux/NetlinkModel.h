@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -58,6 +59,7 @@ struct LinkInfo {
    uint32_t mtu = 0;
    uint32_t maxMtu = 0;  // 0 when the kernel does not say
    int master = 0;
+   int link = 0;  // IFLA_LINK: the device under a VLAN or MACsec device, 0 for none
    std::string alias;
    bool vlanFiltering = false;  // bridges only
 };
@@ -83,6 +85,9 @@ struct AddrInfo {
 struct NetModel {
    std::map<int, LinkInfo> links;
    std::map<int, PortVlans> portVlans;
+   // Bridge ports with `locked on`: the bridge learns and forwards nothing from them until
+   // port authentication admits a station, so they count as held by 802.1X.
+   std::set<int> lockedPorts;
    // Per interface index, in the kernel's order (the first IPv4 address that is not
    // secondary is the primary).
    std::map<int, std::vector<AddrInfo>> addrs;

@@ -66,10 +66,18 @@ struct Switchport {
 
 class Derivation {
 public:
-   Derivation(const NetModel& m, const PlatformOptions& o) : m_(m), o_(o) {}
+   Derivation(const NetModel& m, const PlatformOptions& o) : m_(m), o_(o), held_(m.lockedPorts) {
+      for (const auto& [_, upper] : m.links) {
+         if (upper.kind == "macsec" && upper.operstate != IF_OPER_UP) held_.insert(upper.link);
+      }
+   }
 
    Wire::IntfId idOf(const LinkInfo& l) const { return intfIdOf(l.name, l.kind, o_); }
 
+   // Port authentication holds a port: 802.1X while the bridge port is locked, MACsec
+   // while a MACsec device over it is not up (its secure channel is not established, so
+   // nothing but link-local frames passes).
+   bool heldByAuthentication(int index) const { return held_.count(index) != 0; }
    bool isKind(int index, const char* kind) const {
       const LinkInfo* l = m_.link(index);
       return l && l->kind == kind;
@@ -106,6 +114,7 @@ public:
 private:
    const NetModel& m_;
    const PlatformOptions& o_;
+   std::set<int> held_;
 };
 
 std::string vlanName(uint16_t vid, const PlatformOptions& o) {
@@ -218,8 +227,9 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
       eth->mtuIs(l.mtu);
       eth->maxMtuIs(l.maxMtu ? l.maxMtu : l.mtu);
       const bool bridged = publishSwitchport(l, id);
-      eth->forwardingModelIs(bridged ? Interface::forwardingModelBridged
-                                     : Interface::forwardingModelRouted);
+      eth->forwardingModelIs(d.heldByAuthentication(index) ? Interface::forwardingModelDataLink
+                             : bridged                     ? Interface::forwardingModelBridged
+                                                           : Interface::forwardingModelRouted);
       ethConfig->intfConfigIs(id)->descriptionIs(cut(l.alias));
       ports.insert(id);
       if (id.isEthernet()) maxMtu = std::max(maxMtu, l.mtu);

@@ -200,6 +200,15 @@ TEST_F(LinuxPlatformTest, BridgePortsVlanNamesAndSystemMac) {
    platform->vlanNamesIs({});
    EXPECT_EQ(vlans.at(1)->name(), "VLAN0001");
 
+   // A locked port is held by port authentication until the lock goes.
+   in("bridge link set dev " + port + " locked on");
+   EXPECT_TRUE(waitFor(
+       [&] { return ethStatus(port)->forwardingModel() == Interface::forwardingModelDataLink; }));
+   in("bridge link set dev " + port + " locked off");
+   EXPECT_TRUE(waitFor(
+       [&] { return ethStatus(port)->forwardingModel() == Interface::forwardingModelBridged; }));
+   in("bridge link set dev " + port + " locked on");
+
    ip("link set " + port + " nomaster");
    EXPECT_TRUE(waitFor([&] {
       return sw()->switchportMode() == Bridging::switchportModeRouted &&
@@ -524,6 +533,34 @@ struct Msg {
    const nlmsghdr* hdr() const { return nlmsg_hdr(m); }
    nl_msg* m;
 };
+
+// This kernel has no MACsec devices: the messages it would send for one over a port.
+TEST(LinuxPlatformModelTest, MacsecDeviceNotUpHoldsItsPort) {
+   Vel::StateDb db;
+   Platform::Linux::PlatformPublisher pub(db);
+   NetModel m;
+   m.links[2] = link(2, "eth0", "");
+   const auto macsec = [&](uint8_t operstate) {
+      ifinfomsg ifi{};
+      ifi.ifi_index = 9;
+      ifi.ifi_type = ARPHRD_ETHER;
+      Msg msg(RTM_NEWLINK, &ifi, sizeof(ifi));
+      nla_put_string(msg.m, IFLA_IFNAME, "macsec0");
+      nla_put_u32(msg.m, IFLA_LINK, 2);
+      nla_put_u8(msg.m, IFLA_OPERSTATE, operstate);
+      nlattr* info = nla_nest_start(msg.m, IFLA_LINKINFO);
+      nla_put_string(msg.m, IFLA_INFO_KIND, "macsec");
+      nla_nest_end(msg.m, info);
+      EXPECT_TRUE(m.apply(msg.hdr()));
+      pub.publish(m, {});
+      return pub.ethStatus->intfStatus(IntfId::linux("eth0", IntfKind::intfKindEthernet))
+          ->forwardingModel();
+   };
+   EXPECT_EQ(macsec(IF_OPER_LOWERLAYERDOWN), Interface::forwardingModelDataLink);
+   EXPECT_EQ(macsec(IF_OPER_UP), Interface::forwardingModelRouted);
+   EXPECT_EQ(macsec(IF_OPER_DOWN), Interface::forwardingModelDataLink);
+   EXPECT_FALSE(pub.ethStatus->intfStatus(IntfId::linux("macsec0", IntfKind::intfKindEthernet)));
+}
 
 TEST(LinuxPlatformModelTest, OddKernelMessagesAreSkipped) {
    NetModel m;
