@@ -7,12 +7,11 @@
 #include <limits>
 #include <string_view>
 
+#include "Config/ConfigForms.h"
+
 namespace Config {
 
-namespace {
-
-using Lldp::CliConfig;
-using Lldp::CliPortConfig;
+namespace detail {
 
 // Bounds the language enforces. The hold time is the advertised time to live in seconds:
 // below 10 s a neighbour would age the entry out between two refreshes of any sensible
@@ -41,13 +40,6 @@ const CliPortConfig& portDefaults() {
 }
 
 // --- Lines into words.
-
-struct Token {
-   std::string text;  // unescaped for a quoted word
-   size_t begin = 0;  // position in the line, quotes included
-   size_t end = 0;
-   bool quoted = false;
-};
 
 bool isSpace(char c) {
    return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
@@ -120,13 +112,6 @@ std::string joinWords(const std::vector<std::string_view>& words) {
 
 // --- Arguments.
 
-struct Args {
-   std::string_view line;
-   const Token* first;
-   size_t count;
-   const std::string& operator[](size_t i) const { return first[i].text; }
-};
-
 std::string rangeText(uint64_t lo, uint64_t hi) {
    return std::to_string(lo) + ".." + std::to_string(hi);
 }
@@ -193,46 +178,6 @@ std::string parseText(const Args& a, std::string& out) {
 }
 
 // --- Command forms.
-
-using Op = std::function<void(CliConfig&)>;
-using PortOp = std::function<void(CliPortConfig&)>;
-
-struct Built {
-   std::string error;
-   Op op;
-   PortOp portOp;
-};
-Built fail(std::string e) {
-   return Built{std::move(e), nullptr, nullptr};
-}
-Built global(Op op) {
-   return Built{{}, std::move(op), nullptr};
-}
-Built port(PortOp op) {
-   return Built{{}, nullptr, std::move(op)};
-}
-Built either(Op op, PortOp portOp) {
-   return Built{{}, std::move(op), std::move(portOp)};
-}
-
-// Where a command applies: globally, to the port of the open interface block, or (a
-// setting with a global value and a per-port override) to the port inside a block and
-// globally outside one.
-enum class Scope : uint8_t { global, port, either };
-constexpr int textArg = -1;  // the rest of the line, at least one word
-
-// One command and its `no` form, each with the number of arguments that follow the
-// keywords and a builder; a form without a builder does not exist.
-struct Form {
-   Scope scope;
-   std::vector<std::string_view> words;
-   int yesArgs;
-   const char* yesUsage;
-   std::function<Built(const Args&)> yes;
-   int noArgs;
-   const char* noUsage;
-   std::function<Built(const Args&)> no;
-};
 
 using BoolSetter = void (CliConfig::*)(const bool&);
 
@@ -529,6 +474,7 @@ const std::vector<Form>& forms() {
                          p.poeAllocatedPowerFallbackIs(portDefaults().poeAllocatedPowerFallback());
                       });
                    }});
+      addTlvAndBypassForms(f);
       return f;
    }();
    return table;
@@ -641,10 +587,26 @@ Result parse(const std::vector<std::string>& lines, std::vector<Op>& ops) {
 #define CONFIG_SYNC_ATTR(T, n, d) to.n##Is(from.n());
 #define CONFIG_SYNC_UNKNOWN(K, V, n) \
    static_assert(sizeof(K) == 0, "Config: teach syncing about collection " #n);
+#define CONFIG_SYNC_VALUES(K, V, n)                         \
+   syncValues(                                              \
+       from.n(), to.n(), [&](const K& k) { to.n##Del(k); }, \
+       [&](const K& k, const V& v) { to.n##Is(k, v); });
+
+// A collection of values: what `from` lacks goes, the rest is written (unchanged values
+// notify no one).
+template <class Map, class Del, class Set>
+void syncValues(const Map& from, const Map& to, Del del, Set set) {
+   std::vector<typename Map::value_type::first_type> gone;
+   for (const auto& [k, v] : to) {
+      if (!from.find(k)) gone.push_back(k);
+   }
+   for (const auto& k : gone) del(k);
+   for (const auto& [k, v] : from) set(k, v);
+}
 
 void syncPort(const CliPortConfig& from, CliPortConfig& to) {
    LLDP_CLI_PORT_CONFIG_ATTRS(CONFIG_SYNC_NONE2, CONFIG_SYNC_ATTR, CONFIG_SYNC_NONE2,
-                              CONFIG_SYNC_UNKNOWN, CONFIG_SYNC_UNKNOWN, CONFIG_SYNC_UNKNOWN,
+                              CONFIG_SYNC_VALUES, CONFIG_SYNC_VALUES, CONFIG_SYNC_UNKNOWN,
                               CONFIG_SYNC_NONE4)
 }
 
@@ -699,7 +661,9 @@ std::string shortest(double v) {
    return std::string(buf, ec == std::errc() ? end : buf);
 }
 
-}  // namespace
+}  // namespace detail
+
+using namespace detail;
 
 std::vector<std::string> splitLines(const std::string& text) {
    std::vector<std::string> lines;
@@ -763,6 +727,7 @@ std::string render(const CliConfig& c) {
    if (c.remoteSystemLimit() != d.remoteSystemLimit()) {
       line("lldp neighbor-limit " + std::to_string(c.remoteSystemLimit()));
    }
+   renderTlvAndBypass(c, line);
 
    const CliPortConfig& pd = portDefaults();
    for (const auto& [intf, p] : c.cliPortConfig()) {
@@ -789,6 +754,7 @@ std::string render(const CliConfig& c) {
       if (p->remoteSystemLimit() != pd.remoteSystemLimit()) {
          line("   lldp neighbor-limit " + std::to_string(p->remoteSystemLimit()));
       }
+      renderPortTlvAndBypass(*p, line);
    }
    return out;
 }

@@ -108,7 +108,9 @@ enum MgmtAddrTxMode : uint8_t {
    ATTR(Vel::Seconds, rxRateLimitInterval, 1.0)                                   \
    ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})                                  \
    ATTR(uint32_t, poeAllocatedPowerFallback, 0)                                   \
-   ATTR(uint32_t, remoteSystemLimit, 0)
+   ATTR(uint32_t, remoteSystemLimit, 0)                                           \
+   ATTR(bool, macsecLldpBypass, false)                                            \
+   COLL(Lldp::UnknownOrgDefTlv::Key, Lldp::UnknownOrgDefTlv, externalTlv)
 // clang-format on
 
 class CliPortConfig : public Vel::Entity {
@@ -145,6 +147,7 @@ class CliPortConfig : public Vel::Entity {
    ATTR(Wire::IntfId, mgmtAddrTxIntf, {})                                    \
    ATTR(std::string, mgmtAddrVrf, {})                                        \
    ATTR(uint32_t, remoteSystemLimit, 64)                                     \
+   ATTR(bool, dot1xLldpBypass, false)                                        \
    ECOLL(Wire::IntfId, CliPortConfig, cliPortConfig)
 // clang-format on
 

@@ -83,7 +83,9 @@ TEST(ConfigLanguageTest, FormsSetWhatTheySay) {
           {"rxRateLimitInterval", 1.0},
           {"ztpBootVlan", 0},
           {"poeAllocatedPowerFallback", 0},
-          {"remoteSystemLimit", 0}}},
+          {"remoteSystemLimit", 0},
+          {"macsecLldpBypass", false},
+          {"externalTlv", J::array()}}},
        {{"interface e1", "  lldp ztp vlan 4094"}, "/cliPortConfig/0/ztpBootVlan", 4094},
        {{"interface e1", "  lldp power-via-mdi fallback 15400"},
         "/cliPortConfig/0/poeAllocatedPowerFallback",
@@ -232,6 +234,21 @@ TEST(ConfigLanguageTest, BadLinesChangeNothing) {
         "line 2: lldp receive rate-limit: 'inf' is not a number of seconds"},
        {{"interface eth1", "  lldp receive rate-limit 5 every 1"},
         "line 2: lldp receive rate-limit: expected 'interval' after the count, not 'every'"},
+       {{"interface e1", "lldp tlv oui 0080c2 subtype 1 info 00"},
+        "line 2: lldp tlv oui: '0080c2' is not an OUI (three hex bytes, as 00-80-c2)"},
+       {{"interface e1", "lldp tlv oui 00-80-c2 subtype 256 info 00"},
+        "line 2: lldp tlv oui: 256 is out of range 0..255"},
+       {{"interface e1", "lldp tlv oui 00-80-c2 subtype 1 info 0g"},
+        "line 2: lldp tlv oui: '0g' is not hex bytes (as 0a1b2c or 0a:1b:2c)"},
+       {{"interface e1", "lldp tlv oui 00-80-c2 subtype 1 info " + std::string(1016, 'a')},
+        "line 2: lldp tlv oui: info is 508 bytes, at most 507 allowed"},
+       {{"interface e1", "lldp tlv oui 00-80-c2 type 1 info 00"},
+        "line 2: lldp tlv oui: expected 'subtype' after the OUI, not 'type'"},
+       {{"exit", "lldp tlv oui 00-80-c2 subtype 1 info 00"},
+        "line 2: 'lldp tlv oui' is a per-port command: put it after 'interface NAME'"},
+       {{"interface e1", "  dot1x lldp bypass"},
+        "line 2: 'dot1x lldp bypass' is not a per-port command: end the interface block (no "
+        "indentation) first"},
        {{"lldp management-address vrf " + std::string(16, 'v')},
         "line 1: lldp management-address vrf: vrf name 'vvvvvvvvvvvvvvvv' is longer than 15 "
         "bytes"},
@@ -274,6 +291,7 @@ lldp receive packet tagged drop
 lldp management-address interface Management1
 lldp management-address vrf mgmt
 lldp neighbor-limit 5000
+dot1x lldp bypass
 interface Ethernet1
    no lldp transmit
    lldp receive rate-limit 7 interval 0.1
@@ -281,6 +299,13 @@ interface Ethernet1
    lldp ztp vlan 100
    lldp power-via-mdi fallback 30000
    lldp neighbor-limit 1
+   macsec lldp bypass
+   lldp tlv oui 00-80-C2 subtype 127 info 0a:ff
+   lldp tlv oui 33-44-66 subtype 0 info ""
+   lldp tlv oui 33-44-66 subtype 7 info 01
+   lldp tlv oui 33-44-66 subtype 7 info 0203
+   lldp tlv oui 33-44-66 subtype 9 info 04
+   no lldp tlv oui 33-44-66 subtype 9
 interface Ethernet2
    no lldp receive
    no lldp transmit
@@ -304,6 +329,13 @@ TEST(ConfigLanguageTest, RenderLoadsBackExactly) {
       if (it.key() == "intfId") continue;
       EXPECT_NE(port[it.key()], it.value()) << it.key() << " is not reachable";
    }
+   // One operator TLV per OUI and subtype: a later line replaces, `no` removes.
+   const auto& tlvs = portOf(*c, "Ethernet1")->externalTlv();
+   ASSERT_EQ(tlvs.size(), 3u);
+   const Lldp::UnknownOrgDefTlv* t7 =
+       tlvs.find(Lldp::UnknownOrgDefTlv::Key({.oui = Lldp::Oui(0x334466), .subtype = 7}));
+   ASSERT_TRUE(t7);
+   EXPECT_EQ(t7->value().value(), "\x02\x03");
 
    const std::string rendered = Config::render(*c);
    auto back = fresh();
