@@ -77,7 +77,8 @@ Vel::Json CliService::show(const Vel::Json& req) const {
          return ControlSocket::errorReply("the agent has not published its local system yet");
       }
       auto interfaces = db_.entityAs<Interface::AllIntfStatusDir>("interface/status/all");
-      v = localView(*local, *config, *status, intf, now, interfaces.ptr());
+      auto externalTlvs = db_.entityAs<Vel::Dir>("l2discovery/lldp/externalTlvs");
+      v = localView(*local, *config, *status, intf, now, interfaces.ptr(), externalTlvs.ptr());
    } else {
       return ControlSocket::errorReply("show: unknown view '" + view +
                                        "' (neighbors, statistics or local)");

@@ -369,7 +369,18 @@ std::string localText(const Json& view) {
              str(member(p, "maximumFrameSizeInfo"), "maxFrameSize"),
              admin[a >= 1 && a <= 3 ? a : 0], names});
    }
-   return std::string("Local system\n").append(b.str()).append("\n").append(t.str());
+   std::string out = std::string("Local system\n").append(b.str()).append("\n").append(t.str());
+   // Other programs' and the operator's TLVs, with who gave them.
+   Table ext({"Interface", "OUI", "Subtype", "Info", "Client", "Sent"});
+   bool any = false;
+   for (const auto& [intf, p] : member(view, "interfaces").items()) {
+      for (const auto& x : member(p, "externalTlv")) {
+         ext.row({intf, str(x, "oui"), str(x, "subtype"), str(x, "info"), str(x, "client"),
+                  x.value("advertised", false) ? "yes" : "no"});
+         any = true;
+      }
+   }
+   return any ? out.append("\nExternal TLVs\n").append(ext.str()) : out;
 }
 
 std::string watchEventText(const Json& event) {

@@ -140,11 +140,33 @@ Vel::Json advertisedManagementAddresses(const Lldp::LocalSystem& local, const Ll
    return list;
 }
 
+// The TLVs other programs and the operator give a port, each with the client that gave
+// it and whether it is the one sent (two clients may give the same OUI and subtype; one
+// of them is).
+Vel::Json externalTlvs(const Lldp::LocalPort& port, const Vel::Dir* clients) {
+   Vel::Json list = Vel::Json::array();
+   if (!clients) return list;
+   for (const auto& [client, entity] : clients->entry()) {
+      auto config = clients->entryAs<Lldp::ExternalTlvConfig>(client);
+      auto tlvs = config ? config->portConfig(port.intfId()) : nullptr;
+      if (!tlvs) continue;
+      for (const auto& [key, tlv] : tlvs->tlv()) {
+         const Lldp::UnknownOrgDefTlv* sent = port.unknownOrgDefTlv(key);
+         list.push_back({{"client", client},
+                         {"oui", key.oui().stringValue()},
+                         {"subtype", key.subtype()},
+                         {"info", Lldp::hexText(tlv.value().value())},
+                         {"advertised", sent && sent->value() == tlv.value()}});
+      }
+   }
+   return list;
+}
+
 }  // namespace
 
 View localView(const Lldp::LocalSystem& local, const Lldp::Config& config,
                const Lldp::AllStatus& status, const std::string& intf, Vel::Seconds now,
-               const Interface::AllIntfStatusDir* interfaces) {
+               const Interface::AllIntfStatusDir* interfaces, const Vel::Dir* externalTlvDir) {
    View v =
        perInterface(local.localPort(), intf, now, [&](Vel::Json& out, const Lldp::LocalPort& port) {
           out = attrsExcept(port, {"intfId", "localPortPoeInfo"});
@@ -153,6 +175,7 @@ View localView(const Lldp::LocalSystem& local, const Lldp::Config& config,
           }
           auto ps = status.portStatus(port.intfId());
           out["vlanName"] = ps && *ps ? Vel::toJson((*ps)->vlanName()) : Vel::Json::array();
+          out["externalTlv"] = externalTlvs(port, externalTlvDir);
        });
    if (!v.ok()) return v;
    Vel::Json global = attrsExcept(local, {"localPort", "managementAddressPrio"});

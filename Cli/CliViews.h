@@ -8,9 +8,11 @@
 
 #include <string>
 
+#include "Framework/Vel/Dir.h"
 #include "Framework/Vel/Json.h"
 #include "Records/IntfStatus.h"
 #include "Records/LldpConfig.h"
+#include "Records/LldpExternalTlv.h"
 #include "Records/LldpLocalSystem.h"
 #include "Records/LldpStatus.h"
 
@@ -38,9 +40,12 @@ View statisticsView(const Lldp::AllStatus& status, const Lldp::RemTablesStatus* 
 // The local system and each local port as advertised, with the timers that set the TTL
 // and each port's admin status and advertised VLAN names. "advertisedManagementAddress"
 // lists the management addresses in the order they go on the wire, each with the
-// interface it comes from (named through `interfaces`, by interface index).
+// interface it comes from (named through `interfaces`, by interface index). Each port's
+// "externalTlv" lists the TLVs the clients of `externalTlvDir` give it:
+// {"client", "oui", "subtype", "info" (hex), "advertised"}.
 View localView(const Lldp::LocalSystem& local, const Lldp::Config& config,
                const Lldp::AllStatus& status, const std::string& intf, Vel::Seconds now,
-               const Interface::AllIntfStatusDir* interfaces = nullptr);
+               const Interface::AllIntfStatusDir* interfaces = nullptr,
+               const Vel::Dir* externalTlvDir = nullptr);
 
 }  // namespace Cli

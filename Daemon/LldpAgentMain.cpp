@@ -19,6 +19,7 @@
 #include "Cli/CliService.h"
 #include "Config/ConfigLanguage.h"
 #include "Daemon/ControlSocket.h"
+#include "Daemon/ExternalTlvService.h"
 #include "Daemon/MetricsExporter.h"
 #include "Framework/Log.h"
 #include "Framework/Trace.h"
@@ -212,6 +213,7 @@ public:
       control_ = std::make_unique<::Daemon::ControlSocket>(cliConfig_);
       if (!control_->listen(args_.socket, &error, args_.socketGroup)) return fail(error);
       cliService_ = std::make_unique<Cli::CliService>(*control_, db);
+      externalTlvs_ = std::make_unique<::Daemon::ExternalTlvService>(*control_, db, cliConfig_);
       if (!args_.metrics.empty()) {
          metrics_ = std::make_unique<::Daemon::MetricsExporter>(db);
          if (!metrics_->listen(args_.metrics, &error)) return fail(error);
@@ -233,6 +235,7 @@ public:
       metrics_.reset();
       agent_->doCleanup();
       agent_ = nullptr;
+      externalTlvs_.reset();
       cliService_.reset();
       control_.reset();
       platform_.reset();
@@ -293,6 +296,7 @@ private:
    std::unique_ptr<Platform::Linux::LinuxPlatform> platform_;
    std::unique_ptr<::Daemon::ControlSocket> control_;
    std::unique_ptr<Cli::CliService> cliService_;
+   std::unique_ptr<::Daemon::ExternalTlvService> externalTlvs_;
    std::unique_ptr<::Daemon::MetricsExporter> metrics_;
    Vel::Ptr<Lldp::Agent::Agent> agent_;
    std::unique_ptr<Snmp::AgentxSubagent> snmp_;

@@ -127,24 +127,25 @@ void Agent::doInit() {
    }
 
    Vel::StateDb::MountGroup group(db_);
+   // In the order of the table of mounts; the interface directories follow.
    cliConfig_ = group.mount<Lldp::CliConfig>("l2discovery/lldp/cliConfig", "r");
    remTablesCliConfig_ =
        group.mount<Lldp::RemTablesCliConfig>("l2discovery/lldp/remTablesCliConfig", "r");
    remTablesStatus_ = group.mount<Lldp::RemTablesStatus>("l2discovery/lldp/remTablesStatus", "wf");
+   externalTlvsDir_ = group.mount<Vel::Dir>("l2discovery/lldp/externalTlvs", "ri");
    config_ = group.mount<Lldp::Config>("l2discovery/lldp/config", "w");
    lldpStatusLocal_ = group.mount<Lldp::Status>("l2discovery/lldp/status/local", "wif");
    allStatus_ = group.mount<Lldp::AllStatus>("l2discovery/lldp/status/all", "w");
    localSystem_ = group.mount<Lldp::LocalSystem>("l2discovery/lldp/localSystem", "wi");
    bridgingConfig_ = group.mount<Bridging::Config>("bridging/config", "r");
+   ipStatus_ = group.mount<Ip::Status>("ip/status", "r");
+   ip6Status_ = group.mount<Ip6::Status>("ip6/status", "r");
    routingConfig_ = group.mount<Routing::Config>("routing/config", "r");
    netStatus_ = group.mount<System::NetStatus>("sys/net/status", "r");
    sysDescr_ = group.mount<EntityMib::SysDescr>("hardware/entmib", "r");
-   allIntfStatusDir_ = group.mount<Interface::AllIntfStatusDir>("interface/status/all", "r");
-   ipStatus_ = group.mount<Ip::Status>("ip/status", "r");
-   ip6Status_ = group.mount<Ip6::Status>("ip6/status", "r");
-   externalTlvsDir_ = group.mount<Vel::Dir>("l2discovery/lldp/externalTlvs", "ri");
    identityDot1xStatus_ = group.mount<Identity::Dot1x::Status>("identity/dot1x/status", "r");
    identityMacsecStatus_ = group.mount<Identity::Macsec::Status>("identity/macsec/status", "r");
+   allIntfStatusDir_ = group.mount<Interface::AllIntfStatusDir>("interface/status/all", "r");
    ethPhyIntfStatusDir_ =
        group.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all", "r");
    ethPhyIntfConfigDir_ =
