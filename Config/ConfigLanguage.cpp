@@ -7,6 +7,8 @@
 #include <limits>
 #include <string_view>
 
+#include "Config/NetworkPolicyLanguage.h"
+
 namespace Config {
 
 namespace {
@@ -529,6 +531,26 @@ const std::vector<Form>& forms() {
                          p.poeAllocatedPowerFallbackIs(portDefaults().poeAllocatedPowerFallback());
                       });
                    }});
+      // LLDP-MED network policies (Config/NetworkPolicyLanguage.h).
+      f.push_back({Scope::port,
+                   {"lldp", "med", "network-policy"},
+                   textArg,
+                   "lldp med network-policy APPLICATION vlan VLAN [untagged] [priority 0-7] "
+                   "[dscp 0-63]",
+                   [](const Args& a) {
+                      std::vector<std::string> words;
+                      for (size_t i = 0; i < a.count; ++i) words.push_back(a[i]);
+                      Lldp::NetworkPolicyConfig policy;
+                      if (auto e = parseNetworkPolicy(words, policy); !e.empty()) return fail(e);
+                      return port([policy](CliPortConfig& p) { p.networkPolicyConfigIs(policy); });
+                   },
+                   1,
+                   "no lldp med network-policy APPLICATION",
+                   [](const Args& a) {
+                      const uint8_t app = networkPolicyAppType(a[0]);
+                      if (app == 0) return fail("unknown application '" + a[0] + "'");
+                      return port([app](CliPortConfig& p) { p.networkPolicyConfigDel(app); });
+                   }});
       return f;
    }();
    return table;
@@ -641,10 +663,21 @@ Result parse(const std::vector<std::string>& lines, std::vector<Op>& ops) {
 #define CONFIG_SYNC_ATTR(T, n, d) to.n##Is(from.n());
 #define CONFIG_SYNC_UNKNOWN(K, V, n) \
    static_assert(sizeof(K) == 0, "Config: teach syncing about collection " #n);
+// A value collection: members `from` lacks go, the others are written (unchanged ones
+// silently).
+#define CONFIG_SYNC_COLL(K, V, n)                         \
+   {                                                      \
+      std::vector<K> gone;                                \
+      for (const auto& [k, v] : to.n()) {                 \
+         if (!from.n(k)) gone.push_back(k);               \
+      }                                                   \
+      for (const auto& k : gone) to.n##Del(k);            \
+      for (const auto& [k, v] : from.n()) to.n##Is(k, v); \
+   }
 
 void syncPort(const CliPortConfig& from, CliPortConfig& to) {
    LLDP_CLI_PORT_CONFIG_ATTRS(CONFIG_SYNC_NONE2, CONFIG_SYNC_ATTR, CONFIG_SYNC_NONE2,
-                              CONFIG_SYNC_UNKNOWN, CONFIG_SYNC_UNKNOWN, CONFIG_SYNC_UNKNOWN,
+                              CONFIG_SYNC_COLL, CONFIG_SYNC_UNKNOWN, CONFIG_SYNC_UNKNOWN,
                               CONFIG_SYNC_NONE4)
 }
 
@@ -788,6 +821,9 @@ std::string render(const CliConfig& c) {
       }
       if (p->remoteSystemLimit() != pd.remoteSystemLimit()) {
          line("   lldp neighbor-limit " + std::to_string(p->remoteSystemLimit()));
+      }
+      for (const auto& [app, policy] : p->networkPolicyConfig()) {
+         if (!networkPolicyAppName(app).empty()) line("   " + renderNetworkPolicy(policy));
       }
    }
    return out;

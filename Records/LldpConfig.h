@@ -98,7 +98,8 @@ enum MgmtAddrTxMode : uint8_t {
 };
 
 // What the operator configured for one port. `adminStatus` numbering as in PortConfig.
-// `remoteSystemLimit` 0 means the port follows the global limit.
+// `remoteSystemLimit` 0 means the port follows the global limit. `networkPolicyConfig`
+// holds the LLDP-MED network policy of each application (keyed by its type, 1..8).
 // clang-format off
 #define LLDP_CLI_PORT_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                                      \
@@ -108,7 +109,8 @@ enum MgmtAddrTxMode : uint8_t {
    ATTR(Vel::Seconds, rxRateLimitInterval, 1.0)                                   \
    ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})                                  \
    ATTR(uint32_t, poeAllocatedPowerFallback, 0)                                   \
-   ATTR(uint32_t, remoteSystemLimit, 0)
+   ATTR(uint32_t, remoteSystemLimit, 0)                                           \
+   COLL(uint8_t, NetworkPolicyConfig, networkPolicyConfig)
 // clang-format on
 
 class CliPortConfig : public Vel::Entity {
