@@ -145,6 +145,10 @@ void Agent::doInit() {
    externalTlvsDir_ = group.mount<Vel::Dir>("l2discovery/lldp/externalTlvs", "ri");
    identityDot1xStatus_ = group.mount<Identity::Dot1x::Status>("identity/dot1x/status", "r");
    identityMacsecStatus_ = group.mount<Identity::Macsec::Status>("identity/macsec/status", "r");
+   // Power agents' port status, one entry per agent; the power requests answered for them.
+   powerAgentDir_ = group.mount<Vel::Dir>("environment/power/status/poePort", "r");
+   powerRequestStatus_ =
+       group.mount<Lldp::PowerRequestStatus>("l2discovery/lldp/status/powerRequest", "w");
    ethPhyIntfStatusDir_ =
        group.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all", "r");
    ethPhyIntfConfigDir_ =
@@ -218,9 +222,11 @@ void Agent::handleStandbyMode() {
                           .ipStatus = ipStatus_,
                           .ip6Status = ip6Status_,
                           .externalTlvsDir = externalTlvsDir_});
+   inputRoot_->poeSmIs(powerAgentDir_, powerRequestStatus_);
    inputRoot_->activeEthIntfStatusDirSmIs(ethPhyIntfStatusDir_, ethLagIntfStatusDir_);
    inputRoot_->identityDot1xStatusSmIs();
    inputRoot_->identityMacsecStatusSmIs();
+   inputRoot_->networkPolicySmIs();
 }
 
 void Agent::doCleanup() {
