@@ -17,6 +17,7 @@
 #include <string>
 
 #include "Cli/CliService.h"
+#include "Cli/PowerAgentService.h"
 #include "Config/ConfigLanguage.h"
 #include "Daemon/ControlSocket.h"
 #include "Daemon/MetricsExporter.h"
@@ -212,6 +213,7 @@ public:
       control_ = std::make_unique<::Daemon::ControlSocket>(cliConfig_);
       if (!control_->listen(args_.socket, &error, args_.socketGroup)) return fail(error);
       cliService_ = std::make_unique<Cli::CliService>(*control_, db);
+      powerAgentService_ = std::make_unique<Cli::PowerAgentService>(*control_, db);
       if (!args_.metrics.empty()) {
          metrics_ = std::make_unique<::Daemon::MetricsExporter>(db);
          if (!metrics_->listen(args_.metrics, &error)) return fail(error);
@@ -234,6 +236,7 @@ public:
       agent_->doCleanup();
       agent_ = nullptr;
       cliService_.reset();
+      powerAgentService_.reset();
       control_.reset();
       platform_.reset();
       return 0;
@@ -293,6 +296,7 @@ private:
    std::unique_ptr<Platform::Linux::LinuxPlatform> platform_;
    std::unique_ptr<::Daemon::ControlSocket> control_;
    std::unique_ptr<Cli::CliService> cliService_;
+   std::unique_ptr<Cli::PowerAgentService> powerAgentService_;
    std::unique_ptr<::Daemon::MetricsExporter> metrics_;
    Vel::Ptr<Lldp::Agent::Agent> agent_;
    std::unique_ptr<Snmp::AgentxSubagent> snmp_;
