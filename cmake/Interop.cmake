@@ -7,7 +7,8 @@
 set(LLDP_INTEROP_CLI "" CACHE FILEPATH "lldp command line for the interop tests (default: target lldp-cli)")
 
 if(COMMAND lldp_test AND TARGET lldp-agent AND (TARGET lldp-cli OR LLDP_INTEROP_CLI))
-  lldp_test(interop_tests ${PROJECT_SOURCE_DIR}/tests/Interop/LldpdInteropTest.cpp)
+  lldp_test(interop_tests ${PROJECT_SOURCE_DIR}/tests/Interop/LldpdInteropTest.cpp
+            ${PROJECT_SOURCE_DIR}/tests/Interop/LldpdMedInteropTest.cpp)
   target_link_libraries(interop_tests PRIVATE control_socket)
   target_compile_definitions(interop_tests PRIVATE LLDP_AGENT="$<TARGET_FILE:lldp-agent>")
   add_dependencies(interop_tests lldp-agent)
