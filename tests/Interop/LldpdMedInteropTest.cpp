@@ -169,6 +169,21 @@ TEST_F(LldpdMedInterop, PowerRequestReachesPowerAgentsAndTheirAllocationReachesT
    EXPECT_EQ(at(port, {"powerAgent", "name"}), "poe-lab");
    EXPECT_EQ(at(port, {"powerViaMdiTx", "allocatedPower"}), 25.5);
    EXPECT_EQ(agent.run({"show", "power"}).out.find("Interface " + ours_), 0u);
+
+   // A power agent following the requests: the current one, then the device's new one.
+   Daemon::ControlClient watch;
+   std::string line;
+   ASSERT_TRUE(watch.connect(agent.socket(), 10, &error)) << error;
+   ASSERT_TRUE(watch.send({{"op", "watch-power-requests"}}, &error)) << error;
+   ASSERT_TRUE(watch.readLine(&line, &error)) << error;
+   EXPECT_EQ(at(Json::parse(line), {"data", ours_.c_str(), "requestedPower"}), 25.5) << line;
+   ASSERT_TRUE(
+       lldpd.cli("configure dot3 power pd supported enabled powerpairs signal class class-4"
+                 " type 2 source pse priority high requested 13000 allocated 25500"));
+   ASSERT_TRUE(watch.readLine(&line, &error)) << error;
+   const Json event = Json::parse(line);
+   EXPECT_EQ(event["interface"], ours_);
+   EXPECT_EQ(at(event, {"request", "requestedPower"}), 13.0) << line;
 }
 
 }  // namespace
