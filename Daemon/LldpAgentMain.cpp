@@ -62,7 +62,8 @@ Exit status: 0 after a clean stop, 1 when the agent cannot start (bad configurat
 file, control socket in use, no netlink), 2 on a bad command line.
 
 Read and change the running agent with the command line `lldp` (`lldp --help`): show
-neighbors, statistics, local, configuration; configure; clear neighbors; watch.
+neighbors, statistics, local, power, configuration; configure; clear neighbors; watch.
+Power agents publish their ports' PoE status through the socket (see the README).
 )";
 
 struct Args {
