@@ -4,6 +4,7 @@
 
 #include "Cli/CliViews.h"
 #include "Cli/NeighborWatch.h"
+#include "Cli/PowerView.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Records/LldpConfig.h"
 #include "Records/LldpLocalSystem.h"
@@ -79,9 +80,18 @@ Vel::Json CliService::show(const Vel::Json& req) const {
       auto interfaces = db_.entityAs<Interface::AllIntfStatusDir>("interface/status/all");
       auto externalTlvs = db_.entityAs<Vel::Dir>("l2discovery/lldp/externalTlvs");
       v = localView(*local, *config, *status, intf, now, interfaces.ptr(), externalTlvs.ptr());
+   } else if (view == "power") {
+      auto local = db_.entityAs<Lldp::LocalSystem>("l2discovery/lldp/localSystem");
+      auto config = db_.entityAs<Lldp::Config>("l2discovery/lldp/config");
+      auto lldpStatus = db_.entityAs<Lldp::Status>("l2discovery/lldp/status/local");
+      if (!local || !config || !lldpStatus) {
+         return ControlSocket::errorReply("the agent has not published its local system yet");
+      }
+      auto agents = db_.entityAs<Vel::Dir>("environment/power/status/poePort");
+      v = powerView(*local, *config, *lldpStatus, agents.ptr(), intf, now);
    } else {
       return ControlSocket::errorReply("show: unknown view '" + view +
-                                       "' (neighbors, statistics or local)");
+                                       "' (neighbors, statistics, local or power)");
    }
    if (!v.ok()) return ControlSocket::errorReply(v.error);
    return ControlSocket::okReply(std::move(v.json));

@@ -1,6 +1,7 @@
 // The daemon's side of the command line: the control-socket operations that `lldp` uses
 // beyond the socket's own (get, list, configure, load, show-configuration):
-//    {"op":"show","view":"neighbors"|"statistics"|"local","detail":bool,"interface":NAME}
+//    {"op":"show","view":"neighbors"|"statistics"|"local"|"power","detail":bool,
+//     "interface":NAME}
 //        the view (Cli/CliViews.h) as data; an unknown interface is an error
 //    {"op":"clear-neighbors","user":WHO,"terminal":WHERE}                      (root only)
 //        asks the agent to empty every neighbour table, logged with the connected user

@@ -127,7 +127,7 @@ std::string watts(double tenths) {
 }
 
 // The Power via MDI TLV in whichever form it came.
-std::string powerText(const Json& p) {
+std::string powerViaMdiText(const Json& p) {
    const int support = int(num(p, "mdiPowerSupport"));
    std::string s = (support & 0x01) ? "PSE" : "PD";
    s += (support & 0x02) ? ", supported" : ", not supported";
@@ -240,7 +240,7 @@ std::string neighborDetail(const std::string& intf, const Json& r, double now) {
                  fmt(", MAU type %.0f", num(m, "operationalMauType")));
    }
    if (flag(r, "powerViaMdiTlvReceived"))
-      b.line("Power via MDI", powerText(member(r, "powerViaMdiInfo")));
+      b.line("Power via MDI", powerViaMdiText(member(r, "powerViaMdiInfo")));
    if (flag(r, "maximumFrameSizeTlvReceived")) {
       b.line("Maximum frame size", str(member(r, "maximumFrameSizeInfo"), "maxFrameSize"));
    }
@@ -380,7 +380,64 @@ std::string localText(const Json& view) {
          any = true;
       }
    }
-   return any ? out.append("\nExternal TLVs\n").append(ext.str()) : out;
+   if (any) out.append("\nExternal TLVs\n").append(ext.str());
+   // Network policies: what each port is configured with, and what it advertises now
+   // (nothing until a neighbour has asked).
+   Block policies;
+   for (const auto& [intf, p] : member(view, "interfaces").items()) {
+      for (const auto& c : member(p, "networkPolicyConfig")) {
+         policies.line(intf + " configured", policyText(c));
+      }
+      for (const auto& a : member(p, "localNetworkPolicyTlv")) {
+         policies.line(intf + " advertised", policyText(a));
+      }
+   }
+   if (!policies.str().empty()) out.append("\nNetwork policies\n").append(policies.str());
+   return out;
+}
+
+std::string powerText(const Json& view) {
+   std::string out;
+   for (const auto& [intf, p] : member(view, "interfaces").items()) {
+      Block b;
+      const Json& agent = member(p, "powerAgent");
+      if (agent.is_object()) {
+         static const char* const priorities[] = {"unknown", "critical", "high", "low"};
+         const int prio = int(num(agent, "priority"));
+         b.line("Power agent",
+                str(agent, "name") + ": " + str(agent, "state") +
+                    integer(", PSE type %lld", num(agent, "pseType")) +
+                    integer(", class %lld", num(agent, "powerClass")) +
+                    (num(agent, "psePowerPair") == 2 ? ", spare pairs" : ", signal pairs") +
+                    (num(agent, "powerSource") == 2 ? ", backup source" : ", primary source") +
+                    ", priority " + priorities[prio >= 0 && prio <= 3 ? prio : 0] + ", allocated " +
+                    watts(num(agent, "allocatedPower") * 10) + ", maximum available " +
+                    watts(num(agent, "maxAvailablePower") * 10));
+      } else {
+         b.line("Power agent", "none");
+      }
+      const Json& n = member(p, "neighbor");
+      if (n.is_object()) {
+         b.line("Neighbor",
+                str(n, "ethAddr") + " " + str(n, "sysName") + " (index " + str(n, "index") + ")");
+         b.line("Request", powerViaMdiText(member(n, "powerViaMdiInfo")));
+      } else {
+         b.line("Neighbor", "no power request");
+      }
+      const Json& tx = member(p, "powerViaMdiTx");
+      if (tx.is_object()) {
+         b.line("Power via MDI sent", std::string(flag(tx, "fallback") ? "(fallback) " : "") +
+                                          powerViaMdiText(member(tx, "powerViaMdiInfo")));
+      } else {
+         b.line("Power via MDI sent", "none");
+      }
+      if (num(p, "poeAllocatedPowerFallback") > 0) {
+         b.line("Fallback", integer("%lld mW", num(p, "poeAllocatedPowerFallback")));
+      }
+      out.append(out.empty() ? "" : "\n").append("Interface ").append(intf).append("\n");
+      out.append(b.str());
+   }
+   return out;
 }
 
 std::string watchEventText(const Json& event) {

@@ -13,6 +13,7 @@ namespace Cli {
 std::string neighborsText(const Vel::Json& view, bool detail);
 std::string statisticsText(const Vel::Json& view);
 std::string localText(const Vel::Json& view);
+std::string powerText(const Vel::Json& view);
 // One line for a neighbour event of `lldp watch`.
 std::string watchEventText(const Vel::Json& event);
 

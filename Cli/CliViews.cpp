@@ -172,6 +172,7 @@ View localView(const Lldp::LocalSystem& local, const Lldp::Config& config,
           out = attrsExcept(port, {"intfId", "localPortPoeInfo"});
           if (auto pc = config.portConfig(port.intfId())) {
              out["adminStatus"] = pc->adminStatus();
+             out["networkPolicyConfig"] = Vel::toJson(pc->networkPolicyConfig());
           }
           auto ps = status.portStatus(port.intfId());
           out["vlanName"] = ps && *ps ? Vel::toJson((*ps)->vlanName()) : Vel::Json::array();

@@ -32,7 +32,12 @@ Commands:
   show statistics [interface NAME]
         Per-port frame and TLV counters and the neighbour-table counters.
   show local [interface NAME]
-        What the agent advertises: the local system and each port.
+        What the agent advertises: the local system and each port, with each port's
+        configured and advertised LLDP-MED network policies.
+  show power [interface NAME]
+        PoE per port: what the power agent reports, the neighbour whose power request
+        the port answers (requested and allocated power in watts, type, class,
+        priority, source) and the Power via MDI TLV the port sends.
   show configuration
         The configuration in force, in the configuration language (save it as a
         configuration file as it stands).
@@ -188,7 +193,7 @@ std::string whereAmI() {
 
 int show(const Options& o, Client& c) {
    const auto& w = o.words;
-   if (w.size() < 2) fail("show: neighbors, statistics, local or configuration?");
+   if (w.size() < 2) fail("show: neighbors, statistics, local, power or configuration?");
    const std::string& what = w[1];
    if (what == "configuration") {
       if (w.size() > 2) fail("show configuration: unexpected '" + w[2] + "'");
@@ -199,8 +204,8 @@ int show(const Options& o, Client& c) {
       }
       return 0;
    }
-   if (what != "neighbors" && what != "statistics" && what != "local") {
-      fail("show: unknown '" + what + "' (neighbors, statistics, local or configuration)");
+   if (what != "neighbors" && what != "statistics" && what != "local" && what != "power") {
+      fail("show: unknown '" + what + "' (neighbors, statistics, local, power or configuration)");
    }
    const ShowArgs a = showArgs(w, 2, what == "neighbors");
    Vel::Json req = {{"op", "show"}, {"view", what}, {"detail", a.detail}};
@@ -213,6 +218,7 @@ int show(const Options& o, Client& c) {
    if (what == "neighbors") std::cout << Cli::neighborsText(view, a.detail);
    if (what == "statistics") std::cout << Cli::statisticsText(view);
    if (what == "local") std::cout << Cli::localText(view);
+   if (what == "power") std::cout << Cli::powerText(view);
    return 0;
 }
 

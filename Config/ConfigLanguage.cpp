@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "Config/ConfigForms.h"
+#include "Config/NetworkPolicyLanguage.h"
 
 namespace Config {
 
@@ -475,6 +476,26 @@ const std::vector<Form>& forms() {
                       });
                    }});
       addTlvAndBypassForms(f);
+      // LLDP-MED network policies (Config/NetworkPolicyLanguage.h).
+      f.push_back({Scope::port,
+                   {"lldp", "med", "network-policy"},
+                   textArg,
+                   "lldp med network-policy APPLICATION vlan VLAN [untagged] [priority 0-7] "
+                   "[dscp 0-63]",
+                   [](const Args& a) {
+                      std::vector<std::string> words;
+                      for (size_t i = 0; i < a.count; ++i) words.push_back(a[i]);
+                      Lldp::NetworkPolicyConfig policy;
+                      if (auto e = parseNetworkPolicy(words, policy); !e.empty()) return fail(e);
+                      return port([policy](CliPortConfig& p) { p.networkPolicyConfigIs(policy); });
+                   },
+                   1,
+                   "no lldp med network-policy APPLICATION",
+                   [](const Args& a) {
+                      const uint8_t app = networkPolicyAppType(a[0]);
+                      if (app == 0) return fail("unknown application '" + a[0] + "'");
+                      return port([app](CliPortConfig& p) { p.networkPolicyConfigDel(app); });
+                   }});
       return f;
    }();
    return table;
@@ -755,6 +776,9 @@ std::string render(const CliConfig& c) {
          line("   lldp neighbor-limit " + std::to_string(p->remoteSystemLimit()));
       }
       renderPortTlvAndBypass(*p, line);
+      for (const auto& [app, policy] : p->networkPolicyConfig()) {
+         if (!networkPolicyAppName(app).empty()) line("   " + renderNetworkPolicy(policy));
+      }
    }
    return out;
 }

@@ -32,6 +32,8 @@
 //    lldp ztp vlan 1..4094                   no lldp ztp vlan
 //    lldp power-via-mdi fallback 1..100000   no lldp power-via-mdi fallback   (milliwatts)
 //    lldp neighbor-limit 1..1000000          no lldp neighbor-limit   (back to the global)
+//    lldp med network-policy APPLICATION vlan 0..4094 [untagged] [priority 0..7] [dscp 0..63]
+//    no lldp med network-policy APPLICATION   (Config/NetworkPolicyLanguage.h)
 // Interface names are 1..15 bytes without whitespace or control bytes, not starting with
 // `!`, `#` or `"`.
 #pragma once

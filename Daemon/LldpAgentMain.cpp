@@ -17,6 +17,7 @@
 #include <string>
 
 #include "Cli/CliService.h"
+#include "Cli/PowerAgentService.h"
 #include "Config/ConfigLanguage.h"
 #include "Daemon/ControlSocket.h"
 #include "Daemon/ExternalTlvService.h"
@@ -62,7 +63,8 @@ Exit status: 0 after a clean stop, 1 when the agent cannot start (bad configurat
 file, control socket in use, no netlink), 2 on a bad command line.
 
 Read and change the running agent with the command line `lldp` (`lldp --help`): show
-neighbors, statistics, local, configuration; configure; clear neighbors; watch.
+neighbors, statistics, local, power, configuration; configure; clear neighbors; watch.
+Power agents publish their ports' PoE status through the socket (see the README).
 )";
 
 struct Args {
@@ -214,6 +216,7 @@ public:
       if (!control_->listen(args_.socket, &error, args_.socketGroup)) return fail(error);
       cliService_ = std::make_unique<Cli::CliService>(*control_, db);
       externalTlvs_ = std::make_unique<::Daemon::ExternalTlvService>(*control_, db, cliConfig_);
+      powerAgentService_ = std::make_unique<Cli::PowerAgentService>(*control_, db);
       if (!args_.metrics.empty()) {
          metrics_ = std::make_unique<::Daemon::MetricsExporter>(db);
          if (!metrics_->listen(args_.metrics, &error)) return fail(error);
@@ -237,6 +240,7 @@ public:
       agent_ = nullptr;
       externalTlvs_.reset();
       cliService_.reset();
+      powerAgentService_.reset();
       control_.reset();
       platform_.reset();
       return 0;
@@ -297,6 +301,7 @@ private:
    std::unique_ptr<::Daemon::ControlSocket> control_;
    std::unique_ptr<Cli::CliService> cliService_;
    std::unique_ptr<::Daemon::ExternalTlvService> externalTlvs_;
+   std::unique_ptr<Cli::PowerAgentService> powerAgentService_;
    std::unique_ptr<::Daemon::MetricsExporter> metrics_;
    Vel::Ptr<Lldp::Agent::Agent> agent_;
    std::unique_ptr<Snmp::AgentxSubagent> snmp_;

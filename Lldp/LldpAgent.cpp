@@ -143,6 +143,10 @@ void Agent::doInit() {
    routingConfig_ = group.mount<Routing::Config>("routing/config", "r");
    netStatus_ = group.mount<System::NetStatus>("sys/net/status", "r");
    sysDescr_ = group.mount<EntityMib::SysDescr>("hardware/entmib", "r");
+   // Power agents' port status, one entry per agent; the power requests answered for them.
+   powerAgentDir_ = group.mount<Vel::Dir>("environment/power/status/poePort", "r");
+   powerRequestStatus_ =
+       group.mount<Lldp::PowerRequestStatus>("l2discovery/lldp/status/powerRequest", "w");
    identityDot1xStatus_ = group.mount<Identity::Dot1x::Status>("identity/dot1x/status", "r");
    identityMacsecStatus_ = group.mount<Identity::Macsec::Status>("identity/macsec/status", "r");
    allIntfStatusDir_ = group.mount<Interface::AllIntfStatusDir>("interface/status/all", "r");
@@ -219,9 +223,11 @@ void Agent::handleStandbyMode() {
                           .ipStatus = ipStatus_,
                           .ip6Status = ip6Status_,
                           .externalTlvsDir = externalTlvsDir_});
+   inputRoot_->poeSmIs(powerAgentDir_, powerRequestStatus_);
    inputRoot_->activeEthIntfStatusDirSmIs(ethPhyIntfStatusDir_, ethLagIntfStatusDir_);
    inputRoot_->identityDot1xStatusSmIs();
    inputRoot_->identityMacsecStatusSmIs();
+   inputRoot_->networkPolicySmIs();
 }
 
 void Agent::doCleanup() {

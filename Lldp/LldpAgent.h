@@ -113,6 +113,8 @@ private:
    Vel::Ptr<Vel::Dir> externalTlvsDir_;
    Identity::Dot1x::Status::Ptr identityDot1xStatus_;
    Identity::Macsec::Status::Ptr identityMacsecStatus_;
+   Vel::Ptr<Vel::Dir> powerAgentDir_;
+   Lldp::PowerRequestStatus::Ptr powerRequestStatus_;
    EntityMib::SysDescr::Ptr sysDescr_;
    Interface::AllIntfStatusDir::Ptr allIntfStatusDir_;
    Interface::EthPhyIntfStatusDir::Ptr ethPhyIntfStatusDir_;

@@ -17,6 +17,7 @@ void CliPortConfigSm::handleInitialized() {
    notifierIs(cliPortConfig_);
    handleAdminStatus();
    handleRxRateLimit();
+   handleNetworkPolicyCliConfig();
    handlePoeAllocatedPowerFallback();
    handleZtpBootVlan();
    handleRemoteSystemLimit();
@@ -33,6 +34,7 @@ void CliPortConfigSm::doClose() {
       pc->rxRateLimitEnabledIs(defaults.rxRateLimitEnabled());
       pc->rxRateLimitMaxLldpdusIs(defaults.rxRateLimitMaxLldpdus());
       pc->rxRateLimitIntervalIs(defaults.rxRateLimitInterval());
+      syncPortConfigNetworkPolicy(*pc, nullptr, *root_);
    }
    if (auto lp = root_->localSystem()->localPort(intf)) lp->ztpBootVlanIs(0);
    handleRemoteSystemLimit();
@@ -70,8 +72,42 @@ void CliPortConfigSm::handleRemoteSystemLimit() {
 }
 
 void CliPortConfigSm::handlePoeAllocatedPowerFallback() {
+   const Wire::IntfId& intf = cliPortConfig_->intfId();
+   auto pc = root_->config()->portConfig(intf);
+   if (!pc) {
+      VEL_TRACE(traceLldpAgent, 8,
+                "CliPortConfigSm::handlePoeAllocatedPowerFallback() for "
+                    << intf << " portConfig not found");
+      return;
+   }
+   VEL_TRACE(traceLldpAgent, 8,
+             "CliPortConfigSm::handlePoeAllocatedPowerFallback() for "
+                 << intf << " fallbackPower: " << cliPortConfig_->poeAllocatedPowerFallback());
+   pc->poeAllocatedPowerFallbackIs(cliPortConfig_->poeAllocatedPowerFallback());
+}
+
+void CliPortConfigSm::handleNetworkPolicyCliConfig(uint8_t appType) {
+   const Wire::IntfId& intf = cliPortConfig_->intfId();
+   VEL_TRACE(traceLldpAgent, 8,
+             "CliPortConfigSm::handleNetworkPolicyCliConfig(" << int(appType) << ")"
+                                                              << " for " << intf);
+   auto pc = root_->config()->portConfig(intf);
+   if (!pc) return;
+   if (const auto* c = cliPortConfig_->networkPolicyConfig(appType)) {
+      pc->networkPolicyConfigIs(*c);
+   } else {
+      pc->networkPolicyConfigDel(appType);
+   }
+   if (auto lp = root_->localSystem()->localPort(intf)) {
+      syncMedNetworkPolicyCapability(*lp, !pc->networkPolicyConfig().empty());
+   }
+}
+
+void CliPortConfigSm::handleNetworkPolicyCliConfig() {
+   VEL_TRACE(traceLldpAgent, 8,
+             "CliPortConfigSm::handleNetworkPolicyCliConfig(all) for " << cliPortConfig_->intfId());
    if (auto pc = root_->config()->portConfig(cliPortConfig_->intfId())) {
-      pc->poeAllocatedPowerFallbackIs(cliPortConfig_->poeAllocatedPowerFallback());
+      syncPortConfigNetworkPolicy(*pc, cliPortConfig_.ptr(), *root_);
    }
 }
 

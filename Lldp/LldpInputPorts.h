@@ -14,8 +14,8 @@ namespace Lldp::Agent::Input {
 
 class Root;
 
-// One port the operator configured: its admin status, receive rate limit, ZTP boot VLAN
-// and PoE fallback reach the port's configuration.
+// One port the operator configured: its admin status, receive rate limit, ZTP boot VLAN,
+// PoE fallback and network policies reach the port's configuration.
 class CliPortConfigSm : public Vel::RefCounted, private Lldp::CliPortConfig::Notifiee {
 public:
    CliPortConfigSm(Root* root, Lldp::CliPortConfig::PtrConst cliPortConfig);
@@ -26,8 +26,14 @@ public:
    void handleRxRateLimit();
    void handleZtpBootVlan();
    void handlePoeAllocatedPowerFallback();
+   // One application's policy, or all of them.
+   void handleNetworkPolicyCliConfig(uint8_t appType);
+   void handleNetworkPolicyCliConfig();
 
 private:
+   void networkPolicyConfigChanged(const uint8_t& appType) override {
+      handleNetworkPolicyCliConfig(appType);
+   }
    void adminStatusChanged() override { handleAdminStatus(); }
    void rxRateLimitEnabledChanged() override { handleRxRateLimit(); }
    void rxRateLimitMaxLldpdusChanged() override { handleRxRateLimit(); }

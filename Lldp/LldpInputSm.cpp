@@ -148,7 +148,30 @@ void Root::identityMacsecStatusSmDel() {
    if (auto sm = std::exchange(identityMacsecStatusSm_, nullptr)) sm->doClose();
 }
 
+void Root::networkPolicySmIs() {
+   if (networkPolicySm_) return;
+   networkPolicySm_ = Vel::make<NetworkPolicySm>(this);
+   networkPolicySm_->handleInitialized();
+}
+
+void Root::networkPolicySmDel() {
+   if (auto sm = std::exchange(networkPolicySm_, nullptr)) sm->doClose();
+}
+
+void Root::poeSmIs(Vel::Ptr<const Vel::Dir> powerAgentDir,
+                   Lldp::PowerRequestStatus::Ptr powerRequestStatus) {
+   if (poeSm_ || !powerAgentDir || !powerRequestStatus) return;
+   poeSm_ = Vel::make<PoeSm>(this, std::move(powerAgentDir), std::move(powerRequestStatus));
+   poeSm_->handleInitialized();
+}
+
+void Root::poeSmDel() {
+   if (auto sm = std::exchange(poeSm_, nullptr)) sm->doClose();
+}
+
 void Root::doClose() {
+   poeSmDel();
+   networkPolicySmDel();
    identityDot1xStatusSmDel();
    identityMacsecStatusSmDel();
    // Ports first: their records go while the input machine can still see them.
@@ -339,7 +362,10 @@ void InputSm::handleEnabled() {
    if (cliConfig_->enabled()) {
       for (const auto& [intf, c] : cliConfig_->cliPortConfig()) handleCliPortConfig(intf);
    }
-   for (const auto& [intf, pc] : root_->config()->portConfig()) doSyncPortConfigAdminStatus(*pc);
+   for (const auto& [intf, pc] : root_->config()->portConfig()) {
+      doSyncPortConfigAdminStatus(*pc);
+      doSyncPortConfigNetworkPolicy(*pc);
+   }
 }
 
 const Lldp::CliPortConfig* InputSm::cliPortConfigOf(const Wire::IntfId& intf) const {
@@ -390,6 +416,7 @@ void InputSm::doSyncPortConfig(Lldp::PortConfig& pc) {
    pc.rxRateLimitIntervalIs(from.rxRateLimitInterval());
    doSyncPortConfigRemoteSystemLimit(pc);
    doSyncPortConfigAdminStatus(pc);
+   doSyncPortConfigNetworkPolicy(pc);
 }
 
 // ---------------------------------------------------------------------------------------
@@ -411,13 +438,14 @@ void InputSm::doSyncPortConfigRemoteSystemLimit(Lldp::PortConfig& pc) {
 namespace {
 
 // What this agent is to an LLDP-MED endpoint: network connectivity equipment that speaks
-// the capabilities and network policy TLVs (it sends no location, power or inventory).
-// A capabilities TLV must at least claim itself, so zero is never a valid answer.
-Lldp::MedCapabilitiesInfo localMedCapabilities() {
+// the capabilities TLV, and network policy on a port with a policy configured (it sends
+// no location, power or inventory). A capabilities TLV must at least claim itself, so
+// zero is never a valid answer.
+Lldp::MedCapabilitiesInfo localMedCapabilities(bool networkPolicy) {
    Lldp::MedCapabilitiesInfo info;
    Lldp::MedCapability caps;
    caps.lldpMedCapabilitiesIs(true);
-   caps.networkPolicyIs(true);
+   caps.networkPolicyIs(networkPolicy);
    info.capabilitiesIs(caps);
    info.deviceTypeIs(4);
    return info;
@@ -435,7 +463,8 @@ void InputSm::doSyncLocalPort(Lldp::LocalPort& localPort) {
    } else {
       localPort.portDescIs({});
    }
-   localPort.medCapabilitiesIs(localMedCapabilities());
+   const auto pc = root_->config()->portConfig(intf);
+   localPort.medCapabilitiesIs(localMedCapabilities(pc && !pc->networkPolicyConfig().empty()));
    // TLVs a client listed for the port before it existed.
    for (const auto& [name, sm] : externalTlvConfigSm_) sm->doSyncLocalPort(intf);
    // A new port, or one that joined or left an aggregate, carries other VLANs now.

@@ -18,6 +18,8 @@
 //    LldpInputBypass       LLDP on ports port authentication holds closed
 //                          (IdentityDot1xStatusSm, IdentityMacsecStatusSm)
 //    LldpInputRemTables    the operator's requests to clear the neighbour tables
+//    LldpInputNetworkPolicy  LLDP-MED network policies (NetworkPolicySm)
+//    LldpInputPoe          power agents and neighbours' power requests (PoeSm)
 // Every handler re-derives its result from the entities as they are now, so the order in
 // which the reactors of one change run does not matter.
 #pragma once
@@ -34,6 +36,8 @@
 #include "Lldp/LldpInputBypass.h"
 #include "Lldp/LldpInputExternalTlv.h"
 #include "Lldp/LldpInputMgmtAddr.h"
+#include "Lldp/LldpInputNetworkPolicy.h"
+#include "Lldp/LldpInputPoe.h"
 #include "Lldp/LldpInputPortAttrs.h"
 #include "Lldp/LldpInputPorts.h"
 #include "Lldp/LldpInputRemTables.h"
@@ -152,6 +156,14 @@ public:
    }
    void identityMacsecStatusSmIs();
    void identityMacsecStatusSmDel();
+   // Network policy and PoE (LldpInputNetworkPolicy, LldpInputPoe).
+   const Vel::Ptr<NetworkPolicySm>& networkPolicySm() const { return networkPolicySm_; }
+   void networkPolicySmIs();
+   void networkPolicySmDel();
+   const Vel::Ptr<PoeSm>& poeSm() const { return poeSm_; }
+   void poeSmIs(Vel::Ptr<const Vel::Dir> powerAgentDir,
+                Lldp::PowerRequestStatus::Ptr powerRequestStatus);
+   void poeSmDel();
    // Closes the machines (each removes what it published).
    void doClose();
 
@@ -201,6 +213,8 @@ private:
    Vel::Ptr<InputSm> inputSm_;
    Vel::Ptr<ActiveEthIntfStatusDirSm> activeEthIntfStatusDirSm_;
    Vel::Ptr<RemTablesClearRequestSm> remTablesClearRequestSm_;
+   Vel::Ptr<NetworkPolicySm> networkPolicySm_;
+   Vel::Ptr<PoeSm> poeSm_;
    std::map<Wire::IntfId, std::set<Wire::IntfId>> portToLagsMap_;
    Lldp::ManagementAddress::Key fallbackManagementAddressKey_;
    bool fallbackManagementAddressKeyPresent_ = false;
@@ -256,6 +270,8 @@ public:
    // The port's full configuration sync and its admin status alone.
    void doSyncPortConfig(Lldp::PortConfig& portConfig);
    void doSyncPortConfigAdminStatus(Lldp::PortConfig& portConfig);
+   // The port's network policies from its CLI configuration (LldpInputNetworkPolicy.cpp).
+   void doSyncPortConfigNetworkPolicy(Lldp::PortConfig& portConfig);
    // The port's TLV selection from the global switches.
    void doSyncPortConfigTlvs(Lldp::PortConfig& portConfig);
    // The local port's values that come from configuration and bridging.

@@ -57,7 +57,7 @@ class TiaEnabledTlvs {
    ATTR(Dot3EnabledTlvs, dot3EnabledTlvs, Dot3EnabledTlvs(0x0e))              \
    ATTR(TiaEnabledTlvs, tiaEnabledTlvs, TiaEnabledTlvs(0x03))                 \
    ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})                              \
-   COLL(uint8_t, NetworkPolicyConfig, networkPolicyConfig)                    \
+   COLL(uint8_t, Lldp::NetworkPolicyConfig, networkPolicyConfig)                    \
    ATTR(uint32_t, poeAllocatedPowerFallback, 0)
 // clang-format on
 
@@ -98,7 +98,8 @@ enum MgmtAddrTxMode : uint8_t {
 };
 
 // What the operator configured for one port. `adminStatus` numbering as in PortConfig.
-// `remoteSystemLimit` 0 means the port follows the global limit.
+// `remoteSystemLimit` 0 means the port follows the global limit. `networkPolicyConfig`
+// holds the LLDP-MED network policy of each application (keyed by its type, 1..8).
 // clang-format off
 #define LLDP_CLI_PORT_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                                      \
@@ -110,7 +111,8 @@ enum MgmtAddrTxMode : uint8_t {
    ATTR(uint32_t, poeAllocatedPowerFallback, 0)                                   \
    ATTR(uint32_t, remoteSystemLimit, 0)                                           \
    ATTR(bool, macsecLldpBypass, false)                                            \
-   COLL(Lldp::UnknownOrgDefTlv::Key, Lldp::UnknownOrgDefTlv, externalTlv)
+   COLL(Lldp::UnknownOrgDefTlv::Key, Lldp::UnknownOrgDefTlv, externalTlv) \
+   COLL(uint8_t, Lldp::NetworkPolicyConfig, networkPolicyConfig)
 // clang-format on
 
 class CliPortConfig : public Vel::Entity {

@@ -8,11 +8,16 @@
 
 namespace Environment::Power {
 
-class PoePortStatus {
+// What one power agent (a program that drives a PoE controller) reports: the status of
+// each of its ports, keyed by interface. Each agent publishes one of these under a name
+// of its own in the power agents' directory.
+class PoePortStatus : public Vel::Entity {
 public:
    // A power agent's view of one PoE port. `state`: 0 unknown (no report yet), 1 disabled,
    // 2 searching, 3 delivering power, 4 fault. Powers are in units of 0.1 W, as on the
-   // wire. `pseType` is the IEEE PSE type 1..4; `priority` 1 critical, 2 high, 3 low.
+   // wire. `pseType` is the IEEE PSE type 1..4; `powerClass` the IEEE class 0..8;
+   // `psePowerPair` 1 signal, 2 spare; `powerSource` 1 primary, 2 backup; `priority`
+   // 1 critical, 2 high, 3 low.
 // clang-format off
 #define POE_PORT_STATUS_FIELDS(F)                                                   \
    F(uint8_t, state, 0)                                                             \
@@ -30,6 +35,13 @@ public:
          stateFault = 4,
       };
    };
+// clang-format off
+#define POE_AGENT_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   KEY(std::string, name)                                              \
+   MAP(Wire::IntfId, PortStatus, portStatus)
+   // clang-format on
+   VEL_ENTITY(PoePortStatus, POE_AGENT_ATTRS)
+   explicit PoePortStatus(std::string name = {}) : name_(std::move(name)) {}
 };
 
 }  // namespace Environment::Power
@@ -95,6 +107,29 @@ class LocalPort : public Vel::Entity {
 
 class LocalSystem : public Vel::Entity {
    VEL_ENTITY(LocalSystem, LLDP_LOCAL_SYSTEM_ATTRS)
+};
+
+// The neighbour power request each port answers, as the power agents read it: the
+// neighbour (its index on the port, source MAC and chassis) and its Power via MDI TLV.
+// clang-format off
+#define LLDP_POWER_REQUEST_FIELDS(F)                                            \
+   F(Wire::IntfId, intfId, {})                                                  \
+   F(int, remoteIndex, 0)                                                       \
+   F(Wire::EthAddr, source, {}) F(ChassisIdentifier, chassisIdentifier, {})     \
+       F(PowerViaMdiInfo, powerViaMdiInfo, {})
+// clang-format on
+class PowerRequest {
+   VEL_VALUE(PowerRequest, LLDP_POWER_REQUEST_FIELDS)
+   const Wire::IntfId& key() const { return intfId_; }
+};
+
+// clang-format off
+#define LLDP_POWER_REQUEST_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   COLL(Wire::IntfId, PowerRequest, request)
+// clang-format on
+
+class PowerRequestStatus : public Vel::Entity {
+   VEL_ENTITY(PowerRequestStatus, LLDP_POWER_REQUEST_STATUS_ATTRS)
 };
 
 }  // namespace Lldp

@@ -85,12 +85,24 @@ TEST(ConfigLanguageTest, FormsSetWhatTheySay) {
           {"poeAllocatedPowerFallback", 0},
           {"remoteSystemLimit", 0},
           {"macsecLldpBypass", false},
-          {"externalTlv", J::array()}}},
+          {"externalTlv", J::array()},
+
+          {"networkPolicyConfig", J::array()}}},
        {{"interface e1", "  lldp ztp vlan 4094"}, "/cliPortConfig/0/ztpBootVlan", 4094},
        {{"interface e1", "  lldp power-via-mdi fallback 15400"},
         "/cliPortConfig/0/poeAllocatedPowerFallback",
         15400},
        {{"interface e1", "  lldp neighbor-limit 5000"}, "/cliPortConfig/0/remoteSystemLimit", 5000},
+       // Options in any order; a second line for an application replaces the first.
+       {{"interface e1", "lldp med network-policy voice vlan 9",
+         "lldp med network-policy voice dscp 46 untagged vlan 10 priority 5"},
+        "/cliPortConfig/0/networkPolicyConfig",
+        J::array(
+            {J{{"appType", 1}, {"tagged", false}, {"vlanId", 10}, {"priority", 5}, {"dscp", 46}}})},
+       {{"interface e1", "lldp med network-policy video-signaling vlan 0",
+         "lldp med network-policy guest-voice vlan 4094", "no lldp med network-policy guest-voice"},
+        "/cliPortConfig/0/networkPolicyConfig/0/appType",
+        8},
        // Switch style: per-port commands after `interface` need no indentation, and a
        // command with a global and a per-port form is the port's inside the block.
        {{"interface e1", "no lldp transmit"}, "/cliPortConfig/0/adminStatus", 2},
@@ -224,6 +236,17 @@ TEST(ConfigLanguageTest, BadLinesChangeNothing) {
         "line 2: lldp ztp vlan: 4095 is out of range 1..4094"},
        {{"interface eth1", "  lldp power-via-mdi fallback 0"},
         "line 2: lldp power-via-mdi fallback: 0 is out of range 1..100000"},
+       {{"interface eth1", "  lldp med network-policy voice vlan 4095"},
+        "line 2: lldp med network-policy: vlan 4095 is out of range 0..4094"},
+       {{"interface eth1", "  lldp med network-policy voice vlan 5 dscp 64"},
+        "line 2: lldp med network-policy: dscp 64 is out of range 0..63"},
+       {{"interface eth1", "  lldp med network-policy voice vlan 5 vlan 6"},
+        "line 2: lldp med network-policy: 'vlan' given twice"},
+       {{"interface eth1", "  lldp med network-policy voice priority 5"},
+        "line 2: lldp med network-policy: a VLAN is required: expected 'APPLICATION vlan VLAN "
+        "[untagged] [priority 0-7] [dscp 0-63]'"},
+       {{"interface eth1", "  no lldp med network-policy phone"},
+        "line 2: no lldp med network-policy: unknown application 'phone'"},
        {{"interface eth1", "  lldp receive rate-limit 0 interval 1"},
         "line 2: lldp receive rate-limit: 0 is out of range 1..4294967295"},
        {{"interface eth1", "  lldp receive rate-limit 5 interval 0"},
@@ -306,6 +329,8 @@ interface Ethernet1
    lldp tlv oui 33-44-66 subtype 7 info 0203
    lldp tlv oui 33-44-66 subtype 9 info 04
    no lldp tlv oui 33-44-66 subtype 9
+   lldp med network-policy voice vlan 100 priority 5 dscp 46
+   lldp med network-policy video-signaling vlan 0 untagged
 interface Ethernet2
    no lldp receive
    no lldp transmit
@@ -451,7 +476,8 @@ TEST(ConfigLanguageTest, RandomLinesAreAcceptedOrRefusedCleanly) {
        "lldp no interface eth1 Ethernet1/1 exit run timer hold-time reinitialization "
        "tlv-select port-vlan system-name system-description receive transmit packet tagged "
        "drop management-address all vrf rate-limit interval ztp vlan power-via-mdi fallback "
-       "neighbor-limit 0 1 20 4094 65536 0.5 -3 ! # \" \"a\\x4 \"q\"");
+       "neighbor-limit med network-policy voice video-signaling untagged priority dscp "
+       "0 1 20 4094 65536 0.5 -3 ! # \" \"a\\x4 \"q\"");
    for (std::string w; all >> w;) words.push_back(w);
    words.push_back("   ");
    const std::vector<std::string> templates = {"lldp timer N",
@@ -471,6 +497,8 @@ TEST(ConfigLanguageTest, RandomLinesAreAcceptedOrRefusedCleanly) {
                                                "  lldp receive rate-limit N interval N",
                                                "  lldp ztp vlan N",
                                                "lldp power-via-mdi fallback N",
+                                               "lldp med network-policy voice vlan N dscp N",
+                                               "no lldp med network-policy voice",
                                                "no interface ethN",
                                                "  exit"};
    const std::vector<std::string> numbers = {"0",    "1",     "2",     "5",    "20",  "64",

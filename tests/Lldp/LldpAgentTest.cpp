@@ -239,10 +239,12 @@ TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
    agent->cliConfig()->vlanNameTxIs(true);
    EXPECT_EQ(names("eth3"), (Names{{10, "voice"}}));
 
-   // To LLDP-MED endpoints every port is network connectivity equipment.
+   // To LLDP-MED endpoints every port is network connectivity equipment; network policy
+   // only where one is configured.
    const auto med = localSystem()->localPort(eth("eth3"))->medCapabilities();
    EXPECT_EQ(med.deviceType(), 4);
-   EXPECT_TRUE(med.capabilities().lldpMedCapabilities() && med.capabilities().networkPolicy());
+   EXPECT_TRUE(med.capabilities().lldpMedCapabilities());
+   EXPECT_FALSE(med.capabilities().networkPolicy());
    EXPECT_FALSE(med.capabilities().inventory());
 }
 

@@ -1,0 +1,189 @@
+// Network policy and PoE against lldpd as an LLDP-MED endpoint (a black-box peer) over a
+// veth between network namespaces the test creates: lldpd's view through `lldpcli -f
+// json`, ours through `lldp ... --json`, power agents through the control socket, and
+// tshark as the judge of our frames.
+#include <gtest/gtest.h>
+
+#include "Daemon/ControlSocket.h"
+#include "tests/Interop/InteropPeers.h"
+#include "tests/Support/NetNs.h"
+
+namespace {
+
+using Interop::at;
+using Interop::Json;
+using Interop::Lldpd;
+using Interop::waitFor;
+
+const std::string timers = "lldp timer 1\nlldp hold-time 4\nlldp timer reinitialization 1\n";
+
+class LldpdMedInterop : public ::testing::Test {
+protected:
+   void SetUp() override {
+      if (::geteuid() != 0) GTEST_SKIP() << "needs root to create network namespaces";
+      for (const char* p : {"lldpd", "lldpcli", "tshark", "ip"}) {
+         if (!Interop::haveProgram(p)) GTEST_SKIP() << p << " is not installed";
+      }
+      ns_ = std::make_unique<TestSupport::NetNsPair>();
+      ASSERT_TRUE(ns_->ok()) << ns_->error();
+      const std::string tag = std::to_string(::getpid() % 100000);
+      ours_ = "ma" + tag, theirs_ = "mb" + tag;
+      ASSERT_TRUE(TestSupport::runCmd("ip link add " + ours_ + " netns " + ns_->nsA() +
+                                      " type veth peer name " + theirs_ + " netns " + ns_->nsB()));
+      ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + ours_ + " up"));
+      ASSERT_TRUE(TestSupport::ipIn(ns_->nsB(), "link set " + theirs_ + " up"));
+   }
+   // What lldpd holds from us on its port (null until it has heard our LLDP-MED).
+   Json seenByLldpd(const Lldpd& lldpd) const {
+      for (auto [name, entry] : lldpd.neighbours()) {
+         if (name == theirs_ && entry.contains("lldp-med")) return entry;
+      }
+      return nullptr;
+   }
+
+   std::unique_ptr<TestSupport::NetNsPair> ns_;
+   std::string ours_, theirs_;
+};
+
+TEST_F(LldpdMedInterop, PolicyOnlyAfterTheEndpointAsksAndTsharkDecodesIt) {
+   Interop::Agent agent(
+       ns_->nsA(), "p", ours_,
+       timers + "interface " + ours_ +
+           "\n"
+           "   lldp med network-policy voice vlan 500 priority 5 dscp 46\n"
+           "   lldp med network-policy video-conferencing vlan 20 untagged dscp 34\n");
+   ASSERT_TRUE(agent.running());
+   Lldpd lldpd(ns_->nsB(), "p", theirs_, 1);
+   ASSERT_TRUE(lldpd.running()) << lldpd.log();
+   ASSERT_TRUE(lldpd.cli("configure lldp tx-interval 1"));
+   Json seen;
+   ASSERT_GE(waitFor([&] { return (seen = seenByLldpd(lldpd)).is_object(); }, 8), 0)
+       << lldpd.json("show neighbors details").dump(1);
+   // A few of our frames later, still no policy: lldpd has not asked.
+   ::usleep(2500 * 1000);
+   seen = seenByLldpd(lldpd);
+   EXPECT_TRUE(Lldpd::list(at(seen, {"lldp-med", "policy"})).empty()) << seen.dump(1);
+
+   // The tshark capture starts before the endpoint asks, so it sees the policies go out.
+   const std::string pcap = Interop::tmpName("p.pcap"), captureLog = Interop::tmpName("p.log");
+   Interop::Process capture({"ip", "netns", "exec", ns_->nsB(), "tshark", "-i", theirs_, "-f",
+                             "ether proto 0x88cc", "-c", "8", "-a", "duration:8", "-w", pcap},
+                            captureLog);
+   ASSERT_TRUE(
+       lldpd.cli("configure med policy application voice tagged vlan 500 priority voice "
+                 "dscp 46"));
+   Json policies;
+   ASSERT_GE(waitFor(
+                 [&] {
+                    policies = Lldpd::list(at(seenByLldpd(lldpd), {"lldp-med", "policy"}));
+                    return policies.size() == 2;
+                 },
+                 8),
+             0)
+       << lldpd.json("show neighbors details").dump(1) << agent.local().dump(1);
+   EXPECT_EQ(policies[0].value("apptype", ""), "Voice");
+   EXPECT_EQ(at(policies[0], {"vlan", "vid"}), "500");
+   EXPECT_EQ(policies[0].value("pcp", ""), "5");
+   EXPECT_EQ(policies[0].value("dscp", ""), "46");
+   EXPECT_EQ(policies[1].value("apptype", ""), "Video Conferencing");
+   EXPECT_FALSE(policies[1].contains("vlan"));  // untagged
+   EXPECT_EQ(policies[1].value("dscp", ""), "34");
+   Json caps = Lldpd::list(at(seenByLldpd(lldpd), {"lldp-med", "capability"}));
+   EXPECT_NE(Json(caps).dump().find("\"Policy\""), std::string::npos) << caps.dump();
+
+   ASSERT_TRUE(capture.waitExit(12)) << Interop::readFile(captureLog);
+   std::string decoded, expert;
+   ASSERT_TRUE(TestSupport::runCmd("tshark -r " + pcap + " -V", &decoded)) << decoded;
+   ASSERT_TRUE(TestSupport::runCmd("tshark -r " + pcap + " -q -z expert", &expert)) << expert;
+   ::unlink(pcap.c_str());
+   ::unlink(captureLog.c_str());
+   EXPECT_NE(decoded.find("Network Policy"), std::string::npos) << decoded;
+   EXPECT_EQ(decoded.find("Malformed"), std::string::npos) << decoded;
+   EXPECT_EQ(expert.find("Errors ("), std::string::npos) << expert;
+}
+
+TEST_F(LldpdMedInterop, PowerRequestReachesPowerAgentsAndTheirAllocationReachesTheDevice) {
+   Interop::Agent agent(ns_->nsA(), "w", ours_, timers);
+   ASSERT_TRUE(agent.running());
+   Lldpd lldpd(ns_->nsB(), "w", theirs_, 1);
+   ASSERT_TRUE(lldpd.running()) << lldpd.log();
+   ASSERT_TRUE(lldpd.cli("configure lldp tx-interval 1"));
+   ASSERT_TRUE(
+       lldpd.cli("configure dot3 power pd supported enabled powerpairs signal class class-4"
+                 " type 2 source pse priority high requested 25500 allocated 0"));
+
+   Json port;
+   ASSERT_GE(waitFor(
+                 [&] {
+                    port = at(agent.cli({"show", "power", "interface", ours_}),
+                              {"interfaces", ours_.c_str()});
+                    return at(port, {"neighbor", "requestedPower"}) == 25.5;
+                 },
+                 8),
+             0)
+       << port.dump(1);
+   EXPECT_EQ(at(port, {"neighbor", "powerType"}), "type 2 PD");
+   EXPECT_EQ(at(port, {"neighbor", "priority"}), "high");
+   EXPECT_EQ(at(port, {"neighbor", "powerClass"}), 4);
+   EXPECT_TRUE(at(port, {"powerAgent"}).is_null());
+
+   // The request as a power agent reads it, then the agent's allocation.
+   Json reply;
+   std::string error;
+   ASSERT_TRUE(Daemon::request(agent.socket(),
+                               {{"op", "get"}, {"path", "l2discovery/lldp/status/powerRequest"}},
+                               &reply, &error))
+       << error;
+   EXPECT_EQ(at(reply, {"data", "request"}).size(), 1u) << reply.dump();
+   const Json status = {{"state", "delivering"},  {"pseType", 2},
+                        {"powerClass", 4},        {"priority", "high"},
+                        {"allocatedPower", 25.5}, {"maxAvailablePower", 30}};
+   ASSERT_TRUE(Daemon::request(agent.socket(),
+                               {{"op", "power-agent"},
+                                {"agent", "poe-lab"},
+                                {"ports", {{ours_, status}, {"nonexistent0", {{"state", 9}}}}}},
+                               &reply, &error));
+   EXPECT_FALSE(reply["ok"].get<bool>()) << "a bad port refuses the whole request";
+   ASSERT_TRUE(Daemon::request(
+       agent.socket(), {{"op", "power-agent"}, {"agent", "poe-lab"}, {"ports", {{ours_, status}}}},
+       &reply, &error));
+   ASSERT_TRUE(reply["ok"].get<bool>()) << reply.dump();
+
+   Json power;
+   ASSERT_GE(waitFor(
+                 [&] {
+                    Json seen;
+                    for (auto [name, entry] : lldpd.neighbours()) {
+                       if (name == theirs_) seen = entry;
+                    }
+                    power = at(seen, {"port", "power"});
+                    return power.is_object() && power.value("allocated", "") == "25500";
+                 },
+                 8),
+             0)
+       << power.dump(1);
+   EXPECT_EQ(power.value("device-type", ""), "PSE");
+   EXPECT_EQ(power.value("requested", ""), "25500");
+   EXPECT_EQ(power.value("power-type", ""), "2");
+   port = at(agent.cli({"show", "power"}), {"interfaces", ours_.c_str()});
+   EXPECT_EQ(at(port, {"powerAgent", "name"}), "poe-lab");
+   EXPECT_EQ(at(port, {"powerViaMdiTx", "allocatedPower"}), 25.5);
+   EXPECT_EQ(agent.run({"show", "power"}).out.find("Interface " + ours_), 0u);
+
+   // A power agent following the requests: the current one, then the device's new one.
+   Daemon::ControlClient watch;
+   std::string line;
+   ASSERT_TRUE(watch.connect(agent.socket(), 10, &error)) << error;
+   ASSERT_TRUE(watch.send({{"op", "watch-power-requests"}}, &error)) << error;
+   ASSERT_TRUE(watch.readLine(&line, &error)) << error;
+   EXPECT_EQ(at(Json::parse(line), {"data", ours_.c_str(), "requestedPower"}), 25.5) << line;
+   ASSERT_TRUE(
+       lldpd.cli("configure dot3 power pd supported enabled powerpairs signal class class-4"
+                 " type 2 source pse priority high requested 13000 allocated 25500"));
+   ASSERT_TRUE(watch.readLine(&line, &error)) << error;
+   const Json event = Json::parse(line);
+   EXPECT_EQ(event["interface"], ours_);
+   EXPECT_EQ(at(event, {"request", "requestedPower"}), 13.0) << line;
+}
+
+}  // namespace
