@@ -165,7 +165,8 @@ bool putManagementAddress(char** pos, char* end, const Lldp::ManagementAddress& 
    *tail++ = static_cast<char>(oid.size());
    size_t oidBytes = oid.size();
    VEL_ASSERT(oidBytes == oid.size(), "oidBytes == len");
-   std::memcpy(tail, oid.data(), oidBytes);
+   // An empty OID may have no storage at all, and memcpy from null is undefined.
+   if (oidBytes) std::memcpy(tail, oid.data(), oidBytes);
    tail += oidBytes;
    VEL_ASSERT(tail - info == infoLen, "tail - info == infoLen");
    if (putTlv(pos, end, Lldp::tlvTypeManagementAddress, infoLen, info)) {
