@@ -4,9 +4,10 @@
 // tshark as the judge of our frames.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "Daemon/ControlSocket.h"
-#include "tests/Interop/InteropPeers.h"
-#include "tests/Support/NetNs.h"
+#include "tests/Interop/LldpdInteropFixture.h"
 
 namespace {
 
@@ -15,23 +16,14 @@ using Interop::Json;
 using Interop::Lldpd;
 using Interop::waitFor;
 
-const std::string timers = "lldp timer 1\nlldp hold-time 4\nlldp timer reinitialization 1\n";
+const std::string& timers = Interop::agentTimers;
 
-class LldpdMedInterop : public ::testing::Test {
+class LldpdMedInterop : public Interop::LldpdInterop {
 protected:
    void SetUp() override {
-      if (::geteuid() != 0) GTEST_SKIP() << "needs root to create network namespaces";
-      for (const char* p : {"lldpd", "lldpcli", "tshark", "ip"}) {
-         if (!Interop::haveProgram(p)) GTEST_SKIP() << p << " is not installed";
-      }
-      ns_ = std::make_unique<TestSupport::NetNsPair>();
-      ASSERT_TRUE(ns_->ok()) << ns_->error();
-      const std::string tag = std::to_string(::getpid() % 100000);
-      ours_ = "ma" + tag, theirs_ = "mb" + tag;
-      ASSERT_TRUE(TestSupport::runCmd("ip link add " + ours_ + " netns " + ns_->nsA() +
-                                      " type veth peer name " + theirs_ + " netns " + ns_->nsB()));
-      ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "link set " + ours_ + " up"));
-      ASSERT_TRUE(TestSupport::ipIn(ns_->nsB(), "link set " + theirs_ + " up"));
+      Interop::LldpdInterop::SetUp();
+      if (IsSkipped() || HasFatalFailure()) return;
+      std::tie(ours_, theirs_) = addLink();
    }
    // What lldpd holds from us on its port (null until it has heard our LLDP-MED).
    Json seenByLldpd(const Lldpd& lldpd) const {
@@ -41,7 +33,6 @@ protected:
       return nullptr;
    }
 
-   std::unique_ptr<TestSupport::NetNsPair> ns_;
    std::string ours_, theirs_;
 };
 
