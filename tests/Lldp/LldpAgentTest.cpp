@@ -7,84 +7,48 @@
 #include <map>
 #include <string>
 
-#include "Framework/Log.h"
-#include "Framework/Trace.h"
-#include "Lldp/LldpAgent.h"
-#include "tests/Support/Switch.h"
+#include "tests/Support/AgentInVirtualTime.h"
 
 namespace {
 
 using Lldp::Agent::Agent;
-
-// Linux ports, as the platform names them.
-Wire::IntfId eth(const std::string& name) {
-   return Wire::IntfId::linux(name, Wire::IntfKind::intfKindEthernet);
-}
 using namespace Lldp::Agent::Input;
 
-class LldpAgentTest : public ::testing::Test {
+class LldpAgentTest : public TestSupport::AgentInVirtualTime {
 protected:
-   void SetUp() override {
-      Vel::Trace::textTraceIs("-");
-      Vel::Log::syslogIs(false);
-      loop().virtualTimeIs(true, 100);
-      for (const char* p : {"eth1", "eth2", "eth3"}) {
-         links.linkIs(eth(p), eth(std::string("peer-").append(p)));
-      }
-      platformBridging = db.mount<Bridging::Config>("bridging/config");
-      platformBridging->bridgeMacAddrIs(*Wire::EthAddr::parse("02:00:00:00:aa:01"));
+   void mountPlatform() override {
       netStatus = db.mount<System::NetStatus>("sys/net/status");
       netStatus->hostnameIs("sw1");
       netStatus->domainNameIs("example.test");
-      phyDir = db.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all");
       lagDir = db.mount<Interface::EthLagIntfStatusDir>("interface/status/eth/lag");
       allIntf = db.mount<Interface::AllIntfStatusDir>("interface/status/all");
-      agent = Vel::make<Agent>("lldp-agent", Agent::Options{links.factory()}, db);
-      agent->doInit();
-      loop().advanceBy(0);  // mounts complete from the loop
    }
    void TearDown() override {
-      if (agent) agent->doCleanup();
-      agent = nullptr;
-      loop().advanceBy(0);
-      loop().virtualTimeIs(false);
-      Vel::Log::syslogIs(true);
+      AgentInVirtualTime::TearDown();
       Wire::PktMan::instance().dataSizeIs(Wire::PktMan::defaultDataSize);
    }
-   static Vel::EventLoop& loop() { return Vel::EventLoop::instance(); }
-   // A port as the platform reports it.
+   // A port as the platform reports it, with its MAC address, ifIndex and MTU.
    Interface::EthPhyIntfStatus::Ptr portUp(const std::string& name, uint8_t macLast) {
-      const Wire::IntfId intf = eth(name);
-      allIntf->intfStatusIs(intf)->ifIndexIs(macLast);
-      auto s = phyDir->intfStatusIs(intf);
+      allIntf->intfStatusIs(eth(name))->ifIndexIs(macLast);
+      auto s = phyDir->intfStatusIs(eth(name));
       const uint8_t mac[6] = {0x02, 0, 0, 0, 1, macLast};
       s->addrIs(Wire::EthAddr::fromBytes(mac));
       s->mtuIs(1500);
-      s->linkStatusIs(Interface::linkStatusUp);
-      s->forwardingModelIs(Interface::forwardingModelRouted);
-      return s;
+      return AgentInVirtualTime::portUp(name);
    }
    Lldp::PortConfig::Ptr portConfig(const std::string& name) {
-      return db.entityAs<Lldp::Config>("l2discovery/lldp/config")->portConfig(eth(name));
+      return config->portConfig(eth(name));
    }
    uint8_t admin(const std::string& name) { return portConfig(name)->adminStatus(); }
-   Lldp::LocalSystem::Ptr localSystem() {
-      return db.entityAs<Lldp::LocalSystem>("l2discovery/lldp/localSystem");
-   }
    void switchport(const Wire::IntfId& intf, uint8_t mode, uint16_t nativeVlan = 1) {
-      auto sw = platformBridging->switchIntfConfigIs(intf);
+      auto sw = bridging->switchIntfConfigIs(intf);
       sw->switchportModeIs(mode);
       sw->nativeVlanIs(nativeVlan);
    }
 
-   Vel::StateDb db;
-   TestSupport::InMemoryLinks links;
-   Bridging::Config::Ptr platformBridging;
    System::NetStatus::Ptr netStatus;
-   Interface::EthPhyIntfStatusDir::Ptr phyDir;
    Interface::EthLagIntfStatusDir::Ptr lagDir;
    Interface::AllIntfStatusDir::Ptr allIntf;
-   Vel::Ptr<Agent> agent;
 };
 
 TEST(InputRules, TxDelayIntervalSystemNameAndCapableKinds) {
@@ -106,7 +70,7 @@ TEST_F(LldpAgentTest, PortGetsItsRecordsAndPacketAccessWhileItTakesPart) {
    auto eth1 = portUp("eth1", 1);
    const Wire::IntfId intf = eth("eth1");
    ASSERT_TRUE(portConfig("eth1"));
-   auto lp = localSystem()->localPort(intf);
+   auto lp = local->localPort(intf);
    ASSERT_TRUE(lp);
    EXPECT_EQ(lp->portIdentifier().subtype(), 5);
    EXPECT_EQ(lp->portIdentifier().value().value(), "eth1");
@@ -118,7 +82,6 @@ TEST_F(LldpAgentTest, PortGetsItsRecordsAndPacketAccessWhileItTakesPart) {
 
    // Identity: chassis ID is the bridge MAC, which is also the advertised management
    // address while there is no other.
-   auto local = localSystem();
    EXPECT_EQ(local->chassisIdentifier().subtype(), 4);
    EXPECT_EQ(local->chassisIdentifier().value().value(), std::string("\x02\0\0\0\xaa\x01", 6));
    ASSERT_EQ(local->managementAddressPrio().size(), 1u);
@@ -167,9 +130,9 @@ TEST_F(LldpAgentTest, AdminStatusFollowsGlobalSwitchCliAndSwitchportMode) {
    EXPECT_EQ(admin("eth3"), 4);
    switchport(eth("eth1"), Bridging::switchportModeAccess, 10);
    EXPECT_EQ(admin("eth1"), 3);
-   EXPECT_EQ(localSystem()->localPort(eth("eth1"))->portVlanId(), 10);
+   EXPECT_EQ(local->localPort(eth("eth1"))->portVlanId(), 10);
    switchport(eth("eth1"), Bridging::switchportModeRouted);
-   EXPECT_EQ(localSystem()->localPort(eth("eth1"))->portVlanId(), 0);
+   EXPECT_EQ(local->localPort(eth("eth1"))->portVlanId(), 0);
 
    // A member follows its aggregate's switchport, not its own.
    const Wire::IntfId bond1 = Wire::IntfId::linux("bond1", Wire::IntfKind::intfKindPortChannel);
@@ -178,7 +141,7 @@ TEST_F(LldpAgentTest, AdminStatusFollowsGlobalSwitchCliAndSwitchportMode) {
    allIntf->intfStatusIs(bond1)->ifIndexIs(77);
    lagDir->intfStatusIs(bond1)->memberIs(eth("eth2"), true);
    EXPECT_EQ(admin("eth2"), 2);  // receive-only asked; a tool port allows that
-   auto lp2 = localSystem()->localPort(eth("eth2"));
+   auto lp2 = local->localPort(eth("eth2"));
    EXPECT_EQ(lp2->portVlanId(), 30);
    EXPECT_TRUE(lp2->linkAggregationInfo().status().enabled());
    EXPECT_EQ(lp2->linkAggregationInfo().aggregatedPortId(), 77u);
@@ -202,10 +165,10 @@ TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
       return out;
    };
    using Names = std::map<int, std::string>;
-   auto v10 = platformBridging->vlanConfigIs(Bridging::VlanId(10));
+   auto v10 = bridging->vlanConfigIs(Bridging::VlanId(10));
    v10->nameIs("voice");
    v10->memberIs(eth("eth1"), true);
-   auto v20 = platformBridging->vlanConfigIs(Bridging::VlanId(20));
+   auto v20 = bridging->vlanConfigIs(Bridging::VlanId(20));
    v20->nameIs("data");
    v20->memberIs(eth("eth1"), true);
    v20->memberIs(eth("eth2"), true);
@@ -218,7 +181,7 @@ TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
    EXPECT_EQ(names("eth2"), (Names{{20, "bulk"}}));
    v10->memberDel(eth("eth1"));
    EXPECT_EQ(names("eth1"), (Names{{20, "bulk"}}));
-   platformBridging->vlanConfigDel(Bridging::VlanId(20));
+   bridging->vlanConfigDel(Bridging::VlanId(20));
    EXPECT_TRUE(names("eth1").empty());
    EXPECT_TRUE(names("eth2").empty());
 
@@ -241,7 +204,7 @@ TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
 
    // To LLDP-MED endpoints every port is network connectivity equipment; network policy
    // only where one is configured.
-   const auto med = localSystem()->localPort(eth("eth3"))->medCapabilities();
+   const auto med = local->localPort(eth("eth3"))->medCapabilities();
    EXPECT_EQ(med.deviceType(), 4);
    EXPECT_TRUE(med.capabilities().lldpMedCapabilities());
    EXPECT_FALSE(med.capabilities().networkPolicy());
@@ -251,7 +214,7 @@ TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
 TEST_F(LldpAgentTest, OverlongVlanNameIsRefusedAndManagementFrameSizeFollowsTheMtu) {
    portUp("eth1", 1);
    auto ps = agent->lldpStatusLocal()->portStatus(eth("eth1"));
-   auto v10 = platformBridging->vlanConfigIs(Bridging::VlanId(10));
+   auto v10 = bridging->vlanConfigIs(Bridging::VlanId(10));
    v10->memberIs(eth("eth1"), true);
    v10->nameIs(std::string(33, 'n'));  // one byte too many for the TLV
    EXPECT_TRUE(ps->vlanName().empty());
@@ -265,9 +228,7 @@ TEST_F(LldpAgentTest, OverlongVlanNameIsRefusedAndManagementFrameSizeFollowsTheM
    s->mtuIs(1500);
    s->maxMtuIs(65535);
    s->forwardingModelIs(Interface::forwardingModelRouted);
-   auto frameSize = [&] {
-      return localSystem()->localPort(mgmt)->maximumFrameSizeInfo().maxFrameSize();
-   };
+   auto frameSize = [&] { return local->localPort(mgmt)->maximumFrameSizeInfo().maxFrameSize(); };
    EXPECT_EQ(frameSize(), 1518);
    s->mtuIs(9000);
    EXPECT_EQ(frameSize(), 9018);
@@ -276,7 +237,6 @@ TEST_F(LldpAgentTest, OverlongVlanNameIsRefusedAndManagementFrameSizeFollowsTheM
 TEST_F(LldpAgentTest, GlobalSettingsReachThePortsAndCleanupLeavesNothing) {
    portUp("eth1", 1);
    auto cli = agent->cliConfig();
-   auto config = db.entityAs<Lldp::Config>("l2discovery/lldp/config");
    cli->messageTxIntervalIs(1);
    EXPECT_EQ(config->messageTxInterval(), 1u);
    EXPECT_EQ(config->txDelay(), 1u);
@@ -295,7 +255,7 @@ TEST_F(LldpAgentTest, GlobalSettingsReachThePortsAndCleanupLeavesNothing) {
    port->rxRateLimitEnabledIs(false);
    EXPECT_EQ(portConfig("eth1")->ztpBootVlan(), 42);
    EXPECT_FALSE(portConfig("eth1")->rxRateLimitEnabled());
-   EXPECT_EQ(localSystem()->localPort(eth("eth1"))->ztpBootVlan(), 42);
+   EXPECT_EQ(local->localPort(eth("eth1"))->ztpBootVlan(), 42);
    // The neighbour limit: the global one, the port's own over it, the global one again.
    cli->remoteSystemLimitIs(500);
    EXPECT_EQ(portConfig("eth1")->remoteSystemLimit(), 500u);
@@ -307,8 +267,8 @@ TEST_F(LldpAgentTest, GlobalSettingsReachThePortsAndCleanupLeavesNothing) {
 
    agent->doCleanup();
    EXPECT_TRUE(config->portConfig().empty());
-   EXPECT_TRUE(localSystem()->localPort().empty());
-   EXPECT_TRUE(localSystem()->managementAddress().empty());
+   EXPECT_TRUE(local->localPort().empty());
+   EXPECT_TRUE(local->managementAddress().empty());
    EXPECT_TRUE(agent->lldpStatusLocal()->portStatus().empty());
    EXPECT_TRUE(db.entityAs<Interface::PamDesiredIntfDir>("interface/pam/lldp/desiredIntf")
                    ->intfDesired()

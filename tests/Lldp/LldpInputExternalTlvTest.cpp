@@ -3,18 +3,9 @@
 // them, and the local port records are the judge (they are what the builder sends).
 #include <gtest/gtest.h>
 
-#include "Framework/Log.h"
-#include "Framework/Trace.h"
-#include "Lldp/LldpAgent.h"
-#include "tests/Support/Switch.h"
+#include "tests/Support/AgentInVirtualTime.h"
 
 namespace {
-
-using Lldp::Agent::Agent;
-
-Wire::IntfId eth(const char* name) {
-   return Wire::IntfId::linux(name, Wire::IntfKind::intfKindEthernet);
-}
 
 Lldp::UnknownOrgDefTlv tlv(uint8_t subtype, const std::string& info, int index = 0) {
    return Lldp::UnknownOrgDefTlv(
@@ -23,36 +14,12 @@ Lldp::UnknownOrgDefTlv tlv(uint8_t subtype, const std::string& info, int index =
         .value = info});
 }
 
-class ExternalTlvAndBypassTest : public ::testing::Test {
+class ExternalTlvAndBypassTest : public TestSupport::AgentInVirtualTime {
 protected:
-   void SetUp() override {
-      Vel::Trace::textTraceIs("-");
-      Vel::Log::syslogIs(false);
-      loop().virtualTimeIs(true, 100);
-      for (const char* p : {"eth1", "eth2"}) links.linkIs(eth(p), eth("peer"));
-      db.mount<Bridging::Config>("bridging/config");
-      phyDir = db.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all");
+   void mountPlatform() override {
       dir = db.mount<Vel::Dir>("l2discovery/lldp/externalTlvs");
       dot1x = db.mount<Identity::Dot1x::Status>("identity/dot1x/status");
       macsec = db.mount<Identity::Macsec::Status>("identity/macsec/status");
-      agent = Vel::make<Agent>("lldp-agent", Agent::Options{links.factory()}, db);
-      agent->doInit();
-      loop().advanceBy(0);
-      local = db.entityAs<Lldp::LocalSystem>("l2discovery/lldp/localSystem");
-   }
-   void TearDown() override {
-      agent->doCleanup();
-      agent = nullptr;
-      loop().advanceBy(0);
-      loop().virtualTimeIs(false);
-      Vel::Log::syslogIs(true);
-   }
-   static Vel::EventLoop& loop() { return Vel::EventLoop::instance(); }
-   Interface::EthPhyIntfStatus::Ptr port(const char* name, uint8_t model) {
-      auto s = phyDir->intfStatusIs(eth(name));
-      s->linkStatusIs(Interface::linkStatusUp);
-      s->forwardingModelIs(model);
-      return s;
    }
    Lldp::ExternalTlvConfig::Ptr client(const std::string& name, const Lldp::ExternalTlvSet& set) {
       auto c = dir->entryAs<Lldp::ExternalTlvConfig>(name);
@@ -71,24 +38,19 @@ protected:
    }
    using V = std::vector<std::string>;
 
-   Vel::StateDb db;
-   TestSupport::InMemoryLinks links;
-   Interface::EthPhyIntfStatusDir::Ptr phyDir;
    Vel::Dir::Ptr dir;
    Identity::Dot1x::Status::Ptr dot1x;
    Identity::Macsec::Status::Ptr macsec;
-   Vel::Ptr<Agent> agent;
-   Lldp::LocalSystem::Ptr local;
 };
 
 TEST_F(ExternalTlvAndBypassTest, ClientsTlvsReachTheirPortsAndLeaveWithTheClient) {
-   port("eth1", Interface::forwardingModelRouted);
+   portUp("eth1", Interface::forwardingModelRouted);
    // A TLV for a port that does not exist yet waits for it.
    client("a",
           {{eth("eth1"), {tlv(1, "one"), tlv(1, "one-again", 1)}}, {eth("eth2"), {tlv(2, "two")}}});
    client("b", {{eth("eth1"), {tlv(9, "bee")}}});
    EXPECT_EQ(tlvs("eth1"), (V{"one", "one-again", "bee"}));
-   port("eth2", Interface::forwardingModelRouted);
+   portUp("eth2", Interface::forwardingModelRouted);
    EXPECT_EQ(tlvs("eth2"), V{"two"});
 
    // The same TLV again changes nothing; new information replaces it in place.
@@ -113,8 +75,8 @@ TEST_F(ExternalTlvAndBypassTest, ClientsTlvsReachTheirPortsAndLeaveWithTheClient
 }
 
 TEST_F(ExternalTlvAndBypassTest, BypassLetsHeldPortsRun802dot1xForAllMacsecPerPort) {
-   port("eth1", Interface::forwardingModelDataLink);  // held by port authentication
-   port("eth2", Interface::forwardingModelDataLink);
+   portUp("eth1", Interface::forwardingModelDataLink);  // held by port authentication
+   portUp("eth2", Interface::forwardingModelDataLink);
    EXPECT_FALSE(local->localPort(eth("eth1")));
    macsec->bypassLldpIs(eth("eth2"), true);  // this port alone
    EXPECT_FALSE(local->localPort(eth("eth1")));
@@ -128,7 +90,7 @@ TEST_F(ExternalTlvAndBypassTest, BypassLetsHeldPortsRun802dot1xForAllMacsecPerPo
    EXPECT_FALSE(local->localPort(eth("eth2")));
    // Below "data link" nothing runs, bypass or not.
    dot1x->lldpBypassIs(true);
-   port("eth1", Interface::forwardingModelDiscarded);
+   portUp("eth1", Interface::forwardingModelDiscarded);
    EXPECT_FALSE(local->localPort(eth("eth1")));
 }
 

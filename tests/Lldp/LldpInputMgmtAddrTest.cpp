@@ -7,14 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "Framework/Log.h"
-#include "Framework/Trace.h"
-#include "Lldp/LldpAgent.h"
-#include "tests/Support/Switch.h"
+#include "tests/Support/AgentInVirtualTime.h"
 
 namespace {
 
-using Lldp::Agent::Agent;
 using namespace Lldp::Agent::Input;
 using Wire::IntfId;
 using Wire::IntfKind;
@@ -55,39 +51,20 @@ TEST(ManAddrPriority, KindsRankBeforeNumbersForSwitchAndLinuxNames) {
    EXPECT_GE(priorityOf(IntfId("Ethernet0")), ethernetPriorityBase);
 }
 
-class MgmtAddrTest : public ::testing::Test {
+class MgmtAddrTest : public TestSupport::AgentInVirtualTime {
 protected:
    void SetUp() override {
-      Vel::Trace::textTraceIs("-");
-      Vel::Log::syslogIs(false);
-      loop().virtualTimeIs(true, 100);
-      links.linkIs(port("eth1"), port("peer-eth1"));
-      auto bridging = db.mount<Bridging::Config>("bridging/config");
-      bridging->bridgeMacAddrIs(*Wire::EthAddr::parse("02:00:00:00:aa:01"));
+      AgentInVirtualTime::SetUp();
+      portUp("eth1");
+   }
+   void mountPlatform() override {
       allIntf = db.mount<Interface::AllIntfStatusDir>("interface/status/all");
       ip = db.mount<Ip::Status>("ip/status");
       ip6 = db.mount<Ip6::Status>("ip6/status");
       intf(port("eth1"), 11);
       intf(port("eth2"), 12);
       intf(linux("lo", IntfKind::intfKindLoopback), 1);
-      auto phy = db.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all");
-      auto s = phy->intfStatusIs(port("eth1"));
-      s->linkStatusIs(Interface::linkStatusUp);
-      s->forwardingModelIs(Interface::forwardingModelRouted);
-      agent = Vel::make<Agent>("lldp-agent", Agent::Options{links.factory()}, db);
-      agent->doInit();
-      loop().advanceBy(0);
-      local = db.entityAs<Lldp::LocalSystem>("l2discovery/lldp/localSystem");
-      config = db.entityAs<Lldp::Config>("l2discovery/lldp/config");
    }
-   void TearDown() override {
-      agent->doCleanup();
-      agent = nullptr;
-      loop().advanceBy(0);
-      loop().virtualTimeIs(false);
-      Vel::Log::syslogIs(true);
-   }
-   static Vel::EventLoop& loop() { return Vel::EventLoop::instance(); }
    static IntfId port(const char* name) { return linux(name, IntfKind::intfKindEthernet); }
    void intf(const IntfId& id, uint32_t ifIndex, const std::string& vrf = {}) {
       auto s = allIntf->intfStatusIs(id);
@@ -118,14 +95,9 @@ protected:
    }
    using V = std::vector<std::string>;
 
-   Vel::StateDb db;
-   TestSupport::InMemoryLinks links;
    Interface::AllIntfStatusDir::Ptr allIntf;
    Ip::Status::Ptr ip;
    Ip6::Status::Ptr ip6;
-   Vel::Ptr<Agent> agent;
-   Lldp::LocalSystem::Ptr local;
-   Lldp::Config::Ptr config;
 };
 
 TEST_F(MgmtAddrTest, FallbackPriorityOrderSecondariesAndModes) {

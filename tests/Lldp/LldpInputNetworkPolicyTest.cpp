@@ -5,58 +5,23 @@
 
 #include <sstream>
 
-#include "Framework/Log.h"
 #include "Framework/Trace.h"
-#include "Lldp/LldpAgent.h"
-#include "tests/Support/Switch.h"
+#include "tests/Support/AgentInVirtualTime.h"
 
 namespace {
-
-using Lldp::Agent::Agent;
-
-Wire::IntfId eth(const char* name) {
-   return Wire::IntfId::linux(name, Wire::IntfKind::intfKindEthernet);
-}
 
 Lldp::NetworkPolicyConfig policy(uint8_t app, uint16_t vlan, uint8_t prio = 5, uint8_t dscp = 46) {
    return Lldp::NetworkPolicyConfig(
        {.appType = app, .tagged = true, .vlanId = vlan, .priority = prio, .dscp = dscp});
 }
 
-class NetworkPolicyTest : public ::testing::Test {
+class NetworkPolicyTest : public TestSupport::AgentInVirtualTime {
 protected:
    void SetUp() override {
-      Vel::Trace::textTraceIs("-");
       Vel::Trace::configure("LldpAgent/0-6");
-      Vel::Trace::ringClear();
-      Vel::Log::syslogIs(false);
-      loop().virtualTimeIs(true, 100);
-      links.linkIs(eth("eth1"), eth("peer"));
-      db.mount<Bridging::Config>("bridging/config");
-      phyDir = db.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all");
-      agent = Vel::make<Agent>("lldp-agent", Agent::Options{links.factory()}, db);
-      agent->doInit();
+      AgentInVirtualTime::SetUp();
+      portUp("eth1");
       loop().advanceBy(0);
-      local = db.entityAs<Lldp::LocalSystem>("l2discovery/lldp/localSystem");
-      auto s = phyDir->intfStatusIs(eth("eth1"));
-      s->linkStatusIs(Interface::linkStatusUp);
-      s->forwardingModelIs(Interface::forwardingModelRouted);
-      loop().advanceBy(0);
-   }
-   void TearDown() override {
-      agent->doCleanup();
-      agent = nullptr;
-      loop().advanceBy(0);
-      loop().virtualTimeIs(false);
-      Vel::Log::syslogIs(true);
-      Vel::Trace::configure("");
-   }
-   static Vel::EventLoop& loop() { return Vel::EventLoop::instance(); }
-   static bool traced(std::string_view text) {
-      for (const auto& e : Vel::Trace::ringSnapshot()) {
-         if (e.text == text) return true;
-      }
-      return false;
    }
    Lldp::LocalPort::Ptr port() { return local->localPort(eth("eth1")); }
    Lldp::PortStatus::Ptr portStatus() { return agent->lldpStatusLocal()->portStatus(eth("eth1")); }
@@ -78,12 +43,6 @@ protected:
       r->networkPolicyTlvIs(Lldp::NetworkPolicyTlv({.appType = 1, .unknown = true}));
       ps->remoteSystemTouched(1);
    }
-
-   Vel::StateDb db;
-   TestSupport::InMemoryLinks links;
-   Interface::EthPhyIntfStatusDir::Ptr phyDir;
-   Vel::Ptr<Agent> agent;
-   Lldp::LocalSystem::Ptr local;
 };
 
 TEST_F(NetworkPolicyTest, AdvertisedOnlyOnRequestWhileSelectedWithoutRedundantSignaling) {

@@ -4,20 +4,13 @@
 // published power requests judge.
 #include <gtest/gtest.h>
 
-#include "Framework/Log.h"
 #include "Framework/Trace.h"
-#include "Lldp/LldpAgent.h"
-#include "tests/Support/Switch.h"
+#include "tests/Support/AgentInVirtualTime.h"
 
 namespace {
 
 using Lldp::PowerViaMdiInfo;
-using Lldp::Agent::Agent;
 using PortStatus = Environment::Power::PoePortStatus::PortStatus;
-
-Wire::IntfId eth(const char* name) {
-   return Wire::IntfId::linux(name, Wire::IntfKind::intfKindEthernet);
-}
 
 // A powered device asking for `tenths` of a watt in the 802.3at form (type 2 PD).
 PowerViaMdiInfo pdRequest(uint16_t tenths) {
@@ -28,45 +21,16 @@ PowerViaMdiInfo pdRequest(uint16_t tenths) {
                            .pdRequestedPower = tenths});
 }
 
-class PoeTest : public ::testing::Test {
+class PoeTest : public TestSupport::AgentInVirtualTime {
 protected:
    void SetUp() override {
-      Vel::Trace::textTraceIs("-");
       Vel::Trace::configure("LldpAgent/0-8");
-      Vel::Trace::ringClear();
-      Vel::Log::syslogIs(false);
-      loop().virtualTimeIs(true, 100);
-      links.linkIs(eth("eth1"), eth("peer"));
-      db.mount<Bridging::Config>("bridging/config");
-      phyDir = db.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all");
+      AgentInVirtualTime::SetUp();
+      portUp("eth1");
+   }
+   void mountPlatform() override {
       agents = db.mount<Vel::Dir>("environment/power/status/poePort");
       requests = db.mount<Lldp::PowerRequestStatus>("l2discovery/lldp/status/powerRequest");
-      agent = Vel::make<Agent>("lldp-agent", Agent::Options{links.factory()}, db);
-      agent->doInit();
-      loop().advanceBy(0);
-      local = db.entityAs<Lldp::LocalSystem>("l2discovery/lldp/localSystem");
-      portUp(true);
-   }
-   void TearDown() override {
-      agent->doCleanup();
-      agent = nullptr;
-      loop().advanceBy(0);
-      loop().virtualTimeIs(false);
-      Vel::Log::syslogIs(true);
-      Vel::Trace::configure("");
-   }
-   static Vel::EventLoop& loop() { return Vel::EventLoop::instance(); }
-   static bool traced(std::string_view text) {
-      for (const auto& e : Vel::Trace::ringSnapshot()) {
-         if (e.text.ends_with(text)) return true;
-      }
-      return false;
-   }
-   void portUp(bool up) {
-      auto s = phyDir->intfStatusIs(eth("eth1"));
-      s->linkStatusIs(Interface::linkStatusUp);
-      s->forwardingModelIs(up ? Interface::forwardingModelRouted
-                              : Interface::forwardingModelDataLink);
    }
    Lldp::LocalPortPoeInfo& poe() { return *local->localPort(eth("eth1"))->localPortPoeInfo(); }
    // A neighbour's Power via MDI TLV as the receive processor records it.
@@ -89,13 +53,8 @@ protected:
       a->portStatusIs(eth("eth1"), s);
    }
 
-   Vel::StateDb db;
-   TestSupport::InMemoryLinks links;
-   Interface::EthPhyIntfStatusDir::Ptr phyDir;
    Vel::Dir::Ptr agents;
    Lldp::PowerRequestStatus::Ptr requests;
-   Vel::Ptr<Agent> agent;
-   Lldp::LocalSystem::Ptr local;
 };
 
 TEST_F(PoeTest, TheRequestAnsweredIsTheNewestOfOneDeviceAndNoneOfTwo) {
@@ -156,8 +115,8 @@ TEST_F(PoeTest, PowerAgentsReportsReachThePortFirstAgentByNameWins) {
 
    // A port that comes back gets the report at once; an agent that goes hands over to the
    // next, and the last one leaves the port without PoE data.
-   portUp(false);
-   portUp(true);
+   portUp("eth1", Interface::forwardingModelDataLink);
+   portUp("eth1");
    EXPECT_EQ(poe().poePortStatus(), a);
    agents->entryDel("a-agent");
    EXPECT_EQ(poe().poePortStatus().state(), PortStatus::stateFault);
