@@ -19,23 +19,6 @@ Oid at(std::initializer_list<uint32_t> tail) {
    return o;
 }
 
-MibObject scalar(Oid oid, bool (*fn)(const Src&, Value&)) {
-   MibObject o;
-   o.oid = oid;
-   o.scalar = fn;
-   return o;
-}
-
-MibObject table(Oid entry, uint32_t first, uint32_t last,
-                void (*rows)(const Src&, uint32_t, RowFinder&)) {
-   MibObject o;
-   o.oid = entry;
-   o.rows = rows;
-   o.firstCol = first;
-   o.lastCol = last;
-   return o;
-}
-
 std::string_view view(const auto& fixedString) {
    return fixedString.value();
 }

@@ -25,16 +25,6 @@ Oid ext(uint32_t module, std::initializer_list<uint32_t> tail) {
    return o;
 }
 
-MibObject table(Oid entry, uint32_t first, uint32_t last,
-                void (*rows)(const Src&, uint32_t, RowFinder&)) {
-   MibObject o;
-   o.oid = entry;
-   o.rows = rows;
-   o.firstCol = first;
-   o.lastCol = last;
-   return o;
-}
-
 // PolicyAppType: the application type N (1..8) is bit N of a two-octet BITS.
 Value appTypeBits(uint8_t appType) {
    return Value::bits(appType < 16 ? 1u << appType : 0, 2);

@@ -13,6 +13,7 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Framework/Snmp/ObjectIdentifier.h"
@@ -172,6 +173,15 @@ struct MibObject {
    void (*rows)(const LldpMibSource&, uint32_t col, RowFinder&) = nullptr;
    uint32_t firstCol = 0, lastCol = 0;
 };
+
+inline MibObject scalar(Oid oid, bool (*fn)(const LldpMibSource&, Value&)) {
+   return MibObject{.oid = std::move(oid), .scalar = fn};
+}
+// A table's entry whose columns `first` to `last` are read by `rows`.
+inline MibObject table(Oid entry, uint32_t first, uint32_t last,
+                       void (*rows)(const LldpMibSource&, uint32_t, RowFinder&)) {
+   return MibObject{.oid = std::move(entry), .rows = rows, .firstCol = first, .lastCol = last};
+}
 
 class MibTree {
 public:
