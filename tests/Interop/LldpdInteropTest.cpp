@@ -22,55 +22,42 @@ using Interop::waitFor;
 
 // ---- Translating lldpd's words into ours ---------------------------------------------------
 
+// lldpd's word in ours, by a table ("?word" for one the table does not have).
+using Words = std::map<std::string, std::string>;
+std::string ourWord(const Words& words, const std::string& lldpdWord) {
+   auto it = words.find(lldpdWord);
+   return it == words.end() ? "?" + lldpdWord : it->second;
+}
+const Words idSubtypes = {
+    {"mac", "macAddress"},    {"ifname", "interfaceName"},   {"local", "local"},
+    {"ip", "networkAddress"}, {"ifalias", "interfaceAlias"},
+};
+const Words capabilities = {
+    {"Other", "other"},
+    {"Repeater", "repeater"},
+    {"Bridge", "bridge"},
+    {"Wlan", "wlanAccessPoint"},
+    {"Router", "router"},
+    {"Tel", "telephone"},
+    {"Docsis", "docsisCableDevice"},
+    {"Station", "stationOnly"},
+};
+const Words medCapabilities = {
+    {"Capabilities", "lldpMedCapabilities"}, {"Policy", "networkPolicy"},
+    {"Location", "locationIdentification"},  {"MDI/PSE", "extendedPowerViaMdiPse"},
+    {"MDI/PD", "extendedPowerViaMdiPd"},     {"Inventory", "inventory"},
+};
 std::string idSubtype(const std::string& lldpdType) {
-   static const std::map<std::string, std::string> names = {
-       {"mac", "macAddress"},    {"ifname", "interfaceName"},   {"local", "local"},
-       {"ip", "networkAddress"}, {"ifalias", "interfaceAlias"},
-   };
-   auto it = names.find(lldpdType);
-   return it == names.end() ? "?" + lldpdType : it->second;
+   return ourWord(idSubtypes, lldpdType);
 }
 
-std::string capabilityName(const std::string& lldpdType) {
-   static const std::map<std::string, std::string> names = {
-       {"Other", "other"},
-       {"Repeater", "repeater"},
-       {"Bridge", "bridge"},
-       {"Wlan", "wlanAccessPoint"},
-       {"Router", "router"},
-       {"Tel", "telephone"},
-       {"Docsis", "docsisCableDevice"},
-       {"Station", "stationOnly"},
-   };
-   auto it = names.find(lldpdType);
-   return it == names.end() ? "?" + lldpdType : it->second;
-}
-
-std::string medCapabilityName(const std::string& lldpdType) {
-   static const std::map<std::string, std::string> names = {
-       {"Capabilities", "lldpMedCapabilities"}, {"Policy", "networkPolicy"},
-       {"Location", "locationIdentification"},  {"MDI/PSE", "extendedPowerViaMdiPse"},
-       {"MDI/PD", "extendedPowerViaMdiPd"},     {"Inventory", "inventory"},
-   };
-   auto it = names.find(lldpdType);
-   return it == names.end() ? "?" + lldpdType : it->second;
-}
-
-// lldpd's words for the LLDP-MED device classes, by our device type number.
+// lldpd's words for the LLDP-MED device classes and applications, by our numbers.
 std::string medDeviceTypeText(int type) {
-   switch (type) {
-      case 1:
-         return "Generic Endpoint (Class I)";
-      case 2:
-         return "Media Endpoint (Class II)";
-      case 3:
-         return "Communication Device Endpoint (Class III)";
-      case 4:
-         return "Network Connectivity Device";
-   }
-   return "";
+   static const char* names[] = {"", "Generic Endpoint (Class I)", "Media Endpoint (Class II)",
+                                 "Communication Device Endpoint (Class III)",
+                                 "Network Connectivity Device"};
+   return type >= 1 && type <= 4 ? names[type] : "";
 }
-
 std::string medAppTypeText(int type) {
    static const char* names[] = {"",
                                  "Voice",
@@ -157,7 +144,48 @@ double signedDegrees(const std::string& s) {
    return (s.back() == 'S' || s.back() == 'W') ? -v : v;
 }
 
-// ---- The setting: namespaces, veths, skips --------------------------------------------------
+// A chassis as lldpd shows it (its name and entry) against ours: identity, name,
+// description and capabilities (`supported` and `enabled` are our lists).
+void expectSameChassis(const std::string& sysName, Json chassis, Json ours, Json supported,
+                       Json enabled) {
+   EXPECT_EQ(idSubtype(at(chassis, {"id", "type"})), ours["chassisIdentifier"]["subtype"]);
+   EXPECT_EQ(at(chassis, {"id", "value"}), ours["chassisIdentifier"]["value"]);
+   EXPECT_EQ(sysName, ours["sysName"]);
+   EXPECT_EQ(chassis["descr"], ours["sysDesc"]);
+   std::set<std::string> theirSupported, theirEnabled;
+   for (Json cap : Lldpd::list(chassis["capability"])) {
+      theirSupported.insert(ourWord(capabilities, cap["type"]));
+      if (cap["enabled"] == true) theirEnabled.insert(ourWord(capabilities, cap["type"]));
+   }
+   EXPECT_EQ(theirSupported, strings(supported));
+   EXPECT_EQ(theirEnabled, strings(enabled));
+}
+
+// lldpd's LLDP-MED view against ours: device type, capabilities and network policies.
+void expectSameMed(Json med, Json ourCapabilities, Json ourPolicies) {
+   EXPECT_EQ(med.value("device-type", ""), medDeviceTypeText(ourCapabilities["deviceType"]));
+   std::set<std::string> caps;
+   for (Json c : Lldpd::list(med["capability"])) {
+      if (c.value("available", false)) caps.insert(ourWord(medCapabilities, c["type"]));
+   }
+   EXPECT_EQ(caps, strings(ourCapabilities["capabilities"]));
+   Json policies = Lldpd::list(med["policy"]);
+   ourPolicies = Lldpd::list(ourPolicies);
+   ASSERT_EQ(policies.size(), ourPolicies.size());
+   for (size_t i = 0; i < policies.size(); ++i) {
+      EXPECT_EQ(policies[i].value("apptype", ""), medAppTypeText(ourPolicies[i]["appType"]));
+      EXPECT_EQ(policies[i].value("defined", true), !ourPolicies[i]["unknown"].get<bool>());
+      // lldpd shows the VLAN of tagged policies only.
+      EXPECT_EQ(policies[i].contains("vlan"), ourPolicies[i]["tagged"].get<bool>());
+      if (policies[i].contains("vlan")) {
+         EXPECT_EQ(at(policies[i], {"vlan", "vid"}),
+                   std::to_string(ourPolicies[i]["vlanId"].get<int>()));
+      }
+      EXPECT_EQ(policies[i].value("pcp", ""),
+                std::to_string(ourPolicies[i]["priority"].get<int>()));
+      EXPECT_EQ(policies[i].value("dscp", ""), std::to_string(ourPolicies[i]["dscp"].get<int>()));
+   }
+}
 
 // ---- lldpd sees our agent exactly as we say we advertise ------------------------------------
 
@@ -212,19 +240,9 @@ TEST_F(LldpdInterop, LldpdSeesWhatWeAdvertise) {
    const auto chassisList = Lldpd::members(seen["chassis"]);
    ASSERT_EQ(chassisList.size(), 1u);
    auto [sysName, chassis] = chassisList[0];
-   EXPECT_EQ(idSubtype(at(chassis, {"id", "type"})), local["chassisIdentifier"]["subtype"]);
-   EXPECT_EQ(at(chassis, {"id", "value"}), local["chassisIdentifier"]["value"]);
-   EXPECT_EQ(sysName, local["sysName"]);
+   expectSameChassis(sysName, chassis, local, local["sysCapSupported"], local["sysCapEnabled"]);
    EXPECT_EQ(sysName, "interop-agent");
-   EXPECT_EQ(chassis["descr"], local["sysDesc"]);
    EXPECT_EQ(chassis["descr"], "an agent under test");
-   std::set<std::string> supported, enabled;
-   for (Json cap : Lldpd::list(chassis["capability"])) {
-      supported.insert(capabilityName(cap["type"]));
-      if (cap["enabled"] == true) enabled.insert(capabilityName(cap["type"]));
-   }
-   EXPECT_EQ(supported, strings(local["sysCapSupported"]));
-   EXPECT_EQ(enabled, strings(local["sysCapEnabled"]));
 
    // Management addresses: lldpd shows the IP ones (and their interface numbers).
    std::set<std::string> ourIps, theirIps;
@@ -279,29 +297,7 @@ TEST_F(LldpdInterop, LldpdSeesWhatWeAdvertise) {
    EXPECT_EQ(ourVlans, (std::map<std::string, std::string>{{"1", "default-lan"}}));
 
    // LLDP-MED: device type, capabilities and network policies, as we advertise them.
-   Json med = seen["lldp-med"];
-   EXPECT_EQ(med.value("device-type", ""),
-             medDeviceTypeText(port["medCapabilities"]["deviceType"]));
-   std::set<std::string> caps;
-   for (Json c : Lldpd::list(med["capability"])) {
-      if (c.value("available", false)) caps.insert(medCapabilityName(c["type"]));
-   }
-   EXPECT_EQ(caps, strings(port["medCapabilities"]["capabilities"]));
-   Json policies = Lldpd::list(med["policy"]);
-   Json ourPolicies = Lldpd::list(port["localNetworkPolicyTlv"]);
-   ASSERT_EQ(policies.size(), ourPolicies.size());
-   for (size_t i = 0; i < policies.size(); ++i) {
-      EXPECT_EQ(policies[i].value("apptype", ""), medAppTypeText(ourPolicies[i]["appType"]));
-      EXPECT_EQ(policies[i].value("defined", true), !ourPolicies[i]["unknown"].get<bool>());
-      EXPECT_EQ(policies[i].contains("vlan"), ourPolicies[i]["tagged"].get<bool>());
-      if (policies[i].contains("vlan")) {
-         EXPECT_EQ(at(policies[i], {"vlan", "vid"}),
-                   std::to_string(ourPolicies[i]["vlanId"].get<int>()));
-      }
-      EXPECT_EQ(policies[i].value("pcp", ""),
-                std::to_string(ourPolicies[i]["priority"].get<int>()));
-      EXPECT_EQ(policies[i].value("dscp", ""), std::to_string(ourPolicies[i]["dscp"].get<int>()));
-   }
+   expectSameMed(seen["lldp-med"], port["medCapabilities"], port["localNetworkPolicyTlv"]);
 }
 
 // ---- We see lldpd with every TLV it sends --------------------------------------------------
@@ -313,17 +309,8 @@ void expectSameNeighbour(Json theirs, Json ours) {
    const auto chassisList = Lldpd::members(theirs["chassis"]);
    ASSERT_EQ(chassisList.size(), 1u);
    auto [sysName, chassis] = chassisList[0];
-   EXPECT_EQ(ours["chassisIdentifier"]["subtype"], idSubtype(at(chassis, {"id", "type"})));
-   EXPECT_EQ(ours["chassisIdentifier"]["value"], at(chassis, {"id", "value"}));
-   EXPECT_EQ(ours["sysName"], sysName);
-   EXPECT_EQ(ours["sysDesc"], chassis["descr"]);
-   std::set<std::string> supported, enabled;
-   for (Json cap : Lldpd::list(chassis["capability"])) {
-      supported.insert(capabilityName(cap["type"]));
-      if (cap["enabled"] == true) enabled.insert(capabilityName(cap["type"]));
-   }
-   EXPECT_EQ(strings(ours["systemCapabilities"]["supported"]), supported);
-   EXPECT_EQ(strings(ours["systemCapabilities"]["enabled"]), enabled);
+   expectSameChassis(sysName, chassis, ours, ours["systemCapabilities"]["supported"],
+                     ours["systemCapabilities"]["enabled"]);
 
    // Management addresses with their interface numbers (numbered by ifIndex).
    std::set<std::string> theirIps, ourIps;
@@ -374,27 +361,7 @@ void expectSameNeighbour(Json theirs, Json ours) {
    // LLDP-MED: class, capabilities, policy, location, inventory.
    Json med = theirs["lldp-med"];
    ASSERT_TRUE(ours["medCapabilitiesTlvReceived"].get<bool>());
-   EXPECT_EQ(medDeviceTypeText(ours["medCapabilitiesInfo"]["deviceType"]), med["device-type"]);
-   std::set<std::string> caps;
-   for (Json c : Lldpd::list(med["capability"])) {
-      if (c.value("available", false)) caps.insert(medCapabilityName(c["type"]));
-   }
-   EXPECT_EQ(strings(ours["medCapabilitiesInfo"]["capabilities"]), caps);
-
-   Json policies = Lldpd::list(med["policy"]);
-   ASSERT_EQ(ours["networkPolicyTlv"].size(), policies.size());
-   for (size_t i = 0; i < policies.size(); ++i) {
-      Json o = ours["networkPolicyTlv"][i];
-      EXPECT_EQ(medAppTypeText(o["appType"]), policies[i]["apptype"]);
-      EXPECT_EQ(!o["unknown"].get<bool>(), policies[i].value("defined", true));
-      // lldpd shows the VLAN of tagged policies only.
-      EXPECT_EQ(o["tagged"], policies[i].contains("vlan"));
-      if (policies[i].contains("vlan")) {
-         EXPECT_EQ(std::to_string(o["vlanId"].get<int>()), at(policies[i], {"vlan", "vid"}));
-      }
-      EXPECT_EQ(std::to_string(o["priority"].get<int>()), policies[i]["pcp"]);
-      EXPECT_EQ(std::to_string(o["dscp"].get<int>()), policies[i]["dscp"]);
-   }
+   expectSameMed(med, ours["medCapabilitiesInfo"], ours["networkPolicyTlv"]);
 
    // One location per port (the peer advertises one format on each link).
    Json locations = Lldpd::list(med["location"]);
@@ -686,27 +653,21 @@ TEST_F(LldpdInterop, OurFramesDecodeCleanlyInTshark) {
        << Interop::readFile(captureLog);
 
    // Every TLV our configuration language can switch on.
+   std::string config = agentTimers;
+   for (const char* tlv :
+        {"port-description", "system-name", "system-description", "system-capabilities",
+         "management-address", "port-vlan", "vlan-name", "link-aggregation", "max-frame-size",
+         "power-via-mdi", "med-network-policy"}) {
+      config += std::string("lldp tlv-select ") + tlv + "\n";
+   }
    Interop::Agent agent(ns_->nsA(), "d", ourPorts(),
-                        agentTimers +
-                            "lldp tlv-select port-description\n"
-                            "lldp tlv-select system-name\n"
-                            "lldp tlv-select system-description\n"
-                            "lldp tlv-select system-capabilities\n"
-                            "lldp tlv-select management-address\n"
-                            "lldp tlv-select port-vlan\n"
-                            "lldp tlv-select vlan-name\n"
-                            "lldp tlv-select link-aggregation\n"
-                            "lldp tlv-select max-frame-size\n"
-                            "lldp tlv-select power-via-mdi\n"
-                            "lldp tlv-select med-network-policy\n"
+                        config +
                             "lldp management-address all\n"
                             "lldp system-name analysed\n"
                             "lldp system-description every TLV we can send\n"
                             "vlan 1 name default\n"
                             "interface " +
-                            ours +
-                            "\n"
-                            "   lldp power-via-mdi fallback 15400\n");
+                            ours + "\n   lldp power-via-mdi fallback 15400\n");
    ASSERT_TRUE(agent.running());
    // An LLDP-MED endpoint next to us, so the LLDP-MED TLVs go out too, and a powered
    // device asking for power, which our fallback allocation answers.
