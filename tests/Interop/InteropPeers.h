@@ -138,4 +138,42 @@ private:
    Process proc_;
 };
 
+// tshark capturing the LLDP frames on a port of a namespace (`filter` narrows them further)
+// until `count` frames or `seconds` have passed; then the capture decoded in full (-V) and
+// the analyser's expert summary, the two things a test judges our frames by.
+class Tshark {
+public:
+   Tshark(const std::string& ns, const std::string& intf, const std::string& name, int count,
+          int seconds, const std::string& filter = "")
+       : pcap_(tmpName(name + ".pcap")), logPath_(tmpName(name + ".tshark.log")) {
+      proc_.start({"ip", "netns", "exec", ns, "tshark", "-i", intf, "-f",
+                   "ether proto 0x88cc" + (filter.empty() ? "" : " and " + filter), "-c",
+                   std::to_string(count), "-a", "duration:" + std::to_string(seconds), "-w", pcap_},
+                  logPath_);
+   }
+   ~Tshark() {
+      proc_.stop(SIGKILL);
+      for (const std::string& f : {pcap_, logPath_}) ::unlink(f.c_str());
+   }
+   std::string log() const { return readFile(logPath_); }
+   // Whether it has started capturing, within `seconds`.
+   bool capturing(double seconds = 10) const {
+      return waitFor([&] { return log().find("Capturing on") != std::string::npos; }, seconds) >= 0;
+   }
+   // Waits for the capture to end and decodes it; false when tshark did not finish or could
+   // not read what it wrote (the reason is then in `decoded`).
+   bool decode(std::string* decoded, std::string* expert) {
+      if (!proc_.waitExit(12)) {
+         *decoded = "the capture did not end: " + log();
+         return false;
+      }
+      return TestSupport::runCmd("tshark -r " + pcap_ + " -V", decoded) &&
+             TestSupport::runCmd("tshark -r " + pcap_ + " -q -z expert", expert);
+   }
+
+private:
+   std::string pcap_, logPath_;
+   Process proc_;
+};
+
 }  // namespace Interop

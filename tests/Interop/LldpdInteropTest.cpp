@@ -638,19 +638,9 @@ TEST_F(LldpdInterop, OurFramesDecodeCleanlyInTshark) {
    std::string mac;
    ASSERT_TRUE(TestSupport::runIn(ns_->nsA(), "cat /sys/class/net/" + ours + "/address", &mac));
    mac = mac.substr(0, mac.find('\n'));
-   const std::string pcap = Interop::tmpName("d.pcap");
-   const std::string captureLog = Interop::tmpName("d.tshark.log");
    // Our frames only (lldpd's are not ours to judge), five of them or eight seconds.
-   Interop::Process capture(
-       {"ip", "netns", "exec", ns_->nsA(), "tshark", "-i", ours, "-f",
-        "ether proto 0x88cc and ether src " + mac, "-c", "5", "-a", "duration:8", "-w", pcap},
-       captureLog);
-   ASSERT_GE(
-       waitFor(
-           [&] { return Interop::readFile(captureLog).find("Capturing on") != std::string::npos; },
-           10),
-       0)
-       << Interop::readFile(captureLog);
+   Interop::Tshark capture(ns_->nsA(), ours, "d", 5, 8, "ether src " + mac);
+   ASSERT_TRUE(capture.capturing()) << capture.log();
 
    // Every TLV our configuration language can switch on.
    std::string config = agentTimers;
@@ -677,13 +667,8 @@ TEST_F(LldpdInterop, OurFramesDecodeCleanlyInTshark) {
    ASSERT_TRUE(
        lldpd.cli("configure dot3 power pd supported enabled powerpairs signal class"
                  " class-3 type 2 source pse priority high requested 12000 allocated 0"));
-   ASSERT_TRUE(capture.waitExit(12)) << Interop::readFile(captureLog);
-
    std::string decoded, expert;
-   ASSERT_TRUE(TestSupport::runCmd("tshark -r " + pcap + " -V", &decoded)) << decoded;
-   ASSERT_TRUE(TestSupport::runCmd("tshark -r " + pcap + " -q -z expert", &expert)) << expert;
-   ::unlink(pcap.c_str());
-   ::unlink(captureLog.c_str());
+   ASSERT_TRUE(capture.decode(&decoded, &expert)) << decoded;
    SCOPED_TRACE(decoded + "\n" + expert);
 
    size_t frames = 0;

@@ -56,10 +56,8 @@ TEST_F(LldpdMedInterop, PolicyOnlyAfterTheEndpointAsksAndTsharkDecodesIt) {
    EXPECT_TRUE(Lldpd::list(at(seen, {"lldp-med", "policy"})).empty()) << seen.dump(1);
 
    // The tshark capture starts before the endpoint asks, so it sees the policies go out.
-   const std::string pcap = Interop::tmpName("p.pcap"), captureLog = Interop::tmpName("p.log");
-   Interop::Process capture({"ip", "netns", "exec", ns_->nsB(), "tshark", "-i", theirs_, "-f",
-                             "ether proto 0x88cc", "-c", "8", "-a", "duration:8", "-w", pcap},
-                            captureLog);
+   Interop::Tshark capture(ns_->nsB(), theirs_, "p", 8, 8);
+   ASSERT_TRUE(capture.capturing()) << capture.log();
    ASSERT_TRUE(
        lldpd.cli("configure med policy application voice tagged vlan 500 priority voice "
                  "dscp 46"));
@@ -82,12 +80,8 @@ TEST_F(LldpdMedInterop, PolicyOnlyAfterTheEndpointAsksAndTsharkDecodesIt) {
    Json caps = Lldpd::list(at(seenByLldpd(lldpd), {"lldp-med", "capability"}));
    EXPECT_NE(Json(caps).dump().find("\"Policy\""), std::string::npos) << caps.dump();
 
-   ASSERT_TRUE(capture.waitExit(12)) << Interop::readFile(captureLog);
    std::string decoded, expert;
-   ASSERT_TRUE(TestSupport::runCmd("tshark -r " + pcap + " -V", &decoded)) << decoded;
-   ASSERT_TRUE(TestSupport::runCmd("tshark -r " + pcap + " -q -z expert", &expert)) << expert;
-   ::unlink(pcap.c_str());
-   ::unlink(captureLog.c_str());
+   ASSERT_TRUE(capture.decode(&decoded, &expert)) << decoded;
    EXPECT_NE(decoded.find("Network Policy"), std::string::npos) << decoded;
    EXPECT_EQ(decoded.find("Malformed"), std::string::npos) << decoded;
    EXPECT_EQ(expert.find("Errors ("), std::string::npos) << expert;
