@@ -9,34 +9,16 @@
 #include "Cli/CliText.h"
 #include "Cli/CliViews.h"
 #include "Daemon/ControlSocket.h"
+#include "bench/NeighbourTable.h"
 
 namespace {
 
 Lldp::AllStatus::Ptr bigTable(int ports, int perPort) {
-   static Lldp::Status::Ptr status = Vel::make<Lldp::Status>();  // owns the port records
-   auto all = Vel::make<Lldp::AllStatus>();
-   for (int p = 0; p < ports; ++p) {
-      const Wire::IntfId intf("Ethernet" + std::to_string(p + 1));
-      auto port = status->portStatusIs(intf, 0.0);
-      for (int i = 1; i <= perPort; ++i) {
-         const uint32_t n = uint32_t(p * perPort + i);
-         const char mac[6] = {0x00, 0x1c, 0x73, char(n >> 16), char(n >> 8), char(n)};
-         Lldp::Msap msap(
-             {.chassisIdentifier = Lldp::ChassisIdentifier(
-                  {.subtype = Lldp::chassisIdSubtypeMacAddress, .value = std::string(mac, 6)}),
-              .portIdentifier = Lldp::PortIdentifier({.subtype = Lldp::portIdSubtypeInterfaceName,
-                                                      .value = "Ethernet" + std::to_string(i)})});
-         auto r = port->remoteSystemIs(i, msap);
-         r->ttlIs(120);
-         r->sysNameIs(Lldp::BoundedString255Tlv("leaf" + std::to_string(n)));
-         r->sysDescIs(Lldp::BoundedString255Tlv("Network operating system 4.31.2F, x86_64"));
-         r->portDescIs(Lldp::BoundedString255Tlv("uplink to spine"));
-         r->creationTimeIs(10);
-         r->expiryTimeIs(130);
-      }
-      all->portStatusIs(intf, port);
-   }
-   return all;
+   return bigNeighbourTable(ports, perPort, [](Lldp::RemoteSystem& r, uint32_t) {
+      r.sysDescIs(Lldp::BoundedString255Tlv("Network operating system 4.31.2F, x86_64"));
+      r.creationTimeIs(10);
+      r.expiryTimeIs(130);
+   });
 }
 
 std::string daemonReply(const Lldp::AllStatus& all, bool detail) {
