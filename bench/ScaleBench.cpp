@@ -37,10 +37,13 @@
 
 #include "tests/Support/IpCmd.h"
 #include "tests/Support/NetNs.h"
-
-extern char** environ;
+#include "tests/Support/Poll.h"
+#include "tests/Support/Spawn.h"
 
 namespace {
+
+using TestSupport::readFile;
+using TestSupport::spawn;
 
 double monotonicSeconds() {
    timespec ts;
@@ -51,13 +54,6 @@ double monotonicSeconds() {
 std::string envOr(const char* name, const char* fallback) {
    const char* v = std::getenv(name);
    return v && *v ? v : fallback;
-}
-
-std::string readFile(const std::string& path) {
-   std::ifstream in(path);
-   std::stringstream s;
-   s << in.rdbuf();
-   return s.str();
 }
 
 bool haveProgram(const std::string& name) {
@@ -207,22 +203,6 @@ Usage usageOf(pid_t root) {
       }
    }
    return u;
-}
-
-pid_t spawn(const std::vector<std::string>& args, const std::string& logPath) {
-   std::vector<std::string> copy = args;
-   std::vector<char*> argv;
-   for (auto& a : copy) argv.push_back(a.data());
-   argv.push_back(nullptr);
-   posix_spawn_file_actions_t actions;
-   posix_spawn_file_actions_init(&actions);
-   posix_spawn_file_actions_addopen(&actions, 1, logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                    0644);
-   posix_spawn_file_actions_adddup2(&actions, 1, 2);
-   pid_t pid = -1;
-   if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid = -1;
-   posix_spawn_file_actions_destroy(&actions);
-   return pid;
 }
 
 void stopProcess(pid_t pid) {

@@ -9,7 +9,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,8 +22,7 @@
 
 #include "Framework/Vel/Json.h"
 #include "tests/Support/Poll.h"
-
-extern char** environ;
+#include "tests/Support/Spawn.h"
 
 namespace TestSupport {
 
@@ -32,38 +30,6 @@ namespace TestSupport {
 // meet.
 inline std::string tmpName(const std::string& what) {
    return "/tmp/lldp-test-" + std::to_string(::getpid()) + "-" + what;
-}
-
-// Starts `args` (the program searched on PATH) with standard output to `outPath` and
-// standard error to `errPath`, or to the same file when `errPath` is empty; -1 when it
-// could not start.
-inline pid_t spawn(const std::vector<std::string>& args, const std::string& outPath,
-                   const std::string& errPath = "") {
-   std::vector<std::string> copy = args;
-   std::vector<char*> argv;
-   for (auto& a : copy) argv.push_back(a.data());
-   argv.push_back(nullptr);
-   posix_spawn_file_actions_t actions;
-   posix_spawn_file_actions_init(&actions);
-   posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                    0644);
-   if (errPath.empty()) {
-      posix_spawn_file_actions_adddup2(&actions, 1, 2);
-   } else {
-      posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                       0644);
-   }
-   pid_t pid = -1;
-   if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid = -1;
-   posix_spawn_file_actions_destroy(&actions);
-   return pid;
-}
-
-// Reaps `pid`: its exit status, or 128 + the signal that ended it.
-inline int reap(pid_t pid) {
-   int status = 0;
-   ::waitpid(pid, &status, 0);
-   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 // A child process with standard output and error sent to a file. Killed (SIGKILL) and
