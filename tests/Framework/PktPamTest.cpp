@@ -28,7 +28,7 @@ protected:
    }
 };
 
-TEST_F(PktManTest, FreshPacketHasHeadRoomAndFullCapacity) {
+TEST_F(PktManTest, FreshPacketHasHeadRoomAndFullCapacityAndNoMore) {
    Vel::Ptr<Pkt> p = PktMan::instance().newPkt();
    ASSERT_TRUE(p);
    EXPECT_EQ(p->bytes(), 0u);
@@ -51,16 +51,14 @@ TEST_F(PktManTest, FreshPacketHasHeadRoomAndFullCapacity) {
    EXPECT_EQ(std::string(head + 14, 100), std::string(100, 'x'));
    p->prepend(Pkt::headRoom - 14);  // all of the head room
    EXPECT_EQ(p->maxSharedData(), PktMan::defaultDataSize + Pkt::headRoom);
+   // Growing beyond the buffer is an invariant breach.
+   EXPECT_DEATH(p->prepend(1), "prepend beyond head room");
 
    p->dot1qHdrIs(0x8100, 0x2064);
    p->reset();
    EXPECT_EQ(p->bytes(), 0u);
    EXPECT_EQ(p->data(), start);
    EXPECT_FALSE(p->dot1qHdrValid());
-}
-
-TEST_F(PktManTest, GrowingBeyondTheBufferIsAnInvariantBreach) {
-   Vel::Ptr<Pkt> p = PktMan::instance().newPkt();
    EXPECT_DEATH(p->prepend(Pkt::headRoom + 1), "prepend beyond head room");
    EXPECT_DEATH(p->dataAppend(PktMan::defaultDataSize + 1), "dataAppend beyond capacity");
    p->dataAppend(PktMan::defaultDataSize);  // exactly full is fine
@@ -144,19 +142,23 @@ TEST_F(InMemoryPamTest, FramesArriveInOrderOnePerNotificationThroughTheLoop) {
    run();  // no reader yet: the frame waits, to be announced to the reader when it comes
    EXPECT_EQ(b.readableCount(), 1u);
    PamReader reader(&b);
-   for (char c : std::string("yz")) a.txPktIs(pktOf(ethFrame(std::string(50, c))));
-   // Sending never calls a reader back, not even the other end's.
    EXPECT_TRUE(reader.countsSeen.empty());
+   run();
+   ASSERT_EQ(reader.frames.size(), 1u);
+   EXPECT_EQ(reader.frames[0].bytes, ethFrame("early"));
+   for (char c : std::string("xyz")) a.txPktIs(pktOf(ethFrame(std::string(50, c))));
+   // Sending never calls a reader back, not even the other end's.
+   EXPECT_EQ(reader.countsSeen.size(), 1u);
    EXPECT_EQ(b.readableCount(), 3u);
 
    run();
-   EXPECT_EQ(reader.countsSeen, (std::vector<uint32_t>{3, 2, 1}));
-   ASSERT_EQ(reader.frames.size(), 3u);
-   EXPECT_EQ(reader.frames[0].bytes, ethFrame("early"));
-   EXPECT_EQ(reader.frames[2].bytes, ethFrame(std::string(50, 'z')));
+   EXPECT_EQ(reader.countsSeen, (std::vector<uint32_t>{1, 3, 2, 1}));
+   ASSERT_EQ(reader.frames.size(), 4u);
+   EXPECT_EQ(reader.frames[1].bytes, ethFrame(std::string(50, 'x')));
+   EXPECT_EQ(reader.frames[3].bytes, ethFrame(std::string(50, 'z')));
    EXPECT_EQ(b.readableCount(), 0u);
-   EXPECT_EQ(a.txFrames(), 3u);
-   EXPECT_EQ(b.rxFrames(), 3u);
+   EXPECT_EQ(a.txFrames(), 4u);
+   EXPECT_EQ(b.rxFrames(), 4u);
    EXPECT_EQ(a.rxFrames(), 0u);
 }
 
