@@ -166,20 +166,17 @@ TEST_F(LogTest, ForegroundAlsoWritesKeyAndTextToStandardError) {
 // --- Neighbour event handles ----------------------------------------------------------
 
 TEST_F(LogTest, NeighborEventKeysSeveritiesAndTexts) {
+   const std::string who = "LLDP neighbor with chassisId 00:1c:73:00:00:01 and portId Ethernet1";
    const struct {
       const Vel::Log::Handle& h;
       const char* key;
-      const char* text;
+      std::string text;
    } events[] = {
-       {Lldp::LLDP_NEIGHBOR_NEW, "LLDP_NEIGHBOR_NEW",
-        "LLDP neighbor with chassisId 00:1c:73:00:00:01 and portId Ethernet1 added on "
-        "interface Ethernet3"},
+       {Lldp::LLDP_NEIGHBOR_NEW, "LLDP_NEIGHBOR_NEW", who + " added on interface Ethernet3"},
        {Lldp::LLDP_NEIGHBOR_GONE, "LLDP_NEIGHBOR_GONE",
-        "Received a shutdown frame from LLDP neighbor with chassisId 00:1c:73:00:00:01 and "
-        "portId Ethernet1 on interface Ethernet3"},
+        "Received a shutdown frame from " + who + " on interface Ethernet3"},
        {Lldp::LLDP_NEIGHBOR_TIMEOUT, "LLDP_NEIGHBOR_TIMEOUT",
-        "LLDP neighbor with chassisId 00:1c:73:00:00:01 and portId Ethernet1 timed out on "
-        "interface Ethernet3"},
+        who + " timed out on interface Ethernet3"},
    };
    for (const auto& e : events) {
       SCOPED_TRACE(e.key);

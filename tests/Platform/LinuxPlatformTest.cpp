@@ -251,7 +251,7 @@ TEST_F(LinuxPlatformTest, BridgeVlanFilteringPvidAndTrunk) {
 // Addresses as the kernel reports them: primary and secondaries, IPv6; on the loopback a
 // router ID is a candidate, the host-scope addresses are not; a tentative address is
 // not until duplicate detection ends. A deleted pair goes everywhere.
-TEST_F(LinuxPlatformTest, AddressesLoopbackTentativeAndInterfaceRemoval) {
+TEST_F(LinuxPlatformTest, AddressesLoopbackTentativeRemovalAndLostNotifications) {
    OPEN_OR_SKIP();
    in("ip -6 addr add 2001:db8::7/64 dev " + port);  // tentative until duplicate detection ends
    in("ip addr add 10.0.0.1/24 dev " + port);
@@ -306,12 +306,9 @@ TEST_F(LinuxPlatformTest, AddressesLoopbackTentativeAndInterfaceRemoval) {
    EXPECT_FALSE(switchport("p1"));
    EXPECT_TRUE(ethStatus(port));                         // the others stay as they were
    EXPECT_EQ(pub->ipStatus->ipIntfStatus().size(), 2u);  // the port's and the loopback's
-}
 
-// Notifications the kernel could not queue for us are made good by reading everything
-// again: a tiny socket buffer and a burst of changes while the loop is not looking.
-TEST_F(LinuxPlatformTest, LostNotificationsAreReadAgain) {
-   OPEN_OR_SKIP();
+   // Notifications the kernel could not queue for us are made good by reading everything
+   // again: a tiny socket buffer and a burst of changes while the loop is not looking.
    const int small = 1;  // the kernel rounds up to its minimum
    ASSERT_EQ(::setsockopt(platform->eventFd(), SOL_SOCKET, SO_RCVBUFFORCE, &small, sizeof(small)),
              0);
@@ -323,8 +320,8 @@ TEST_F(LinuxPlatformTest, LostNotificationsAreReadAgain) {
        << out;
    const uint64_t before = platform->resyncs();
    EXPECT_TRUE(waitFor([&] {
-      auto s = pub->ipStatus->ipIntfStatus(IntfId(port));
-      return s && s->secondaryWithMask().size() == 39;
+      auto now = pub->ipStatus->ipIntfStatus(id);
+      return now && now->secondaryWithMask().size() == 41;
    }));
    EXPECT_GT(platform->resyncs(), before);
 }
