@@ -121,6 +121,7 @@ TEST_F(LinuxPlatformTest, PortLinkStateDescriptionMtuAndSystem) {
    auto lo = pub->allStatus->intfStatus(IntfId("lo"));
    ASSERT_TRUE(lo);
    EXPECT_EQ(lo->ifIndex(), 1u);
+   EXPECT_EQ(lo->intfId().kind(), IntfKind::intfKindLoopback);
    EXPECT_EQ(pub->allStatus->intfStatus().size(), 2u);
    // One port, no bridge: the system MAC is the port's, frames as large as its MTU.
    EXPECT_EQ(pub->bridging->bridgeMacAddr(), s->addr());
