@@ -9,35 +9,16 @@
 #include "Framework/Wire/Pam.h"
 #include "Framework/Wire/Pkt.h"
 #include "tests/Support/AllocCounter.h"
+#include "tests/Support/PamFrames.h"
 
 namespace {
 
+using TestSupport::ethFrame;
+using TestSupport::PamReader;
+using TestSupport::pktOf;
+using TestSupport::tagged;
 using Wire::Pkt;
 using Wire::PktMan;
-
-std::string bytesOf(const Pkt& p) {
-   return std::string(p.data(), p.bytes());
-}
-
-// An LLDP frame to the nearest bridge group address whose payload is `payload`.
-std::string lldpFrame(const std::string& payload) {
-   std::string f("\x01\x80\xc2\x00\x00\x0e\x02\x00\x00\x00\x00\x01\x88\xcc", 14);
-   return f + payload;
-}
-
-// The same frame with an 802.1Q tag in line.
-std::string tagged(const std::string& frame, uint16_t tci) {
-   std::string tag("\x81\x00", 2);
-   tag += char(tci >> 8);
-   tag += char(tci & 0xff);
-   return frame.substr(0, 12) + tag + frame.substr(12);
-}
-
-Vel::Ptr<Pkt> pktOf(const std::string& frame) {
-   Vel::Ptr<Pkt> p = PktMan::instance().newPkt();
-   std::memcpy(p->dataAppend(frame.size()), frame.data(), frame.size());
-   return p;
-}
 
 class PktManTest : public ::testing::Test {
 protected:
@@ -47,7 +28,7 @@ protected:
    }
 };
 
-TEST_F(PktManTest, FreshPacketHasHeadRoomAndFullCapacity) {
+TEST_F(PktManTest, FreshPacketHasHeadRoomAndFullCapacityAndNoMore) {
    Vel::Ptr<Pkt> p = PktMan::instance().newPkt();
    ASSERT_TRUE(p);
    EXPECT_EQ(p->bytes(), 0u);
@@ -70,16 +51,14 @@ TEST_F(PktManTest, FreshPacketHasHeadRoomAndFullCapacity) {
    EXPECT_EQ(std::string(head + 14, 100), std::string(100, 'x'));
    p->prepend(Pkt::headRoom - 14);  // all of the head room
    EXPECT_EQ(p->maxSharedData(), PktMan::defaultDataSize + Pkt::headRoom);
+   // Growing beyond the buffer is an invariant breach.
+   EXPECT_DEATH(p->prepend(1), "prepend beyond head room");
 
    p->dot1qHdrIs(0x8100, 0x2064);
    p->reset();
    EXPECT_EQ(p->bytes(), 0u);
    EXPECT_EQ(p->data(), start);
    EXPECT_FALSE(p->dot1qHdrValid());
-}
-
-TEST_F(PktManTest, GrowingBeyondTheBufferIsAnInvariantBreach) {
-   Vel::Ptr<Pkt> p = PktMan::instance().newPkt();
    EXPECT_DEATH(p->prepend(Pkt::headRoom + 1), "prepend beyond head room");
    EXPECT_DEATH(p->dataAppend(PktMan::defaultDataSize + 1), "dataAppend beyond capacity");
    p->dataAppend(PktMan::defaultDataSize);  // exactly full is fine
@@ -115,7 +94,7 @@ TEST_F(PktManTest, ReleasedPacketsAreReusedWithoutAllocating) {
    EXPECT_EQ(man.heapAllocs(), heap);
 }
 
-TEST_F(PktManTest, LimitMakesNewPktFailUntilOneIsReleased) {
+TEST_F(PktManTest, LimitMakesNewPktFailUntilOneIsReleasedAndDataSizeAppliesToNewOnes) {
    PktMan& man = PktMan::instance();
    man.maxPktsIs(man.pktsInUse() + 2);
    Vel::Ptr<Pkt> a = man.newPkt();
@@ -126,10 +105,9 @@ TEST_F(PktManTest, LimitMakesNewPktFailUntilOneIsReleased) {
    EXPECT_EQ(man.newPktFailures(), failures + 1);
    a = nullptr;
    EXPECT_TRUE(man.newPkt());
-}
+   man.maxPktsIs(PktMan::defaultMaxPkts);
 
-TEST_F(PktManTest, DataSizeAppliesToNewPacketsAndOldOnesAreNotRecycled) {
-   PktMan& man = PktMan::instance();
+   // A new data size applies to new packets; old ones are not recycled.
    Vel::Ptr<Pkt> old = man.newPkt();
    man.dataSizeIs(2000);
    EXPECT_EQ(man.pktsFree(), 0u);
@@ -141,27 +119,6 @@ TEST_F(PktManTest, DataSizeAppliesToNewPacketsAndOldOnesAreNotRecycled) {
    small = nullptr;
    EXPECT_EQ(man.pktsFree(), 1u);
 }
-
-// Takes one frame per notification, as an LLDP port does.
-struct Reader : Wire::Pam::Notifiee {
-   explicit Reader(Wire::Pam* p) : pam(p) { pam->notifieeIs(this); }
-   ~Reader() { pam->notifieeIs(nullptr); }
-   void handleReadableCount() override {
-      ++calls;
-      countsSeen.push_back(pam->readableCount());
-      if (Vel::Ptr<Pkt> p = pam->rxPkt()) {
-         frames.push_back(bytesOf(*p));
-         tags.push_back(p->dot1qHdrValid() ? p->dot1qTci() : -1);
-         if (echo) pam->txPktIs(p);
-      }
-   }
-   Wire::Pam* pam;
-   int calls = 0;
-   bool echo = false;
-   std::vector<uint32_t> countsSeen;
-   std::vector<std::string> frames;
-   std::vector<int> tags;
-};
 
 class InMemoryPamTest : public PktManTest {
 protected:
@@ -179,48 +136,43 @@ protected:
 };
 
 TEST_F(InMemoryPamTest, FramesArriveInOrderOnePerNotificationThroughTheLoop) {
-   Reader reader(&b);
    EXPECT_EQ(a.intfId(), Wire::IntfId("Ethernet1"));
    EXPECT_EQ(b.intfId(), Wire::IntfId("Ethernet2"));
-   for (char c : std::string("xyz")) a.txPktIs(pktOf(lldpFrame(std::string(50, c))));
+   a.txPktIs(pktOf(ethFrame("early")));
+   run();  // no reader yet: the frame waits, to be announced to the reader when it comes
+   EXPECT_EQ(b.readableCount(), 1u);
+   PamReader reader(&b);
+   EXPECT_TRUE(reader.countsSeen.empty());
+   run();
+   ASSERT_EQ(reader.frames.size(), 1u);
+   EXPECT_EQ(reader.frames[0].bytes, ethFrame("early"));
+   for (char c : std::string("xyz")) a.txPktIs(pktOf(ethFrame(std::string(50, c))));
    // Sending never calls a reader back, not even the other end's.
-   EXPECT_EQ(reader.calls, 0);
+   EXPECT_EQ(reader.countsSeen.size(), 1u);
    EXPECT_EQ(b.readableCount(), 3u);
 
    run();
-   EXPECT_EQ(reader.calls, 3);
-   EXPECT_EQ(reader.countsSeen, (std::vector<uint32_t>{3, 2, 1}));
-   ASSERT_EQ(reader.frames.size(), 3u);
-   EXPECT_EQ(reader.frames[0], lldpFrame(std::string(50, 'x')));
-   EXPECT_EQ(reader.frames[2], lldpFrame(std::string(50, 'z')));
+   EXPECT_EQ(reader.countsSeen, (std::vector<uint32_t>{1, 3, 2, 1}));
+   ASSERT_EQ(reader.frames.size(), 4u);
+   EXPECT_EQ(reader.frames[1].bytes, ethFrame(std::string(50, 'x')));
+   EXPECT_EQ(reader.frames[3].bytes, ethFrame(std::string(50, 'z')));
    EXPECT_EQ(b.readableCount(), 0u);
-   EXPECT_EQ(a.txFrames(), 3u);
-   EXPECT_EQ(b.rxFrames(), 3u);
+   EXPECT_EQ(a.txFrames(), 4u);
+   EXPECT_EQ(b.rxFrames(), 4u);
    EXPECT_EQ(a.rxFrames(), 0u);
 }
 
-TEST_F(InMemoryPamTest, FramesWaitingBeforeTheReaderComesAreAnnouncedToIt) {
-   a.txPktIs(pktOf(lldpFrame("early")));
-   run();  // no reader yet: the frame waits
-   EXPECT_EQ(b.readableCount(), 1u);
-   Reader reader(&b);
-   EXPECT_EQ(reader.calls, 0);
-   run();
-   ASSERT_EQ(reader.frames.size(), 1u);
-   EXPECT_EQ(reader.frames[0], lldpFrame("early"));
-}
-
 TEST_F(InMemoryPamTest, ReadersSendingFromTheirHandlerDoNotReenter) {
-   Reader ra(&a);
-   Reader rb(&b);
+   PamReader ra(&a);
+   PamReader rb(&b);
    rb.echo = true;
-   a.txPktIs(pktOf(lldpFrame("ping")));
+   a.txPktIs(pktOf(ethFrame("ping")));
    run();
    // b took the frame and sent it back from its handler; a heard of it on a later turn.
-   EXPECT_EQ(rb.calls, 1);
-   EXPECT_EQ(ra.calls, 1);
+   EXPECT_EQ(rb.countsSeen, std::vector<uint32_t>{1});
+   EXPECT_EQ(ra.countsSeen, std::vector<uint32_t>{1});
    ASSERT_EQ(ra.frames.size(), 1u);
-   EXPECT_EQ(ra.frames[0], lldpFrame("ping"));
+   EXPECT_EQ(ra.frames[0].bytes, ethFrame("ping"));
 }
 
 TEST_F(InMemoryPamTest, ReaderThatTakesNothingIsNotAskedAgainUntilMoreArrive) {
@@ -229,82 +181,68 @@ TEST_F(InMemoryPamTest, ReaderThatTakesNothingIsNotAskedAgainUntilMoreArrive) {
       int calls = 0;
    } declining;
    b.notifieeIs(&declining);
-   a.txPktIs(pktOf(lldpFrame("one")));
+   a.txPktIs(pktOf(ethFrame("one")));
    run();  // would never return if the Pam kept asking
    EXPECT_EQ(declining.calls, 1);
-   a.txPktIs(pktOf(lldpFrame("two")));
+   a.txPktIs(pktOf(ethFrame("two")));
    run();
    EXPECT_EQ(declining.calls, 2);
    EXPECT_EQ(b.readableCount(), 2u);
    b.notifieeIs(nullptr);
 }
 
-TEST_F(InMemoryPamTest, InLineTagIsSeparatedWhenTheReceiverSeparatesTags) {
-   Reader reader(&b);
-   const std::string plain = lldpFrame("tagged payload");
+// A tag in line comes apart when the receiver separates tags and stays otherwise; a tag
+// held apart in a sent packet goes out in line, leaving the sender's packet as it was.
+TEST_F(InMemoryPamTest, TagsSeparatedOrInLineAsTheReceiverWants) {
+   PamReader reader(&b);
+   const std::string plain = ethFrame("tagged payload");
    a.txPktIs(pktOf(tagged(plain, 0x6005)));
    b.separateDot1QHdrIs(false);
    a.txPktIs(pktOf(tagged(plain, 0x6005)));
+   Vel::Ptr<Pkt> apart = pktOf(plain);
+   apart->dot1qHdrIs(0x8100, 0x0064);
+   a.txPktIs(apart);
    run();
-   ASSERT_EQ(reader.frames.size(), 2u);
-   EXPECT_EQ(reader.frames[0], plain);
-   EXPECT_EQ(reader.tags[0], 0x6005);
-   EXPECT_EQ(reader.frames[1], tagged(plain, 0x6005));
-   EXPECT_EQ(reader.tags[1], -1);
+   ASSERT_EQ(reader.frames.size(), 3u);
+   EXPECT_EQ(reader.frames[0].bytes, plain);
+   EXPECT_EQ(reader.frames[0].tci, 0x6005);
+   EXPECT_EQ(reader.frames[1].bytes, tagged(plain, 0x6005));
+   EXPECT_EQ(reader.frames[1].tci, -1);
+   EXPECT_EQ(reader.frames[2].bytes, tagged(plain, 0x0064));
+   EXPECT_EQ(std::string(apart->data(), apart->bytes()), plain);
 }
 
-TEST_F(InMemoryPamTest, SeparatedTagOfASentPacketGoesOutInLine) {
-   Reader reader(&b);
-   b.separateDot1QHdrIs(false);
-   const std::string plain = lldpFrame("payload");
-   Vel::Ptr<Pkt> p = pktOf(plain);
-   p->dot1qHdrIs(0x8100, 0x0064);
-   a.txPktIs(p);
-   run();
-   ASSERT_EQ(reader.frames.size(), 1u);
-   EXPECT_EQ(reader.frames[0], tagged(plain, 0x0064));
-   // The sender's packet is left as it was.
-   EXPECT_EQ(bytesOf(*p), plain);
-}
-
-TEST_F(InMemoryPamTest, FramesOverTheLimitAreDroppedWhole) {
-   Reader reader(&b);
+TEST_F(InMemoryPamTest, FramesOverTheLimitOrWithoutAFreePacketAreDroppedAndCounted) {
+   PamReader reader(&b);
    const size_t limit = Wire::Pam::rxFrameLimit;
-   a.txPktIs(pktOf(lldpFrame(std::string(limit + 1 - 14, 'o'))));
-   a.txPktIs(pktOf(lldpFrame(std::string(limit - 14, 'k'))));
+   a.txPktIs(pktOf(ethFrame(std::string(limit + 1 - 14, 'o'))));
+   a.txPktIs(pktOf(ethFrame(std::string(limit - 14, 'k'))));
    // The tag does not count: it is not part of the frame the reader gets.
-   a.txPktIs(pktOf(tagged(lldpFrame(std::string(limit - 14, 't')), 7)));
+   a.txPktIs(pktOf(tagged(ethFrame(std::string(limit - 14, 't')), 7)));
+   Vel::Ptr<Pkt> lost = pktOf(ethFrame("lost"));
+   PktMan::instance().maxPktsIs(PktMan::instance().pktsInUse());
+   a.txPktIs(lost);
+   PktMan::instance().maxPktsIs(PktMan::defaultMaxPkts);
    run();
    EXPECT_EQ(b.rxDropsOversize(), 1u);
-   ASSERT_EQ(reader.frames.size(), 2u);
-   EXPECT_EQ(reader.frames[0].size(), limit);
-   EXPECT_EQ(reader.frames[1].size(), limit);
-   EXPECT_EQ(reader.tags[1], 7);
-}
-
-TEST_F(InMemoryPamTest, NoPacketFreeDropsTheFrameAndCountsIt) {
-   Reader reader(&b);
-   Vel::Ptr<Pkt> p = pktOf(lldpFrame("lost"));
-   PktMan::instance().maxPktsIs(PktMan::instance().pktsInUse());
-   a.txPktIs(p);
    EXPECT_EQ(b.rxDropsNoPkt(), 1u);
-   PktMan::instance().maxPktsIs(PktMan::defaultMaxPkts);
-   a.txPktIs(p);
-   run();
-   ASSERT_EQ(reader.frames.size(), 1u);
+   ASSERT_EQ(reader.frames.size(), 2u);
+   EXPECT_EQ(reader.frames[0].bytes.size(), limit);
+   EXPECT_EQ(reader.frames[1].bytes.size(), limit);
+   EXPECT_EQ(reader.frames[1].tci, 7);
    EXPECT_EQ(b.readableCount(), 0u);
 }
 
 TEST_F(InMemoryPamTest, ReceiverDroppedWhileNotificationPendingAndSenderAlone) {
    {
       auto [x, y] = Wire::InMemoryPam::pair("Ethernet3", "Ethernet4");
-      Reader reader(y.ptr());
-      x->txPktIs(pktOf(lldpFrame("late")));
+      PamReader reader(y.ptr());
+      x->txPktIs(pktOf(ethFrame("late")));
    }
    run();  // the pending notification finds the Pam still alive, without a reader
 
    pams.second = nullptr;  // b is gone
-   a.txPktIs(pktOf(lldpFrame("nobody")));
+   a.txPktIs(pktOf(ethFrame("nobody")));
    EXPECT_EQ(a.txErrors(), 1u);
    EXPECT_EQ(a.peer(), nullptr);
 }

@@ -26,8 +26,8 @@ struct TraceTest : ::testing::Test {
    void TearDown() override { Vel::Trace::configure(""); }
 };
 
-TEST_F(TraceTest, DisabledLevelsFormatNothing) {
-   ASSERT_TRUE(Vel::Trace::configure("TestAlpha/0-3"));
+TEST_F(TraceTest, DisabledLevelsFormatNothingAndTheRingKeepsTheMostRecentLines) {
+   ASSERT_TRUE(Vel::Trace::configure("TestAlpha/0-3,TestBeta/2"));
    formatted = 0;
    VEL_TRACE(alpha, 4, "never " << sideEffect());
    EXPECT_EQ(formatted, 0);
@@ -38,6 +38,12 @@ TEST_F(TraceTest, DisabledLevelsFormatNothing) {
    EXPECT_EQ(ring[0].text, "value 1");
    EXPECT_STREQ(ring[0].handle, "TestAlpha");
    EXPECT_EQ(ring[0].level, 3);
+
+   for (int i = 0; i < 5000; ++i) VEL_TRACE(beta, 2, "line " << i);
+   ring = Vel::Trace::ringSnapshot();
+   ASSERT_EQ(ring.size(), 4096u);
+   EXPECT_EQ(ring.front().text, "line 904");
+   EXPECT_EQ(ring.back().text, "line 4999");
 }
 
 TEST_F(TraceTest, SettingsSelectHandlesAndLevels) {
@@ -59,29 +65,12 @@ TEST_F(TraceTest, SettingsSelectHandlesAndLevels) {
    EXPECT_FALSE(alpha.enabled(9));
 }
 
-TEST_F(TraceTest, RingKeepsTheMostRecentLinesInOrder) {
-   ASSERT_TRUE(Vel::Trace::configure("TestBeta/2"));
-   for (int i = 0; i < 5000; ++i) VEL_TRACE(beta, 2, "line " << i);
-   auto ring = Vel::Trace::ringSnapshot();
-   ASSERT_EQ(ring.size(), 4096u);
-   EXPECT_EQ(ring.front().text, "line 904");
-   EXPECT_EQ(ring.back().text, "line 4999");
-}
-
-struct ToggleTest : ::testing::Test {
-   void SetUp() override {
-      dir = std::filesystem::temp_directory_path() /
-            ("toggles-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-             std::to_string(getpid()));
-      std::filesystem::create_directories(dir);
-      Vel::toggleDirIs(dir.string());
-   }
-   void TearDown() override { std::filesystem::remove_all(dir); }
-   void write(const std::string& text) { std::ofstream(dir / "Lldp.json") << text; }
-   std::filesystem::path dir;
-};
-
-TEST_F(ToggleTest, MissingFileNameOrBadValueGivesTheDefault) {
+TEST(Toggle, MissingFileNameOrBadValueGivesTheDefault) {
+   const auto dir =
+       std::filesystem::temp_directory_path() / ("toggles-" + std::to_string(getpid()));
+   std::filesystem::create_directories(dir);
+   Vel::toggleDirIs(dir.string());
+   const auto write = [&](const char* text) { std::ofstream(dir / "Lldp.json") << text; };
    EXPECT_TRUE(getToggleState("LldpTxVlanNames", "Lldp.json", true));
    EXPECT_FALSE(getToggleState("LldpTxVlanNames", "Lldp.json", false));
    write(R"({"LldpTxVlanNames": false, "LldpBootVlanTlv": "off"})");
@@ -90,6 +79,7 @@ TEST_F(ToggleTest, MissingFileNameOrBadValueGivesTheDefault) {
    EXPECT_TRUE(getToggleState("LldpTxValuesConfig", "Lldp.json", true));
    write("{not json");
    EXPECT_TRUE(getToggleState("LldpTxVlanNames", "Lldp.json", true));
+   std::filesystem::remove_all(dir);
 }
 
 }  // namespace
