@@ -4,26 +4,24 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "Config/ConfigLanguage.h"
 #include "Daemon/ControlSocket.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Vel/StateDb.h"
+#include "tests/Support/ControlCall.h"
 
 namespace {
 
@@ -65,29 +63,8 @@ struct ControlSocketTest : ::testing::Test {
       std::filesystem::remove_all(dir);
    }
 
-   // A blocking client in a thread while the loop serves it; an eventfd wakes the loop
-   // when the client is done. When the exchange fails, {"failed": why}.
-   Json call(const Json& req) {
-      int wake = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-      Vel::FdReactor waker(wake, [wake] {
-         uint64_t v;
-         (void)!read(wake, &v, sizeof v);
-      });
-      std::atomic<bool> done{false};
-      bool ok = false;
-      Json reply;
-      std::string err;
-      std::thread t([&] {
-         ok = Daemon::request(path, req, &reply, &err, 10);
-         done = true;
-         uint64_t one = 1;
-         (void)!write(wake, &one, sizeof one);
-      });
-      loop().runUntil([&] { return done.load(); }, 15);
-      t.join();
-      close(wake);
-      return ok ? reply : Json{{"failed", err}};
-   }
+   // The reply, or {"failed": why} when the exchange failed.
+   Json call(const Json& req) { return TestSupport::controlCall(path, req); }
 
    int connectRaw() {
       int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
