@@ -108,32 +108,26 @@ TEST(MetricsLab, PrometheusScrapesTheFleetAndTopologyDrawsIt) {
    link(nsB, "lab2", nsC, "lab1");
    link(nsC, "lab2", nsA, "lab2");
    link(nsC, "lab3", nsPhone, "phone0");
-   // Management: Prometheus reaches each agent over a /30 of its own.
+   // Management: Prometheus reaches each agent over a /30 of its own. The agents run on
+   // the lab links only, and serve metrics on their management address.
    const std::vector<std::string> agentNs = {nsA, nsB, nsC}, names = {"alpha", "beta", "gamma"};
-   std::vector<std::string> targets;
-   for (size_t i = 0; i < 3; ++i) {
-      const std::string p = "m" + names[i];
-      link(nsP, p, agentNs[i], "mgmt0");
-      const int base = int(i) * 4;
-      ASSERT_TRUE(
-          TestSupport::ipIn(nsP, "addr add 192.0.2." + std::to_string(base + 1) + "/30 dev " + p));
-      ASSERT_TRUE(TestSupport::ipIn(
-          agentNs[i], "addr add 192.0.2." + std::to_string(base + 2) + "/30 dev mgmt0"));
-      targets.push_back("192.0.2." + std::to_string(base + 2) + ":9101");
-   }
-
-   // The agents run on the lab links only, and serve metrics on their management address.
+   std::vector<std::string> targets, sockets;
    std::vector<std::unique_ptr<Process>> agents;
-   std::vector<std::string> sockets;
    for (size_t i = 0; i < 3; ++i) {
-      const std::string conf = lab.dir + "/" + names[i] + ".conf";
-      std::ofstream(conf) << "lldp timer 2\nlldp system-name " << names[i] << "\n";
-      sockets.push_back(lab.dir + "/" + names[i] + ".sock");
+      const std::string file = lab.dir + "/" + names[i];
+      const std::string agentIp = "192.0.2." + std::to_string(4 * i + 2);
+      link(nsP, "m" + names[i], agentNs[i], "mgmt0");
+      ASSERT_TRUE(TestSupport::ipIn(
+          nsP, "addr add 192.0.2." + std::to_string(4 * i + 1) + "/30 dev m" + names[i]));
+      ASSERT_TRUE(TestSupport::ipIn(agentNs[i], "addr add " + agentIp + "/30 dev mgmt0"));
+      targets.push_back(agentIp + ":9101");
+      std::ofstream(file + ".conf") << "lldp timer 2\nlldp system-name " << names[i] << "\n";
+      sockets.push_back(file + ".sock");
       agents.push_back(std::make_unique<Process>(
-          std::vector<std::string>{"ip", "netns", "exec", agentNs[i], LLDP_AGENT, "--config", conf,
-                                   "--socket", sockets[i], "--interfaces", "lab*", "--metrics",
-                                   targets[i], "--foreground"},
-          lab.dir + "/" + names[i] + ".log"));
+          std::vector<std::string>{"ip", "netns", "exec", agentNs[i], LLDP_AGENT, "--config",
+                                   file + ".conf", "--socket", sockets[i], "--interfaces", "lab*",
+                                   "--metrics", targets[i], "--foreground"},
+          file + ".log"));
    }
    // Prometheus with its own configuration, data and address, inside its namespace.
    std::ofstream(lab.dir + "/prometheus.yml")
