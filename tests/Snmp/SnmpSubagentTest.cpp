@@ -109,27 +109,13 @@ public:
       snmpd = std::make_unique<Snmpd>(nsA, "snmpd-a");
       const std::string conf = tmpName("agent.conf");
       std::ofstream(conf) << "lldp timer 5\n";
-      agent_.start({"ip",
-                    "netns",
-                    "exec",
-                    nsA,
-                    LLDP_AGENT,
-                    "--config",
-                    conf,
-                    "--socket",
-                    tmpName("agent.sock"),
-                    "--interfaces",
-                    "a1",
-                    "--foreground",
-                    "--agentx",
-                    snmpd->agentx(),
-                    "--snmp-notify",
-                    "a*",
-                    "--snmp-notify-interval",
-                    "5",
-                    "--trace",
-                    "LldpSnmp/0-4"},
-                   tmpName("agent.log"));
+      std::vector<std::string> args = {"ip", "netns", "exec", nsA, LLDP_AGENT, "--foreground"};
+      args.insert(args.end(),
+                  {"--config", conf, "--socket", tmpName("agent.sock"), "--interfaces", "a1"});
+      // As a subagent of snmpd, notifying for a1 at most every 5 s, tracing its SNMP side.
+      args.insert(args.end(), {"--agentx", snmpd->agentx(), "--snmp-notify", "a*",
+                               "--snmp-notify-interval", "5", "--trace", "LldpSnmp/0-4"});
+      agent_.start(args, tmpName("agent.log"));
       far_ = std::make_unique<Interop::Lldpd>(nsC, "far", "c1,c2", 1);
       far_->cli("configure lldp tx-interval 1");
       far_->cli("configure system hostname far-side");
