@@ -7,6 +7,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Config/ConfigLanguage.h"
@@ -21,9 +22,20 @@ Vel::Ptr<CliConfig> fresh() {
    return Vel::make<CliConfig>();
 }
 
+// The lines of a text.
+std::vector<std::string> linesOf(std::string_view text) {
+   std::vector<std::string> out;
+   for (size_t at = 0;;) {
+      const size_t nl = text.find('\n', at);
+      out.emplace_back(text.substr(at, nl - at));
+      if (nl == std::string_view::npos) return out;
+      at = nl + 1;
+   }
+}
+
 // Applies lines that must be good.
-void good(CliConfig& c, const std::vector<std::string>& lines) {
-   Config::Result r = Config::apply(lines, c);
+void good(CliConfig& c, std::string_view text) {
+   Config::Result r = Config::apply(linesOf(text), c);
    ASSERT_TRUE(r.ok()) << r.error->message();
 }
 
@@ -35,110 +47,101 @@ Vel::Ptr<CliPortConfig> portOf(CliConfig& c, const char* name) {
 // its `no` form restores the default.
 TEST(ConfigLanguageTest, FormsSetWhatTheySay) {
    using J = Vel::Json;
-   const struct {
-      std::vector<std::string> lines;
-      const char* pointer;
+   struct Case {
+      std::string text;
+      std::string pointer;
       J value;
-   } cases[] = {
-       {{"no lldp run"}, "/enabled", false},
-       {{"lldp timer 1"}, "/messageTxInterval", 1},
-       {{"lldp timer 65535"}, "/messageTxInterval", 65535},
-       {{"lldp hold-time 65535"}, "/messageTxHoldTime", 65535},
-       {{"lldp timer reinitialization 20"}, "/reinitDelay", 20},
-       {{"lldp receive packet tagged drop"}, "/rxTaggedPacketsDrop", true},
-       {{"lldp management-address vrf mgmt"}, "/mgmtAddrVrf", "mgmt"},
-       {{"lldp management-address interface Management1"}, "/mgmtAddrTxIntf", "Management1"},
-       {{"lldp management-address interface eth0", "lldp management-address all"},
-        "/mgmtAddrTxIntf",
+   };
+   const Case cases[] = {
+       {"no lldp run", "/enabled", false},
+       {"lldp timer 1", "/messageTxInterval", 1},
+       {"! a comment\n# another\n\n   \nlldp timer 7 # trailing comment", "/messageTxInterval", 7},
+       {"lldp timer 65535", "/messageTxInterval", 65535},
+       {"lldp hold-time 65535", "/messageTxHoldTime", 65535},
+       {"lldp timer reinitialization 20", "/reinitDelay", 20},
+       {"lldp receive packet tagged drop", "/rxTaggedPacketsDrop", true},
+       {"lldp management-address vrf mgmt", "/mgmtAddrVrf", "mgmt"},
+       {"lldp management-address interface Management1", "/mgmtAddrTxIntf", "Management1"},
+       {"lldp management-address interface eth0\nlldp management-address all", "/mgmtAddrTxIntf",
         ""},
-       {{"lldp management-address all"}, "/mgmtAddrTxMode", int(Lldp::mgmtAddrTxModeAll)},
-       {{"lldp neighbor-limit 1000000"}, "/remoteSystemLimit", 1000000},
-       {{"lldp system-name  core switch  1  ! the big one"}, "/sysName", "core switch  1"},
-       {{R"(lldp system-description "says \"hi\" ! not a comment\x41\\")"},
-        "/sysDesc",
+       {"lldp management-address all", "/mgmtAddrTxMode", int(Lldp::mgmtAddrTxModeAll)},
+       {"lldp neighbor-limit 1000000", "/remoteSystemLimit", 1000000},
+       {"lldp system-name  core switch  1  ! the big one", "/sysName", "core switch  1"},
+       {R"(lldp system-description "says \"hi\" ! not a comment\x41\\")", "/sysDesc",
         "says \"hi\" ! not a commentA\\"},
        // A '!' inside a word is text; so is a quote that does not start a word.
-       {{"lldp system-name sw!1"}, "/sysName", "sw!1"},
-       {{R"(lldp system-description 19" rack)"}, "/sysDesc", "19\" rack"},
-       {{"lldp system-name " + std::string(255, 'n')}, "/sysName", std::string(255, 'n')},
-       // Per-port: neither direction is "disabled" (4), never 0.
-       {{"interface Ethernet3/1", "   no lldp transmit"}, "/cliPortConfig/0/adminStatus", 2},
-       {{"interface e1", " no lldp transmit", " no lldp receive"},
-        "/cliPortConfig/0/adminStatus",
-        4},
-       {{"interface e1", " no lldp receive", " lldp receive"}, "/cliPortConfig/0/adminStatus", 3},
-       {{"interface e1", "\tlldp receive rate-limit 5 interval 0.25"},
-        "/cliPortConfig/0/rxRateLimitMaxLldpdus",
-        5},
-       {{"interface e1", "  lldp receive rate-limit 5 interval 0.25"},
-        "/cliPortConfig/0/rxRateLimitInterval",
-        0.25},
-       // `no` only switches the limit off; the numbers stay for the next `rate-limit`.
-       {{"interface e1", " lldp receive rate-limit 5 interval 1", " no lldp receive rate-limit"},
-        "/cliPortConfig/0",
-        J{{"intfId", "e1"},
-          {"adminStatus", 3},
-          {"rxRateLimitEnabled", false},
-          {"rxRateLimitMaxLldpdus", 5},
-          {"rxRateLimitInterval", 1.0},
-          {"ztpBootVlan", 0},
-          {"poeAllocatedPowerFallback", 0},
-          {"remoteSystemLimit", 0},
-          {"macsecLldpBypass", false},
-          {"externalTlv", J::array()},
-
-          {"networkPolicyConfig", J::array()}}},
-       {{"interface e1", "  lldp ztp vlan 4094"}, "/cliPortConfig/0/ztpBootVlan", 4094},
-       {{"interface e1", "  lldp power-via-mdi fallback 15400"},
-        "/cliPortConfig/0/poeAllocatedPowerFallback",
-        15400},
-       {{"interface e1", "  lldp neighbor-limit 5000"}, "/cliPortConfig/0/remoteSystemLimit", 5000},
-       // Options in any order; a second line for an application replaces the first.
-       {{"interface e1", "lldp med network-policy voice vlan 9",
-         "lldp med network-policy voice dscp 46 untagged vlan 10 priority 5"},
-        "/cliPortConfig/0/networkPolicyConfig",
-        J::array(
-            {J{{"appType", 1}, {"tagged", false}, {"vlanId", 10}, {"priority", 5}, {"dscp", 46}}})},
-       {{"interface e1", "lldp med network-policy video-signaling vlan 0",
-         "lldp med network-policy guest-voice vlan 4094", "no lldp med network-policy guest-voice"},
-        "/cliPortConfig/0/networkPolicyConfig/0/appType",
-        8},
+       {"lldp system-name sw!1", "/sysName", "sw!1"},
+       {R"(lldp system-description 19" rack)", "/sysDesc", "19\" rack"},
+       {"lldp system-name " + std::string(255, 'n'), "/sysName", std::string(255, 'n')},
        // Switch style: per-port commands after `interface` need no indentation, and a
        // command with a global and a per-port form is the port's inside the block.
-       {{"interface e1", "no lldp transmit"}, "/cliPortConfig/0/adminStatus", 2},
-       {{"interface e1", "lldp neighbor-limit 7"}, "/remoteSystemLimit", 64},
-       {{"interface e1", "lldp neighbor-limit 7"}, "/cliPortConfig/0/remoteSystemLimit", 7},
-       {{"interface e1", "exit", "lldp neighbor-limit 7"}, "/remoteSystemLimit", 7},
-       {{"interface e1", "lldp timer 9", "lldp neighbor-limit 7"}, "/remoteSystemLimit", 7},
-       {{"interface e1", "no lldp transmit", "interface e2", "no lldp receive"},
-        "/cliPortConfig/1/adminStatus",
-        1},
+       {"interface e1\nlldp neighbor-limit 7", "/remoteSystemLimit", 64},
+       {"interface e1\nexit\nlldp neighbor-limit 7", "/remoteSystemLimit", 7},
+       {"interface e1\nlldp timer 9\nlldp neighbor-limit 7", "/remoteSystemLimit", 7},
+       {"interface e1\nno lldp transmit\ninterface e2\nno lldp receive",
+        "/cliPortConfig/1/adminStatus", 1},
        // Outside a block, indentation does not matter.
-       {{"  lldp timer 9"}, "/messageTxInterval", 9},
-       {{"interface veth-lab1", "interface eth1", "no interface eth1"},
-        "/cliPortConfig/0/intfId",
+       {"  lldp timer 9", "/messageTxInterval", 9},
+       {"interface veth-lab1\ninterface eth1\nno interface eth1", "/cliPortConfig/0/intfId",
         "veth-lab1"},
    };
-   for (const auto& [lines, pointer, value] : cases) {
+   // Per-port forms, each in a block of its own; indentation is free, spaces or a tab.
+   const Case portCases[] = {
+       // Neither direction is "disabled" (4), never 0.
+       {"   ! a comment inside the block does not end it\n\n   no lldp transmit  ! nor does this",
+        "adminStatus", 2},
+       {"no lldp transmit", "adminStatus", 2},
+       {" no lldp transmit\n no lldp receive", "adminStatus", 4},
+       {" no lldp receive\n lldp receive", "adminStatus", 3},
+       {"\tlldp receive rate-limit 5 interval 0.25", "rxRateLimitMaxLldpdus", 5},
+       {"  lldp receive rate-limit 5 interval 0.25", "rxRateLimitInterval", 0.25},
+       {"  lldp ztp vlan 4094", "ztpBootVlan", 4094},
+       {"  lldp power-via-mdi fallback 15400", "poeAllocatedPowerFallback", 15400},
+       {"lldp neighbor-limit 5000", "remoteSystemLimit", 5000},
+       // Options in any order; a second line for an application replaces the first.
+       {"lldp med network-policy voice vlan 9\n"
+        "lldp med network-policy voice dscp 46 untagged vlan 10 priority 5",
+        "networkPolicyConfig",
+        J::parse(R"([{"appType": 1, "tagged": false, "vlanId": 10, "priority": 5, "dscp": 46}])")},
+       {"lldp med network-policy video-signaling vlan 0\n"
+        "lldp med network-policy guest-voice vlan 4094\nno lldp med network-policy guest-voice",
+        "networkPolicyConfig/0/appType", 8},
+   };
+   for (const auto& [text, pointer, value] : cases) {
       auto c = fresh();
-      good(*c, lines);
-      EXPECT_EQ(Vel::toJson(*c).at(J::json_pointer(pointer)), value) << lines.back();
+      good(*c, text);
+      EXPECT_EQ(Vel::toJson(*c).at(J::json_pointer(pointer)), value) << text;
+   }
+   for (const auto& [text, pointer, value] : portCases) {
+      auto c = fresh();
+      good(*c, "interface Ethernet3/1\n" + text);
+      EXPECT_EQ(Vel::toJson(*portOf(*c, "Ethernet3/1")).at(J::json_pointer("/" + pointer)), value)
+          << text;
    }
    // Every `no` form of a global setting restores its default.
    auto c = fresh();
-   good(*c, {"no lldp run", "lldp timer 5", "lldp hold-time 9", "lldp timer reinitialization 3",
-             "lldp receive packet tagged drop", "lldp management-address vrf m",
-             "lldp management-address all", "lldp neighbor-limit 9", "lldp system-name x",
-             "lldp system-description y"});
-   good(*c, {"lldp run", "no lldp timer", "no lldp hold-time", "no lldp timer reinitialization",
-             "no lldp receive packet tagged drop", "no lldp management-address vrf",
-             "no lldp management-address", "no lldp neighbor-limit", "no lldp system-name",
-             "no lldp system-description"});
+   good(*c,
+        "no lldp run\nlldp timer 5\nlldp hold-time 9\nlldp timer reinitialization 3\n"
+        "lldp receive packet tagged drop\nlldp management-address vrf m\n"
+        "lldp management-address all\nlldp neighbor-limit 9\nlldp system-name x\n"
+        "lldp system-description y");
+   good(*c,
+        "lldp run\nno lldp timer\nno lldp hold-time\nno lldp timer reinitialization\n"
+        "no lldp receive packet tagged drop\nno lldp management-address vrf\n"
+        "no lldp management-address\nno lldp neighbor-limit\nno lldp system-name\n"
+        "no lldp system-description");
    EXPECT_EQ(Vel::toJson(*c), Vel::toJson(*fresh()));
-   good(*c, {"interface e1", "lldp neighbor-limit 9", "lldp ztp vlan 3",
-             "lldp power-via-mdi fallback 2", "no lldp neighbor-limit", "no lldp ztp vlan",
-             "no lldp power-via-mdi fallback"});
-   EXPECT_EQ(Vel::toJson(*portOf(*c, "e1")), Vel::toJson(CliPortConfig(Wire::IntfId("e1"))));
+   // Per port likewise; `no` only switches the rate limit off, its numbers stay for the next
+   // `rate-limit`.
+   good(*c,
+        "interface e1\nlldp neighbor-limit 9\nlldp ztp vlan 3\nlldp power-via-mdi fallback 2\n"
+        "lldp receive rate-limit 5 interval 2\nno lldp neighbor-limit\nno lldp ztp vlan\n"
+        "no lldp power-via-mdi fallback\nno lldp receive rate-limit");
+   CliPortConfig expected(Wire::IntfId("e1"));
+   expected.rxRateLimitEnabledIs(false);
+   expected.rxRateLimitMaxLldpdusIs(5);
+   expected.rxRateLimitIntervalIs(2.0);
+   EXPECT_EQ(Vel::toJson(*portOf(*c, "e1")), Vel::toJson(expected));
 }
 
 TEST(ConfigLanguageTest, TlvSelectMovesExactlyItsOwnSwitch) {
@@ -157,138 +160,125 @@ TEST(ConfigLanguageTest, TlvSelectMovesExactlyItsOwnSwitch) {
    };
    for (const auto& [name, get] : tlvs) {
       auto c = fresh();
-      good(*c, {"no lldp tlv-select " + name});
+      good(*c, "no lldp tlv-select " + name);
       EXPECT_FALSE(((*c).*get)()) << name;
       Vel::Json diff = Vel::Json::diff(Vel::toJson(*fresh()), Vel::toJson(*c));
       EXPECT_EQ(diff.size(), 1u) << name << ": " << diff;
-      good(*c, {"lldp tlv-select " + name});
+      EXPECT_EQ(Config::render(*c), "no lldp tlv-select " + name + "\n");
+      good(*c, "lldp tlv-select " + name);
       EXPECT_TRUE(((*c).*get)()) << name;
    }
 }
 
-TEST(ConfigLanguageTest, CommentsBlanksAndLineEnds) {
+// Windows line ends in a file are taken as plain ones.
+TEST(ConfigLanguageTest, WindowsLineEnds) {
    auto c = fresh();
-   good(*c, {"! a comment", "# another", "", "   ", "lldp timer 7 # trailing comment",
-             "interface eth1", "   ! a comment inside the block does not end it", "",
-             "   no lldp transmit  ! nor does this one"});
-   EXPECT_EQ(c->messageTxInterval(), 7u);
-   EXPECT_EQ(portOf(*c, "eth1")->adminStatus(), Lldp::adminStatusRxOnly);
-   // Windows line ends in a file are taken as plain ones.
    ASSERT_TRUE(Config::load("lldp timer 11\r\ninterface eth9\r\n  no lldp receive\r\n", *c));
    EXPECT_EQ(c->messageTxInterval(), 11u);
    EXPECT_EQ(portOf(*c, "eth9")->adminStatus(), Lldp::adminStatusTxOnly);
 }
 
+// Each case comes after good lines that leave an interface block open, so a per-port
+// command needs no `interface` line of its own; the refusal is on the case's last line.
 TEST(ConfigLanguageTest, BadLinesChangeNothing) {
-   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-       {{"lldp timer 0"}, "line 1: lldp timer: 0 is out of range 1..65535"},
-       {{"lldp timer 65536"}, "line 1: lldp timer: 65536 is out of range 1..65535"},
-       {{"lldp timer 99999999999999999999999"},
-        "line 1: lldp timer: 99999999999999999999999 is out of range 1..65535"},
-       {{"lldp timer -1"}, "line 1: lldp timer: '-1' is not a number"},
-       {{"lldp timer 5s"}, "line 1: lldp timer: '5s' is not a number"},
-       {{"lldp timer 5 6"}, "line 1: lldp timer: expected 'lldp timer SECONDS'"},
-       {{"no lldp timer 5"}, "line 1: no lldp timer: expected 'no lldp timer'"},
-       {{"lldp hold-time 0"}, "line 1: lldp hold-time: 0 is out of range 1..65535"},
-       {{"lldp timer reinitialization 21"},
-        "line 1: lldp timer reinitialization: 21 is out of range 1..20"},
-       {{"lldp neighbor-limit 0"}, "line 1: lldp neighbor-limit: 0 is out of range 1..1000000"},
-       {{"interface e1", "lldp neighbor-limit 1000001"},
-        "line 2: lldp neighbor-limit: 1000001 is out of range 1..1000000"},
-       {{"lldp foo"}, "line 1: unknown command 'lldp foo'"},
-       {{"interface e1", "lldp foo"}, "line 2: unknown command 'lldp foo'"},
-       {{"LLDP run"}, "line 1: unknown command 'LLDP run'"},
-       {{"lldp"}, "line 1: unknown command 'lldp'"},
-       {{"lldp tlv-select chassis-id"},
-        "line 1: lldp tlv-select: unknown TLV 'chassis-id' (one of port-description, "
-        "system-name, system-description, system-capabilities, management-address, "
-        "port-vlan, vlan-name, link-aggregation, max-frame-size, power-via-mdi, "
-        "med-network-policy)"},
-       {{"lldp system-name " + std::string(256, 'n')},
-        "line 1: lldp system-name: text is 256 bytes, at most 255 allowed"},
-       {{"lldp system-name \"open"}, "line 1: unterminated quoted text"},
-       {{R"(lldp system-name "a\qb")"}, "line 1: unknown escape '\\q' in quoted text"},
-       {{"lldp system-name \"a\"b"}, "line 1: text after closing quote"},
-       {{"lldp system-name my \"big\" switch"},
-        "line 1: lldp system-name: quote the whole text or none of it"},
-       {{"lldp system-name ! all comment"},
-        "line 1: lldp system-name: expected 'lldp system-name TEXT'"},
-       {{"lldp management-address"},
-        "line 1: lldp management-address: expected 'lldp management-address all | "
-        "interface NAME | vrf NAME'"},
-       {{"no lldp management-address all"},
-        "line 1: unknown command 'no lldp management-address all'"},
-       {{"interface"}, "line 1: interface: expected 'interface NAME'"},
-       {{"interface " + std::string(16, 'e')},
-        "line 1: interface: interface name 'eeeeeeeeeeeeeeee' is longer than 15 bytes"},
-       {{"interface \"eth 1\""},
-        "line 1: interface: interface name 'eth 1' has a space or control byte"},
-       {{"interface \"\""}, "line 1: interface: interface name is empty"},
+   const std::pair<std::string, std::string> cases[] = {
+       {"lldp timer 0", "lldp timer: 0 is out of range 1..65535"},
+       {"lldp timer 65536", "lldp timer: 65536 is out of range 1..65535"},
+       {"lldp timer 99999999999999999999999",
+        "lldp timer: 99999999999999999999999 is out of range 1..65535"},
+       {"lldp timer -1", "lldp timer: '-1' is not a number"},
+       {"lldp timer 5s", "lldp timer: '5s' is not a number"},
+       {"lldp timer 5 6", "lldp timer: expected 'lldp timer SECONDS'"},
+       {"no lldp timer 5", "no lldp timer: expected 'no lldp timer'"},
+       {"lldp hold-time 0", "lldp hold-time: 0 is out of range 1..65535"},
+       {"lldp timer reinitialization 21", "lldp timer reinitialization: 21 is out of range 1..20"},
+       {"exit\nlldp neighbor-limit 0", "lldp neighbor-limit: 0 is out of range 1..1000000"},
+       {"lldp neighbor-limit 0", "lldp neighbor-limit: 0 is out of range 1..1000000"},
+       {"lldp neighbor-limit 1000001", "lldp neighbor-limit: 1000001 is out of range 1..1000000"},
+       {"lldp foo", "unknown command 'lldp foo'"},
+       {"LLDP run", "unknown command 'LLDP run'"},
+       {"lldp", "unknown command 'lldp'"},
+       {"lldp tlv-select chassis-id",
+        "lldp tlv-select: unknown TLV 'chassis-id' (one of port-description, system-name, "
+        "system-description, system-capabilities, management-address, port-vlan, vlan-name, "
+        "link-aggregation, max-frame-size, power-via-mdi, med-network-policy)"},
+       {"lldp system-name " + std::string(256, 'n'),
+        "lldp system-name: text is 256 bytes, at most 255 allowed"},
+       {"lldp system-name \"open", "unterminated quoted text"},
+       {R"(lldp system-name "a\qb")", "unknown escape '\\q' in quoted text"},
+       {"lldp system-name \"a\"b", "text after closing quote"},
+       {"lldp system-name my \"big\" switch",
+        "lldp system-name: quote the whole text or none of it"},
+       {"lldp system-name ! all comment", "lldp system-name: expected 'lldp system-name TEXT'"},
+       {"lldp management-address",
+        "lldp management-address: expected 'lldp management-address all | interface NAME | vrf "
+        "NAME'"},
+       {"no lldp management-address all", "unknown command 'no lldp management-address all'"},
+       {"lldp management-address vrf " + std::string(16, 'v'),
+        "lldp management-address vrf: vrf name 'vvvvvvvvvvvvvvvv' is longer than 15 bytes"},
+       {"interface", "interface: expected 'interface NAME'"},
+       {"interface " + std::string(16, 'e'),
+        "interface: interface name 'eeeeeeeeeeeeeeee' is longer than 15 bytes"},
+       {"interface \"eth 1\"", "interface: interface name 'eth 1' has a space or control byte"},
+       {"interface \"\"", "interface: interface name is empty"},
        // Per-port commands need an open block: `exit` and global commands close it.
-       {{"exit", "no lldp transmit"},
-        "line 2: 'no lldp transmit' is a per-port command: put it after 'interface NAME'"},
-       {{"interface eth1", "lldp timer 5", "  lldp transmit"},
-        "line 3: 'lldp transmit' is a per-port command: put it after 'interface NAME'"},
-       {{"interface eth1", "  lldp receive packet tagged drop"},
-        "line 2: 'lldp receive packet tagged drop' is not a per-port command: end the "
-        "interface block (no indentation) first"},
-       {{"interface eth1", "  lldp ztp vlan 4095"},
-        "line 2: lldp ztp vlan: 4095 is out of range 1..4094"},
-       {{"interface eth1", "  lldp power-via-mdi fallback 0"},
-        "line 2: lldp power-via-mdi fallback: 0 is out of range 1..100000"},
-       {{"interface eth1", "  lldp med network-policy voice vlan 4095"},
-        "line 2: lldp med network-policy: vlan 4095 is out of range 0..4094"},
-       {{"interface eth1", "  lldp med network-policy voice vlan 5 dscp 64"},
-        "line 2: lldp med network-policy: dscp 64 is out of range 0..63"},
-       {{"interface eth1", "  lldp med network-policy voice vlan 5 vlan 6"},
-        "line 2: lldp med network-policy: 'vlan' given twice"},
-       {{"interface eth1", "  lldp med network-policy voice priority 5"},
-        "line 2: lldp med network-policy: a VLAN is required: expected 'APPLICATION vlan VLAN "
-        "[untagged] [priority 0-7] [dscp 0-63]'"},
-       {{"interface eth1", "  no lldp med network-policy phone"},
-        "line 2: no lldp med network-policy: unknown application 'phone'"},
-       {{"interface eth1", "  lldp receive rate-limit 0 interval 1"},
-        "line 2: lldp receive rate-limit: 0 is out of range 1..4294967295"},
-       {{"interface eth1", "  lldp receive rate-limit 5 interval 0"},
-        "line 2: lldp receive rate-limit: 0 is out of range 0.001..3600"},
-       {{"interface eth1", "  lldp receive rate-limit 5 interval nan"},
-        "line 2: lldp receive rate-limit: 'nan' is not a number of seconds"},
-       {{"interface eth1", "  lldp receive rate-limit 5 interval inf"},
-        "line 2: lldp receive rate-limit: 'inf' is not a number of seconds"},
-       {{"interface eth1", "  lldp receive rate-limit 5 every 1"},
-        "line 2: lldp receive rate-limit: expected 'interval' after the count, not 'every'"},
-       {{"interface e1", "lldp tlv oui 0080c2 subtype 1 info 00"},
-        "line 2: lldp tlv oui: '0080c2' is not an OUI (three hex bytes, as 00-80-c2)"},
-       {{"interface e1", "lldp tlv oui 00-80-c2 subtype 256 info 00"},
-        "line 2: lldp tlv oui: 256 is out of range 0..255"},
-       {{"interface e1", "lldp tlv oui 00-80-c2 subtype 1 info 0g"},
-        "line 2: lldp tlv oui: '0g' is not hex bytes (as 0a1b2c or 0a:1b:2c)"},
-       {{"interface e1", "lldp tlv oui 00-80-c2 subtype 1 info " + std::string(1016, 'a')},
-        "line 2: lldp tlv oui: info is 508 bytes, at most 507 allowed"},
-       {{"interface e1", "lldp tlv oui 00-80-c2 type 1 info 00"},
-        "line 2: lldp tlv oui: expected 'subtype' after the OUI, not 'type'"},
-       {{"exit", "lldp tlv oui 00-80-c2 subtype 1 info 00"},
-        "line 2: 'lldp tlv oui' is a per-port command: put it after 'interface NAME'"},
-       {{"interface e1", "  dot1x lldp bypass"},
-        "line 2: 'dot1x lldp bypass' is not a per-port command: end the interface block (no "
+       {"exit\nno lldp transmit",
+        "'no lldp transmit' is a per-port command: put it after 'interface NAME'"},
+       {"lldp timer 5\n  lldp transmit",
+        "'lldp transmit' is a per-port command: put it after 'interface NAME'"},
+       {"exit\nlldp tlv oui 00-80-c2 subtype 1 info 00",
+        "'lldp tlv oui' is a per-port command: put it after 'interface NAME'"},
+       {"  lldp receive packet tagged drop",
+        "'lldp receive packet tagged drop' is not a per-port command: end the interface block "
+        "(no indentation) first"},
+       {"  dot1x lldp bypass",
+        "'dot1x lldp bypass' is not a per-port command: end the interface block (no "
         "indentation) first"},
-       {{"lldp management-address vrf " + std::string(16, 'v')},
-        "line 1: lldp management-address vrf: vrf name 'vvvvvvvvvvvvvvvv' is longer than 15 "
-        "bytes"},
+       {"  lldp ztp vlan 4095", "lldp ztp vlan: 4095 is out of range 1..4094"},
+       {"  lldp power-via-mdi fallback 0",
+        "lldp power-via-mdi fallback: 0 is out of range 1..100000"},
+       {"  lldp med network-policy voice vlan 4095",
+        "lldp med network-policy: vlan 4095 is out of range 0..4094"},
+       {"  lldp med network-policy voice vlan 5 dscp 64",
+        "lldp med network-policy: dscp 64 is out of range 0..63"},
+       {"  lldp med network-policy voice vlan 5 vlan 6",
+        "lldp med network-policy: 'vlan' given twice"},
+       {"  lldp med network-policy voice priority 5",
+        "lldp med network-policy: a VLAN is required: expected 'APPLICATION vlan VLAN "
+        "[untagged] [priority 0-7] [dscp 0-63]'"},
+       {"  no lldp med network-policy phone",
+        "no lldp med network-policy: unknown application 'phone'"},
+       {"  lldp receive rate-limit 0 interval 1",
+        "lldp receive rate-limit: 0 is out of range 1..4294967295"},
+       {"  lldp receive rate-limit 5 interval 0",
+        "lldp receive rate-limit: 0 is out of range 0.001..3600"},
+       {"  lldp receive rate-limit 5 interval nan",
+        "lldp receive rate-limit: 'nan' is not a number of seconds"},
+       {"  lldp receive rate-limit 5 interval inf",
+        "lldp receive rate-limit: 'inf' is not a number of seconds"},
+       {"  lldp receive rate-limit 5 every 1",
+        "lldp receive rate-limit: expected 'interval' after the count, not 'every'"},
+       {"lldp tlv oui 0080c2 subtype 1 info 00",
+        "lldp tlv oui: '0080c2' is not an OUI (three hex bytes, as 00-80-c2)"},
+       {"lldp tlv oui 00-80-c2 subtype 256 info 00", "lldp tlv oui: 256 is out of range 0..255"},
+       {"lldp tlv oui 00-80-c2 subtype 1 info 0g",
+        "lldp tlv oui: '0g' is not hex bytes (as 0a1b2c or 0a:1b:2c)"},
+       {"lldp tlv oui 00-80-c2 subtype 1 info " + std::string(1016, 'a'),
+        "lldp tlv oui: info is 508 bytes, at most 507 allowed"},
+       {"lldp tlv oui 00-80-c2 type 1 info 00",
+        "lldp tlv oui: expected 'subtype' after the OUI, not 'type'"},
    };
-   for (const auto& [lines, expected] : cases) {
+   for (const auto& [text, reason] : cases) {
       auto c = fresh();
-      good(*c, {"lldp timer 8", "interface eth7"});
+      good(*c, "lldp timer 8\ninterface eth7");
       const Vel::Json before = Vel::toJson(*c);
       // The bad line comes after good ones, which must not have been applied either.
-      std::vector<std::string> all = {"lldp timer 9", "interface eth8", "  no lldp receive"};
-      all.insert(all.end(), lines.begin(), lines.end());
-      Config::Result r = Config::apply(all, *c);
-      ASSERT_FALSE(r.ok()) << lines.back();
-      EXPECT_EQ(r.error->line, int(3 + expected[5] - '0')) << expected;
-      EXPECT_EQ(r.error->message().substr(0, 7), "line " + std::to_string(r.error->line) + ":");
-      EXPECT_EQ(r.error->reason, expected.substr(expected.find(": ") + 2));
-      EXPECT_EQ(Vel::toJson(*c), before) << expected;
+      std::vector<std::string> lines = linesOf("lldp timer 9\ninterface eth8\n  no lldp receive");
+      for (std::string& line : linesOf(text)) lines.push_back(line);
+      Config::Result r = Config::apply(lines, *c);
+      ASSERT_FALSE(r.ok()) << text;
+      EXPECT_EQ(r.error->message(), "line " + std::to_string(lines.size()) + ": " + reason);
+      EXPECT_EQ(Vel::toJson(*c), before) << text;
    }
 }
 
@@ -480,27 +470,14 @@ TEST(ConfigLanguageTest, RandomLinesAreAcceptedOrRefusedCleanly) {
        "0 1 20 4094 65536 0.5 -3 ! # \" \"a\\x4 \"q\"");
    for (std::string w; all >> w;) words.push_back(w);
    words.push_back("   ");
-   const std::vector<std::string> templates = {"lldp timer N",
-                                               "no lldp run",
-                                               "lldp hold-time N",
-                                               "lldp timer reinitialization N",
-                                               "no lldp tlv-select vlan-name",
-                                               "lldp system-name sw N",
-                                               "lldp system-description \"N\"",
-                                               "lldp management-address interface ethN",
-                                               "lldp management-address vrf vN",
-                                               "lldp neighbor-limit N",
-                                               "interface ethN",
-                                               "interface Ethernet1/N",
-                                               "  no lldp transmit",
-                                               "no lldp receive",
-                                               "  lldp receive rate-limit N interval N",
-                                               "  lldp ztp vlan N",
-                                               "lldp power-via-mdi fallback N",
-                                               "lldp med network-policy voice vlan N dscp N",
-                                               "no lldp med network-policy voice",
-                                               "no interface ethN",
-                                               "  exit"};
+   const std::vector<std::string> templates = linesOf(
+       "lldp timer N\nno lldp run\nlldp hold-time N\nlldp timer reinitialization N\n"
+       "no lldp tlv-select vlan-name\nlldp system-name sw N\nlldp system-description \"N\"\n"
+       "lldp management-address interface ethN\nlldp management-address vrf vN\n"
+       "lldp neighbor-limit N\ninterface ethN\ninterface Ethernet1/N\n  no lldp transmit\n"
+       "no lldp receive\n  lldp receive rate-limit N interval N\n  lldp ztp vlan N\n"
+       "lldp power-via-mdi fallback N\nlldp med network-policy voice vlan N dscp N\n"
+       "no lldp med network-policy voice\nno interface ethN\n  exit");
    const std::vector<std::string> numbers = {"0",    "1",     "2",     "5",    "20",  "64",
                                              "4094", "65535", "70000", "0.25", "1e3", "x"};
    std::mt19937 rng(11);

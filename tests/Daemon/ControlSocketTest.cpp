@@ -4,27 +4,24 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "Config/ConfigLanguage.h"
 #include "Daemon/ControlSocket.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Vel/StateDb.h"
+#include "tests/Support/ControlCall.h"
 
 namespace {
 
@@ -36,6 +33,13 @@ Vel::EventLoop& loop() {
 }
 
 const std::string statePath = "l2discovery/lldp/test/config";
+
+sockaddr_un addressOf(const std::string& path) {
+   sockaddr_un addr{};
+   addr.sun_family = AF_UNIX;
+   std::strcpy(addr.sun_path, path.c_str());
+   return addr;
+}
 
 struct ControlSocketTest : ::testing::Test {
    std::string dir;
@@ -59,41 +63,13 @@ struct ControlSocketTest : ::testing::Test {
       std::filesystem::remove_all(dir);
    }
 
-   // A blocking client in a thread while the loop serves it; an eventfd wakes the loop
-   // when the client is done.
-   Json call(const Json& req, std::string* error = nullptr) {
-      int wake = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-      Vel::FdReactor waker(wake, [wake] {
-         uint64_t v;
-         (void)!read(wake, &v, sizeof v);
-      });
-      std::atomic<bool> done{false};
-      bool ok = false;
-      Json reply;
-      std::string err;
-      std::thread t([&] {
-         ok = Daemon::request(path, req, &reply, &err, 10);
-         done = true;
-         uint64_t one = 1;
-         (void)!write(wake, &one, sizeof one);
-      });
-      loop().runUntil([&] { return done.load(); }, 15);
-      t.join();
-      close(wake);
-      if (error) {
-         *error = ok ? "" : err;
-      } else {
-         EXPECT_TRUE(ok) << err;
-      }
-      return reply;
-   }
+   // The reply, or {"failed": why} when the exchange failed.
+   Json call(const Json& req) { return TestSupport::controlCall(path, req); }
 
    int connectRaw() {
       int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-      sockaddr_un addr{};
-      addr.sun_family = AF_UNIX;
-      std::strcpy(addr.sun_path, path.c_str());
-      EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+      const sockaddr_un addr = addressOf(path);
+      EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
       // Let the server accept it.
       size_t before = server->clientCount();
       loop().runUntil([&] { return server->clientCount() > before; }, 5);
@@ -116,41 +92,29 @@ struct ControlSocketTest : ::testing::Test {
       EXPECT_TRUE(ok && done == bytes.size());
    }
 
-   // Reads one reply line (or up to end of file), serving the loop meanwhile.
+   // What a raw client has read so far.
    struct Reader {
       explicit Reader(int f) : fd(f) {}
       int fd;
       std::string buf;
       bool eof = false;
    };
-   bool readSome(Reader& r) {
+   // Reads all there is; true at end of file.
+   static bool readSome(Reader& r) {
       char chunk[65536];
-      for (;;) {
-         ssize_t n = recv(r.fd, chunk, sizeof chunk, MSG_DONTWAIT);
-         if (n > 0) {
-            r.buf.append(chunk, size_t(n));
-            continue;
-         }
-         if (n == 0 || (errno != EAGAIN && errno != EINTR)) r.eof = true;
-         return r.eof;
-      }
+      ssize_t n;
+      while ((n = recv(r.fd, chunk, sizeof chunk, MSG_DONTWAIT)) > 0)
+         r.buf.append(chunk, size_t(n));
+      if (n == 0 || (errno != EAGAIN && errno != EINTR)) r.eof = true;
+      return r.eof;
    }
-   std::string readLine(Reader& r) {
-      loop().runUntil(
-          [&] {
-             readSome(r);
-             return r.eof || r.buf.find('\n') != std::string::npos;
-          },
-          10);
-      size_t nl = r.buf.find('\n');
-      if (nl == std::string::npos) return {};
-      std::string line = r.buf.substr(0, nl);
-      r.buf.erase(0, nl + 1);
-      return line;
-   }
+   // Reads one reply line, serving the loop meanwhile.
    Json readReply(Reader& r) {
-      std::string line = readLine(r);
-      Json j = Json::parse(line, nullptr, false);
+      loop().runUntil([&] { return readSome(r) || r.buf.find('\n') != std::string::npos; }, 10);
+      const size_t nl = r.buf.find('\n');
+      const std::string line = r.buf.substr(0, nl);
+      r.buf.erase(0, nl == std::string::npos ? nl : nl + 1);
+      const Json j = Json::parse(line, nullptr, false);
       EXPECT_FALSE(j.is_discarded()) << line;
       return j;
    }
@@ -162,35 +126,34 @@ struct ControlSocketTest : ::testing::Test {
 TEST_F(ControlSocketTest, BuiltInOperations) {
    Json r = call({{"op", "get"}, {"path", statePath}});
    EXPECT_EQ(r, ControlSocket::okReply(Vel::StateDb::instance().json(statePath)));
-   r = call({{"op", "get"}, {"path", "l2discovery/nothing"}});
-   EXPECT_EQ(r, ControlSocket::errorReply("no entity at path l2discovery/nothing"));
+   EXPECT_EQ(call({{"op", "get"}, {"path", "l2discovery/nothing"}}),
+             ControlSocket::errorReply("no entity at path l2discovery/nothing"));
 
    r = call({{"op", "list"}});
    ASSERT_EQ(r["ok"], true);
    EXPECT_EQ(r["data"][statePath], "CliConfig");
 
-   r = call(
-       {{"op", "configure"}, {"lines", {"lldp timer 5", "interface eth1", "  no lldp transmit"}}});
-   EXPECT_EQ(r, ControlSocket::okReply());
+   EXPECT_EQ(call({{"op", "configure"},
+                   {"lines", {"lldp timer 5", "interface eth1", "  no lldp transmit"}}}),
+             ControlSocket::okReply());
    EXPECT_EQ(config->messageTxInterval(), 5u);
    ASSERT_TRUE(config->cliPortConfig(Wire::IntfId("eth1")));
    EXPECT_EQ(config->cliPortConfig(Wire::IntfId("eth1"))->adminStatus(), Lldp::adminStatusRxOnly);
 
    // A bad line changes nothing.
-   r = call({{"op", "configure"}, {"lines", {"lldp timer 6", "lldp timer 0"}}});
-   EXPECT_EQ(r, ControlSocket::errorReply("line 2: lldp timer: 0 is out of range 1..65535"));
+   EXPECT_EQ(call({{"op", "configure"}, {"lines", {"lldp timer 6", "lldp timer 0"}}}),
+             ControlSocket::errorReply("line 2: lldp timer: 0 is out of range 1..65535"));
    EXPECT_EQ(config->messageTxInterval(), 5u);
 
-   r = call({{"op", "show-configuration"}});
-   EXPECT_EQ(r, ControlSocket::okReply("lldp timer 5\ninterface eth1\n   no lldp transmit\n"));
+   EXPECT_EQ(call({{"op", "show-configuration"}}),
+             ControlSocket::okReply("lldp timer 5\ninterface eth1\n   no lldp transmit\n"));
 
-   r = call({{"op", "load"}, {"text", "lldp hold-time 60\n"}});
-   EXPECT_EQ(r, ControlSocket::okReply());
+   EXPECT_EQ(call({{"op", "load"}, {"text", "lldp hold-time 60\n"}}), ControlSocket::okReply());
    EXPECT_EQ(config->messageTxInterval(), 30u);
    EXPECT_EQ(config->messageTxHoldTime(), 60u);
    EXPECT_TRUE(config->cliPortConfig().empty());
-   r = call({{"op", "load"}, {"text", "interface\n"}});
-   EXPECT_EQ(r, ControlSocket::errorReply("line 1: interface: expected 'interface NAME'"));
+   EXPECT_EQ(call({{"op", "load"}, {"text", "interface\n"}}),
+             ControlSocket::errorReply("line 1: interface: expected 'interface NAME'"));
    EXPECT_EQ(config->messageTxHoldTime(), 60u);
 
    // Operations added later, and a handler that throws.
@@ -205,32 +168,23 @@ TEST_F(ControlSocketTest, MalformedRequestsGetErrorsAndTheConnectionStays) {
    int fd = connectRaw();
    Reader rd{fd};
    // All in one write: the replies come back in order, blank lines get none.
-   sendRaw(fd,
-           "not json\n"
-           "[1,2]\n"
-           "\n"
-           "{}\n"
-           "{\"op\":5}\n"
-           "{\"op\":\"nope\"}\n"
-           "{\"op\":\"get\"}\n"
-           "{\"op\":\"get\",\"path\":[]}\n"
-           "{\"op\":\"configure\",\"lines\":[1]}\n"
-           "{\"op\":\"configure\",\"lines\":\"lldp run\"}\n"
-           "{\"op\":\"load\"}\n"
-           "{\"op\":\"list\"}\n");
-   const std::vector<std::string> errors = {
-       "malformed request: not JSON",
-       "malformed request: not a JSON object",
-       "malformed request: no \"op\" string",
-       "malformed request: no \"op\" string",
-       "unknown op 'nope'",
-       "get: \"path\" must be a string",
-       "get: \"path\" must be a string",
-       "configure: \"lines\" must be an array of strings",
-       "configure: \"lines\" must be an array of strings",
-       "load: \"text\" must be a string",
+   const std::pair<std::string, std::string> cases[] = {
+       {"not json", "malformed request: not JSON"},
+       {"[1,2]", "malformed request: not a JSON object"},
+       {"\n{}", "malformed request: no \"op\" string"},
+       {R"({"op":5})", "malformed request: no \"op\" string"},
+       {R"({"op":"nope"})", "unknown op 'nope'"},
+       {R"({"op":"get"})", "get: \"path\" must be a string"},
+       {R"({"op":"get","path":[]})", "get: \"path\" must be a string"},
+       {R"({"op":"configure","lines":[1]})", "configure: \"lines\" must be an array of strings"},
+       {R"({"op":"configure","lines":"lldp run"})",
+        "configure: \"lines\" must be an array of strings"},
+       {R"({"op":"load"})", "load: \"text\" must be a string"},
    };
-   for (const auto& e : errors) EXPECT_EQ(readReply(rd), ControlSocket::errorReply(e));
+   std::string all;
+   for (const auto& c : cases) all += c.first + "\n";
+   sendRaw(fd, all + R"({"op":"list"})" + "\n");
+   for (const auto& c : cases) EXPECT_EQ(readReply(rd), ControlSocket::errorReply(c.second));
    EXPECT_EQ(readReply(rd)["ok"], true);
 
    // A request split across writes is put together.
@@ -249,8 +203,7 @@ TEST_F(ControlSocketTest, OversizedRequestGetsAnErrorAndIsClosed) {
    EXPECT_EQ(readReply(rd), ControlSocket::errorReply("request longer than 1048576 bytes without "
                                                       "a newline"));
    EXPECT_TRUE(waitEof(rd));
-   loop().runUntil([&] { return server->clientCount() == 0; }, 5);
-   EXPECT_EQ(server->clientCount(), 0u);
+   EXPECT_TRUE(loop().runUntil([&] { return server->clientCount() == 0; }, 5));
    EXPECT_EQ(server->clientsDropped(), 1u);
    close(fd);
 
@@ -275,8 +228,7 @@ TEST_F(ControlSocketTest, VanishingAndManyClients) {
    fd = connectRaw();
    sendRaw(fd, "{\"op\":\"list\"}\n{\"op\":\"list\"}\n");
    close(fd);
-   loop().runUntil([&] { return server->clientCount() == 0; }, 5);
-   EXPECT_EQ(server->clientCount(), 0u);
+   EXPECT_TRUE(loop().runUntil([&] { return server->clientCount() == 0; }, 5));
 
    // A client that is done sending still gets its replies.
    fd = connectRaw();
@@ -302,8 +254,7 @@ TEST_F(ControlSocketTest, VanishingAndManyClients) {
       close(r.fd);
    }
    EXPECT_EQ(config->messageTxInterval(), uint32_t(count));
-   loop().runUntil([&] { return server->clientCount() == 0; }, 5);
-   EXPECT_EQ(server->clientCount(), 0u);
+   EXPECT_TRUE(loop().runUntil([&] { return server->clientCount() == 0; }, 5));
 }
 
 TEST_F(ControlSocketTest, LargeRepliesDoNotHoldUpOthersAndIdleReadersAreDropped) {
@@ -327,12 +278,10 @@ TEST_F(ControlSocketTest, LargeRepliesDoNotHoldUpOthersAndIdleReadersAreDropped)
    int idle = connectRaw();
    Reader idleReader{idle};
    sendRaw(idle, "{\"op\":\"big\"}\n{\"op\":\"big\"}\n");
-   loop().runUntil([&] { return server->clientsDropped() == 1; }, 10);
-   EXPECT_EQ(server->clientsDropped(), 1u);
+   EXPECT_TRUE(loop().runUntil([&] { return server->clientsDropped() == 1; }, 10));
    EXPECT_EQ(call({{"op", "list"}})["ok"], true);
    // The slow one stays connected (the blocking client's goes as the loop sees it close).
-   loop().runUntil([&] { return server->clientCount() == 1; }, 5);
-   EXPECT_EQ(server->clientCount(), 1u);
+   EXPECT_TRUE(loop().runUntil([&] { return server->clientCount() == 1; }, 5));
    close(slow);
    close(idle);
 }
@@ -351,8 +300,7 @@ TEST_F(ControlSocketTest, StreamingOperationSendsLater) {
    watcher->send(Json{{"event", 1}});
    EXPECT_EQ(readReply(rd), (Json{{"event", 1}}));
    close(fd);
-   loop().runUntil([&] { return watcher->closed(); }, 5);
-   EXPECT_TRUE(watcher->closed());
+   EXPECT_TRUE(loop().runUntil([&] { return watcher->closed(); }, 5));
    watcher->send(Json{{"event", 2}});  // nothing happens
 }
 
@@ -373,10 +321,8 @@ TEST_F(ControlSocketTest, SocketFileModeStaleFilesAndASecondServer) {
    server.reset();
    EXPECT_NE(stat(path.c_str(), &st), 0);
    int stale = socket(AF_UNIX, SOCK_STREAM, 0);
-   sockaddr_un addr{};
-   addr.sun_family = AF_UNIX;
-   std::strcpy(addr.sun_path, path.c_str());
-   ASSERT_EQ(bind(stale, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+   const sockaddr_un addr = addressOf(path);
+   ASSERT_EQ(bind(stale, reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
    close(stale);
    server = std::make_unique<ControlSocket>(config);
    ASSERT_TRUE(server->listen(path, &error)) << error;
@@ -392,24 +338,32 @@ TEST_F(ControlSocketTest, SocketFileModeStaleFilesAndASecondServer) {
 
    // No server: the client says so.
    server.reset();
-   call({{"op", "list"}}, &error);
+   error = call({{"op", "list"}}).value("failed", "");
    EXPECT_EQ(error.rfind("cannot connect to " + path + ": ", 0), 0u) << error;
 }
 
-// Runs `body` in a child with the given user, primary group and supplementary groups,
-// serving the loop until it exits; returns what it wrote to `out`, one line per answer.
-std::string runAs(uid_t uid, gid_t gid, std::vector<gid_t> groups,
-                  const std::function<void(FILE* out)>& body) {
+// Sends the requests over one connection from a child with the given user, primary group
+// and supplementary groups, serving the loop until it exits; returns one line per answer,
+// or why it could not connect.
+std::string askAs(const std::string& path, uid_t uid, gid_t gid, std::vector<gid_t> groups,
+                  const std::vector<Json>& requests) {
    int pipeFds[2];
    EXPECT_EQ(pipe(pipeFds), 0);
    pid_t pid = fork();
    if (pid == 0) {
       close(pipeFds[0]);
       FILE* out = fdopen(pipeFds[1], "w");
+      Daemon::ControlClient client;
+      std::string line, err;
       if (setgroups(groups.size(), groups.data()) != 0 || setgid(gid) != 0 || setuid(uid) != 0) {
          fprintf(out, "cannot drop privileges\n");
+      } else if (!client.connect(path, 10, &err)) {
+         fprintf(out, "%s\n", err.c_str());
       } else {
-         body(out);
+         for (const Json& req : requests) {
+            if (!client.send(req, &err) || !client.readLine(&line, &err)) line = err;
+            fprintf(out, "%s\n", line.c_str());
+         }
       }
       fclose(out);
       _exit(0);
@@ -428,13 +382,6 @@ std::string runAs(uid_t uid, gid_t gid, std::vector<gid_t> groups,
    waitpid(pid, nullptr, 0);
    close(pipeFds[0]);
    return text;
-}
-
-std::string answer(const std::string& path, const Json& req) {
-   Json reply;
-   std::string error;
-   if (!Daemon::request(path, req, &reply, &error, 10)) return "error: " + error;
-   return reply.dump();
 }
 
 TEST_F(ControlSocketTest, GroupMembersReadOnlyRootWritesOthersCannotConnect) {
@@ -457,57 +404,40 @@ TEST_F(ControlSocketTest, GroupMembersReadOnlyRootWritesOthersCannotConnect) {
           return ControlSocket::okReply({{"user", c->peer().user}, {"uid", c->peer().uid}});
        },
        ControlSocket::Access::read);
+   const Json show = {{"op", "show-configuration"}}, list = {{"op", "list"}};
+   const std::string shown = ControlSocket::okReply("").dump() + "\n";
 
    // A member through a supplementary group reads; a write is refused, the connection
    // kept; the kernel, not the client, says who it is.
    const std::string memberName = "uid " + std::to_string(member);
-   const std::string memberSaw = runAs(member, others, {readers}, [&](FILE* out) {
-      Daemon::ControlClient client;
-      std::string line, err;
-      client.connect(path, 10, &err);
-      for (const Json& req : {Json{{"op", "show-configuration"}}, Json{{"op", "whoami"}},
-                              Json{{"op", "configure"}, {"lines", {"lldp timer 5"}}},
-                              Json{{"op", "load"}, {"text", ""}}, Json{{"op", "list"}}}) {
-         client.send(req, &err);
-         client.readLine(&line, &err);
-         fprintf(out, "%s\n", line.empty() ? err.c_str() : line.c_str());
-      }
-   });
-   EXPECT_EQ(memberSaw,
-             ControlSocket::okReply("").dump() + "\n" +
-                 ControlSocket::okReply({{"user", memberName}, {"uid", member}}).dump() + "\n" +
-                 ControlSocket::errorReply("permission denied: 'configure' is for root only (" +
-                                           memberName + " may only read)")
-                     .dump() +
-                 "\n" +
-                 ControlSocket::errorReply("permission denied: 'load' is for root only (" +
-                                           memberName + " may only read)")
-                     .dump() +
-                 "\n" + call({{"op", "list"}}).dump() + "\n");
+   auto denied = [&](const std::string& op) {
+      return ControlSocket::errorReply("permission denied: '" + op + "' is for root only (" +
+                                       memberName + " may only read)")
+                 .dump() +
+             "\n";
+   };
+   EXPECT_EQ(askAs(path, member, others, {readers},
+                   {show,
+                    {{"op", "whoami"}},
+                    {{"op", "configure"}, {"lines", {"lldp timer 5"}}},
+                    {{"op", "load"}, {"text", ""}},
+                    list}),
+             shown + ControlSocket::okReply({{"user", memberName}, {"uid", member}}).dump() + "\n" +
+                 denied("configure") + denied("load") + call(list).dump() + "\n");
    EXPECT_EQ(config->messageTxInterval(), 30u);
 
-   // The same user by its primary group alone reads too.
-   EXPECT_EQ(runAs(member, readers, {},
-                   [&](FILE* out) {
-                      fprintf(out, "%s", answer(path, {{"op", "show-configuration"}}).c_str());
-                   }),
-             ControlSocket::okReply("").dump());
-
-   // Anyone else cannot even connect.
-   const std::string outsiderSaw = runAs(outsider, others, {}, [&](FILE* out) {
-      fprintf(out, "%s", answer(path, {{"op", "show-configuration"}}).c_str());
-   });
-   EXPECT_EQ(outsiderSaw, "error: cannot connect to " + path + ": Permission denied");
+   // The same user by its primary group alone reads too; anyone else cannot even connect.
+   EXPECT_EQ(askAs(path, member, readers, {}, {show}), shown);
+   EXPECT_EQ(askAs(path, outsider, others, {}, {show}),
+             "cannot connect to " + path + ": Permission denied\n");
 
    // Past the file's mode (opened up by mistake), the daemon still turns it away.
    ASSERT_EQ(chmod(path.c_str(), 0666), 0);
-   EXPECT_EQ(runAs(outsider, others, {},
-                   [&](FILE* out) {
-                      fprintf(out, "%s", answer(path, {{"op", "show-configuration"}}).c_str());
-                   }),
+   EXPECT_EQ(askAs(path, outsider, others, {}, {show}),
              ControlSocket::errorReply("permission denied: user uid " + std::to_string(outsider) +
                                        " is not root nor in group gid " + std::to_string(readers))
-                 .dump());
+                     .dump() +
+                 "\n");
 
    // Root does everything, under its own name.
    EXPECT_EQ(call({{"op", "whoami"}}), ControlSocket::okReply({{"user", "root"}, {"uid", 0}}));

@@ -3,7 +3,10 @@
 // follows them, a link taken down loses its neighbour, and a stopped agent's neighbour
 // ages out after its TTL. Everything is read through the `lldp` command line.
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -42,29 +45,41 @@ TEST(LldpAgentEndToEnd, TwoAgentsOnTwoLinks) {
       ASSERT_TRUE(TestSupport::ipIn(ns.nsA(), "link set " + a + " up"));
       ASSERT_TRUE(TestSupport::ipIn(ns.nsB(), "link set " + b + " up"));
    }
+   // The left agent starts as systemd starts a Type=notify service: it says when it is ready
+   // and when it stops, on the socket its environment names.
+   const std::string notifyPath = TestSupport::tmpName("notify");
+   const int notifyFd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+   sockaddr_un addr{};
+   addr.sun_family = AF_UNIX;
+   notifyPath.copy(addr.sun_path, sizeof(addr.sun_path) - 1);
+   ASSERT_EQ(::bind(notifyFd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+   auto notified = [&]() -> std::string {
+      pollfd p{notifyFd, POLLIN, 0};
+      char buf[256] = {};
+      if (::poll(&p, 1, 20000) != 1 || ::recv(notifyFd, buf, sizeof(buf) - 1, 0) <= 0) return {};
+      return buf;
+   };
    const std::string timers = "lldp timer 1\nlldp hold-time 4\n";
+   ::setenv("NOTIFY_SOCKET", notifyPath.c_str(), 1);
    Agent left(ns.nsA(), "left", "e2e*", timers + "lldp system-name left\n");
+   ::unsetenv("NOTIFY_SOCKET");
    Agent right(ns.nsB(), "right", "e2e*", timers + "lldp system-name right\n");
    ASSERT_TRUE(left.running() && right.running());
+   EXPECT_EQ(notified(), "READY=1");
 
    // Both links within a few transmit intervals (1 s) from the moment both agents answer:
    // the first frames go out as soon as a port is up, not after a full interval. The
    // margin is for a loaded machine; the neighbours' TTL is 4 s.
-   ASSERT_GE(waitFor(
-                 [&] {
-                    return left.run({"show", "local"}).status == 0 &&
-                           right.run({"show", "local"}).status == 0;
-                 },
-                 5),
-             0)
-       << "the agents did not start";
-   const double took = waitFor(
-       [&] {
-          return left.neighbours(a1).size() == 1 && left.neighbours(a2).size() == 1 &&
-                 right.neighbours(b1).size() == 1 && right.neighbours(b2).size() == 1;
-       },
-       3);
-   ASSERT_GE(took, 0) << "not discovered on both links";
+   auto answers = [](const Agent& a) { return a.run({"show", "local"}).status == 0; };
+   auto one = [](const Agent& a, const std::string& intf) {
+      return a.neighbours(intf).size() == 1;
+   };
+   ASSERT_GE(waitFor([&] { return answers(left) && answers(right); }, 5), 0) << "not started";
+   ASSERT_GE(
+       waitFor([&] { return one(left, a1) && one(left, a2) && one(right, b1) && one(right, b2); },
+               3),
+       0)
+       << "not discovered on both links";
 
    // What one side advertises is what the other side stores.
    const Vel::Json leftLocal = left.cli({"show", "local"});
@@ -132,15 +147,12 @@ TEST(LldpAgentEndToEnd, TwoAgentsOnTwoLinks) {
    EXPECT_NE(right.log().find("LLDP_REMOTE_TABLES_CLEARED: LLDP neighbor table cleared by"),
              std::string::npos);
    // Both links refill: each from its own next frame, up to a transmit interval apart.
-   EXPECT_GE(
-       waitFor([&] { return right.neighbours(b1).size() == 1 && right.neighbours(b2).size() == 1; },
-               3),
-       0);
+   EXPECT_GE(waitFor([&] { return one(right, b1) && one(right, b2); }, 3), 0);
 
    // One link down: its neighbour goes on the other side at once; the other link stays.
    ASSERT_TRUE(TestSupport::ipIn(ns.nsA(), "link set " + a1 + " down"));
    EXPECT_GE(waitFor([&] { return right.neighbours(b1) == Vel::Json::array(); }, 2), 0);
-   EXPECT_EQ(right.neighbours(b2).size(), 1u);
+   EXPECT_TRUE(one(right, b2));
 
    // The watch saw the clear remove both neighbours, the next frames add them again and
    // the link going down remove one (a new TTL alone is a refresh, not a change).
@@ -153,10 +165,10 @@ TEST(LldpAgentEndToEnd, TwoAgentsOnTwoLinks) {
       events[e["event"].get<std::string>() + " " + e["interface"].get<std::string>()]++;
    }
    ::unlink(watchOut.c_str());
-   EXPECT_EQ(events["removed " + b1], 2);
-   EXPECT_EQ(events["removed " + b2], 1);
-   EXPECT_EQ(events["added " + b1], 1);
-   EXPECT_EQ(events["added " + b2], 1);
+   EXPECT_EQ(
+       events,
+       (std::map<std::string, int>{
+           {"removed " + b1, 2}, {"removed " + b2, 1}, {"added " + b1, 1}, {"added " + b2, 1}}));
 
    // A stopped agent sends nothing more: its neighbour ages out after the TTL.
    EXPECT_EQ(left.stop(), 0);
@@ -164,6 +176,9 @@ TEST(LldpAgentEndToEnd, TwoAgentsOnTwoLinks) {
    EXPECT_GE(waitFor([&] { return right.neighbours(b2) == Vel::Json::array(); }, 6), 0);
    const double aged = std::chrono::duration<double>(Clock::now() - stopped).count();
    EXPECT_GT(aged, 2.0);  // not before most of the 4 s TTL has run
+   EXPECT_EQ(notified(), "STOPPING=1");
+   ::close(notifyFd);
+   ::unlink(notifyPath.c_str());
    EXPECT_EQ(right.stop(), 0);
 }
 

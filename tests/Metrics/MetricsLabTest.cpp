@@ -6,10 +6,7 @@
 // exactly the lab's links, from Prometheus and from one agent's own view.
 #include <curl/curl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -33,15 +30,14 @@ using TestSupport::runCmd;
 using TestSupport::tmpName;
 using TestSupport::waitFor;
 
-bool have(const std::string& program) {
-   return runCmd("command -v " + program);
-}
-
-// Namespaces removed when the lab goes (with them every veth).
-struct Namespaces {
+// Namespaces (with them every veth) and a directory for the lab's files, removed when the
+// lab goes.
+struct Lab {
    std::vector<std::string> names;
-   ~Namespaces() {
+   std::string dir = tmpName("metrics-lab");
+   ~Lab() {
       for (const auto& n : names) runCmd("ip netns del " + n);
+      runCmd("rm -rf " + dir);
    }
 };
 
@@ -88,13 +84,14 @@ TestSupport::Bytes phoneFrame(const std::string& sysName) {
 TEST(MetricsLab, PrometheusScrapesTheFleetAndTopologyDrawsIt) {
    if (::geteuid() != 0) GTEST_SKIP() << "needs root to create network namespaces";
    for (const char* p : {"prometheus", "promtool", "dot"}) {
-      if (!have(p)) GTEST_SKIP() << p << " is not installed";
+      if (!runCmd(std::string("command -v ") + p)) GTEST_SKIP() << p << " is not installed";
    }
    const std::string tag = std::to_string(::getpid() % 100000);
-   Namespaces ns;
-   for (const char* n : {"p", "a", "b", "c", "d"}) ns.names.push_back("lldpm" + tag + n);
-   const std::string &nsP = ns.names[0], &nsPhone = ns.names[4];
-   for (const auto& n : ns.names) {
+   Lab lab;
+   ASSERT_TRUE(runCmd("mkdir -p " + lab.dir + "/data"));
+   for (const char* n : {"p", "a", "b", "c", "d"}) lab.names.push_back("lldpm" + tag + n);
+   const std::string &nsP = lab.names[0], &nsPhone = lab.names[4];
+   for (const auto& n : lab.names) {
       ASSERT_TRUE(runCmd("ip netns add " + n));
       ASSERT_TRUE(TestSupport::ipIn(n, "link set lo up"));
    }
@@ -106,58 +103,41 @@ TEST(MetricsLab, PrometheusScrapesTheFleetAndTopologyDrawsIt) {
       ASSERT_TRUE(TestSupport::ipIn(nsY, "link set " + y + " up"));
    };
    // The triangle, and the phone on gamma.
-   const std::string &nsA = ns.names[1], &nsB = ns.names[2], &nsC = ns.names[3];
+   const std::string &nsA = lab.names[1], &nsB = lab.names[2], &nsC = lab.names[3];
    link(nsA, "lab1", nsB, "lab1");
    link(nsB, "lab2", nsC, "lab1");
    link(nsC, "lab2", nsA, "lab2");
    link(nsC, "lab3", nsPhone, "phone0");
-   // Management: Prometheus reaches each agent over a /30 of its own.
+   // Management: Prometheus reaches each agent over a /30 of its own. The agents run on
+   // the lab links only, and serve metrics on their management address.
    const std::vector<std::string> agentNs = {nsA, nsB, nsC}, names = {"alpha", "beta", "gamma"};
-   std::vector<std::string> targets;
-   for (size_t i = 0; i < 3; ++i) {
-      const std::string p = "m" + names[i];
-      link(nsP, p, agentNs[i], "mgmt0");
-      const int base = int(i) * 4;
-      ASSERT_TRUE(
-          TestSupport::ipIn(nsP, "addr add 192.0.2." + std::to_string(base + 1) + "/30 dev " + p));
-      ASSERT_TRUE(TestSupport::ipIn(
-          agentNs[i], "addr add 192.0.2." + std::to_string(base + 2) + "/30 dev mgmt0"));
-      targets.push_back("192.0.2." + std::to_string(base + 2) + ":9101");
-   }
-
-   // The agents run on the lab links only, and serve metrics on their management address.
+   std::vector<std::string> targets, sockets;
    std::vector<std::unique_ptr<Process>> agents;
-   std::vector<std::string> sockets, files;
    for (size_t i = 0; i < 3; ++i) {
-      const std::string conf = tmpName(names[i] + ".conf");
-      std::ofstream(conf) << "lldp timer 2\nlldp system-name " << names[i] << "\n";
-      sockets.push_back(tmpName(names[i] + ".sock"));
-      files.insert(files.end(), {conf, tmpName(names[i] + ".log"), sockets.back()});
+      const std::string file = lab.dir + "/" + names[i];
+      const std::string agentIp = "192.0.2." + std::to_string(4 * i + 2);
+      link(nsP, "m" + names[i], agentNs[i], "mgmt0");
+      ASSERT_TRUE(TestSupport::ipIn(
+          nsP, "addr add 192.0.2." + std::to_string(4 * i + 1) + "/30 dev m" + names[i]));
+      ASSERT_TRUE(TestSupport::ipIn(agentNs[i], "addr add " + agentIp + "/30 dev mgmt0"));
+      targets.push_back(agentIp + ":9101");
+      std::ofstream(file + ".conf") << "lldp timer 2\nlldp system-name " << names[i] << "\n";
+      sockets.push_back(file + ".sock");
       agents.push_back(std::make_unique<Process>(
-          std::vector<std::string>{"ip", "netns", "exec", agentNs[i], LLDP_AGENT, "--config", conf,
-                                   "--socket", sockets[i], "--interfaces", "lab*", "--metrics",
-                                   targets[i], "--foreground"},
-          tmpName(names[i] + ".log")));
+          std::vector<std::string>{"ip", "netns", "exec", agentNs[i], LLDP_AGENT, "--config",
+                                   file + ".conf", "--socket", sockets[i], "--interfaces", "lab*",
+                                   "--metrics", targets[i], "--foreground"},
+          file + ".log"));
    }
    // Prometheus with its own configuration, data and address, inside its namespace.
-   const std::string promDir = tmpName("prometheus");
-   ASSERT_TRUE(runCmd("mkdir -p " + promDir + "/data"));
-   std::ofstream(promDir + "/prometheus.yml")
+   std::ofstream(lab.dir + "/prometheus.yml")
        << "global: {scrape_interval: 1s, scrape_timeout: 1s}\n"
           "scrape_configs:\n  - job_name: lldp\n    static_configs:\n      - targets: ['"
        << targets[0] << "', '" << targets[1] << "', '" << targets[2] << "']\n";
    Process prometheus(
-       {"ip", "netns", "exec", nsP, "prometheus", "--config.file=" + promDir + "/prometheus.yml",
-        "--storage.tsdb.path=" + promDir + "/data", "--web.listen-address=127.0.0.1:9090"},
-       promDir + "/log");
-   struct Cleanup {
-      std::vector<std::string> files;
-      std::string dir;
-      ~Cleanup() {
-         for (const auto& f : files) ::unlink(f.c_str());
-         runCmd("rm -rf " + dir);
-      }
-   } cleanup{files, promDir};
+       {"ip", "netns", "exec", nsP, "prometheus", "--config.file=" + lab.dir + "/prometheus.yml",
+        "--storage.tsdb.path=" + lab.dir + "/data", "--web.listen-address=127.0.0.1:9090"},
+       lab.dir + "/log");
    const std::string api = "http://127.0.0.1:9090";
    auto query = [&](const std::string& q) {
       TestSupport::NetNsScope scope(nsP);
@@ -183,14 +163,14 @@ TEST(MetricsLab, PrometheusScrapesTheFleetAndTopologyDrawsIt) {
        },
        60);
    ASSERT_GE(took, 0) << "Prometheus never saw the 7 neighbours; its log:\n"
-                      << TestSupport::readFile(promDir + "/log");
+                      << TestSupport::readFile(lab.dir + "/log");
 
    // Prometheus's own parser takes gamma's page as it is...
    const std::string page = httpGet(nsC, "http://" + targets[2] + "/metrics");
    ASSERT_FALSE(page.empty());
-   std::ofstream(promDir + "/page.txt") << page;
+   std::ofstream(lab.dir + "/page.txt") << page;
    std::string lint;
-   EXPECT_TRUE(runCmd("promtool check metrics < " + promDir + "/page.txt", &lint)) << lint;
+   EXPECT_TRUE(runCmd("promtool check metrics < " + lab.dir + "/page.txt", &lint)) << lint;
    for (const char* series :
         {"lldp_tx_frames_total{interface=\"lab3\"}",
          "lldp_rx_frames_errors_total{interface=", "lldp_rx_lldpdus_rate_limited_total{",
@@ -234,12 +214,12 @@ TEST(MetricsLab, PrometheusScrapesTheFleetAndTopologyDrawsIt) {
       const auto r = TestSupport::runCli(sockets[i], {"show", "local", "--json"});
       chassis[names[i]] = Vel::Json::parse(r.out)["chassisIdentifier"]["value"];
    }
-   const std::string dotFile = promDir + "/fleet.dot";
+   const std::string dotFile = lab.dir + "/fleet.dot";
    ASSERT_EQ(TestSupport::reap(TestSupport::spawn(
                  {"ip", "netns", "exec", nsP, LLDP_CLI, "topology", "--prometheus", api}, dotFile,
-                 promDir + "/cli.err")),
+                 lab.dir + "/cli.err")),
              0)
-       << TestSupport::readFile(promDir + "/cli.err");
+       << TestSupport::readFile(lab.dir + "/cli.err");
    const std::string dot = TestSupport::readFile(dotFile);
    auto edge = [&](std::string a, std::string aPort, std::string b, std::string bPort) {
       if (std::pair(b, bPort) < std::pair(a, aPort)) std::swap(a, b), std::swap(aPort, bPort);
@@ -270,48 +250,12 @@ TEST(MetricsLab, PrometheusScrapesTheFleetAndTopologyDrawsIt) {
    size_t localLinks = 0;
    for (size_t at = 0; (at = local.out.find(" -- ", at)) != std::string::npos; ++at) ++localLinks;
    EXPECT_EQ(localLinks, 3u) << local.out;
-   const std::string png = promDir + "/gamma.png";
+   const std::string png = lab.dir + "/gamma.png";
    const auto rendered =
        TestSupport::runCli(sockets[2], {"topology", "--format", "png", "--output", png});
    ASSERT_EQ(rendered.status, 0) << rendered.err;
    EXPECT_EQ(TestSupport::readFile(png).substr(0, 4), "\x89PNG");
    EXPECT_EQ(TestSupport::runCli(sockets[2], {"topology", "--format", "svg"}).status, 2);
-}
-
-// Started as systemd starts a Type=notify service, the agent says when it is ready and
-// when it stops, on the socket systemd names.
-TEST(MetricsLab, TellsSystemdWhenReadyAndStopping) {
-   if (::geteuid() != 0) GTEST_SKIP() << "needs root to create network namespaces";
-   TestSupport::NetNsPair ns;
-   ASSERT_TRUE(ns.ok()) << ns.error();
-   const std::string path = tmpName("notify"), sock = tmpName("notify-agent.sock");
-   const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-   sockaddr_un addr{};
-   addr.sun_family = AF_UNIX;
-   path.copy(addr.sun_path, sizeof(addr.sun_path) - 1);
-   ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
-   auto next = [&] {
-      pollfd p{fd, POLLIN, 0};
-      char buf[256] = {};
-      if (::poll(&p, 1, 20000) != 1 || ::recv(fd, buf, sizeof(buf) - 1, 0) <= 0)
-         return std::string();
-      return std::string(buf);
-   };
-   Process agent({"ip", "netns", "exec", ns.nsA(), "env", "NOTIFY_SOCKET=" + path, LLDP_AGENT,
-                  "--socket", sock, "--foreground"},
-                 tmpName("notify-agent.log"));
-   EXPECT_EQ(next(), "READY=1");
-   EXPECT_GE(waitFor(
-                 [&] {
-                    return TestSupport::runCli(sock, {"show", "local"}).status == 0;
-                 },
-                 5),
-             0);
-   EXPECT_EQ(agent.stop(SIGTERM), 0);
-   EXPECT_EQ(next(), "STOPPING=1");
-   ::close(fd);
-   ::unlink(path.c_str());
-   ::unlink(tmpName("notify-agent.log").c_str());
 }
 
 }  // namespace
