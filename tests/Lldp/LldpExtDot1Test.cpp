@@ -178,10 +178,9 @@ TEST_F(LldpExtDot1Test, ParsesEverySubtype) {
    EXPECT_EQ(parse(2, bytes({0x06, 0x00, 0x0a})), TlvParseResultOk);
    EXPECT_EQ(parse(2, bytes({0x02, 0x00, 0x00})), TlvParseResultOk);
    ASSERT_EQ(remote_->portAndProtocolVlan().size(), 2u);
-   EXPECT_EQ(*remote_->portAndProtocolVlan(10),
-             Lldp::PortAndProtocolVlan({.ppvid = 10, .supported = true, .enabled = true}));
-   EXPECT_EQ(*remote_->portAndProtocolVlan(0),
-             Lldp::PortAndProtocolVlan({.ppvid = 0, .supported = true, .enabled = false}));
+   // Each as PPVID, supported, enabled.
+   EXPECT_EQ(*remote_->portAndProtocolVlan(10), Lldp::PortAndProtocolVlan({10, true, true}));
+   EXPECT_EQ(*remote_->portAndProtocolVlan(0), Lldp::PortAndProtocolVlan({0, true, false}));
 
    // Identities are numbered in arrival order, from 1.
    EXPECT_EQ(parse(4, bytes({0x02, 0x88, 0x8e})), TlvParseResultOk);

@@ -66,14 +66,8 @@ protected:
    }
    static Lldp::NetworkPolicyTlv policy(uint8_t app, bool tagged, uint16_t vlan, uint8_t prio,
                                         uint8_t dscp, bool unknown = false) {
-      return Lldp::NetworkPolicyTlv({.appType = app,
-                                     .unknown = unknown,
-                                     .tagged = tagged,
-                                     .vlanId = vlan,
-                                     .priority = prio,
-                                     .dscp = dscp});
+      return Lldp::NetworkPolicyTlv({app, unknown, tagged, vlan, prio, dscp});
    }
-
    TestSupport::TraceCapture trace_{"LldpMed"};
    Wire::IntfId intf_{"Ethernet1"};
    Lldp::LocalPort::Ptr localPort_ = Vel::make<Lldp::LocalPort>(intf_);

@@ -51,11 +51,9 @@ const std::pair<int, Bytes> valid[] = {{1, bytes({0x03, 0x6c, 0x01, 0x00, 0x1e})
 TEST_F(Dot3Parse, FixedLayouts) {
    for (const auto& [subtype, info] : valid) ASSERT_EQ(parse(subtype, info), TlvParseResultOk);
    EXPECT_TRUE(remote->macPhyConfigStatusTlvReceived());
+   // Supported, enabled, advertised capability, operational MAU type.
    EXPECT_EQ(remote->macPhyConfigStatusInfo(),
-             Lldp::MacPhyConfigStatusInfo({.autonegSupported = true,
-                                           .autonegEnabled = true,
-                                           .pmdAutonegAdvertisedCapability = 0x6c01,
-                                           .operationalMauType = 0x001e}));
+             Lldp::MacPhyConfigStatusInfo({true, true, 0x6c01, 0x001e}));
    EXPECT_TRUE(remote->linkAggregationTlvReceived());
    EXPECT_EQ(remote->linkAggregationInfo().status().value(), 0x03);
    EXPECT_EQ(remote->linkAggregationInfo().aggregatedPortId(), 0x8000002au);
@@ -64,45 +62,27 @@ TEST_F(Dot3Parse, FixedLayouts) {
 
    // Only the two low bits carry meaning; supported without enabled is kept as such.
    ASSERT_EQ(parse(1, bytes({0xf1, 0, 0, 0, 0})), TlvParseResultOk);
-   EXPECT_TRUE(remote->macPhyConfigStatusInfo().autonegSupported());
-   EXPECT_FALSE(remote->macPhyConfigStatusInfo().autonegEnabled());
+   EXPECT_EQ(remote->macPhyConfigStatusInfo(), Lldp::MacPhyConfigStatusInfo({true, false, 0, 0}));
 }
 
 // Each form, longest first: a shorter one leaves the fields it lacks at their defaults.
 TEST_F(Dot3Parse, PowerViaMdiForms) {
    ASSERT_EQ(parse(2, dot3bt), TlvParseResultOk);
    EXPECT_TRUE(remote->powerViaMdiTlvReceived());
-   EXPECT_EQ(remote->powerViaMdiInfo(), PowerViaMdiInfo({.form = PowerViaMdiInfo::formDot3bt,
-                                                         .mdiPowerSupport = 0x0f,
-                                                         .psePowerPair = 2,
-                                                         .powerClass = 5,
-                                                         .typeSourcePriority = 0x51,
-                                                         .pdRequestedPower = 600,
-                                                         .pseAllocatedPower = 550,
-                                                         .pdRequestedPowerA = 300,
-                                                         .pdRequestedPowerB = 301,
-                                                         .pseAllocatedPowerA = 302,
-                                                         .pseAllocatedPowerB = 303,
-                                                         .powerStatus = 0xb748,
-                                                         .systemSetup = 0x06,
-                                                         .pseMaxAvailablePower = 900,
-                                                         .autoclass = 0x01,
-                                                         .powerDown = 0x123456}));
+   // Every field in declaration order, as the bytes above give them.
+   EXPECT_EQ(remote->powerViaMdiInfo(),
+             PowerViaMdiInfo({PowerViaMdiInfo::formDot3bt, 0x0f, 2, 5, 0x51, 600, 550, 300, 301,
+                              302, 303, 0xb748, 0x06, 900, 0x01, 0x123456}));
 
    // A type 2 PD asking for 25.5 W: the PD bit of the power type wins over byte 0, and
    // the fields of the longer form return to their defaults.
    ASSERT_EQ(parse(2, bytes({0x07, 0x01, 0x05, 0x53, 0x00, 0xff, 0x00, 0x00})), TlvParseResultOk);
-   const PowerViaMdiInfo& at = remote->powerViaMdiInfo();
-   EXPECT_EQ(at.form(), PowerViaMdiInfo::formDot3at);
-   EXPECT_EQ(at.pdRequestedPower(), 255);
-   EXPECT_FALSE(at.fromPse());
-   EXPECT_EQ(at.pdRequestedPowerA(), 0);
+   EXPECT_EQ(remote->powerViaMdiInfo(),
+             PowerViaMdiInfo({PowerViaMdiInfo::formDot3at, 0x07, 1, 5, 0x53, 255, 0}));
+   EXPECT_FALSE(remote->powerViaMdiInfo().fromPse());
 
    ASSERT_EQ(parse(2, bytes({0x03, 0x01, 0x05})), TlvParseResultOk);
-   EXPECT_EQ(remote->powerViaMdiInfo(), PowerViaMdiInfo({.form = PowerViaMdiInfo::formDot3af,
-                                                         .mdiPowerSupport = 0x03,
-                                                         .psePowerPair = 1,
-                                                         .powerClass = 5}));
+   EXPECT_EQ(remote->powerViaMdiInfo(), PowerViaMdiInfo({PowerViaMdiInfo::formDot3af, 3, 1, 5}));
 }
 
 // For each subtype: every length below the shortest layout is fatal, every other length

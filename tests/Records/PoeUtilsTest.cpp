@@ -22,14 +22,7 @@ constexpr uint8_t searching = PoeStatus::stateSearching;
 PoeStatus agent(uint8_t state, uint8_t pseType, uint8_t powerClass, uint8_t pair,
                 uint8_t source = 1, uint8_t priority = 0, uint16_t allocated = 0,
                 uint16_t maxAvailable = 0) {
-   return PoeStatus({.state = state,
-                     .pseType = pseType,
-                     .powerClass = powerClass,
-                     .psePowerPair = pair,
-                     .powerSource = source,
-                     .priority = priority,
-                     .allocatedPower = allocated,
-                     .maxAvailablePower = maxAvailable});
+   return PoeStatus({state, pseType, powerClass, pair, source, priority, allocated, maxAvailable});
 }
 
 struct PoeBuild : ::testing::Test {
@@ -38,12 +31,8 @@ struct PoeBuild : ::testing::Test {
    // A PD neighbour's request in the given form.
    Vel::Ptr<Lldp::RemoteSystem> pdRequest(int index, uint8_t form, uint16_t requested) {
       auto r = portStatus->remoteSystemIs(index, Lldp::Msap());
-      PowerViaMdiInfo p({.form = form,
-                         .mdiPowerSupport = 0x00,
-                         .psePowerPair = 1,
-                         .powerClass = 5,
-                         .typeSourcePriority = 0x51,  // type 2 PD, PSE source, critical
-                         .pdRequestedPower = requested});
+      // No support bits, pair 1, class 4; type 2 PD, PSE source, critical.
+      PowerViaMdiInfo p({form, 0x00, 1, 5, 0x51, requested});
       if (form == PowerViaMdiInfo::formDot3bt) {
          p.pdRequestedPowerAIs(200);
          p.pdRequestedPowerBIs(180);

@@ -8,7 +8,6 @@
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "Framework/Trace.h"
 #include "Lldp/LldpProtocol.h"
@@ -50,10 +49,9 @@ struct OrgTlv {
 };
 
 // Calls f(OrgTlv) for each TLV in [begin, end), which must all be organizationally
-// specific and fill the range exactly; returns how many there were. Does not allocate.
+// specific and fill the range exactly. Does not allocate.
 template <class F>
-int forEachOrgTlv(const char* begin, const char* end, F f) {
-   int count = 0;
+void forEachOrgTlv(const char* begin, const char* end, F f) {
    int type = 0;
    int len = 0;
    const char* info = nullptr;
@@ -64,10 +62,8 @@ int forEachOrgTlv(const char* begin, const char* end, F f) {
       if (!ok || type != Lldp::tlvTypeOrgSpecific || len < Lldp::orgDefHeaderLen) break;
       f(OrgTlv{Lldp::Be::get24(info), uint8_t(info[3]), info + Lldp::orgDefHeaderLen,
                len - Lldp::orgDefHeaderLen});
-      ++count;
    }
    EXPECT_EQ(begin, end);
-   return count;
 }
 
 }  // namespace TestSupport
