@@ -198,9 +198,9 @@ TEST_F(LldpExtDot1Test, ParsesEverySubtype) {
    EXPECT_TRUE(remote_->managementVidTlvReceived());
 
    EXPECT_EQ(parse(7, bytes({0x03, 0x80, 0x00, 0x00, 0x2a})), TlvParseResultOk);
-   EXPECT_TRUE(remote_->linkAggregationInfo().status().capable());
-   EXPECT_TRUE(remote_->linkAggregationInfo().status().enabled());
-   EXPECT_EQ(remote_->linkAggregationInfo().aggregatedPortId(), 0x8000002au);
+   // Capable and aggregated, port 0x8000002a.
+   EXPECT_EQ(remote_->linkAggregationInfo(),
+             Lldp::LinkAggregationInfo({Lldp::LinkAggStatusMap(0x03), 0x8000002a}));
    EXPECT_TRUE(remote_->linkAggregationTlvReceived());
 
    // A longer TLV than the layout needs is read by its layout.

@@ -103,11 +103,10 @@ TEST(Records, PrintAndJsonUseAttributeNames) {
    auto ls = Vel::make<Lldp::LocalSystem>();
    ls->sysNameIs("leaf1");
    ls->sysCapSupportedIs(Lldp::SystemCapabilitiesMap(0x14));
+   // 10.0.0.1 on interface index 12.
    Lldp::ManagementAddress addr(
-       {.key = Lldp::ManagementAddress::Key(
-            {.subtype = Lldp::addrFamilyIpv4, .address = std::string("\x0a\x00\x00\x01", 4)}),
-        .ifNumberingSubtype = Lldp::ifNumberingIfIndex,
-        .ifNumber = 12});
+       {Lldp::ManagementAddress::Key({Lldp::addrFamilyIpv4, std::string("\x0a\x00\x00\x01", 4)}),
+        Lldp::ifNumberingIfIndex, 12});
    ls->managementAddressIs(addr);
    ls->managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 5}), addr.key());
    ls->localPortIs(Wire::IntfId("Ethernet2"))->portDescIs("uplink");
