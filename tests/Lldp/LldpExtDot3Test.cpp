@@ -20,8 +20,8 @@ using TestSupport::traced;
 struct Dot3Tx : ::testing::Test {
    void SetUp() override {
       infoBuf = scratch.data();
-      localPort->linkAggregationInfoIs(Lldp::LinkAggregationInfo(
-          {.status = Lldp::LinkAggStatusMap(0x03), .aggregatedPortId = 1000001}));
+      localPort->linkAggregationInfoIs(
+          Lldp::LinkAggregationInfo({Lldp::LinkAggStatusMap(0x03), 1000001}));
       localPort->maximumFrameSizeInfoIs(Lldp::MaximumFrameSizeInfo({.maxFrameSize = 9236}));
       localPort->initilizeLocalPortPoeInfo();
    }
@@ -39,8 +39,8 @@ struct Dot3Tx : ::testing::Test {
    // A powered device on the port asking for power in the given form.
    Vel::Ptr<Lldp::RemoteSystem> pdAsks(uint8_t form, uint16_t requested) {
       auto pd = portStatus->remoteSystemIs(1, Lldp::Msap());
-      pd->powerViaMdiInfoIs(PowerViaMdiInfo(
-          {.form = form, .typeSourcePriority = 0x50, .pdRequestedPower = requested}));
+      // Type 2 PD, PSE source, unknown priority.
+      pd->powerViaMdiInfoIs(PowerViaMdiInfo({form, 0, 0, 0, 0x50, requested}));
       pd->powerViaMdiTlvReceivedIs(true);
       return pd;
    }
