@@ -44,8 +44,6 @@ TEST(RemoteSystemTables, RecordsLiveInBothCollectionsOrNeither) {
    ps->remoteSystemByMsapIs(rs);
    EXPECT_EQ(ps->remoteSystemIs(7, msap), rs);  // Is on an existing key returns it
    EXPECT_EQ(ps->remoteSystemByMsap(msap), rs);
-   EXPECT_EQ(rs->index(), 7);
-   EXPECT_EQ(ps->creationTime(), 5.0);
 
    ps->remoteSystemByMsapDel(rs->msap());
    ps->remoteSystemDel(rs->index());
@@ -104,15 +102,11 @@ TEST(Records, IdentifiersHaveADisplayForm) {
 TEST(Records, PrintAndJsonUseAttributeNames) {
    auto ls = Vel::make<Lldp::LocalSystem>();
    ls->sysNameIs("leaf1");
-   Lldp::SystemCapabilitiesMap caps;
-   caps.bridgeIs(true);
-   caps.routerIs(true);
-   ls->sysCapSupportedIs(caps);
+   ls->sysCapSupportedIs(Lldp::SystemCapabilitiesMap(0x14));
+   // 10.0.0.1 on interface index 12.
    Lldp::ManagementAddress addr(
-       {.key = Lldp::ManagementAddress::Key(
-            {.subtype = Lldp::addrFamilyIpv4, .address = std::string("\x0a\x00\x00\x01", 4)}),
-        .ifNumberingSubtype = Lldp::ifNumberingIfIndex,
-        .ifNumber = 12});
+       {Lldp::ManagementAddress::Key({Lldp::addrFamilyIpv4, std::string("\x0a\x00\x00\x01", 4)}),
+        Lldp::ifNumberingIfIndex, 12});
    ls->managementAddressIs(addr);
    ls->managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 5}), addr.key());
    ls->localPortIs(Wire::IntfId("Ethernet2"))->portDescIs("uplink");
