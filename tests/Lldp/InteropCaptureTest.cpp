@@ -1,8 +1,8 @@
-// Frames captured from real devices (and one crafted malformed frame): their
-// organizationally specific TLVs must decode into the values that a packet analyser shows
-// for the same bytes. The expected values were read off the analyser's decode of each
-// capture and checked against the wire bytes; they are constants here so the test needs
-// nothing but the captures.
+// Frames captured from real devices (and one crafted malformed frame) go through the
+// receive processor: what it stores must be the values that a packet analyser shows for the
+// same bytes. The expected values were read off the analyser's decode of each capture and
+// checked against the wire bytes; they are constants here so the test needs nothing but the
+// captures.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,108 +10,45 @@
 #include <string_view>
 #include <vector>
 
-#include "Lldp/LldpExtDot1.h"
 #include "Lldp/LldpMed.h"
 #include "Lldp/LldpProtocol.h"
-#include "Records/LldpExtDot3Parse.h"
+#include "Lldp/LldpProtocolSm.h"
 #include "tests/Support/Frames.h"
 
 namespace {
 
 using Lldp::PowerViaMdiInfo;
-using RemotePtr = Vel::Ptr<Lldp::RemoteSystem>;
+using TestSupport::Bytes;
 
-// One organizationally specific TLV as the walker met it. `content` is a copy of the
-// bytes after OUI and subtype in a buffer of exactly that size, so that a decoder reading
-// past its TLV runs off the end of an allocation instead of into the next TLV.
+// One organizationally specific TLV of an LLDPDU. `content`, the bytes after OUI and
+// subtype, is a copy in a buffer of exactly that size, so that a decoder run on it alone
+// and reading past its TLV runs off the end of an allocation instead of into the next TLV.
 struct OrgTlv {
    uint32_t oui = 0;
    int subtype = 0;
-   TlvParseResult result = TlvParseResultEnd;
-   std::vector<char> content;
+   Bytes content;
 };
 
-struct Decoded {
-   RemotePtr remote;
-   std::vector<OrgTlv> tlvs;
-   bool endReached = false;
-};
-
-TlvParseResult decodeOrgTlv(uint32_t oui, int subtype, const std::vector<char>& content,
-                            const RemotePtr& remote) {
-   const int len = static_cast<int>(content.size());
-   const char* p = content.data();
-   if (oui == Lldp::ouiIeee8021.value()) return parseExtDot1Tlv(subtype, len, p, remote);
-   if (oui == Lldp::ouiIeee8023.value()) return parseExtDot3Tlv(subtype, len, p, remote);
-   if (oui == Lldp::ouiTia.value()) return LldpMed::parseTlv(subtype, len, p, remote);
-   return TlvParseResultUnrecognized;
-}
-
-// Decodes one content copy into a fresh record; for TLVs that a later one overrides.
-RemotePtr decodeAlone(const OrgTlv& tlv, TlvParseResult* result) {
-   auto remote = Vel::make<Lldp::RemoteSystem>(1, Lldp::Msap());
-   *result = decodeOrgTlv(tlv.oui, tlv.subtype, tlv.content, remote);
-   return remote;
-}
-
-// A cut-down receive walk: the three mandatory TLVs are skipped, every organizationally
-// specific TLV goes to its family decoder, other optional TLVs are passed over. Like the
-// real receive processor it gives up on the LLDPDU at the first FatalError.
-Decoded decodeCapture(const std::string& file) {
-   Decoded out;
-   out.remote = Vel::make<Lldp::RemoteSystem>(1, Lldp::Msap());
-   auto frame = TestSupport::readPcapFrame(TestSupport::interopDir() + "/" + file);
-   if (frame.empty()) {
-      ADD_FAILURE() << "cannot read " << file << " from " << TestSupport::interopDir();
-      return out;
-   }
-   auto lldpdu = TestSupport::lldpduOf(frame);
+std::vector<OrgTlv> orgTlvs(const Bytes& lldpdu) {
+   std::vector<OrgTlv> out;
    const char* pos = lldpdu.data();
    const char* end = lldpdu.data() + lldpdu.size();
    int type = 0;
    int infoLen = 0;
    const char* info = nullptr;
-   for (int expected : {Lldp::tlvTypeChassisId, Lldp::tlvTypePortId, Lldp::tlvTypeTtl}) {
-      if (!extractTlv(&pos, end, &type, &infoLen, &info) || type != expected) {
-         ADD_FAILURE() << file << ": mandatory TLV " << expected << " missing";
-         return out;
-      }
-   }
-   while (extractTlv(&pos, end, &type, &infoLen, &info)) {
-      if (type == Lldp::tlvTypeEnd) {
-         out.endReached = true;
-         break;
-      }
-      if (type != Lldp::tlvTypeOrgSpecific) continue;
-      if (infoLen < Lldp::orgDefHeaderLen) {
-         ADD_FAILURE() << file << ": organizationally specific TLV of " << infoLen << " bytes";
-         break;
-      }
-      OrgTlv tlv;
-      tlv.oui = Lldp::Be::get24(info);
-      tlv.subtype = uint8_t(info[3]);
-      tlv.content.assign(info + Lldp::orgDefHeaderLen, info + infoLen);
-      tlv.result = decodeOrgTlv(tlv.oui, tlv.subtype, tlv.content, out.remote);
-      out.tlvs.push_back(std::move(tlv));
-      if (out.tlvs.back().result == TlvParseResultFatalError) break;
+   while (extractTlv(&pos, end, &type, &infoLen, &info) && type != Lldp::tlvTypeEnd) {
+      if (type != Lldp::tlvTypeOrgSpecific || infoLen < Lldp::orgDefHeaderLen) continue;
+      out.push_back({Lldp::Be::get24(info), uint8_t(info[3]),
+                     Bytes(info + Lldp::orgDefHeaderLen, info + infoLen)});
    }
    return out;
 }
 
-struct ExpectedTlv {
-   uint32_t oui;
-   int subtype;
-   TlvParseResult result;
-};
-
-void expectResults(const Decoded& d, const std::vector<ExpectedTlv>& expected) {
-   ASSERT_EQ(d.tlvs.size(), expected.size());
-   for (size_t i = 0; i < expected.size(); ++i) {
-      SCOPED_TRACE("organizationally specific TLV #" + std::to_string(i + 1));
-      EXPECT_EQ(d.tlvs[i].oui, expected[i].oui);
-      EXPECT_EQ(d.tlvs[i].subtype, expected[i].subtype);
-      EXPECT_EQ(d.tlvs[i].result, expected[i].result);
-   }
+// Decodes one LLDP-MED TLV alone into a fresh record.
+Vel::Ptr<Lldp::RemoteSystem> decodeMedAlone(const OrgTlv& tlv, TlvParseResult* result) {
+   auto remote = Vel::make<Lldp::RemoteSystem>(1, Lldp::Msap());
+   *result = LldpMed::parseTlv(tlv.subtype, int(tlv.content.size()), tlv.content.data(), remote);
+   return remote;
 }
 
 // What the analyser displays of a NUL-padded string: the bytes before the first NUL.
@@ -130,36 +67,59 @@ bool traceStartsWith(std::string_view prefix) {
                       [&](const auto& e) { return std::string_view(e.text).starts_with(prefix); });
 }
 
-constexpr uint32_t ouiDot1 = Lldp::ouiIeee8021.value();
-constexpr uint32_t ouiDot3 = Lldp::ouiIeee8023.value();
-constexpr uint32_t ouiMed = Lldp::ouiTia.value();
-
 struct InteropCapture : ::testing::Test {
    void SetUp() override {
       Vel::Trace::textTraceIs("-");
-      Vel::Trace::configure("LldpExtDot1/*,LldpExtDot3/*,LldpMed/*");
+      Vel::Trace::configure("LldpMed/*");
       Vel::Trace::ringClear();
+      Lldp::clockIs([] { return 1000.0; });
    }
-   void TearDown() override { Vel::Trace::configure(""); }
+   void TearDown() override {
+      Vel::Trace::configure("");
+      Lldp::clockIs(nullptr);
+   }
+   // Runs the capture through the receive processor of a fresh port.
+   Lldp::RemoteSystem::PtrConst replay(const char* file) {
+      lldpdu =
+          TestSupport::lldpduOf(TestSupport::readPcapFrame(TestSupport::interopDir() + "/" + file));
+      EXPECT_FALSE(lldpdu.empty())
+          << "cannot read " << file << " from " << TestSupport::interopDir();
+      return processRxLldpdu(lldpdu.data(), lldpdu.data() + lldpdu.size(), config, status, port,
+                             nullptr, nullptr, *Wire::EthAddr::parse("00:1c:73:aa:bb:cc"));
+   }
+   // Each TLV was decoded or (`unrecognized` of them) passed over as unknown; none dropped.
+   void expectAllTaken(uint32_t unrecognized) {
+      EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), unrecognized);
+      EXPECT_EQ(port->rxTLVsDiscardedTotal(), 0u);
+      EXPECT_EQ(port->rxFramesErrors(), 0u);
+   }
+
+   Lldp::PortConfig::Ptr config = Vel::make<Lldp::PortConfig>(Wire::IntfId("Ethernet1"));
+   Lldp::Status::Ptr status = Vel::make<Lldp::Status>();
+   Lldp::PortStatus::Ptr port = status->portStatusIs(Wire::IntfId("Ethernet1"), 0.0);
+   Bytes lldpdu;
 };
+
+// An Ethernet trailer follows End of LLDPDU.
+TEST_F(InteropCapture, ConnectX) {
+   auto r = replay("connectx.pcap");
+   expectAllTaken(0);
+   ASSERT_TRUE(r);
+   EXPECT_EQ(r->msap().chassisIdentifier().stringValue(), "50:6b:4b:f6:1e:b3");
+   EXPECT_EQ(r->ttl(), 48);
+   EXPECT_EQ(r->portDesc().value(), "ConnectX-4 Lx, 25G/10G/1G SFP");
+}
 
 // Small-business switch: 802.3 MAC/PHY, LLDP-MED capabilities, a civic location padded
 // with 217 zero bytes after its LCI, and all seven inventory TLVs, each NUL-padded to the
 // 32-byte maximum.
 TEST_F(InteropCapture, Sg200) {
-   auto d = decodeCapture("sg200.pcap");
-   EXPECT_TRUE(d.endReached);
-   expectResults(d, {{ouiDot3, 1, TlvParseResultOk},
-                     {ouiMed, 1, TlvParseResultOk},
-                     {ouiMed, 3, TlvParseResultOk},
-                     {ouiMed, 5, TlvParseResultOk},
-                     {ouiMed, 6, TlvParseResultOk},
-                     {ouiMed, 7, TlvParseResultOk},
-                     {ouiMed, 8, TlvParseResultOk},
-                     {ouiMed, 9, TlvParseResultOk},
-                     {ouiMed, 10, TlvParseResultOk},
-                     {ouiMed, 11, TlvParseResultOk}});
-   const auto& r = *d.remote;
+   auto remote = replay("sg200.pcap");
+   expectAllTaken(0);
+   ASSERT_TRUE(remote);
+   const auto& r = *remote;
+   EXPECT_EQ(r.msap().portIdentifier().value().value(), "g1");
+   EXPECT_EQ(r.ttl(), 120);
 
    // Auto-negotiation 0x03, advertised 0x0001 (1000BASE-T full duplex), MAU other (0).
    EXPECT_TRUE(r.macPhyConfigStatusTlvReceived());
@@ -231,13 +191,21 @@ TEST_F(InteropCapture, Sg200) {
 // Campus switch with 802.3bt PoE: Port VLAN ID, MAC/PHY, the 25-byte Power via MDI form and
 // a TLV under an OUI that none of our decoders owns (00-01-42).
 TEST_F(InteropCapture, Dot3bt) {
-   auto d = decodeCapture("8023bt.pcap");
-   EXPECT_TRUE(d.endReached);
-   expectResults(d, {{ouiDot1, 1, TlvParseResultOk},
-                     {ouiDot3, 1, TlvParseResultOk},
-                     {ouiDot3, 2, TlvParseResultOk},
-                     {0x000142, 1, TlvParseResultUnrecognized}});
-   const auto& r = *d.remote;
+   auto remote = replay("8023bt.pcap");
+   expectAllTaken(1);
+   ASSERT_TRUE(remote);
+   const auto& r = *remote;
+   EXPECT_EQ(r.msap().portIdentifier().value().value(), "Gi1/0/2");
+   EXPECT_EQ(r.sysName().value(), "cisco-bt-switch");
+   EXPECT_TRUE(r.sysDesc().value().starts_with("Cisco IOS Software [Gibraltar]"));
+   EXPECT_EQ(r.portDesc().value(), "GigabitEthernet1/0/2");
+   EXPECT_EQ(r.systemCapabilities().supported().value(), 0x14);
+   EXPECT_EQ(r.systemCapabilities().enabled().value(), 0x04);
+   ASSERT_EQ(r.managementAddress().size(), 1u);
+   EXPECT_EQ(r.managementAddress().begin()->first.stringValue(), "192.168.1.1");
+   EXPECT_EQ(r.managementAddress().begin()->second.ifNumber(), 53u);
+   ASSERT_EQ(r.unknownOrgDefTlv().size(), 1u);
+   EXPECT_EQ(r.unknownOrgDefTlv().begin()->first.oui(), Lldp::Oui(0x000142));
 
    EXPECT_TRUE(r.portVlanIdTlvReceived());
    EXPECT_EQ(r.portVlanId().value(), 1);
@@ -291,20 +259,18 @@ TEST_F(InteropCapture, Dot3bt) {
 // LLDP-MED capabilities, software revision, two location TLVs (coordinate, then civic),
 // network policy and an unknown OUI.
 TEST_F(InteropCapture, ReferenceRich) {
-   auto d = decodeCapture("reference-rich.pcap");
-   EXPECT_TRUE(d.endReached);
-   expectResults(d, {{ouiDot3, 3, TlvParseResultOk},
-                     {ouiDot3, 1, TlvParseResultOk},
-                     {ouiDot3, 2, TlvParseResultOk},
-                     {ouiMed, 1, TlvParseResultOk},
-                     {ouiMed, 7, TlvParseResultOk},
-                     {ouiMed, 3, TlvParseResultOk},
-                     {ouiMed, 3, TlvParseResultOk},
-                     {ouiMed, 2, TlvParseResultOk},
-                     {0x334455, 44, TlvParseResultUnrecognized}});
-   ASSERT_EQ(d.tlvs.size(), 9u);
-   EXPECT_EQ(std::string(d.tlvs[8].content.begin(), d.tlvs[8].content.end()), "EEEEE");
-   const auto& r = *d.remote;
+   auto remote = replay("reference-rich.pcap");
+   expectAllTaken(1);
+   ASSERT_TRUE(remote);
+   const auto& r = *remote;
+   EXPECT_EQ(r.sysName().value(), "vm");
+   EXPECT_EQ(r.sysDesc().value(), "peer-one");
+   EXPECT_EQ(r.portDesc().value(), "v1");
+   ASSERT_EQ(r.managementAddress().size(), 1u);
+   EXPECT_EQ(r.managementAddress().begin()->first.stringValue(), "fe80::e4b5:c7ff:fe60:ff37");
+   ASSERT_EQ(r.unknownOrgDefTlv().size(), 1u);
+   EXPECT_EQ(r.unknownOrgDefTlv().begin()->first.oui(), Lldp::Oui(0x334455));
+   EXPECT_EQ(r.unknownOrgDefTlv().begin()->second.value().value(), "EEEEE");
 
    // Aggregation status 0x01: capable, not aggregated; port ID 0.
    EXPECT_TRUE(r.linkAggregationTlvReceived());
@@ -335,9 +301,6 @@ TEST_F(InteropCapture, ReferenceRich) {
                     .pdRequestedPower = 100,
                     .pseAllocatedPower = 150,
                 }));
-   EXPECT_EQ(p.powerType(), 0);
-   EXPECT_EQ(p.powerSource(), 1);
-   EXPECT_EQ(p.powerPriority(), 3);
    EXPECT_TRUE(p.fromPse());
 
    // Capabilities 0x003f, Network Connectivity.
@@ -359,24 +322,18 @@ TEST_F(InteropCapture, ReferenceRich) {
    EXPECT_EQ(caValue(civic, 3), "Roseville");
    EXPECT_EQ(caValue(civic, 6), "Commercial Road");
 
-   // The coordinate LCI, decoded on its own: latitude 0x0061B69D73 (34 bits after the
-   // 6-bit resolution), longitude 0x0004671DE6, datum 1.
+   // The coordinate LCI, decoded on its own. Its bytes hold latitude 0x0061B69D73 in the
+   // 34 bits after the 6-bit resolution of bytes 0-4, longitude 0x0004671DE6 likewise in
+   // bytes 5-9, and datum 1 in byte 15.
+   const auto tlvs = orgTlvs(lldpdu);
+   ASSERT_EQ(tlvs.size(), 9u);
    TlvParseResult coordResult = TlvParseResultEnd;
-   auto coordRemote = decodeAlone(d.tlvs[5], &coordResult);
+   auto coordRemote = decodeMedAlone(tlvs[5], &coordResult);
    EXPECT_EQ(coordResult, TlvParseResultOk);
    ASSERT_EQ(coordRemote->locationId().format(), Lldp::LocationId::formatCoordinate);
    const Lldp::CoordinateLci expectedLci = {0x68, 0x61, 0xb6, 0x9d, 0x73, 0x5c, 0x04, 0x67,
                                             0x1d, 0xe6, 0x17, 0x40, 0x00, 0x75, 0x78, 0x01};
-   const auto& lci = coordRemote->locationId().coordinate();
-   EXPECT_EQ(lci, expectedLci);
-   auto bits40 = [&](size_t at) {
-      uint64_t v = 0;
-      for (size_t i = 0; i < 5; ++i) v = (v << 8) | lci[at + i];
-      return v & 0x3ffffffffULL;
-   };
-   EXPECT_EQ(bits40(0), 0x0061b69d73ULL);
-   EXPECT_EQ(bits40(5), 0x0004671de6ULL);
-   EXPECT_EQ(lci[15], 1);
+   EXPECT_EQ(coordRemote->locationId().coordinate(), expectedLci);
 
    // Voice (1): defined, untagged, VLAN 500, L2 priority 5, DSCP 46. The VLAN and priority
    // bits are decoded as sent even though the policy is untagged.
@@ -401,33 +358,25 @@ TEST_F(InteropCapture, ReferenceRich) {
 // byte is 2, below the minimum LCI length of 4, so the TLV is a FatalError ("LCI length is
 // invalid") and the whole LLDPDU is discarded. Nothing of it may reach locationId.
 TEST_F(InteropCapture, MedLocationMalformed) {
-   auto d = decodeCapture("med-loc-malformed.pcap");
-   EXPECT_FALSE(d.endReached);  // the walk stops at the FatalError
-   expectResults(d, {{ouiMed, 2, TlvParseResultOk}, {ouiMed, 3, TlvParseResultFatalError}});
-   const auto& r = *d.remote;
-
-   // Voice (1): defined, untagged, VLAN 0, priority 0, DSCP 0.
-   ASSERT_EQ(r.networkPolicyTlv().size(), 1u);
-   const auto* policy = r.networkPolicyTlv(uint8_t(1));
-   ASSERT_NE(policy, nullptr);
-   EXPECT_EQ(*policy, Lldp::NetworkPolicyTlv({.appType = 1}));
-
-   EXPECT_EQ(r.locationId(), Lldp::LocationId());
+   EXPECT_FALSE(replay("med-loc-malformed.pcap"));
+   EXPECT_EQ(port->rxFramesDiscardedTotal(), 1u);
+   EXPECT_TRUE(port->remoteSystem().empty());
    EXPECT_TRUE(
        traceStartsWith("Error: LLDP-MED Civic Adreess LCI length is invalid (lciLength: 2, "
                        "addressDataLen: 5"));
 
    // Every shorter cut of the same TLV is refused as well and stores nothing. Each cut is
    // its own exactly sized buffer, so any read past it leaves the allocation.
-   ASSERT_EQ(d.tlvs.size(), 2u);
-   const auto& whole = d.tlvs[1].content;
+   const auto tlvs = orgTlvs(lldpdu);
+   ASSERT_GE(tlvs.size(), 2u);
+   ASSERT_EQ(tlvs[1].subtype, 3);  // after the network policy
+   const Bytes& whole = tlvs[1].content;
    ASSERT_EQ(whole.size(), 6u);
    for (size_t n = 0; n <= whole.size(); ++n) {
       SCOPED_TRACE("content bytes: " + std::to_string(n));
-      OrgTlv cut{ouiMed, 3, TlvParseResultEnd,
-                 std::vector<char>(whole.begin(), whole.begin() + long(n))};
+      const OrgTlv cut{tlvs[1].oui, 3, Bytes(whole.begin(), whole.begin() + long(n))};
       TlvParseResult result = TlvParseResultEnd;
-      auto remote = decodeAlone(cut, &result);
+      auto remote = decodeMedAlone(cut, &result);
       EXPECT_EQ(result, TlvParseResultFatalError);
       EXPECT_EQ(remote->locationId(), Lldp::LocationId());
    }

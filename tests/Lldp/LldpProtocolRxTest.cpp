@@ -1,13 +1,9 @@
 // The receive processor: mandatory TLV checks, shutdown frames, decoding of the basic
 // optional TLVs, creation and reconciliation of remote systems, counters and logs.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
-#include <cstdio>
-#include <fstream>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -15,12 +11,11 @@
 #include <vector>
 
 #include "Framework/Log.h"
-#include "Framework/Toggle.h"
 #include "Lldp/LldpProtocol.h"
 #include "Lldp/LldpProtocolSm.h"
-#include "Lldp/LldpToggles.h"
 #include "tests/Support/AllocCounter.h"
 #include "tests/Support/Frames.h"
+#include "tests/Support/FullPort.h"
 #include "tests/Support/ScopedToggle.h"
 
 using TestSupport::Bytes;
@@ -56,8 +51,8 @@ public:
       return tlv(127, info);
    }
    Pdu& end() { return tlv(0, ""); }
-   Pdu& raw(const Bytes& more) {
-      b_.insert(b_.end(), more.begin(), more.end());
+   Pdu& raw(const Pdu& more) {
+      b_.insert(b_.end(), more.b_.begin(), more.b_.end());
       return *this;
    }
    Pdu& cut(size_t n) {
@@ -121,6 +116,16 @@ std::string snapshot(const Entity& r) {
    return os.str();
 }
 
+// Counts the notifications of a record's attributes and collections.
+struct RemoteSystemWatcher : Lldp::RemoteSystem::Notifiee {
+   int ttl = 0;
+   int sysName = 0;
+   int unknownOrgDefTlv = 0;
+   void ttlChanged() override { ++ttl; }
+   void sysNameChanged() override { ++sysName; }
+   void unknownOrgDefTlvChanged(const Lldp::UnknownOrgDefTlv::Key&) override { ++unknownOrgDefTlv; }
+};
+
 class LldpProtocolRxTest : public ::testing::Test {
 protected:
    void SetUp() override {
@@ -146,9 +151,7 @@ protected:
       return processRxLldpdu(frame.data(), frame.data() + frame.size(), config, status, port,
                              localPort, pamSm, mac);
    }
-   Lldp::RemoteSystem::PtrConst rx(Bytes&& frame) { return rx(frame); }
-   Lldp::RemoteSystem::PtrConst rx(Pdu& pdu) { return rx(pdu.data()); }
-   Lldp::RemoteSystem::PtrConst rx(Pdu&& pdu) { return rx(pdu.data()); }
+   Lldp::RemoteSystem::PtrConst rx(Pdu pdu) { return rx(pdu.data()); }
    Lldp::RemoteSystem::PtrConst stored(int n = 1) { return port->remoteSystemByMsap(msapOf(n)); }
    // Position of the first trace line with exactly this text; npos when absent.
    static size_t traceAt(std::string_view text) {
@@ -172,6 +175,8 @@ protected:
 // ---------------------------------------------------------------------------------------
 // Mandatory TLVs and whole-frame discards.
 
+// Identifier subtypes above 7 are kept as 8, 0 stays 0; TTL bytes past the first two are
+// ignored.
 TEST_F(LldpProtocolRxTest, ThreeMandatoryTlvsMakeANeighbour) {
    auto r = rx(neighbour(1, 90));
    ASSERT_TRUE(r);
@@ -184,82 +189,70 @@ TEST_F(LldpProtocolRxTest, ThreeMandatoryTlvsMakeANeighbour) {
    EXPECT_EQ(r->lastRefreshTime(), 1000);
    EXPECT_EQ(r->expiryTime(), 1090);
    EXPECT_EQ(port->rxFramesTotal(), 1u);
-   EXPECT_EQ(port->rxFramesErrors(), 0u);
    EXPECT_EQ(status->remTablesInserts(), 1u);
    EXPECT_EQ(status->remTablesLastChangeTime(), 1000);
    EXPECT_EQ(status->lastPacketParsedTime(), 1000);
-}
 
-TEST_F(LldpProtocolRxTest, IdentifierSubtypesAndTtlLength) {
-   // Subtypes above 7 are kept as 8, 0 stays 0; TTL bytes past the first two are ignored.
-   auto r = rx(Pdu().id(1, 9, "c").id(2, 0, "p").tlv(3, bytes({0, 30, 0x7f, 0xff})));
+   r = rx(Pdu().id(1, 9, "c").id(2, 0, "p").tlv(3, bytes({0, 30, 0x7f, 0xff})));
    ASSERT_TRUE(r);
    EXPECT_EQ(r->msap().chassisIdentifier().subtype(), 8);
    EXPECT_EQ(r->msap().chassisIdentifier().value().value(), "c");
    EXPECT_EQ(r->msap().portIdentifier().subtype(), 0);
    EXPECT_EQ(r->ttl(), 30);
    EXPECT_TRUE(traced("Unknown chassid ID subtype 9"));
-   auto p = rx(Pdu().id(1, 0, "c").id(2, 200, "p").ttl(30));
-   ASSERT_TRUE(p);
-   EXPECT_EQ(p->msap().chassisIdentifier().subtype(), 0);
-   EXPECT_EQ(p->msap().portIdentifier().subtype(), 8);
+   r = rx(Pdu().id(1, 0, "c").id(2, 200, "p").ttl(30));
+   ASSERT_TRUE(r);
+   EXPECT_EQ(r->msap().chassisIdentifier().subtype(), 0);
+   EXPECT_EQ(r->msap().portIdentifier().subtype(), 8);
    EXPECT_TRUE(traced("Unknown port ID subtype 200"));
    EXPECT_EQ(port->rxFramesErrors(), 0u);
-   EXPECT_EQ(port->remoteSystem().size(), 2u);
+   EXPECT_EQ(port->remoteSystem().size(), 3u);
 }
 
 // Each frame is sent by a known neighbour, whose record must not move, and by an unknown
 // one, which must not be created. Only the port's frame counters change.
 TEST_F(LldpProtocolRxTest, FatalFramesTouchNothingButPortCounters) {
-   auto named = [](int n) { return neighbour(n).tlv(5, "new-name"); };
+   TestSupport::ScopedToggle ztp("LldpBootVlanTlv", true);
    Bytes mgmtShortOid = mgmtAddr({10, 0, 0, 1}, 3, bytes({0x2b, 0x06, 0x01}));
    mgmtShortOid.resize(mgmtShortOid.size() - 2);
-   const std::vector<std::pair<const char*, std::function<Pdu(int)>>> cases = {
-       {"empty", [](int) { return Pdu(); }},
-       {"port ID first", [](int n) { return Pdu().id(2, 7, portName(n)).ttl(9); }},
-       {"chassis ID of 1 byte",
-        [](int n) { return Pdu().tlv(1, "\x07").id(2, 7, portName(n)).ttl(9); }},
-       {"chassis ID of 257 bytes",
-        [](int n) { return Pdu().id(1, 7, std::string(256, 'c')).id(2, 7, portName(n)).ttl(9); }},
-       {"no port ID", [](int n) { return Pdu().id(1, 7, chassisName(n)).ttl(9); }},
-       {"TTL of 1 byte",
-        [](int n) { return Pdu().id(1, 7, chassisName(n)).id(2, 7, portName(n)).tlv(3, "\x01"); }},
-       {"TTL cut short", [](int n) { return neighbour(n).cut(1); }},
-       {"second chassis ID", [&](int n) { return named(n).id(1, 7, chassisName(n)); }},
-       {"second TTL", [&](int n) { return named(n).ttl(5); }},
-       {"system capabilities of 3 bytes",
-        [&](int n) {
-           return named(n).tlv(7, bytes({0, 4, 0}));
-        }},
-       {"management address of 8 bytes",
-        [&](int n) {
-           return named(n).tlv(8, bytes({5, 1, 10, 0, 0, 1, 2, 0}));
-        }},
-       {"management address shorter than its address",
-        [&](int n) {
-           return named(n).tlv(8, bytes({32, 1, 10, 0, 0, 1, 2, 0, 0}));
-        }},
-       {"management address shorter than its OID",
-        [&](int n) { return named(n).tlv(8, mgmtShortOid); }},
-       {"organizationally specific of 3 bytes",
-        [&](int n) {
-           return named(n).tlv(127, bytes({0x00, 0x80, 0xc2}));
-        }},
-       {"fatal result of a family decoder",
-        [&](int n) { return named(n).org(ouiDot1, 1, bytes({0})); }},
+   // The frames of neighbour `n`.
+   auto frames = [&](int n) {
+      const std::string chassis = chassisName(n);
+      const std::string portId = portName(n);
+      const Pdu named = neighbour(n).tlv(5, "new-name");
+      return std::vector<std::pair<const char*, Pdu>>{
+          {"empty", Pdu()},
+          {"port ID first", Pdu().id(2, 7, portId).ttl(9)},
+          {"chassis ID of 1 byte", Pdu().tlv(1, "\x07").id(2, 7, portId).ttl(9)},
+          {"chassis ID of 257 bytes",
+           Pdu().id(1, 7, std::string(256, 'c')).id(2, 7, portId).ttl(9)},
+          {"no port ID", Pdu().id(1, 7, chassis).ttl(9)},
+          {"TTL of 1 byte", Pdu().id(1, 7, chassis).id(2, 7, portId).tlv(3, "\x01")},
+          {"TTL cut short", neighbour(n).cut(1)},
+          {"second chassis ID", Pdu(named).id(1, 7, chassis)},
+          {"second TTL", Pdu(named).ttl(5)},
+          {"system capabilities of 3 bytes", Pdu(named).tlv(7, bytes({0, 4, 0}))},
+          {"management address of 8 bytes", Pdu(named).tlv(8, bytes({5, 1, 10, 0, 0, 1, 2, 0}))},
+          {"management address shorter than its address",
+           Pdu(named).tlv(8, bytes({32, 1, 10, 0, 0, 1, 2, 0, 0}))},
+          {"management address shorter than its OID", Pdu(named).tlv(8, mgmtShortOid)},
+          {"organizationally specific of 3 bytes", Pdu(named).tlv(127, bytes({0x00, 0x80, 0xc2}))},
+          {"fatal result of a family decoder", Pdu(named).org(ouiDot1, 1, bytes({0}))},
+          {"ZTP boot VLAN of 1 byte", Pdu(named).org(ouiZorven, 1, bytes({0x01}))},
+      };
    };
    ASSERT_TRUE(rx(neighbour(1).tlv(5, "old-name")));
    fakeNow = 2000;
    const std::string before = snapshot(*stored(1));
    const std::string statusBefore = snapshot(*status);
-   uint32_t frames = port->rxFramesTotal();
-   for (const auto& [what, frame] : cases) {
-      for (int n : {1, 2}) {
+   uint32_t total = port->rxFramesTotal();
+   for (int n : {1, 2}) {
+      for (auto& [what, frame] : frames(n)) {
          SCOPED_TRACE(std::string(what) + (n == 1 ? ", known neighbour" : ", new neighbour"));
          const uint32_t discarded = port->rxFramesDiscardedTotal();
          const uint32_t errors = port->rxFramesErrors();
-         EXPECT_FALSE(rx(frame(n)));
-         EXPECT_EQ(port->rxFramesTotal(), ++frames);
+         EXPECT_FALSE(rx(frame.data()));
+         EXPECT_EQ(port->rxFramesTotal(), ++total);
          EXPECT_EQ(port->rxFramesDiscardedTotal(), discarded + 1);
          EXPECT_EQ(port->rxFramesErrors(), errors + 1);
          EXPECT_EQ(port->remoteSystem().size(), 1u);
@@ -280,16 +273,25 @@ TEST_F(LldpProtocolRxTest, FatalFramesTouchNothingButPortCounters) {
        traced("Error: Management Address TLV is too short (infoLen=13, "
               "manAddrStringLen=5, oidStringLen=3)"));
    EXPECT_TRUE(traced("Error: Organizationally Specific TLV is too short (infoLen=3)"));
+   EXPECT_TRUE(traced("Error: ZTP boot vlan TLV is too short (orgDefInfoLen=)1)"));
    EXPECT_TRUE(traced("Frame had a fatal error -- discarding"));
 }
 
 // ---------------------------------------------------------------------------------------
-// Shutdown LLDPDUs.
+// New neighbours and shutdown LLDPDUs.
 
-// A shutdown LLDPDU: its optional TLVs are never read (those here would make the frame
-// fatal); a known neighbour goes at once, an unknown one changes nothing but the count.
-TEST_F(LldpProtocolRxTest, ShutdownRemovesKnownNeighbourAndIgnoresUnknownOnes) {
-   ASSERT_TRUE(rx(Pdu().id(1, 4, macId).id(2, 5, "Ethernet7").ttl(120)));
+// A new neighbour is logged once. A shutdown LLDPDU: its optional TLVs are never read
+// (those here would make the frame fatal); a known neighbour goes at once, an unknown one
+// changes nothing but the count.
+TEST_F(LldpProtocolRxTest, NewNeighbourLoggedAndShutdownRemovesItButIgnoresUnknownOnes) {
+   auto ethernet7 = [](int ttl) { return Pdu().id(1, 4, macId).id(2, 5, "Ethernet7").ttl(ttl); };
+   ASSERT_TRUE(rx(ethernet7(120)));
+   ASSERT_TRUE(rx(ethernet7(120)));  // an update logs nothing
+   ASSERT_EQ(logs.size(), 1u);
+   EXPECT_EQ(logs[0].key, "LLDP_NEIGHBOR_NEW");
+   EXPECT_EQ(logs[0].text,
+             "LLDP neighbor with chassisId 00:1c:73:00:00:01 and portId Ethernet7 added on "
+             "interface Ethernet1");
    ASSERT_TRUE(rx(neighbour(2)));
    fakeNow = 1500;
    logs.clear();
@@ -297,13 +299,13 @@ TEST_F(LldpProtocolRxTest, ShutdownRemovesKnownNeighbourAndIgnoresUnknownOnes) {
    EXPECT_FALSE(rx(neighbour(1, 0).tlv(5, "x").tlv(7, "")));
    EXPECT_EQ(snapshot(*status), statusBefore);
    EXPECT_TRUE(traced("Received shutdown frame from unknown MSAP: " + snapshot(msapOf(1))));
-   EXPECT_FALSE(rx(Pdu().id(1, 4, macId).id(2, 5, "Ethernet7").ttl(0).tlv(99, "x").tlv(7, "")));
+   EXPECT_FALSE(rx(ethernet7(0).tlv(99, "x").tlv(7, "")));
    EXPECT_EQ(port->remoteSystem().size(), 1u);
    EXPECT_EQ(port->remoteSystemByMsap().size(), 1u);
    EXPECT_EQ(port->remoteSystem(2).ptr(), stored(2).ptr());
    EXPECT_EQ(status->remTablesDeletes(), 1u);
    EXPECT_EQ(status->remTablesLastChangeTime(), 1500);
-   EXPECT_EQ(port->rxFramesTotal(), 4u);
+   EXPECT_EQ(port->rxFramesTotal(), 5u);
    EXPECT_EQ(port->rxFramesDiscardedTotal() + port->rxFramesErrors() +
                  port->rxTLVsDiscardedTotal() + port->rxTLVsUnrecognizedTotal(),
              0u);
@@ -346,27 +348,65 @@ TEST_F(LldpProtocolRxTest, BasicTlvsDecode) {
    EXPECT_TRUE(traced("End of LLDPDU"));
 }
 
-TEST_F(LldpProtocolRxTest, BadOptionalTlvsAreDroppedAndTheRestKept) {
-   // Enabled bits that are not supported: that TLV goes, the frame stays.
-   auto r = rx(neighbour().tlv(7, bytes({0x00, 0x04, 0x00, 0x14})).tlv(5, "kept"));
-   ASSERT_TRUE(r);
-   EXPECT_EQ(r->systemCapabilities(), Lldp::SystemCapabilitiesTlv());
-   EXPECT_EQ(r->sysName().value(), "kept");
-   EXPECT_EQ(port->rxTLVsDiscardedTotal(), 1u);
-   EXPECT_EQ(port->rxFramesErrors(), 1u);
+// A malformed optional TLV is dropped and counted, and the TLVs around it are kept: the
+// record is what the frame without it makes, each time the frame comes, decoded with the
+// decoders traced or not. The frame is counted once in error, however many such TLVs it has.
+TEST_F(LldpProtocolRxTest, BadOptionalTlvIsDroppedAndTheRestKept) {
+   TestSupport::ScopedToggle ztp("LldpBootVlanTlv", true);
+   Bytes longAddress = bytes({33, 1});
+   longAddress.resize(33 + 7, 0);
+   const std::string addressLength =
+       "Error: Value of management address string length field is out of range ";
+   const struct {
+      Pdu tlv;
+      std::string trace;
+      bool last = false;  // the frame ends in it
+   } cases[] = {
+       // Enabled capabilities that are not supported.
+       {Pdu().tlv(7, bytes({0x00, 0x04, 0x00, 0x14})),
+        "Error: Supported and enabled capabilities are inconsistent (supported=0x4, "
+        "enabled=0x14)"},
+       {Pdu().tlv(8, bytes({1, 1, 2, 0, 0, 0, 1, 0, 0})), addressLength + "(manAddrStringLen=1)"},
+       {Pdu().tlv(8, longAddress), addressLength + "(manAddrStringLen=33)"},
+       {Pdu().tlv(8, mgmtAddr({10, 0, 0, 4}, 1, Bytes(129, 1))),
+        "Error: Value of OID string length field is out of range (oidStringLen=129)"},
+       {Pdu().org(ouiDot1, 0, bytes({1, 2})),
+        "Error: Organizationally Specific TLV has invalid subtype of 0 (oui=00-80-c2)"},
+       {Pdu().org(ouiZorven, 1, bytes({0x0f, 0xff})),
+        "Error: ZTP boot VLAN is invalid (ztpBootVlan=4095)"},
+       {Pdu().org(ouiZorven, 1, bytes({0x00, 0x00})),
+        "Error: ZTP boot VLAN is invalid (ztpBootVlan=0)"},
+       {Pdu().tlv(6, "cut").cut(2), "Error: frame ended during optional TLV", true},
+   };
+   for (const auto& c : cases) {
+      SCOPED_TRACE(c.trace);
+      auto frame = [&](bool withBadTlv) {
+         Pdu p = neighbour().tlv(5, "before");
+         if (withBadTlv) p.raw(c.tlv);
+         return c.last ? p : p.tlv(4, "after");
+      };
+      Vel::Trace::configure("LldpProtocol/*");
+      ASSERT_TRUE(rx(frame(false)));
+      const std::string clean = snapshot(*stored());
+      for (const bool traceOn : {true, false, false}) {
+         Vel::Trace::configure(traceOn ? "LldpProtocol/*" : "");
+         const uint32_t discarded = port->rxTLVsDiscardedTotal();
+         const uint32_t errors = port->rxFramesErrors();
+         auto r = rx(frame(true));
+         ASSERT_TRUE(r);
+         EXPECT_EQ(snapshot(*r), clean);
+         EXPECT_EQ(port->rxTLVsDiscardedTotal(), discarded + 1);
+         EXPECT_EQ(port->rxFramesErrors(), errors + 1);
+      }
+      EXPECT_TRUE(traced(c.trace));
+   }
+   const uint32_t discarded = port->rxTLVsDiscardedTotal();
+   const uint32_t errors = port->rxFramesErrors();
+   ASSERT_TRUE(rx(neighbour(2).raw(cases[0].tlv).raw(cases[1].tlv).tlv(5, "kept")));
+   EXPECT_EQ(stored(2)->sysName().value(), "kept");
+   EXPECT_EQ(port->rxTLVsDiscardedTotal(), discarded + 2);
+   EXPECT_EQ(port->rxFramesErrors(), errors + 1);
    EXPECT_EQ(port->rxFramesDiscardedTotal(), 0u);
-   EXPECT_TRUE(
-       traced("Error: Supported and enabled capabilities are inconsistent "
-              "(supported=0x4, enabled=0x14)"));
-
-   // A frame that ends inside an optional TLV keeps what came before it.
-   r = rx(neighbour(2).tlv(5, "before").tlv(6, "cut").cut(2));
-   ASSERT_TRUE(r);
-   EXPECT_EQ(r->sysName().value(), "before");
-   EXPECT_TRUE(r->sysDesc().empty());
-   EXPECT_EQ(port->rxTLVsDiscardedTotal(), 2u);
-   EXPECT_EQ(port->rxFramesErrors(), 2u);
-   EXPECT_TRUE(traced("Error: frame ended during optional TLV"));
    EXPECT_TRUE(traced("Frame had an error"));
 }
 
@@ -391,38 +431,13 @@ TEST_F(LldpProtocolRxTest, ManagementAddresses) {
    EXPECT_TRUE(traced("Empty OID string"));
    EXPECT_TRUE(traced("Invalid OID string"));
    EXPECT_EQ(port->rxFramesErrors(), 0u);
-
-   // String lengths 1 and 33 and an OID length of 129 drop only their own TLV.
-   Bytes longOid = mgmtAddr({10, 0, 0, 4}, 1, Bytes(129, 1));
-   r = rx(neighbour(2)
-              .tlv(8, bytes({1, 1, 2, 0, 0, 0, 1, 0, 0}))
-              .tlv(8,
-                   [] {
-                      Bytes b = bytes({33, 1});
-                      b.resize(33 + 7, 0);
-                      return b;
-                   }())
-              .tlv(8, longOid)
-              .tlv(5, "rest"));
-   ASSERT_TRUE(r);
-   EXPECT_TRUE(r->managementAddress().empty());
-   EXPECT_EQ(r->sysName().value(), "rest");
-   EXPECT_EQ(port->rxTLVsDiscardedTotal(), 3u);
-   EXPECT_EQ(port->rxFramesErrors(), 1u);
-   EXPECT_TRUE(
-       traced("Error: Value of management address string length field is out of range "
-              "(manAddrStringLen=1)"));
-   EXPECT_TRUE(
-       traced("Error: Value of management address string length field is out of range "
-              "(manAddrStringLen=33)"));
-   EXPECT_TRUE(
-       traced("Error: Value of OID string length field is out of range (oidStringLen=129)"));
 }
 
 // ---------------------------------------------------------------------------------------
 // Organizationally specific TLVs.
 
 TEST_F(LldpProtocolRxTest, OrgSpecificTlvsGoToTheirDecoders) {
+   TestSupport::ScopedToggle ztp("LldpBootVlanTlv", true);
    auto r = rx(neighbour()
                    .org(ouiDot1, 1, bytes({0x00, 0x64}))       // port VLAN ID 100
                    .org(ouiDot3, 4, bytes({0x05, 0xee}))       // maximum frame size 1518
@@ -430,12 +445,15 @@ TEST_F(LldpProtocolRxTest, OrgSpecificTlvsGoToTheirDecoders) {
                    .org(0x334455, 44, bytes({'a'}))
                    .org(0x334455, 44, bytes({'b'}))
                    .org(0x334455, 45, bytes({'c'}))
-                   .org(ouiDot1, 0, bytes({1, 2})));  // subtype 0 is an Error
+                   // ZTP boot VLAN 100: the top four bits are not part of the VLAN.
+                   .org(ouiZorven, 1, bytes({0xf0, 0x64, 0, 0, 0, 0, 0, 0}))
+                   .org(ouiZorven, 2, bytes({0, 5})));  // counted, but not kept
    ASSERT_TRUE(r);
    EXPECT_TRUE(r->portVlanIdTlvReceived());
    EXPECT_EQ(r->portVlanId(), 100);
    EXPECT_EQ(r->maximumFrameSizeInfo().maxFrameSize(), 1518);
    EXPECT_TRUE(r->medCapabilitiesTlvReceived());
+   EXPECT_EQ(r->ztpBootVlan(), 100);
    using Key = Lldp::UnknownOrgDefTlv::Key;
    const Lldp::Oui oui(0x334455);
    ASSERT_EQ(r->unknownOrgDefTlv().size(), 3u);
@@ -445,10 +463,9 @@ TEST_F(LldpProtocolRxTest, OrgSpecificTlvsGoToTheirDecoders) {
              "b");
    EXPECT_EQ(r->unknownOrgDefTlv(Key({.oui = oui, .subtype = 45, .index = 1}))->value().value(),
              "c");
-   EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 3u);
-   EXPECT_EQ(port->rxTLVsDiscardedTotal(), 1u);
-   EXPECT_TRUE(
-       traced("Error: Organizationally Specific TLV has invalid subtype of 0 (oui=00-80-c2)"));
+   EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 4u);
+   EXPECT_EQ(port->rxTLVsDiscardedTotal(), 0u);
+   EXPECT_TRUE(traced("Unrecognized ZORVEN OUI TLV (subtype=2)"));
 
    // Next frame carries only the first of the pair: index 2 goes, index 1 stays.
    Vel::Trace::ringClear();
@@ -460,41 +477,6 @@ TEST_F(LldpProtocolRxTest, OrgSpecificTlvsGoToTheirDecoders) {
    EXPECT_TRUE(
        traced("Member UnknownOrgDefTlvKey(oui=33-44-55, subtype=44, index=2) of "
               "collection unknownOrgDefTlv deleted"));
-}
-
-TEST_F(LldpProtocolRxTest, ZtpBootVlanWithToggleOn) {
-   TestSupport::ScopedToggle toggle("LldpBootVlanTlv", true);
-   // The top four bits are not part of the VLAN.
-   auto r = rx(neighbour().org(ouiZorven, 1, bytes({0xf0, 0x64, 0, 0, 0, 0, 0, 0})));
-   ASSERT_TRUE(r);
-   EXPECT_EQ(r->ztpBootVlan(), 100);
-   EXPECT_TRUE(r->unknownOrgDefTlv().empty());
-
-   r = rx(neighbour().org(ouiZorven, 1, bytes({0x0f, 0xff})).org(ouiZorven, 2, bytes({0, 5})));
-   EXPECT_EQ(r->ztpBootVlan(), 0);
-   EXPECT_TRUE(r->unknownOrgDefTlv().empty());
-   EXPECT_EQ(port->rxTLVsDiscardedTotal(), 1u);
-   EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 1u);
-   EXPECT_TRUE(traced("Error: ZTP boot VLAN is invalid (ztpBootVlan=4095)"));
-   EXPECT_TRUE(traced("Unrecognized ZORVEN OUI TLV (subtype=2)"));
-
-   EXPECT_FALSE(rx(neighbour().org(ouiZorven, 1, bytes({0x01}))));
-   EXPECT_TRUE(traced("Error: ZTP boot vlan TLV is too short (orgDefInfoLen=)1)"));
-
-   auto scratch = Vel::make<Lldp::RemoteSystem>(1, Lldp::Msap());
-   const char zero[2] = {0, 0};
-   EXPECT_EQ(parseZtpBootVlanTlv(1, 2, zero, scratch), TlvParseResultError);
-   EXPECT_EQ(parseZtpBootVlanTlv(1, 0, nullptr, scratch), TlvParseResultFatalError);
-}
-
-TEST_F(LldpProtocolRxTest, ZtpBootVlanWithToggleOffIsAnUnknownTlv) {
-   TestSupport::ScopedToggle toggle("LldpBootVlanTlv", false);
-   auto r = rx(neighbour().org(ouiZorven, 1, bytes({0x00, 0x64})));
-   ASSERT_TRUE(r);
-   EXPECT_EQ(r->ztpBootVlan(), 0);
-   ASSERT_EQ(r->unknownOrgDefTlv().size(), 1u);
-   EXPECT_EQ(r->unknownOrgDefTlv().begin()->first.oui(), Lldp::ouiZorven);
-   EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 1u);
 }
 
 // ---------------------------------------------------------------------------------------
@@ -523,18 +505,7 @@ TEST_F(LldpProtocolRxTest, WhatTheNeighbourStopsSendingIsCleared) {
 }
 
 // ---------------------------------------------------------------------------------------
-// Creation: index, limit and the neighbour log.
-
-TEST_F(LldpProtocolRxTest, NewNeighbourIsLogged) {
-   rx(Pdu().id(1, 4, macId).id(2, 5, "Ethernet7").ttl(120));
-   ASSERT_EQ(logs.size(), 1u);
-   EXPECT_EQ(logs[0].key, "LLDP_NEIGHBOR_NEW");
-   EXPECT_EQ(logs[0].text,
-             "LLDP neighbor with chassisId 00:1c:73:00:00:01 and portId Ethernet7 added on "
-             "interface Ethernet1");
-   rx(Pdu().id(1, 4, macId).id(2, 5, "Ethernet7").ttl(120));
-   EXPECT_EQ(logs.size(), 1u);  // an update logs nothing
-}
+// Creation: index and limit.
 
 TEST_F(LldpProtocolRxTest, IndexWrapsToOne) {
    port->nextRemoteSystemIndexIs(INT32_MAX - 1);
@@ -626,77 +597,14 @@ TEST_F(LldpProtocolRxTest, PowerRequestChangeNudgesTransmitMachine) {
 }
 
 // ---------------------------------------------------------------------------------------
-// Captures from real devices.
-
-TEST_F(LldpProtocolRxTest, InteropCaptures) {
-   auto replay = [&](const char* file) {
-      auto frame = TestSupport::readPcapFrame(TestSupport::interopDir() + "/" + file);
-      EXPECT_FALSE(frame.empty()) << file;
-      return rx(TestSupport::lldpduOf(frame));
-   };
-   // Ethernet trailer after End of LLDPDU.
-   auto r = replay("connectx.pcap");
-   ASSERT_TRUE(r);
-   EXPECT_EQ(r->msap().chassisIdentifier().stringValue(), "50:6b:4b:f6:1e:b3");
-   EXPECT_EQ(r->ttl(), 48);
-   EXPECT_EQ(r->portDesc().value(), "ConnectX-4 Lx, 25G/10G/1G SFP");
-   EXPECT_EQ(port->rxFramesErrors(), 0u);
-
-   r = replay("8023bt.pcap");
-   ASSERT_TRUE(r);
-   EXPECT_EQ(r->msap().portIdentifier().value().value(), "Gi1/0/2");
-   EXPECT_EQ(r->sysName().value(), "cisco-bt-switch");
-   EXPECT_TRUE(r->sysDesc().value().starts_with("Cisco IOS Software [Gibraltar]"));
-   EXPECT_EQ(r->portDesc().value(), "GigabitEthernet1/0/2");
-   EXPECT_EQ(r->systemCapabilities().supported().value(), 0x14);
-   EXPECT_EQ(r->systemCapabilities().enabled().value(), 0x04);
-   ASSERT_EQ(r->managementAddress().size(), 1u);
-   EXPECT_EQ(r->managementAddress().begin()->first.stringValue(), "192.168.1.1");
-   EXPECT_EQ(r->managementAddress().begin()->second.ifNumber(), 53u);
-   EXPECT_EQ(r->unknownOrgDefTlv().begin()->first.oui(), Lldp::Oui(0x000142));
-
-   r = replay("reference-rich.pcap");
-   ASSERT_TRUE(r);
-   EXPECT_EQ(r->sysName().value(), "vm");
-   EXPECT_EQ(r->sysDesc().value(), "peer-one");
-   EXPECT_EQ(r->portDesc().value(), "v1");
-   ASSERT_EQ(r->managementAddress().size(), 1u);
-   EXPECT_EQ(r->managementAddress().begin()->first.stringValue(), "fe80::e4b5:c7ff:fe60:ff37");
-   ASSERT_EQ(r->unknownOrgDefTlv().size(), 1u);
-   EXPECT_EQ(r->unknownOrgDefTlv().begin()->second.value().value(), "EEEEE");
-
-   r = replay("sg200.pcap");
-   ASSERT_TRUE(r);
-   EXPECT_EQ(r->msap().portIdentifier().value().value(), "g1");
-   EXPECT_EQ(r->ttl(), 120);
-   EXPECT_EQ(port->rxFramesErrors(), 0u);
-   EXPECT_EQ(port->rxTLVsDiscardedTotal(), 0u);
-
-   // The civic location runs past its TLV: the frame is discarded.
-   EXPECT_FALSE(replay("med-loc-malformed.pcap"));
-   EXPECT_EQ(port->rxFramesDiscardedTotal(), 1u);
-   EXPECT_EQ(port->remoteSystem().size(), 4u);
-}
-
-// ---------------------------------------------------------------------------------------
 // Refreshing a known neighbour must not touch the heap.
 
 TEST_F(LldpProtocolRxTest, RefreshDoesNotAllocate) {
    Vel::Trace::configure("");
-   Bytes frame = neighbour()
-                     .tlv(4, "uplink")
-                     .tlv(5, "switch")
-                     .tlv(6, "a switch")
-                     .tlv(7, bytes({0, 0x14, 0, 0x04}))
-                     .tlv(8, mgmtAddr({10, 0, 0, 1}, 7, enterpriseOid))
-                     .tlv(9, "nine")
-                     .org(ouiDot1, 1, bytes({0x00, 0x64}))
-                     .org(ouiDot3, 4, bytes({0x05, 0xee}))
-                     .org(ouiTia, 1, bytes({0x00, 0x01, 0x03}))
-                     .org(0x334455, 44, bytes({'a'}))
-                     .org(0x334455, 44, bytes({'b'}))
-                     .end()
-                     .data();
+   // Every TLV our builder sends, and a capture.
+   TestSupport::FullPort full;
+   Bytes frame(1500);
+   frame.resize(size_t(full.build(frame.data(), frame.data() + frame.size()) - frame.data()));
    auto capture = TestSupport::readPcapFrame(TestSupport::interopDir() + "/8023bt.pcap");
    Bytes bt = TestSupport::lldpduOf(capture);
    ASSERT_TRUE(rx(frame));
@@ -711,28 +619,10 @@ TEST_F(LldpProtocolRxTest, RefreshDoesNotAllocate) {
    EXPECT_EQ(port->remoteSystem().size(), 2u);
 }
 
-}  // namespace
-
 // ---------------------------------------------------------------------------------------
 // Repeated LLDPDUs. With the decoders' traces off, a known neighbour that sends the same
 // optional TLVs again is not decoded; these check that the outcome is what a full decode
 // gives, frame after frame.
-
-namespace {
-
-// Counts the notifications of a record's attributes and collections.
-struct RemoteSystemWatcher : Lldp::RemoteSystem::Notifiee {
-   int ttl = 0;
-   int sysName = 0;
-   int ztpBootVlan = 0;
-   int unknownOrgDefTlv = 0;
-   void ttlChanged() override { ++ttl; }
-   void sysNameChanged() override { ++sysName; }
-   void ztpBootVlanChanged() override { ++ztpBootVlan; }
-   void unknownOrgDefTlvChanged(const Lldp::UnknownOrgDefTlv::Key&) override { ++unknownOrgDefTlv; }
-};
-
-}  // namespace
 
 // A refresh with the same optional TLVs, decoded in full (decoders traced) or taken as
 // repeated (traces off): the times, the source MAC and the TTL move, nothing else does.
@@ -809,19 +699,8 @@ TEST_F(LldpProtocolRxTest, AlternatingLldpdusAreEachAppliedInFull) {
    EXPECT_EQ(back->portDesc().value(), "uplink");
 }
 
-TEST_F(LldpProtocolRxTest, RepeatedLldpduWithABadTlvCountsTheErrorEachTime) {
-   Vel::Trace::configure("");
-   // System Capabilities with an enabled capability that is not supported.
-   auto frame = [] { return neighbour().tlv(5, "switch").tlv(7, bytes({0, 0x04, 0, 0x14})).end(); };
-   for (uint32_t n = 1; n <= 3; ++n) {
-      auto r = rx(frame());
-      ASSERT_TRUE(r);
-      EXPECT_EQ(r->sysName().value(), "switch");
-      EXPECT_EQ(port->rxTLVsDiscardedTotal(), n);
-      EXPECT_EQ(port->rxFramesErrors(), n);
-   }
-}
-
+// Switched off, the boot VLAN TLV is an unknown one under our OUI, and a repeat of the
+// frame is counted again.
 TEST_F(LldpProtocolRxTest, RepeatedLldpduFollowsTheBootVlanToggle) {
    Vel::Trace::configure("");
    auto frame = [] { return neighbour().org(ouiZorven, 1, bytes({0x00, 0x64})).end(); };
@@ -838,9 +717,12 @@ TEST_F(LldpProtocolRxTest, RepeatedLldpduFollowsTheBootVlanToggle) {
       TestSupport::ScopedToggle off("LldpBootVlanTlv", false);
       rx(frame());
       EXPECT_EQ(r->ztpBootVlan(), 0);
-      EXPECT_EQ(r->unknownOrgDefTlv().size(), 1u);
+      ASSERT_EQ(r->unknownOrgDefTlv().size(), 1u);
+      EXPECT_EQ(r->unknownOrgDefTlv().begin()->first.oui(), Lldp::ouiZorven);
       EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 1u);
       rx(frame());
       EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 2u);
    }
 }
+
+}  // namespace
