@@ -8,6 +8,7 @@
 #include "Lldp/LldpProtocolSm.h"
 #include "tests/Support/AllocCounter.h"
 #include "tests/Support/Frames.h"
+#include "tests/Support/FullPort.h"
 #include "tests/Support/PortRecords.h"
 
 namespace {
@@ -42,12 +43,14 @@ std::vector<Tlv> walk(const char* start, const char* end) {
    return out;
 }
 
-Lldp::ManagementAddress ipv4(const char* text, uint32_t ifIndex) {
-   auto a = Wire::IpAddr::parse(text);
+// A management address of the address family with that parser (Wire::IpAddr or Ip6Addr).
+template <class Addr = Wire::IpAddr>
+Lldp::ManagementAddress address(const char* text, uint32_t ifIndex) {
+   const auto a = Addr::parse(text)->bytes();
    return Lldp::ManagementAddress(
        {.key = Lldp::ManagementAddress::Key(
-            {.subtype = Lldp::addrFamilyIpv4,
-             .address = std::string_view(reinterpret_cast<const char*>(a->bytes().data()), 4)}),
+            {.subtype = a.size() == 4 ? Lldp::addrFamilyIpv4 : Lldp::addrFamilyIpv6,
+             .address = std::string_view(reinterpret_cast<const char*>(a.data()), a.size())}),
         .ifNumberingSubtype = Lldp::ifNumberingIfIndex,
         .ifNumber = ifIndex});
 }
@@ -71,12 +74,6 @@ struct Builder : ::testing::Test, TestSupport::PortRecords {
       frame.resize(size_t(end - frame.data()));
       return walk(frame.data(), end);
    }
-   static std::vector<int> types(const std::vector<Tlv>& tlvs) {
-      std::vector<int> t;
-      for (auto& x : tlvs)
-         t.push_back(x.type == 127 ? 1000 + x.subtype + (x.oui << 4) % 7 : x.type);
-      return t;
-   }
 
    Bytes frame;
 };
@@ -94,22 +91,6 @@ TEST_F(Builder, GoldenBytes) {
    EXPECT_EQ(portStatus->txFramesTotal(), 1u);
    EXPECT_EQ(portStatus->txFramesLengthExceeded(), 0u);
    EXPECT_EQ(portStatus->lastTxTime(), 1000.0);
-
-   // With a management address and the ZTP boot VLAN.
-   portConfig->mgmtAddrTxEnableIs(true);
-   localSystem->managementAddressIs(ipv4("10.0.0.1", 5));
-   localSystem->managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 1}),
-                                        ipv4("10.0.0.1", 5).key());
-   portConfig->ztpBootVlanIs(1);
-   localPort->ztpBootVlanIs(100);
-   auto tlvs = build();
-   ASSERT_EQ(tlvs.size(), 8u);
-   EXPECT_EQ(tlvs[4].type, 8);
-   EXPECT_EQ(tlvs[4].info, bytes({0x05, 0x01, 10, 0, 0, 1, 0x02, 0, 0, 0, 5, 0x00}));
-   EXPECT_EQ(tlvs[6].oui, 0x027e51);
-   ASSERT_EQ(tlvs[6].info.size(), 12u);
-   EXPECT_EQ(tlvs[6].info[4], 0x00);
-   EXPECT_EQ(tlvs[6].info[5], 0x64);
 }
 
 TEST_F(Builder, OptionalTlvsFollowTheirSwitchesAndContent) {
@@ -131,34 +112,35 @@ TEST_F(Builder, OptionalTlvsFollowTheirSwitchesAndContent) {
    tlvs = build();
    EXPECT_EQ(tlvs[3].type, 4);
 
-   // ZTP boot VLAN on the local port but none configured: no ZTP TLV.
+   // ZTP boot VLAN on the local port: sent, after the Port VLAN ID, once it is configured.
    localPort->ztpBootVlanIs(100);
    for (auto& t : build()) EXPECT_NE(t.oui, 0x027e51);
+   portConfig->ztpBootVlanIs(1);
+   tlvs = build();
+   ASSERT_EQ(tlvs.size(), 10u);
+   ASSERT_EQ(tlvs[8].info.size(), 12u);
+   EXPECT_EQ(Bytes(tlvs[8].info.begin(), tlvs[8].info.begin() + 6),
+             bytes({0x02, 0x7e, 0x51, 0x01, 0x00, 0x64}));
 }
 
 TEST_F(Builder, ManagementAddresses) {
    portConfig->mgmtAddrTxEnableIs(true);
-   auto v6 = Wire::Ip6Addr::parse("2001:db8::1");
-   Lldp::ManagementAddress ip6(
-       {.key = Lldp::ManagementAddress::Key(
-            {.subtype = Lldp::addrFamilyIpv6,
-             .address = std::string_view(reinterpret_cast<const char*>(v6->bytes().data()), 16)}),
-        .ifNumberingSubtype = Lldp::ifNumberingIfIndex,
-        .ifNumber = 2});
-   localSystem->ip6ManagementAddressIs(ip6);
-   config->maxTxMgmtAddrsIs(0);
-   localSystem->managementAddressIs(ipv4("10.0.0.1", 5));
+   localSystem->ip6ManagementAddressIs(address<Wire::Ip6Addr>("2001:db8::1", 2));
+   localSystem->managementAddressIs(address("10.0.0.1", 5));
    localSystem->managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 2}),
-                                        ipv4("10.0.0.1", 5).key());
+                                        address("10.0.0.1", 5).key());
    // A priority entry whose address record is missing.
    localSystem->managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 1}),
-                                        ipv4("10.9.9.9", 0).key());
+                                        address("10.9.9.9", 0).key());
 
-   // The IPv6 address does not count against the limit.
+   // The IPv6 address does not count against the limit, by default one.
    auto tlvs = build();
    ASSERT_EQ(tlvs[4].type, 8);
    EXPECT_EQ(tlvs[4].info[1], Lldp::addrFamilyIpv6);
-   EXPECT_NE(tlvs[5].type, 8);
+   EXPECT_EQ(tlvs[5].type, 8);
+   EXPECT_NE(tlvs[6].type, 8);
+   config->maxTxMgmtAddrsIs(0);
+   EXPECT_NE(build()[5].type, 8);
 
    // Priority order; the missing record goes as interface numbering unknown, number 0.
    config->maxTxMgmtAddrsIs(2);
@@ -169,7 +151,7 @@ TEST_F(Builder, ManagementAddresses) {
    EXPECT_NE(tlvs[7].type, 8);
 
    // Sending an OID is a programming error.
-   Lldp::ManagementAddress withOid = ipv4("10.0.0.2", 1);
+   Lldp::ManagementAddress withOid = address("10.0.0.2", 1);
    Snmp::ObjectIdentifier oid;
    oid.push(1);
    withOid.oidIs(oid);
@@ -236,23 +218,13 @@ TEST_F(Builder, MissingIdentityIsAProgrammingError) {
    EXPECT_DEATH(build(), "Assertion failed: false");
 }
 
-TEST_F(Builder, FullFrameBuildsWithoutAllocating) {
-   portConfig->enabledTlvsIs(Lldp::EnabledTlvs(0x0f));
-   portConfig->mgmtAddrTxEnableIs(true);
-   portConfig->vlanNameTxEnableIs(true);
-   portConfig->dot3EnabledTlvsIs(Lldp::Dot3EnabledTlvs(0x0c));
-   portConfig->ztpBootVlanIs(1);
-   localPort->portDescIs("uplink");
-   localPort->ztpBootVlanIs(20);
-   localSystem->managementAddressIs(ipv4("10.0.0.1", 5));
-   localSystem->managementAddressPrioIs(Lldp::ManAddrPriority(), ipv4("10.0.0.1", 5).key());
-   portStatus->vlanNameIs(Lldp::VlanName({.vlanId = 20, .name = "servers"}));
+// A frame with every TLV the builder can send.
+TEST(BuilderFullPort, BuildsWithoutAllocating) {
+   TestSupport::FullPort port;
    std::array<char, 1500> buf;
-   buildTxLldpdu(buf.data(), buf.data() + buf.size(), root, localPort, portConfig, portStatus);
+   port.build(buf.data(), buf.data() + buf.size());
    TestSupport::AllocScope scope;
-   for (int i = 0; i < 10; ++i) {
-      buildTxLldpdu(buf.data(), buf.data() + buf.size(), root, localPort, portConfig, portStatus);
-   }
+   for (int i = 0; i < 10; ++i) port.build(buf.data(), buf.data() + buf.size());
    EXPECT_EQ(scope.count(), 0u);
 }
 
