@@ -318,19 +318,34 @@ TEST_F(LldpProtocolRxTest, NewNeighbourLoggedAndShutdownRemovesItButIgnoresUnkno
 }
 
 // ---------------------------------------------------------------------------------------
-// Basic optional TLVs.
+// Optional TLVs.
 
-TEST_F(LldpProtocolRxTest, BasicTlvsDecode) {
+// Each optional TLV goes to its decoder; organizationally specific ones by OUI.
+TEST_F(LldpProtocolRxTest, OptionalTlvsDecode) {
+   TestSupport::ScopedToggle ztp("LldpBootVlanTlv", true);
    auto r = rx(neighbour()
                    .tlv(4, std::string(300, 'd'))
                    .tlv(5, "first")
                    .tlv(6, "a switch")
                    .tlv(5, "second")
                    .tlv(7, bytes({0x00, 0x14, 0x00, 0x04}))
+                   .tlv(8, mgmtAddr({10, 0, 0, 1}, 7, enterpriseOid))
+                   .tlv(8, mgmtAddr({10, 0, 0, 2}, 8, {}))
+                   .tlv(8, mgmtAddr({10, 0, 0, 3}, 9, bytes({0x2b, 0x81})))  // ends mid-identifier
+                   .tlv(8, mgmtAddr({10, 0, 0, 2}, 10, {}))  // replaces the second one
                    .tlv(9, "nine")
                    .tlv(126, "x")
                    .tlv(9, "again")
-                   .tlv(0, "junk")  // the End TLV's length is not examined
+                   .org(ouiDot1, 1, bytes({0x00, 0x64}))       // port VLAN ID 100
+                   .org(ouiDot3, 4, bytes({0x05, 0xee}))       // maximum frame size 1518
+                   .org(ouiTia, 1, bytes({0x00, 0x01, 0x03}))  // LLDP-MED capabilities
+                   .org(0x334455, 44, bytes({'a'}))
+                   .org(0x334455, 44, bytes({'b'}))
+                   .org(0x334455, 45, bytes({'c'}))
+                   // ZTP boot VLAN 100: the top four bits are not part of the VLAN.
+                   .org(ouiZorven, 1, bytes({0xf0, 0x64, 0, 0, 0, 0, 0, 0}))
+                   .org(ouiZorven, 2, bytes({0, 5}))  // counted, but not kept
+                   .tlv(0, "junk")                    // the End TLV's length is not examined
                    .tlv(1, "not read"));
    ASSERT_TRUE(r);
    EXPECT_EQ(r->portDesc().value(), std::string(255, 'd'));
@@ -342,10 +357,40 @@ TEST_F(LldpProtocolRxTest, BasicTlvsDecode) {
    ASSERT_EQ(r->unknownTlv().size(), 2u);
    EXPECT_EQ(r->unknownTlv(uint8_t(9))->value().value(), "again");
    EXPECT_EQ(r->unknownTlv(uint8_t(126))->value().value(), "x");
-   EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 3u);
+   EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 7u);
    EXPECT_EQ(port->rxFramesErrors(), 0u);
    EXPECT_EQ(port->rxTLVsDiscardedTotal(), 0u);
    EXPECT_TRUE(traced("End of LLDPDU"));
+
+   ASSERT_EQ(r->managementAddress().size(), 3u);
+   const auto* a = r->managementAddress(ipv4Key(10, 0, 0, 1));
+   ASSERT_NE(a, nullptr);
+   EXPECT_EQ(a->ifNumberingSubtype(), 2);
+   EXPECT_EQ(a->ifNumber(), 7u);
+   EXPECT_EQ(a->oid().stringValue(), "1.3.6.1.4.1.30065");
+   EXPECT_EQ(r->managementAddress(ipv4Key(10, 0, 0, 2))->ifNumber(), 10u);
+   const auto* bad = r->managementAddress(ipv4Key(10, 0, 0, 3));
+   ASSERT_NE(bad, nullptr);
+   EXPECT_TRUE(bad->oid().empty());
+   EXPECT_TRUE(traced("Valid OID string"));
+   EXPECT_TRUE(traced("Empty OID string"));
+   EXPECT_TRUE(traced("Invalid OID string"));
+
+   EXPECT_TRUE(r->portVlanIdTlvReceived());
+   EXPECT_EQ(r->portVlanId(), 100);
+   EXPECT_EQ(r->maximumFrameSizeInfo().maxFrameSize(), 1518);
+   EXPECT_TRUE(r->medCapabilitiesTlvReceived());
+   EXPECT_EQ(r->ztpBootVlan(), 100);
+   using Key = Lldp::UnknownOrgDefTlv::Key;
+   const Lldp::Oui oui(0x334455);
+   ASSERT_EQ(r->unknownOrgDefTlv().size(), 3u);
+   EXPECT_EQ(r->unknownOrgDefTlv(Key({.oui = oui, .subtype = 44, .index = 1}))->value().value(),
+             "a");
+   EXPECT_EQ(r->unknownOrgDefTlv(Key({.oui = oui, .subtype = 44, .index = 2}))->value().value(),
+             "b");
+   EXPECT_EQ(r->unknownOrgDefTlv(Key({.oui = oui, .subtype = 45, .index = 1}))->value().value(),
+             "c");
+   EXPECT_TRUE(traced("Unrecognized ZORVEN OUI TLV (subtype=2)"));
 }
 
 // A malformed optional TLV is dropped and counted, and the TLVs around it are kept: the
@@ -410,86 +455,32 @@ TEST_F(LldpProtocolRxTest, BadOptionalTlvIsDroppedAndTheRestKept) {
    EXPECT_TRUE(traced("Frame had an error"));
 }
 
-TEST_F(LldpProtocolRxTest, ManagementAddresses) {
-   auto r = rx(neighbour()
-                   .tlv(8, mgmtAddr({10, 0, 0, 1}, 7, enterpriseOid))
-                   .tlv(8, mgmtAddr({10, 0, 0, 2}, 8, {}))
-                   .tlv(8, mgmtAddr({10, 0, 0, 3}, 9, bytes({0x2b, 0x81})))  // ends mid-identifier
-                   .tlv(8, mgmtAddr({10, 0, 0, 2}, 10, {})));  // replaces the second one
-   ASSERT_TRUE(r);
-   ASSERT_EQ(r->managementAddress().size(), 3u);
-   const auto* a = r->managementAddress(ipv4Key(10, 0, 0, 1));
-   ASSERT_NE(a, nullptr);
-   EXPECT_EQ(a->ifNumberingSubtype(), 2);
-   EXPECT_EQ(a->ifNumber(), 7u);
-   EXPECT_EQ(a->oid().stringValue(), "1.3.6.1.4.1.30065");
-   EXPECT_EQ(r->managementAddress(ipv4Key(10, 0, 0, 2))->ifNumber(), 10u);
-   const auto* bad = r->managementAddress(ipv4Key(10, 0, 0, 3));
-   ASSERT_NE(bad, nullptr);
-   EXPECT_TRUE(bad->oid().empty());
-   EXPECT_TRUE(traced("Valid OID string"));
-   EXPECT_TRUE(traced("Empty OID string"));
-   EXPECT_TRUE(traced("Invalid OID string"));
-   EXPECT_EQ(port->rxFramesErrors(), 0u);
-}
-
-// ---------------------------------------------------------------------------------------
-// Organizationally specific TLVs.
-
-TEST_F(LldpProtocolRxTest, OrgSpecificTlvsGoToTheirDecoders) {
-   TestSupport::ScopedToggle ztp("LldpBootVlanTlv", true);
-   auto r = rx(neighbour()
-                   .org(ouiDot1, 1, bytes({0x00, 0x64}))       // port VLAN ID 100
-                   .org(ouiDot3, 4, bytes({0x05, 0xee}))       // maximum frame size 1518
-                   .org(ouiTia, 1, bytes({0x00, 0x01, 0x03}))  // LLDP-MED capabilities
-                   .org(0x334455, 44, bytes({'a'}))
-                   .org(0x334455, 44, bytes({'b'}))
-                   .org(0x334455, 45, bytes({'c'}))
-                   // ZTP boot VLAN 100: the top four bits are not part of the VLAN.
-                   .org(ouiZorven, 1, bytes({0xf0, 0x64, 0, 0, 0, 0, 0, 0}))
-                   .org(ouiZorven, 2, bytes({0, 5})));  // counted, but not kept
-   ASSERT_TRUE(r);
-   EXPECT_TRUE(r->portVlanIdTlvReceived());
-   EXPECT_EQ(r->portVlanId(), 100);
-   EXPECT_EQ(r->maximumFrameSizeInfo().maxFrameSize(), 1518);
-   EXPECT_TRUE(r->medCapabilitiesTlvReceived());
-   EXPECT_EQ(r->ztpBootVlan(), 100);
-   using Key = Lldp::UnknownOrgDefTlv::Key;
-   const Lldp::Oui oui(0x334455);
-   ASSERT_EQ(r->unknownOrgDefTlv().size(), 3u);
-   EXPECT_EQ(r->unknownOrgDefTlv(Key({.oui = oui, .subtype = 44, .index = 1}))->value().value(),
-             "a");
-   EXPECT_EQ(r->unknownOrgDefTlv(Key({.oui = oui, .subtype = 44, .index = 2}))->value().value(),
-             "b");
-   EXPECT_EQ(r->unknownOrgDefTlv(Key({.oui = oui, .subtype = 45, .index = 1}))->value().value(),
-             "c");
-   EXPECT_EQ(port->rxTLVsUnrecognizedTotal(), 4u);
-   EXPECT_EQ(port->rxTLVsDiscardedTotal(), 0u);
-   EXPECT_TRUE(traced("Unrecognized ZORVEN OUI TLV (subtype=2)"));
-
-   // Next frame carries only the first of the pair: index 2 goes, index 1 stays.
-   Vel::Trace::ringClear();
-   r = rx(neighbour().org(0x334455, 44, bytes({'a'})));
-   ASSERT_EQ(r->unknownOrgDefTlv().size(), 1u);
-   EXPECT_TRUE(r->unknownOrgDefTlv(Key({.oui = oui, .subtype = 44, .index = 1})));
-   EXPECT_FALSE(r->portVlanIdTlvReceived());
-   EXPECT_EQ(r->portVlanId(), 0);
-   EXPECT_TRUE(
-       traced("Member UnknownOrgDefTlvKey(oui=33-44-55, subtype=44, index=2) of "
-              "collection unknownOrgDefTlv deleted"));
-}
-
 // ---------------------------------------------------------------------------------------
 // Updates of a known neighbour.
 
+// Of a collection, what is no longer sent goes (of a repeated organizationally specific
+// TLV, the later indexes); an attribute falls back to its default.
 TEST_F(LldpProtocolRxTest, WhatTheNeighbourStopsSendingIsCleared) {
-   rx(neighbour().tlv(4, "uplink").tlv(8, mgmtAddr({10, 0, 0, 1}, 1, {})));
+   rx(neighbour()
+          .tlv(4, "uplink")
+          .tlv(8, mgmtAddr({10, 0, 0, 1}, 1, {}))
+          .org(ouiDot1, 1, bytes({0x00, 0x64}))
+          .org(0x334455, 44, bytes({'a'}))
+          .org(0x334455, 44, bytes({'b'})));
    fakeNow = 1030;
    Vel::Trace::ringClear();
-   auto r = rx(neighbour().tlv(8, mgmtAddr({10, 0, 0, 2}, 1, {})));
+   auto r = rx(neighbour().tlv(8, mgmtAddr({10, 0, 0, 2}, 1, {})).org(0x334455, 44, bytes({'a'})));
    EXPECT_TRUE(r->portDesc().empty());
+   EXPECT_FALSE(r->portVlanIdTlvReceived());
+   EXPECT_EQ(r->portVlanId(), 0);
    ASSERT_EQ(r->managementAddress().size(), 1u);
    EXPECT_TRUE(r->managementAddress(ipv4Key(10, 0, 0, 2)));
+   ASSERT_EQ(r->unknownOrgDefTlv().size(), 1u);
+   EXPECT_TRUE(r->unknownOrgDefTlv(
+       Lldp::UnknownOrgDefTlv::Key({.oui = Lldp::Oui(0x334455), .subtype = 44, .index = 1})));
+   EXPECT_TRUE(
+       traced("Member UnknownOrgDefTlvKey(oui=33-44-55, subtype=44, index=2) of "
+              "collection unknownOrgDefTlv deleted"));
    EXPECT_EQ(r->lastChangeTime(), 1030);
    EXPECT_EQ(status->remTablesLastChangeTime(), 1030);
    EXPECT_TRUE(traced("Attribute portDesc changed (was: uplink, now: )"));
