@@ -797,41 +797,40 @@ TEST_F(LldpProtocolRxTest, CaptureConnectX) {
 // with 217 zero bytes after its LCI, and all seven inventory TLVs, each NUL-padded to the
 // 32-byte maximum.
 TEST_F(LldpProtocolRxTest, CaptureSg200) {
-   auto remote = replay("sg200.pcap", 0);
-   ASSERT_TRUE(remote);
-   const auto& r = *remote;
-   EXPECT_EQ(r.msap().portIdentifier().value().value(), "g1");
-   EXPECT_EQ(r.ttl(), 120);
+   auto r = replay("sg200.pcap", 0);
+   ASSERT_TRUE(r);
+   EXPECT_EQ(r->msap().portIdentifier().value().value(), "g1");
+   EXPECT_EQ(r->ttl(), 120);
 
    // Auto-negotiation 0x03, advertised 0x0001 (1000BASE-T full duplex), MAU other (0).
-   EXPECT_TRUE(r.macPhyConfigStatusTlvReceived());
-   EXPECT_EQ(r.macPhyConfigStatusInfo(), Lldp::MacPhyConfigStatusInfo({
-                                             .autonegSupported = true,
-                                             .autonegEnabled = true,
-                                             .pmdAutonegAdvertisedCapability = 0x0001,
-                                             .operationalMauType = 0,
-                                         }));
-   EXPECT_FALSE(r.powerViaMdiTlvReceived());
-   EXPECT_FALSE(r.linkAggregationTlvReceived());
+   EXPECT_TRUE(r->macPhyConfigStatusTlvReceived());
+   EXPECT_EQ(r->macPhyConfigStatusInfo(), Lldp::MacPhyConfigStatusInfo({
+                                              .autonegSupported = true,
+                                              .autonegEnabled = true,
+                                              .pmdAutonegAdvertisedCapability = 0x0001,
+                                              .operationalMauType = 0,
+                                          }));
+   EXPECT_FALSE(r->powerViaMdiTlvReceived());
+   EXPECT_FALSE(r->linkAggregationTlvReceived());
 
    // Capabilities 0x002f (all but extended power PD), class Network Connectivity (4).
-   EXPECT_TRUE(r.medCapabilitiesTlvReceived());
-   EXPECT_EQ(r.medCapabilitiesInfo().capabilities().value(), 0x2f);
-   EXPECT_FALSE(r.medCapabilitiesInfo().capabilities().extendedPowerViaMdiPd());
-   EXPECT_EQ(r.medCapabilitiesInfo().deviceType(), 4);
-   EXPECT_TRUE(r.anyLldpMedReceived());
+   EXPECT_TRUE(r->medCapabilitiesTlvReceived());
+   EXPECT_EQ(r->medCapabilitiesInfo().capabilities().value(), 0x2f);
+   EXPECT_FALSE(r->medCapabilitiesInfo().capabilities().extendedPowerViaMdiPd());
+   EXPECT_EQ(r->medCapabilitiesInfo().deviceType(), 4);
+   EXPECT_TRUE(r->anyLldpMedReceived());
 
    // Civic LCI of length 39: what 2, "DE", three CA elements. The zero padding behind the
    // LCI lies outside it and must not turn into CA type 0 elements.
-   ASSERT_EQ(r.locationId().format(), Lldp::LocationId::formatCivic);
-   const auto& civic = r.locationId().civicAddress();
+   ASSERT_EQ(r->locationId().format(), Lldp::LocationId::formatCivic);
+   const auto& civic = r->locationId().civicAddress();
    EXPECT_EQ(civic.what(), 2);
    EXPECT_EQ(civic.countryCode().value(), "DE");
    EXPECT_EQ(civic.caElements().size(), 3u);
    EXPECT_EQ(caValue(civic, 3), "Berlin");
    EXPECT_EQ(caValue(civic, 6), "Karl-Liebknecht-Strase");
    EXPECT_EQ(caValue(civic, 25), "42");
-   EXPECT_TRUE(r.networkPolicyTlv().empty());
+   EXPECT_TRUE(r->networkPolicyTlv().empty());
 
    // The inventory strings are stored as sent, all 32 bytes of them; the analyser shows
    // each up to its first NUL. The manufacturer name really is the text "0xbc00",
@@ -845,15 +844,15 @@ TEST_F(LldpProtocolRxTest, CaptureSg200) {
       std::string_view raw;
    };
    const Inventory inventory[] = {
-       {"hardware revision", r.hardwareRevisionTlvInfo().value(), "V02", {}},
-       {"firmware revision", r.firmwareRevisionTlvInfo().value(), "1.0.8.3", {}},
-       {"software revision", r.softwareRevisionTlvInfo().value(), "1.0.8.3", {}},
-       {"serial number", r.serialNumberTlvInfo().value(), "XXX11111ZZZ", {}},
-       {"manufacturer name", r.manufacturerNameTlvInfo().value(), "0xbc00",
+       {"hardware revision", r->hardwareRevisionTlvInfo().value(), "V02", {}},
+       {"firmware revision", r->firmwareRevisionTlvInfo().value(), "1.0.8.3", {}},
+       {"software revision", r->softwareRevisionTlvInfo().value(), "1.0.8.3", {}},
+       {"serial number", r->serialNumberTlvInfo().value(), "XXX11111ZZZ", {}},
+       {"manufacturer name", r->manufacturerNameTlvInfo().value(), "0xbc00",
         "0xbc00\0"
         "1BWT\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0"sv},
-       {"model name", r.modelNameTlvInfo().value(), "SG 200-08P", {}},
-       {"asset ID", r.assetIDTlvInfo().value(), "1",
+       {"model name", r->modelNameTlvInfo().value(), "SG 200-08P", {}},
+       {"asset ID", r->assetIDTlvInfo().value(), "1",
         "1\0\0\x0a\0\0\0\x08\xff\xff\xff\xff\0\0\0\x06\0\0\0\x06\x80\x89\x57\xd8\0\0\0\0\0\0\0\x80"sv},
    };
    for (const auto& inv : inventory) {
@@ -872,39 +871,38 @@ TEST_F(LldpProtocolRxTest, CaptureSg200) {
 // Campus switch with 802.3bt PoE: Port VLAN ID, MAC/PHY, the 25-byte Power via MDI form and
 // a TLV under an OUI that none of our decoders owns (00-01-42).
 TEST_F(LldpProtocolRxTest, CaptureDot3bt) {
-   auto remote = replay("8023bt.pcap", 1);
-   ASSERT_TRUE(remote);
-   const auto& r = *remote;
-   EXPECT_EQ(r.msap().portIdentifier().value().value(), "Gi1/0/2");
-   EXPECT_EQ(r.sysName().value(), "cisco-bt-switch");
-   EXPECT_TRUE(r.sysDesc().value().starts_with("Cisco IOS Software [Gibraltar]"));
-   EXPECT_EQ(r.portDesc().value(), "GigabitEthernet1/0/2");
-   EXPECT_EQ(r.systemCapabilities().supported().value(), 0x14);
-   EXPECT_EQ(r.systemCapabilities().enabled().value(), 0x04);
-   ASSERT_EQ(r.managementAddress().size(), 1u);
-   EXPECT_EQ(r.managementAddress().begin()->first.stringValue(), "192.168.1.1");
-   EXPECT_EQ(r.managementAddress().begin()->second.ifNumber(), 53u);
-   ASSERT_EQ(r.unknownOrgDefTlv().size(), 1u);
-   EXPECT_EQ(r.unknownOrgDefTlv().begin()->first.oui(), Lldp::Oui(0x000142));
+   auto r = replay("8023bt.pcap", 1);
+   ASSERT_TRUE(r);
+   EXPECT_EQ(r->msap().portIdentifier().value().value(), "Gi1/0/2");
+   EXPECT_EQ(r->sysName().value(), "cisco-bt-switch");
+   EXPECT_TRUE(r->sysDesc().value().starts_with("Cisco IOS Software [Gibraltar]"));
+   EXPECT_EQ(r->portDesc().value(), "GigabitEthernet1/0/2");
+   EXPECT_EQ(r->systemCapabilities().supported().value(), 0x14);
+   EXPECT_EQ(r->systemCapabilities().enabled().value(), 0x04);
+   ASSERT_EQ(r->managementAddress().size(), 1u);
+   EXPECT_EQ(r->managementAddress().begin()->first.stringValue(), "192.168.1.1");
+   EXPECT_EQ(r->managementAddress().begin()->second.ifNumber(), 53u);
+   ASSERT_EQ(r->unknownOrgDefTlv().size(), 1u);
+   EXPECT_EQ(r->unknownOrgDefTlv().begin()->first.oui(), Lldp::Oui(0x000142));
 
-   EXPECT_TRUE(r.portVlanIdTlvReceived());
-   EXPECT_EQ(r.portVlanId().value(), 1);
+   EXPECT_TRUE(r->portVlanIdTlvReceived());
+   EXPECT_EQ(r->portVlanId().value(), 1);
 
    // Auto-negotiation 0x03, advertised 0x8000, MAU 1000BaseTFD (0x001e).
-   EXPECT_TRUE(r.macPhyConfigStatusTlvReceived());
-   EXPECT_EQ(r.macPhyConfigStatusInfo(), Lldp::MacPhyConfigStatusInfo({
-                                             .autonegSupported = true,
-                                             .autonegEnabled = true,
-                                             .pmdAutonegAdvertisedCapability = 0x8000,
-                                             .operationalMauType = 0x1e,
-                                         }));
+   EXPECT_TRUE(r->macPhyConfigStatusTlvReceived());
+   EXPECT_EQ(r->macPhyConfigStatusInfo(), Lldp::MacPhyConfigStatusInfo({
+                                              .autonegSupported = true,
+                                              .autonegEnabled = true,
+                                              .pmdAutonegAdvertisedCapability = 0x8000,
+                                              .operationalMauType = 0x1e,
+                                          }));
 
    // Power via MDI as the analyser shows it: support 0x0f, pair 1, class byte 5 ("4 (5)"),
    // type 2 PSE / primary source / low priority (0x13), requested 71.0 W and allocated
    // 51.0 W in 0.1 W units, mode A/B 355/355, alt A/B 255/255, status 0xce4f, system setup
    // 0, maximum available 510, autoclass 0, power down 0.
-   ASSERT_TRUE(r.powerViaMdiTlvReceived());
-   const auto& p = r.powerViaMdiInfo();
+   ASSERT_TRUE(r->powerViaMdiTlvReceived());
+   const auto& p = r->powerViaMdiInfo();
    EXPECT_EQ(p, Lldp::PowerViaMdiInfo({
                     .form = Lldp::PowerViaMdiInfo::formDot3bt,
                     .mdiPowerSupport = 0x0f,
@@ -932,45 +930,44 @@ TEST_F(LldpProtocolRxTest, CaptureDot3bt) {
    EXPECT_EQ(p.powerPriority(), 3);  // low
    EXPECT_TRUE(p.fromPse());
 
-   EXPECT_FALSE(r.anyLldpMedReceived());
+   EXPECT_FALSE(r->anyLldpMedReceived());
 }
 
 // Reference frame of a Linux daemon: 802.3 link aggregation, MAC/PHY and 802.3at power,
 // LLDP-MED capabilities, software revision, two location TLVs (coordinate, then civic),
 // network policy and an unknown OUI.
 TEST_F(LldpProtocolRxTest, CaptureReferenceRich) {
-   auto remote = replay("reference-rich.pcap", 1);
-   ASSERT_TRUE(remote);
-   const auto& r = *remote;
-   EXPECT_EQ(r.sysName().value(), "vm");
-   EXPECT_EQ(r.sysDesc().value(), "peer-one");
-   EXPECT_EQ(r.portDesc().value(), "v1");
-   ASSERT_EQ(r.managementAddress().size(), 1u);
-   EXPECT_EQ(r.managementAddress().begin()->first.stringValue(), "fe80::e4b5:c7ff:fe60:ff37");
-   ASSERT_EQ(r.unknownOrgDefTlv().size(), 1u);
-   EXPECT_EQ(r.unknownOrgDefTlv().begin()->first.oui(), Lldp::Oui(0x334455));
-   EXPECT_EQ(r.unknownOrgDefTlv().begin()->second.value().value(), "EEEEE");
+   auto r = replay("reference-rich.pcap", 1);
+   ASSERT_TRUE(r);
+   EXPECT_EQ(r->sysName().value(), "vm");
+   EXPECT_EQ(r->sysDesc().value(), "peer-one");
+   EXPECT_EQ(r->portDesc().value(), "v1");
+   ASSERT_EQ(r->managementAddress().size(), 1u);
+   EXPECT_EQ(r->managementAddress().begin()->first.stringValue(), "fe80::e4b5:c7ff:fe60:ff37");
+   ASSERT_EQ(r->unknownOrgDefTlv().size(), 1u);
+   EXPECT_EQ(r->unknownOrgDefTlv().begin()->first.oui(), Lldp::Oui(0x334455));
+   EXPECT_EQ(r->unknownOrgDefTlv().begin()->second.value().value(), "EEEEE");
 
    // Aggregation status 0x01: capable, not aggregated; port ID 0.
-   EXPECT_TRUE(r.linkAggregationTlvReceived());
-   EXPECT_EQ(r.linkAggregationInfo().status().value(), 0x01);
-   EXPECT_TRUE(r.linkAggregationInfo().status().capable());
-   EXPECT_FALSE(r.linkAggregationInfo().status().enabled());
-   EXPECT_EQ(r.linkAggregationInfo().aggregatedPortId(), 0u);
+   EXPECT_TRUE(r->linkAggregationTlvReceived());
+   EXPECT_EQ(r->linkAggregationInfo().status().value(), 0x01);
+   EXPECT_TRUE(r->linkAggregationInfo().status().capable());
+   EXPECT_FALSE(r->linkAggregationInfo().status().enabled());
+   EXPECT_EQ(r->linkAggregationInfo().aggregatedPortId(), 0u);
 
    // Auto-negotiation 0x00, advertised 0x8000, MAU 0x0036.
-   EXPECT_TRUE(r.macPhyConfigStatusTlvReceived());
-   EXPECT_EQ(r.macPhyConfigStatusInfo(), Lldp::MacPhyConfigStatusInfo({
-                                             .autonegSupported = false,
-                                             .autonegEnabled = false,
-                                             .pmdAutonegAdvertisedCapability = 0x8000,
-                                             .operationalMauType = 0x36,
-                                         }));
+   EXPECT_TRUE(r->macPhyConfigStatusTlvReceived());
+   EXPECT_EQ(r->macPhyConfigStatusInfo(), Lldp::MacPhyConfigStatusInfo({
+                                              .autonegSupported = false,
+                                              .autonegEnabled = false,
+                                              .pmdAutonegAdvertisedCapability = 0x8000,
+                                              .operationalMauType = 0x36,
+                                          }));
 
    // 802.3at form: support 0x0f, pair 2, class byte 4 ("3 (4)"), 0x13, 10.0 W / 15.0 W;
    // the 802.3bt-only fields stay at zero.
-   ASSERT_TRUE(r.powerViaMdiTlvReceived());
-   const auto& p = r.powerViaMdiInfo();
+   ASSERT_TRUE(r->powerViaMdiTlvReceived());
+   const auto& p = r->powerViaMdiInfo();
    EXPECT_EQ(p, Lldp::PowerViaMdiInfo({
                     .form = Lldp::PowerViaMdiInfo::formDot3at,
                     .mdiPowerSupport = 0x0f,
@@ -983,17 +980,17 @@ TEST_F(LldpProtocolRxTest, CaptureReferenceRich) {
    EXPECT_TRUE(p.fromPse());
 
    // Capabilities 0x003f, Network Connectivity.
-   EXPECT_TRUE(r.medCapabilitiesTlvReceived());
-   EXPECT_EQ(r.medCapabilitiesInfo().capabilities().value(), 0x3f);
-   EXPECT_EQ(r.medCapabilitiesInfo().deviceType(), 4);
+   EXPECT_TRUE(r->medCapabilitiesTlvReceived());
+   EXPECT_EQ(r->medCapabilitiesInfo().capabilities().value(), 0x3f);
+   EXPECT_EQ(r->medCapabilitiesInfo().deviceType(), 4);
 
-   EXPECT_EQ(r.softwareRevisionTlvInfo().value(), "6.18.44-fc-v470");
-   EXPECT_TRUE(r.hardwareRevisionTlvInfo().empty());
+   EXPECT_EQ(r->softwareRevisionTlvInfo().value(), "6.18.44-fc-v470");
+   EXPECT_TRUE(r->hardwareRevisionTlvInfo().empty());
 
    // Of the two location TLVs only the later, civic one is kept. Its LCI length (38) is
    // exactly what follows the length byte, so the last element ends on the TLV's last byte.
-   ASSERT_EQ(r.locationId().format(), Lldp::LocationId::formatCivic);
-   const auto& civic = r.locationId().civicAddress();
+   ASSERT_EQ(r->locationId().format(), Lldp::LocationId::formatCivic);
+   const auto& civic = r->locationId().civicAddress();
    EXPECT_EQ(civic.what(), 2);
    EXPECT_EQ(civic.countryCode().value(), "US");
    EXPECT_EQ(civic.caElements().size(), 3u);
@@ -1016,8 +1013,8 @@ TEST_F(LldpProtocolRxTest, CaptureReferenceRich) {
 
    // Voice (1): defined, untagged, VLAN 500, L2 priority 5, DSCP 46. The VLAN and priority
    // bits are decoded as sent even though the policy is untagged.
-   ASSERT_EQ(r.networkPolicyTlv().size(), 1u);
-   const auto* policy = r.networkPolicyTlv(uint8_t(1));
+   ASSERT_EQ(r->networkPolicyTlv().size(), 1u);
+   const auto* policy = r->networkPolicyTlv(uint8_t(1));
    ASSERT_NE(policy, nullptr);
    EXPECT_EQ(*policy, Lldp::NetworkPolicyTlv({
                           .appType = 1,
