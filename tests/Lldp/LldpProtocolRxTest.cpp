@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "Framework/Log.h"
-#include "Lldp/LldpMed.h"
 #include "Lldp/LldpProtocol.h"
 #include "Lldp/LldpProtocolSm.h"
 #include "tests/Support/AllocCounter.h"
@@ -128,11 +127,9 @@ struct RemoteSystemWatcher : Lldp::RemoteSystem::Notifiee {
    void unknownOrgDefTlvChanged(const Lldp::UnknownOrgDefTlv::Key&) override { ++unknownOrgDefTlv; }
 };
 
-// One organizationally specific TLV of an LLDPDU. `content`, the bytes after OUI and
-// subtype, is a copy in a buffer of exactly that size, so that a decoder run on it alone
-// and reading past its TLV runs off the end of an allocation instead of into the next TLV.
+// One organizationally specific TLV of an LLDPDU: its subtype and its content (what follows
+// OUI and subtype), to be sent again in a frame of its own.
 struct OrgTlv {
-   uint32_t oui = 0;
    int subtype = 0;
    Bytes content;
 };
@@ -146,17 +143,9 @@ std::vector<OrgTlv> orgTlvs(const Bytes& lldpdu) {
    const char* info = nullptr;
    while (extractTlv(&pos, end, &type, &infoLen, &info) && type != Lldp::tlvTypeEnd) {
       if (type != Lldp::tlvTypeOrgSpecific || infoLen < Lldp::orgDefHeaderLen) continue;
-      out.push_back({Lldp::Be::get24(info), uint8_t(info[3]),
-                     Bytes(info + Lldp::orgDefHeaderLen, info + infoLen)});
+      out.push_back({uint8_t(info[3]), Bytes(info + Lldp::orgDefHeaderLen, info + infoLen)});
    }
    return out;
-}
-
-// Decodes one LLDP-MED TLV alone into a fresh record.
-Vel::Ptr<Lldp::RemoteSystem> decodeMedAlone(const OrgTlv& tlv, TlvParseResult* result) {
-   auto remote = Vel::make<Lldp::RemoteSystem>(1, Lldp::Msap());
-   *result = LldpMed::parseTlv(tlv.subtype, int(tlv.content.size()), tlv.content.data(), remote);
-   return remote;
 }
 
 // What the analyser displays of a NUL-padded string: the bytes before the first NUL.
@@ -167,12 +156,6 @@ std::string_view displayed(std::string_view raw) {
 std::string_view caValue(const Lldp::CivicAddress& civic, uint8_t caType) {
    const auto* e = civic.caElements().find(caType);
    return e ? e->caValue().value() : std::string_view("<missing>");
-}
-
-bool traceStartsWith(std::string_view prefix) {
-   auto ring = Vel::Trace::ringSnapshot();
-   return std::any_of(ring.begin(), ring.end(),
-                      [&](const auto& e) { return std::string_view(e.text).starts_with(prefix); });
 }
 
 class LldpProtocolRxTest : public ::testing::Test {
@@ -217,10 +200,8 @@ protected:
    // Position of the first trace line with exactly this text; npos when absent.
    static size_t traceAt(std::string_view text) {
       auto ring = Vel::Trace::ringSnapshot();
-      for (size_t i = 0; i < ring.size(); ++i) {
-         if (ring[i].text == text) return i;
-      }
-      return std::string::npos;
+      auto it = std::find_if(ring.begin(), ring.end(), [&](auto& e) { return e.text == text; });
+      return it == ring.end() ? std::string::npos : size_t(it - ring.begin());
    }
    static bool traced(std::string_view text) { return traceAt(text) != std::string::npos; }
 
@@ -998,18 +979,17 @@ TEST_F(LldpProtocolRxTest, CaptureReferenceRich) {
    EXPECT_EQ(caValue(civic, 3), "Roseville");
    EXPECT_EQ(caValue(civic, 6), "Commercial Road");
 
-   // The coordinate LCI, decoded on its own. Its bytes hold latitude 0x0061B69D73 in the
+   // The coordinate LCI, sent again on its own. Its bytes hold latitude 0x0061B69D73 in the
    // 34 bits after the 6-bit resolution of bytes 0-4, longitude 0x0004671DE6 likewise in
    // bytes 5-9, and datum 1 in byte 15.
    const auto tlvs = orgTlvs(capture);
    ASSERT_EQ(tlvs.size(), 9u);
-   TlvParseResult coordResult = TlvParseResultEnd;
-   auto coordRemote = decodeMedAlone(tlvs[5], &coordResult);
-   EXPECT_EQ(coordResult, TlvParseResultOk);
-   ASSERT_EQ(coordRemote->locationId().format(), Lldp::LocationId::formatCoordinate);
+   auto coord = rx(neighbour(2).org(ouiTia, 3, tlvs[5].content));
+   ASSERT_TRUE(coord);
+   ASSERT_EQ(coord->locationId().format(), Lldp::LocationId::formatCoordinate);
    const Lldp::CoordinateLci expectedLci = {0x68, 0x61, 0xb6, 0x9d, 0x73, 0x5c, 0x04, 0x67,
                                             0x1d, 0xe6, 0x17, 0x40, 0x00, 0x75, 0x78, 0x01};
-   EXPECT_EQ(coordRemote->locationId().coordinate(), expectedLci);
+   EXPECT_EQ(coord->locationId().coordinate(), expectedLci);
 
    // Voice (1): defined, untagged, VLAN 500, L2 priority 5, DSCP 46. The VLAN and priority
    // bits are decoded as sent even though the policy is untagged.
@@ -1039,11 +1019,10 @@ TEST_F(LldpProtocolRxTest, CaptureMedLocationMalformed) {
    EXPECT_EQ(port->rxFramesDiscardedTotal(), 1u);
    EXPECT_TRUE(port->remoteSystem().empty());
    EXPECT_TRUE(
-       traceStartsWith("Error: LLDP-MED Civic Adreess LCI length is invalid (lciLength: 2, "
-                       "addressDataLen: 5"));
+       traced("Error: LLDP-MED Civic Adreess LCI length is invalid (lciLength: 2, "
+              "addressDataLen: 5)"));
 
-   // Every shorter cut of the same TLV is refused as well and stores nothing. Each cut is
-   // its own exactly sized buffer, so any read past it leaves the allocation.
+   // Every shorter cut of the same TLV makes its frame (which it ends) fatal as well.
    const auto tlvs = orgTlvs(capture);
    ASSERT_GE(tlvs.size(), 2u);
    ASSERT_EQ(tlvs[1].subtype, 3);  // after the network policy
@@ -1051,12 +1030,10 @@ TEST_F(LldpProtocolRxTest, CaptureMedLocationMalformed) {
    ASSERT_EQ(whole.size(), 6u);
    for (size_t n = 0; n <= whole.size(); ++n) {
       SCOPED_TRACE("content bytes: " + std::to_string(n));
-      const OrgTlv cut{tlvs[1].oui, 3, Bytes(whole.begin(), whole.begin() + long(n))};
-      TlvParseResult result = TlvParseResultEnd;
-      auto remote = decodeMedAlone(cut, &result);
-      EXPECT_EQ(result, TlvParseResultFatalError);
-      EXPECT_EQ(remote->locationId(), Lldp::LocationId());
+      EXPECT_FALSE(rx(neighbour(2).org(ouiTia, 3, Bytes(whole.begin(), whole.begin() + long(n)))));
    }
+   EXPECT_EQ(port->rxFramesDiscardedTotal(), 1u + whole.size() + 1);
+   EXPECT_TRUE(port->remoteSystem().empty());
 }
 
 }  // namespace
