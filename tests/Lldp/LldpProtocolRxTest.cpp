@@ -762,7 +762,7 @@ TEST_F(LldpProtocolRxTest, RepeatedLldpduFollowsTheBootVlanToggle) {
 // bytes; they are constants here so the tests need nothing but the captures.
 
 // An Ethernet trailer follows End of LLDPDU.
-TEST_F(LldpProtocolRxTest, CaptureConnectX) {
+TEST_F(LldpProtocolRxTest, CaptureWithEthernetTrailer) {
    auto r = replay("connectx.pcap", 0);
    ASSERT_TRUE(r);
    EXPECT_EQ(r->msap().chassisIdentifier().stringValue(), "50:6b:4b:f6:1e:b3");

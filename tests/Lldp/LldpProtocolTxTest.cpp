@@ -94,9 +94,8 @@ TEST_F(Builder, OptionalTlvsFollowTheirSwitchesAndContent) {
    portConfig->enabledTlvsIs(Lldp::EnabledTlvs(0x0f));
    // Port description switched on but empty: not sent.
    localSystem->sysDescIs("a switch");
-   Lldp::SystemCapabilitiesMap sup(0x14), en(0x04);
-   localSystem->sysCapSupportedIs(sup);
-   localSystem->sysCapEnabledIs(en);
+   localSystem->sysCapSupportedIs(Lldp::SystemCapabilitiesMap(0x14));
+   localSystem->sysCapEnabledIs(Lldp::SystemCapabilitiesMap(0x04));
    config->messageTxHoldTimeIs(65536 + 120);  // only the low 16 bits are advertised
    auto tlvs = build();
    ASSERT_EQ(tlvs.size(), 8u);
