@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 
 #include "Lldp/LldpProtocol.h"
 #include "tests/Support/AllocCounter.h"
@@ -27,16 +28,13 @@ struct Framing : ::testing::Test {
    char info[600] = {};
 };
 
-TEST_F(Framing, PutTlvRoomRules) {
+TEST_F(Framing, PutTlvRoomAndLengthRules) {
    // Exactly infoLen + 2 bytes left: fits and leaves the position at the end.
    char* pos = buf.data();
-   char* end = buf.data() + 7;
    std::copy_n("hello", 5, info);
-   ASSERT_TRUE(putTlv(&pos, end, 5, 5, info));
-   EXPECT_EQ(pos, end);
-   EXPECT_EQ(uint8_t(buf[0]), 0x0a);  // type 5 << 9 | 5
-   EXPECT_EQ(uint8_t(buf[1]), 0x05);
-   EXPECT_EQ(std::string(buf.data() + 2, 5), "hello");
+   ASSERT_TRUE(putTlv(&pos, buf.data() + 7, 5, 5, info));
+   EXPECT_EQ(pos, buf.data() + 7);
+   EXPECT_EQ(std::string(buf.data(), 7), "\x0a\x05hello");  // type 5 << 9 | 5
 
    // One byte short: refused, nothing written, position unchanged, traced at level 2.
    pos = buf.data();
@@ -45,10 +43,9 @@ TEST_F(Framing, PutTlvRoomRules) {
    EXPECT_EQ(pos, buf.data());
    EXPECT_EQ(uint8_t(buf[0]), 0x55);
    EXPECT_TRUE(traced("No room for TLV (type=5, infoLen=5); remaining space6 bytes"));
-}
 
-TEST_F(Framing, OversizedTlvFailsSoftlyWithoutRoomAndAbortsWithRoom) {
-   char* pos = buf.data();
+   // More than the 9-bit length field holds: refused without room, a programming error
+   // with it.
    EXPECT_FALSE(putTlv(&pos, buf.data() + 100, 4, 512, info));
    EXPECT_EQ(pos, buf.data());
    EXPECT_DEATH(
@@ -65,12 +62,7 @@ TEST_F(Framing, PutOrgDefTlvPrefixesOuiAndSubtypeInPlace) {
    ASSERT_TRUE(putOrgDefTlv(&pos, buf.data() + buf.size(), Lldp::ouiIeee8021, 0x101, 0, info + 4));
    // Empty organizationally defined information: infoLen 4, subtype cut to 8 bits.
    EXPECT_EQ(pos - buf.data(), 6);
-   EXPECT_EQ(uint8_t(buf[0]), 0xfe);
-   EXPECT_EQ(uint8_t(buf[1]), 0x04);
-   EXPECT_EQ(uint8_t(buf[2]), 0x00);
-   EXPECT_EQ(uint8_t(buf[3]), 0x80);
-   EXPECT_EQ(uint8_t(buf[4]), 0xc2);
-   EXPECT_EQ(uint8_t(buf[5]), 0x01);
+   EXPECT_EQ(std::string(buf.data(), 6), std::string("\xfe\x04\x00\x80\xc2\x01", 6));
    EXPECT_DEATH(
        {
           char* p = buf.data();
@@ -92,15 +84,6 @@ TEST_F(Framing, ExtractTlvNeverReadsPastTheEnd) {
    pos = shortInfo;
    EXPECT_FALSE(extractTlv(&pos, shortInfo + 4, &type, &len, &inf));
    EXPECT_TRUE(traced("Error: frame ended during TLV information string (type=5, infoLen=3)"));
-
-   // A TLV that ends exactly at the end is accepted.
-   const char exact[] = {0x0a, 0x02, 'a', 'b'};
-   pos = exact;
-   ASSERT_TRUE(extractTlv(&pos, exact + 4, &type, &len, &inf));
-   EXPECT_EQ(type, 5);
-   EXPECT_EQ(len, 2);
-   EXPECT_EQ(inf, exact + 2);
-   EXPECT_EQ(pos, exact + 4);
 }
 
 TEST_F(Framing, MandatoryTlvTypeAndLengthBounds) {

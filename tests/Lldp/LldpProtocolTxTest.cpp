@@ -1,13 +1,15 @@
-// The transmit builder: TLV order, golden bytes, room rules and counters.
+// The transmit builder: TLV order, golden bytes, room rules and counters, and the round
+// trip of a full frame through the receive processor.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <vector>
 
+#include "Framework/Log.h"
 #include "Lldp/LldpProtocol.h"
 #include "Lldp/LldpProtocolSm.h"
 #include "tests/Support/AllocCounter.h"
 #include "tests/Support/Frames.h"
+#include "tests/Support/FullPort.h"
 #include "tests/Support/PortRecords.h"
 
 namespace {
@@ -22,9 +24,8 @@ struct Tlv {
    Bytes info;
 };
 
-std::vector<Tlv> walk(const char* start, const char* end) {
+std::vector<Tlv> walk(const char* pos, const char* end) {
    std::vector<Tlv> out;
-   const char* pos = start;
    while (pos < end) {
       int type, len;
       const char* info;
@@ -32,22 +33,21 @@ std::vector<Tlv> walk(const char* start, const char* end) {
          ADD_FAILURE() << "malformed frame";
          break;
       }
-      Tlv t{type, -1, -1, Bytes(info, info + len)};
-      if (type == 127) {
-         t.oui = int(Lldp::Be::get24(info));
-         t.subtype = uint8_t(info[3]);
-      }
-      out.push_back(t);
+      const bool org = type == 127;
+      out.push_back({type, org ? int(Lldp::Be::get24(info)) : -1, org ? int(uint8_t(info[3])) : -1,
+                     Bytes(info, info + len)});
    }
    return out;
 }
 
-Lldp::ManagementAddress ipv4(const char* text, uint32_t ifIndex) {
-   auto a = Wire::IpAddr::parse(text);
+// A management address of the address family with that parser (Wire::IpAddr or Ip6Addr).
+template <class Addr = Wire::IpAddr>
+Lldp::ManagementAddress address(const char* text, uint32_t ifIndex) {
+   const auto a = Addr::parse(text)->bytes();
    return Lldp::ManagementAddress(
        {.key = Lldp::ManagementAddress::Key(
-            {.subtype = Lldp::addrFamilyIpv4,
-             .address = std::string_view(reinterpret_cast<const char*>(a->bytes().data()), 4)}),
+            {.subtype = a.size() == 4 ? Lldp::addrFamilyIpv4 : Lldp::addrFamilyIpv6,
+             .address = std::string_view(reinterpret_cast<const char*>(a.data()), a.size())}),
         .ifNumberingSubtype = Lldp::ifNumberingIfIndex,
         .ifNumber = ifIndex});
 }
@@ -71,12 +71,6 @@ struct Builder : ::testing::Test, TestSupport::PortRecords {
       frame.resize(size_t(end - frame.data()));
       return walk(frame.data(), end);
    }
-   static std::vector<int> types(const std::vector<Tlv>& tlvs) {
-      std::vector<int> t;
-      for (auto& x : tlvs)
-         t.push_back(x.type == 127 ? 1000 + x.subtype + (x.oui << 4) % 7 : x.type);
-      return t;
-   }
 
    Bytes frame;
 };
@@ -94,31 +88,14 @@ TEST_F(Builder, GoldenBytes) {
    EXPECT_EQ(portStatus->txFramesTotal(), 1u);
    EXPECT_EQ(portStatus->txFramesLengthExceeded(), 0u);
    EXPECT_EQ(portStatus->lastTxTime(), 1000.0);
-
-   // With a management address and the ZTP boot VLAN.
-   portConfig->mgmtAddrTxEnableIs(true);
-   localSystem->managementAddressIs(ipv4("10.0.0.1", 5));
-   localSystem->managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 1}),
-                                        ipv4("10.0.0.1", 5).key());
-   portConfig->ztpBootVlanIs(1);
-   localPort->ztpBootVlanIs(100);
-   auto tlvs = build();
-   ASSERT_EQ(tlvs.size(), 8u);
-   EXPECT_EQ(tlvs[4].type, 8);
-   EXPECT_EQ(tlvs[4].info, bytes({0x05, 0x01, 10, 0, 0, 1, 0x02, 0, 0, 0, 5, 0x00}));
-   EXPECT_EQ(tlvs[6].oui, 0x027e51);
-   ASSERT_EQ(tlvs[6].info.size(), 12u);
-   EXPECT_EQ(tlvs[6].info[4], 0x00);
-   EXPECT_EQ(tlvs[6].info[5], 0x64);
 }
 
 TEST_F(Builder, OptionalTlvsFollowTheirSwitchesAndContent) {
    portConfig->enabledTlvsIs(Lldp::EnabledTlvs(0x0f));
    // Port description switched on but empty: not sent.
    localSystem->sysDescIs("a switch");
-   Lldp::SystemCapabilitiesMap sup(0x14), en(0x04);
-   localSystem->sysCapSupportedIs(sup);
-   localSystem->sysCapEnabledIs(en);
+   localSystem->sysCapSupportedIs(Lldp::SystemCapabilitiesMap(0x14));
+   localSystem->sysCapEnabledIs(Lldp::SystemCapabilitiesMap(0x04));
    config->messageTxHoldTimeIs(65536 + 120);  // only the low 16 bits are advertised
    auto tlvs = build();
    ASSERT_EQ(tlvs.size(), 8u);
@@ -131,34 +108,35 @@ TEST_F(Builder, OptionalTlvsFollowTheirSwitchesAndContent) {
    tlvs = build();
    EXPECT_EQ(tlvs[3].type, 4);
 
-   // ZTP boot VLAN on the local port but none configured: no ZTP TLV.
+   // ZTP boot VLAN on the local port: sent, after the Port VLAN ID, once it is configured.
    localPort->ztpBootVlanIs(100);
    for (auto& t : build()) EXPECT_NE(t.oui, 0x027e51);
+   portConfig->ztpBootVlanIs(1);
+   tlvs = build();
+   ASSERT_EQ(tlvs.size(), 10u);
+   ASSERT_EQ(tlvs[8].info.size(), 12u);
+   EXPECT_EQ(Bytes(tlvs[8].info.begin(), tlvs[8].info.begin() + 6),
+             bytes({0x02, 0x7e, 0x51, 0x01, 0x00, 0x64}));
 }
 
 TEST_F(Builder, ManagementAddresses) {
    portConfig->mgmtAddrTxEnableIs(true);
-   auto v6 = Wire::Ip6Addr::parse("2001:db8::1");
-   Lldp::ManagementAddress ip6(
-       {.key = Lldp::ManagementAddress::Key(
-            {.subtype = Lldp::addrFamilyIpv6,
-             .address = std::string_view(reinterpret_cast<const char*>(v6->bytes().data()), 16)}),
-        .ifNumberingSubtype = Lldp::ifNumberingIfIndex,
-        .ifNumber = 2});
-   localSystem->ip6ManagementAddressIs(ip6);
-   config->maxTxMgmtAddrsIs(0);
-   localSystem->managementAddressIs(ipv4("10.0.0.1", 5));
+   localSystem->ip6ManagementAddressIs(address<Wire::Ip6Addr>("2001:db8::1", 2));
+   localSystem->managementAddressIs(address("10.0.0.1", 5));
    localSystem->managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 2}),
-                                        ipv4("10.0.0.1", 5).key());
+                                        address("10.0.0.1", 5).key());
    // A priority entry whose address record is missing.
    localSystem->managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 1}),
-                                        ipv4("10.9.9.9", 0).key());
+                                        address("10.9.9.9", 0).key());
 
-   // The IPv6 address does not count against the limit.
+   // The IPv6 address does not count against the limit, by default one.
    auto tlvs = build();
    ASSERT_EQ(tlvs[4].type, 8);
    EXPECT_EQ(tlvs[4].info[1], Lldp::addrFamilyIpv6);
-   EXPECT_NE(tlvs[5].type, 8);
+   EXPECT_EQ(tlvs[5].type, 8);
+   EXPECT_NE(tlvs[6].type, 8);
+   config->maxTxMgmtAddrsIs(0);
+   EXPECT_NE(build()[5].type, 8);
 
    // Priority order; the missing record goes as interface numbering unknown, number 0.
    config->maxTxMgmtAddrsIs(2);
@@ -169,7 +147,7 @@ TEST_F(Builder, ManagementAddresses) {
    EXPECT_NE(tlvs[7].type, 8);
 
    // Sending an OID is a programming error.
-   Lldp::ManagementAddress withOid = ipv4("10.0.0.2", 1);
+   Lldp::ManagementAddress withOid = address("10.0.0.2", 1);
    Snmp::ObjectIdentifier oid;
    oid.push(1);
    withOid.oidIs(oid);
@@ -219,14 +197,11 @@ TEST_F(Builder, ExternalTlvThatDoesNotFitLetsASmallerOneIn) {
    size_t withBoth = frame.size();
    auto tlvs = build(withBoth - 100);
    ASSERT_EQ(tlvs.back().type, 0);
-   int external = 0;
+   std::vector<int> external;  // subtypes sent
    for (auto& t : tlvs) {
-      if (t.oui == 0x112233) {
-         EXPECT_EQ(t.subtype, 2);
-         ++external;
-      }
+      if (t.oui == 0x112233) external.push_back(t.subtype);
    }
-   EXPECT_EQ(external, 1);
+   EXPECT_EQ(external, std::vector<int>{2});
    EXPECT_EQ(portStatus->txFramesLengthExceeded(), 1u);
    EXPECT_EQ(base.size(), tlvs.size() + 1);
 }
@@ -236,24 +211,76 @@ TEST_F(Builder, MissingIdentityIsAProgrammingError) {
    EXPECT_DEATH(build(), "Assertion failed: false");
 }
 
-TEST_F(Builder, FullFrameBuildsWithoutAllocating) {
-   portConfig->enabledTlvsIs(Lldp::EnabledTlvs(0x0f));
-   portConfig->mgmtAddrTxEnableIs(true);
-   portConfig->vlanNameTxEnableIs(true);
-   portConfig->dot3EnabledTlvsIs(Lldp::Dot3EnabledTlvs(0x0c));
-   portConfig->ztpBootVlanIs(1);
-   localPort->portDescIs("uplink");
-   localPort->ztpBootVlanIs(20);
-   localSystem->managementAddressIs(ipv4("10.0.0.1", 5));
-   localSystem->managementAddressPrioIs(Lldp::ManAddrPriority(), ipv4("10.0.0.1", 5).key());
-   portStatus->vlanNameIs(Lldp::VlanName({.vlanId = 20, .name = "servers"}));
-   std::array<char, 1500> buf;
-   buildTxLldpdu(buf.data(), buf.data() + buf.size(), root, localPort, portConfig, portStatus);
-   TestSupport::AllocScope scope;
-   for (int i = 0; i < 10; ++i) {
-      buildTxLldpdu(buf.data(), buf.data() + buf.size(), root, localPort, portConfig, portStatus);
+// What the builder sends for a port that advertises everything, built again without
+// allocating, the processor stores back as the same values.
+TEST(BuilderFullPort, BuildsWithoutAllocatingWhatIsStoredBackUnchanged) {
+   Lldp::clockIs([] { return 500.0; });
+   Vel::Log::syslogIs(false);
+   TestSupport::FullPort tx;
+   char frame[1500];
+   char* end = tx.build(frame, frame + sizeof(frame));
+   EXPECT_EQ(tx.portStatus->txFramesLengthExceeded(), 0u) << "the full frame must fit";
+   {
+      TestSupport::AllocScope scope;
+      for (int i = 0; i < 10; ++i) tx.build(frame, frame + sizeof(frame));
+      EXPECT_EQ(scope.count(), 0u);
    }
-   EXPECT_EQ(scope.count(), 0u);
+
+   const Wire::IntfId intf("Ethernet2");
+   auto rxConfig = Vel::make<Lldp::PortConfig>(intf);
+   auto status = Vel::make<Lldp::Status>();
+   auto rxPort = status->portStatusIs(intf, 0.0);
+   auto remote = processRxLldpdu(frame, end, rxConfig, status, rxPort, nullptr, nullptr,
+                                 *Wire::EthAddr::parse("00:1c:73:00:00:01"));
+   Lldp::clockIs(nullptr);
+   Vel::Log::syslogIs(true);
+   ASSERT_TRUE(remote);
+   EXPECT_EQ(rxPort->rxTLVsDiscardedTotal(), 0u);
+   // Only the operator-defined TLV is foreign to the receiver: kept, and counted.
+   EXPECT_EQ(rxPort->rxTLVsUnrecognizedTotal(), 1u);
+   EXPECT_EQ(rxPort->rxFramesErrors(), 0u);
+
+   const Lldp::LocalSystem& sys = *tx.localSystem;
+   const Lldp::LocalPort& port = *tx.localPort;
+   EXPECT_EQ(remote->msap().chassisIdentifier(), sys.chassisIdentifier());
+   EXPECT_EQ(remote->msap().portIdentifier(), port.portIdentifier());
+   EXPECT_EQ(remote->ttl(), tx.config->messageTxHoldTime());
+   EXPECT_EQ(remote->portDesc().value(), port.portDesc().value());
+   EXPECT_EQ(remote->sysName().value(), sys.sysName().value());
+   EXPECT_EQ(remote->sysDesc().value(), sys.sysDesc().value());
+   EXPECT_EQ(remote->systemCapabilities(),
+             Lldp::SystemCapabilitiesTlv::create(sys.sysCapSupported(), sys.sysCapEnabled()));
+
+   // Both management addresses, exactly as configured.
+   ASSERT_EQ(remote->managementAddress().size(), 2u);
+   const auto& v6 = sys.ip6ManagementAddress();
+   ASSERT_TRUE(remote->managementAddress(v6.key()));
+   EXPECT_EQ(*remote->managementAddress(v6.key()), v6);
+   for (const auto& [key, addr] : sys.managementAddress()) {
+      ASSERT_TRUE(remote->managementAddress(key));
+      EXPECT_EQ(*remote->managementAddress(key), addr);
+   }
+
+   EXPECT_EQ(remote->portVlanId(), port.portVlanId());
+   EXPECT_TRUE(remote->portVlanIdTlvReceived());
+   EXPECT_EQ(remote->vlanName(), tx.portStatus->vlanName());
+   EXPECT_EQ(remote->linkAggregationInfo(), port.linkAggregationInfo());
+   EXPECT_EQ(remote->maximumFrameSizeInfo(), port.maximumFrameSizeInfo());
+   EXPECT_TRUE(remote->powerViaMdiTlvReceived());
+   EXPECT_TRUE(remote->powerViaMdiInfo().fromPse());
+   EXPECT_EQ(remote->powerViaMdiInfo().pseAllocatedPower(),
+             port.localPortPoeInfo()->poePortStatus().allocatedPower());
+   EXPECT_EQ(remote->medCapabilitiesInfo(), port.medCapabilities());
+   EXPECT_EQ(remote->networkPolicyTlv(), port.localNetworkPolicyTlv());
+   EXPECT_EQ(remote->ztpBootVlan(), port.ztpBootVlan());
+
+   // The operator-defined TLV comes back with its OUI, subtype and content.
+   ASSERT_EQ(remote->unknownOrgDefTlv().size(), 1u);
+   const auto& sent = port.unknownOrgDefTlv().begin()->second;
+   const auto& got = remote->unknownOrgDefTlv().begin()->second;
+   EXPECT_EQ(got.key().oui(), sent.key().oui());
+   EXPECT_EQ(got.key().subtype(), sent.key().subtype());
+   EXPECT_EQ(got.value(), sent.value());
 }
 
 }  // namespace
