@@ -67,11 +67,6 @@ Lldp::PortStatus::Ptr Switch::portStatus(const std::string& intf) const {
    return status->portStatus(Wire::IntfId(intf));
 }
 
-uint64_t Switch::sent(const std::string& intf) const {
-   auto ps = portStatus(intf);
-   return ps ? ps->txFramesTotal() : 0;
-}
-
 size_t Switch::neighbours(const std::string& intf) const {
    auto ps = portStatus(intf);
    return ps ? ps->remoteSystem().size() : 0;

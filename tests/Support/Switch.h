@@ -25,7 +25,6 @@ public:
 
    Vel::Ptr<Lldp::Agent::Protocol::LldpPamSm> sm(const std::string& intf) const;
    Lldp::PortStatus::Ptr portStatus(const std::string& intf) const;
-   uint64_t sent(const std::string& intf) const;
    size_t neighbours(const std::string& intf) const;
 
    std::string name;
