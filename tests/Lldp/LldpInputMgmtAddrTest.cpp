@@ -176,7 +176,7 @@ TEST_F(MgmtAddrTest, DuplicateAddressIsTakenOverWithoutAGap) {
    (void)eth3;
 }
 
-TEST_F(MgmtAddrTest, OnlyTheManagementVrfIsAdvertised) {
+TEST_F(MgmtAddrTest, OnlyTheManagementVrfAndListedInterfacesAreAdvertised) {
    intf(port("eth2"), 12, "red");
    addr(port("eth1"), "192.0.2.1");
    auto eth2 = addr(port("eth2"), "192.0.2.2", "red");
@@ -188,6 +188,11 @@ TEST_F(MgmtAddrTest, OnlyTheManagementVrfIsAdvertised) {
    EXPECT_EQ(order(), V{"02:00:00:00:aa:01"});
    agent->cliConfig()->mgmtAddrVrfIs("");
    EXPECT_EQ(order(), (V{"192.0.2.1#11", "192.0.2.2#12"}));
+   // An address of an interface the platform no longer lists is dropped.
+   allIntf->intfStatusDel(port("eth1"));
+   EXPECT_EQ(order(), V{"192.0.2.2#12"});
+   intf(port("eth1"), 21);  // back, under a new index
+   EXPECT_EQ(order(), (V{"192.0.2.1#21", "192.0.2.2#12"}));
 }
 
 TEST_F(MgmtAddrTest, OneStableIpv6Address) {
@@ -209,15 +214,6 @@ TEST_F(MgmtAddrTest, OneStableIpv6Address) {
    EXPECT_EQ(advertised(), "2001:db8::10");
    ip6->intfDel(port("eth2"));
    EXPECT_EQ(local->ip6ManagementAddress(), Lldp::ManagementAddress());
-}
-
-TEST_F(MgmtAddrTest, AddressOfAnInterfaceThePlatformDoesNotListIsDropped) {
-   addr(port("eth1"), "192.0.2.1");
-   EXPECT_EQ(order(), V{"192.0.2.1#11"});
-   allIntf->intfStatusDel(port("eth1"));
-   EXPECT_EQ(order(), V{"02:00:00:00:aa:01"});
-   intf(port("eth1"), 21);  // back, under a new index
-   EXPECT_EQ(order(), V{"192.0.2.1#21"});
 }
 
 }  // namespace

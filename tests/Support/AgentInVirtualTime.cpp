@@ -31,6 +31,8 @@ void AgentInVirtualTime::TearDown() {
    loop().virtualTimeIs(false);
    Vel::Log::syslogIs(true);
    Vel::Trace::configure("");
+   // The protocol engine enlarges packet buffers for the whole process.
+   Wire::PktMan::instance().dataSizeIs(Wire::PktMan::defaultDataSize);
 }
 
 bool AgentInVirtualTime::traced(std::string_view text) {
