@@ -8,12 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "Framework/Log.h"
+#include "Framework/Trace.h"
 #include "Lldp/LldpProtocolSm.h"
 #include "tests/Support/Frames.h"
 #include "tests/Support/PamFrames.h"
 #include "tests/Support/PortRecords.h"
 #include "tests/Support/Switch.h"
-#include "tests/Support/VirtualTime.h"
 
 namespace {
 
@@ -28,15 +29,28 @@ void inject(Wire::Pam& pam, const std::string& chassis, int ttl, uint16_t ethTyp
    pam.txPktIs(TestSupport::pktOf(std::string(f.begin(), f.end())));
 }
 
-// The loop in virtual time from t0; declared first, so torn down after the machines.
+// The loop in virtual time from t0, traces and syslog off, neighbour event log keys
+// collected in `logs`. A base class, so that it is torn down after the machines.
 class EngineTest : public ::testing::Test {
 protected:
+   EngineTest() {
+      Vel::Trace::textTraceIs("-");
+      Vel::Log::syslogIs(false);
+      Vel::Log::sinkIs([this](const Vel::Log::Message& m) { logs.push_back(m.key); });
+      loop().virtualTimeIs(true, t0);
+   }
+   ~EngineTest() override {
+      loop().advanceBy(0);
+      loop().virtualTimeIs(false);
+      Vel::Log::sinkIs(nullptr);
+      Vel::Log::syslogIs(true);
+      Wire::PktMan::instance().dataSizeIs(Wire::PktMan::defaultDataSize);
+   }
    static Vel::EventLoop& loop() { return Vel::EventLoop::instance(); }
    void at(Vel::Seconds t) { loop().advanceTo(t0 + t); }
 
    const Vel::Seconds t0 = 1000;
-   TestSupport::VirtualTime vt{t0};
-   std::vector<std::string>& logs = vt.logs;
+   std::vector<std::string> logs;
 };
 
 // One end of a link: the records of one port on its own switch and the port's machine over
