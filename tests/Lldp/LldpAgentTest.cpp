@@ -1,17 +1,44 @@
 // The agent with its input side, in virtual time: the platform's records are written the
-// way the Linux platform writes them, packet access is in memory, and the test checks
-// what the agent makes of them: port records, admin status, identity, and the status it
-// publishes.
+// way the Linux platform writes them, the records of other programs (power agents, external
+// TLV clients, port authentication) the way the daemon writes them, a neighbour's TLVs the
+// way the receive processor records them; packet access is in memory. The test checks what
+// the agent makes of them: port records, admin status, identity, the status it publishes,
+// and what the ports advertise (the local port records the transmit builder walks).
 #include <gtest/gtest.h>
 
 #include <map>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "tests/Support/AgentInVirtualTime.h"
 
 namespace {
 
 using namespace Lldp::Agent::Input;
+using Lldp::PowerViaMdiInfo;
+using PortStatus = Environment::Power::PoePortStatus::PortStatus;
+
+// A powered device asking for `tenths` of a watt in the 802.3at form (type 2 PD).
+PowerViaMdiInfo pdRequest(uint16_t tenths) {
+   return PowerViaMdiInfo({.form = PowerViaMdiInfo::formDot3at,
+                           .mdiPowerSupport = 0x02,
+                           .powerClass = 5,
+                           .typeSourcePriority = 0x40 | 0x10 | 0x2,
+                           .pdRequestedPower = tenths});
+}
+
+Lldp::NetworkPolicyConfig policy(uint8_t app, uint16_t vlan, uint8_t prio = 5, uint8_t dscp = 46) {
+   return Lldp::NetworkPolicyConfig(
+       {.appType = app, .tagged = true, .vlanId = vlan, .priority = prio, .dscp = dscp});
+}
+
+Lldp::UnknownOrgDefTlv tlv(uint8_t subtype, const std::string& info, int index = 0) {
+   return Lldp::UnknownOrgDefTlv(
+       {.key = Lldp::UnknownOrgDefTlvKey(
+            {.oui = Lldp::Oui(0x334466), .subtype = subtype, .index = index}),
+        .value = info});
+}
 
 class LldpAgentTest : public TestSupport::AgentInVirtualTime {
 protected:
@@ -21,9 +48,14 @@ protected:
       netStatus->domainNameIs("example.test");
       lagDir = db.mount<Interface::EthLagIntfStatusDir>("interface/status/eth/lag");
       allIntf = db.mount<Interface::AllIntfStatusDir>("interface/status/all");
+      powerAgents = db.mount<Vel::Dir>("environment/power/status/poePort");
+      requests = db.mount<Lldp::PowerRequestStatus>("l2discovery/lldp/status/powerRequest");
+      externalTlvs = db.mount<Vel::Dir>("l2discovery/lldp/externalTlvs");
+      dot1x = db.mount<Identity::Dot1x::Status>("identity/dot1x/status");
+      macsec = db.mount<Identity::Macsec::Status>("identity/macsec/status");
    }
    // A port as the platform reports it, with its MAC address, ifIndex and MTU.
-   Interface::EthPhyIntfStatus::Ptr portUp(const std::string& name, uint8_t macLast) {
+   Interface::EthPhyIntfStatus::Ptr addPort(const std::string& name, uint8_t macLast) {
       allIntf->intfStatusIs(eth(name))->ifIndexIs(macLast);
       auto s = phyDir->intfStatusIs(eth(name));
       const uint8_t mac[6] = {0x02, 0, 0, 0, 1, macLast};
@@ -41,9 +73,72 @@ protected:
       sw->nativeVlanIs(nativeVlan);
    }
 
+   Lldp::LocalPortPoeInfo& poe() { return *local->localPort(eth("eth1"))->localPortPoeInfo(); }
+   // A neighbour's Power via MDI TLV as the receive processor records it.
+   void neighbour(int index, uint8_t macLast, const PowerViaMdiInfo& p, Vel::Seconds changed = 0) {
+      auto ps = agent->lldpStatusLocal()->portStatus(eth("eth1"));
+      auto r = ps->remoteSystemIs(
+          index, Lldp::Msap({.chassisIdentifier = Lldp::ChassisIdentifier(
+                                 {.subtype = 7, .value = "pd" + std::to_string(index)})}));
+      r->ethAddrIs(Wire::EthAddr({2, 0, 0, 0, 0, macLast}));
+      r->expiryTimeIs(1e9);
+      r->lastChangeTimeIs(changed);
+      r->powerViaMdiTlvReceivedIs(p.form() != PowerViaMdiInfo::formNone);
+      r->powerViaMdiInfoIs(p);
+      ps->remoteSystemTouched(index);
+   }
+   int chosen() { return poe().remoteSystem() ? poe().remoteSystem()->index() : 0; }
+   void publish(const std::string& name, const PortStatus& s) {
+      auto a = powerAgents->entryAs<Environment::Power::PoePortStatus>(name);
+      if (!a) powerAgents->entryIs(name, a = Vel::make<Environment::Power::PoePortStatus>(name));
+      a->portStatusIs(eth("eth1"), s);
+   }
+
+   Lldp::LocalPort::Ptr port() { return local->localPort(eth("eth1")); }
+   Lldp::PortStatus::Ptr portStatus() { return agent->lldpStatusLocal()->portStatus(eth("eth1")); }
+   // The applications the port advertises.
+   std::vector<int> advertised() {
+      std::vector<int> apps;
+      for (const auto& [app, tlv] : port()->localNetworkPolicyTlv()) apps.push_back(app);
+      return apps;
+   }
+   // A phone asking for its policy, as the receive processor records it.
+   void phoneAsks(bool asks) {
+      auto ps = portStatus();
+      if (!asks) {
+         ps->remoteSystemDel(1);
+         return;
+      }
+      auto r = ps->remoteSystemIs(1, Lldp::Msap());
+      r->expiryTimeIs(1e9);
+      r->networkPolicyTlvIs(Lldp::NetworkPolicyTlv({.appType = 1, .unknown = true}));
+      ps->remoteSystemTouched(1);
+   }
+   Lldp::ExternalTlvConfig::Ptr client(const std::string& name, const Lldp::ExternalTlvSet& set) {
+      auto c = externalTlvs->entryAs<Lldp::ExternalTlvConfig>(name);
+      if (!c) c = Vel::make<Lldp::ExternalTlvConfig>(name);
+      Lldp::externalTlvConfigIs(*c, set);
+      externalTlvs->entryIs(name, c);
+      return c;
+   }
+   // The information of each TLV on a port, in key order.
+   std::vector<std::string> tlvs(const char* name) {
+      std::vector<std::string> out;
+      if (auto lp = local->localPort(eth(name))) {
+         for (const auto& [k, t] : lp->unknownOrgDefTlv()) out.push_back(t.value().stringValue());
+      }
+      return out;
+   }
+   using V = std::vector<std::string>;
+
    System::NetStatus::Ptr netStatus;
    Interface::EthLagIntfStatusDir::Ptr lagDir;
    Interface::AllIntfStatusDir::Ptr allIntf;
+   Vel::Dir::Ptr powerAgents;
+   Lldp::PowerRequestStatus::Ptr requests;
+   Vel::Dir::Ptr externalTlvs;
+   Identity::Dot1x::Status::Ptr dot1x;
+   Identity::Macsec::Status::Ptr macsec;
 };
 
 TEST(InputRules, TxDelayIntervalSystemNameAndCapableKinds) {
@@ -59,7 +154,7 @@ TEST(InputRules, TxDelayIntervalSystemNameAndCapableKinds) {
 }
 
 TEST_F(LldpAgentTest, PortGetsItsRecordsAndPacketAccessWhileItTakesPart) {
-   auto eth1 = portUp("eth1", 1);
+   auto eth1 = addPort("eth1", 1);
    const Wire::IntfId intf = eth("eth1");
    ASSERT_TRUE(portConfig("eth1"));
    auto lp = local->localPort(intf);
@@ -110,9 +205,9 @@ TEST_F(LldpAgentTest, PortGetsItsRecordsAndPacketAccessWhileItTakesPart) {
 }
 
 TEST_F(LldpAgentTest, AdminStatusFollowsGlobalSwitchCliAndSwitchportMode) {
-   portUp("eth1", 1);
-   portUp("eth2", 2);
-   portUp("eth3", 3);
+   addPort("eth1", 1);
+   addPort("eth2", 2);
+   addPort("eth3", 3);
    auto cli = agent->cliConfig();
    cli->cliPortConfigIs(eth("eth2"))->adminStatusIs(Lldp::adminStatusRxOnly);
    EXPECT_EQ(admin("eth1"), 3);
@@ -156,8 +251,8 @@ TEST_F(LldpAgentTest, AdminStatusFollowsGlobalSwitchCliAndSwitchportMode) {
 }
 
 TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
-   portUp("eth1", 1);
-   portUp("eth2", 2);
+   addPort("eth1", 1);
+   addPort("eth2", 2);
    auto status = agent->lldpStatusLocal();
    auto names = [&](const char* port) {
       std::map<int, std::string> out;
@@ -200,7 +295,7 @@ TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
    lagDir->intfStatusDel(bond1);
    EXPECT_TRUE(names("eth2").empty());
    v10->memberIs(eth("eth3"), true);
-   portUp("eth3", 3);
+   addPort("eth3", 3);
    EXPECT_EQ(names("eth3"), (Names{{10, "voice"}}));
 
    // The VLAN name switch: off drops every name, on brings them back.
@@ -219,7 +314,7 @@ TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
 }
 
 TEST_F(LldpAgentTest, GlobalSettingsReachThePortsAndCleanupLeavesNothing) {
-   portUp("eth1", 1);
+   addPort("eth1", 1);
    auto cli = agent->cliConfig();
    cli->messageTxIntervalIs(1);
    EXPECT_EQ(config->messageTxInterval(), 1u);
@@ -281,10 +376,214 @@ TEST_F(LldpAgentTest, StatusAccumulatorAddsThePeerAndTakesTheLaterChange) {
    EXPECT_EQ(all->remTablesInserts(), 7u);
 
    // Port statuses are published while they exist.
-   portUp("eth1", 1);
+   addPort("eth1", 1);
    EXPECT_TRUE(all->portStatus(eth("eth1")));
    phyDir->intfStatusDel(eth("eth1"));
    EXPECT_FALSE(all->portStatus(eth("eth1")));
+}
+
+TEST_F(LldpAgentTest, TheRequestAnsweredIsTheNewestOfOneDeviceAndNoneOfTwo) {
+   portUp("eth1");
+   neighbour(1, 1, {});  // no Power via MDI at all
+   EXPECT_EQ(chosen(), 0);
+   EXPECT_TRUE(traced("PowerViaMdiInfo not received"));
+   neighbour(1, 1, PowerViaMdiInfo({.form = PowerViaMdiInfo::formDot3af, .mdiPowerSupport = 2}));
+   EXPECT_EQ(chosen(), 0);
+   EXPECT_TRUE(traced("Ignoring PowerViaMdiInfo because it was received but @ 802.3af"));
+   PowerViaMdiInfo fromPse = pdRequest(255);
+   fromPse.typeSourcePriorityIs(0x10);  // type 2 PSE
+   neighbour(1, 1, fromPse);
+   EXPECT_EQ(chosen(), 0);
+   EXPECT_TRUE(traced("Ignoring PowerViaMdiInfo because it was received from PSE"));
+   EXPECT_TRUE(requests->request().empty());
+
+   neighbour(1, 1, pdRequest(255), 10);
+   EXPECT_EQ(chosen(), 1);
+   EXPECT_TRUE(traced(": found RemoteSystem with power request from 02:00:00:00:00:01"));
+   ASSERT_TRUE(requests->request(eth("eth1")));
+   EXPECT_EQ(requests->request(eth("eth1"))->powerViaMdiInfo().pdRequestedPower(), 255);
+   EXPECT_EQ(requests->request(eth("eth1"))->remoteIndex(), 1);
+
+   // The same device under a new identity: its newer record wins, whatever the index.
+   neighbour(2, 1, pdRequest(130), 20);
+   EXPECT_EQ(chosen(), 2);
+   EXPECT_TRUE(
+       traced(": found more recent RemoteSystem from 02:00:00:00:00:01 => replacing 1 with 2"));
+   neighbour(1, 1, pdRequest(255), 30);
+   EXPECT_EQ(chosen(), 1);
+   EXPECT_EQ(requests->request(eth("eth1"))->powerViaMdiInfo().pdRequestedPower(), 255);
+
+   // Another device on the port: neither can be preferred, nothing is answered.
+   neighbour(3, 9, pdRequest(40), 40);
+   EXPECT_EQ(chosen(), 0);
+   EXPECT_FALSE(requests->request(eth("eth1")));
+   EXPECT_TRUE(
+       traced(": found 2 RemoteSystems with requested power 255 and 40 from different src "
+              "addresses ( 02:00:00:00:00:01 and 02:00:00:00:00:09 ) => can not choose one"));
+   agent->lldpStatusLocal()->portStatus(eth("eth1"))->remoteSystemDel(3);
+   EXPECT_EQ(chosen(), 1);
+   agent->lldpStatusLocal()->portStatus(eth("eth1"))->remoteSystemDelAll();
+   EXPECT_EQ(chosen(), 0);
+   EXPECT_TRUE(requests->request().empty());
+}
+
+TEST_F(LldpAgentTest, PowerAgentsReportsReachThePortFirstAgentByNameWins) {
+   portUp("eth1");
+   const PortStatus a({.state = PortStatus::stateDelivering, .pseType = 2, .allocatedPower = 255});
+   const PortStatus b({.state = PortStatus::stateSearching, .pseType = 3});
+   EXPECT_FALSE(poe().readyToSendTlv());
+   publish("b-agent", b);
+   EXPECT_EQ(poe().poePortStatus(), b);
+   publish("a-agent", a);
+   EXPECT_EQ(poe().poePortStatus(), a);
+   EXPECT_TRUE(traced("Interface eth1 is allowed to use 25.5 W"));
+   publish("b-agent", PortStatus({.state = PortStatus::stateFault}));
+   EXPECT_EQ(poe().poePortStatus(), a);
+
+   // A port that comes back gets the report at once; an agent that goes hands over to the
+   // next, and the last one leaves the port without PoE data.
+   portUp("eth1", Interface::forwardingModelDataLink);
+   portUp("eth1");
+   EXPECT_EQ(poe().poePortStatus(), a);
+   powerAgents->entryDel("a-agent");
+   EXPECT_EQ(poe().poePortStatus().state(), PortStatus::stateFault);
+   powerAgents->entryDel("b-agent");
+   EXPECT_FALSE(poe().readyToSendTlv());
+   EXPECT_TRUE(traced("PoeSm::handlePowerAgentDelete reset localPort PoE info for eth1"));
+
+   // Something else than a power agent's report in the directory is ignored.
+   powerAgents->entryIs("stray", Vel::make<Vel::Dir>("stray"));
+   EXPECT_FALSE(poe().readyToSendTlv());
+}
+
+TEST_F(LldpAgentTest, AdvertisedOnlyOnRequestWhileSelectedWithoutRedundantSignaling) {
+   portUp("eth1");
+   EXPECT_FALSE(port()->medCapabilities().capabilities().networkPolicy());
+   auto cli = agent->cliConfig()->cliPortConfigIs(eth("eth1"));
+   cli->networkPolicyConfigIs(policy(1, 100));  // voice
+   cli->networkPolicyConfigIs(policy(2, 100));  // voice signalling, same as voice
+   cli->networkPolicyConfigIs(policy(6, 200));  // video conferencing
+   cli->networkPolicyConfigIs(policy(8, 201));  // video signalling, its own VLAN
+   cli->networkPolicyConfigIs(policy(9, 300));  // reserved type
+   EXPECT_TRUE(port()->medCapabilities().capabilities().networkPolicy());
+
+   // Nobody asked yet.
+   EXPECT_TRUE(advertised().empty());
+   EXPECT_TRUE(traced("Not adding LLDP-MED Network Policy TLV - no request received in intf eth1"));
+
+   phoneAsks(true);
+   EXPECT_EQ(advertised(), (std::vector<int>{1, 6, 8}));
+   EXPECT_EQ(*port()->localNetworkPolicyTlv(1), policy(1, 100).toNetworkPolicyTlv());
+   EXPECT_TRUE(traced("Skipping unsupported LLDP-MED Network Policy app 9 in intf eth1"));
+   EXPECT_TRUE(traced("Skipping signaling application 2 because policy " +
+                      (std::ostringstream() << policy(2, 100)).str() +
+                      " equivalent to corresponding streaming application in intf eth1"));
+
+   // The phone refreshing changes nothing the port advertises.
+   struct Count : Lldp::LocalPort::Notifiee {
+      int changes = 0;
+      void localNetworkPolicyTlvChanged(const uint8_t&) override { ++changes; }
+   } count;
+   count.notifierIs(port());
+   phoneAsks(true);
+   EXPECT_EQ(count.changes, 0);
+   count.notifierIs(nullptr);
+
+   // The TLV switched off withdraws them all, at once; on brings them back.
+   agent->cliConfig()->medNetworkPolicyTxIs(false);
+   EXPECT_TRUE(advertised().empty());
+   EXPECT_TRUE(
+       traced("Not adding LLDP-MED Network Policy TLV - TLV disabled in CLI for intf eth1"));
+   agent->cliConfig()->medNetworkPolicyTxIs(true);
+   EXPECT_EQ(advertised(), (std::vector<int>{1, 6, 8}));
+
+   // Without voice of its own, voice signalling stands alone; different from it, both go.
+   cli->networkPolicyConfigDel(1);
+   EXPECT_EQ(advertised(), (std::vector<int>{2, 6, 8}));
+   cli->networkPolicyConfigIs(policy(1, 100, 6));
+   EXPECT_EQ(advertised(), (std::vector<int>{1, 2, 6, 8}));
+
+   // The phone gone, nothing is advertised; the operator's settings gone, no capability.
+   phoneAsks(false);
+   EXPECT_TRUE(advertised().empty());
+   agent->cliConfig()->cliPortConfigDel(eth("eth1"));
+   EXPECT_TRUE(port()->medCapabilities().capabilities().lldpMedCapabilities());
+   EXPECT_FALSE(port()->medCapabilities().capabilities().networkPolicy());
+   EXPECT_TRUE(config->portConfig(eth("eth1"))->networkPolicyConfig().empty());
+}
+
+TEST_F(LldpAgentTest, APolicyChangeIsSentAtOnceAndAPortComingBackAdvertisesAgain) {
+   portUp("eth1");
+   agent->cliConfig()->messageTxIntervalIs(1000);
+   agent->cliConfig()->cliPortConfigIs(eth("eth1"))->networkPolicyConfigIs(policy(1, 100));
+   phoneAsks(true);
+   loop().advanceBy(30);  // past the fast transmissions a new LLDP-MED neighbour gets
+   const uint32_t sent = portStatus()->txFramesTotal();
+   agent->cliConfig()->cliPortConfig(eth("eth1"))->networkPolicyConfigIs(policy(1, 101));
+   loop().advanceBy(2.5);
+   EXPECT_EQ(portStatus()->txFramesTotal(), sent + 1);
+   EXPECT_EQ(port()->localNetworkPolicyTlv(1)->vlanId(), 101);
+
+   // The port goes down to the data link and comes back: fresh records, the same policy
+   // once the phone asks again.
+   phyDir->intfStatus(eth("eth1"))->forwardingModelIs(Interface::forwardingModelDataLink);
+   EXPECT_FALSE(port());
+   phyDir->intfStatus(eth("eth1"))->forwardingModelIs(Interface::forwardingModelRouted);
+   EXPECT_TRUE(port()->medCapabilities().capabilities().networkPolicy());
+   EXPECT_TRUE(advertised().empty());
+   phoneAsks(true);
+   EXPECT_EQ(advertised(), std::vector<int>{1});
+}
+
+TEST_F(LldpAgentTest, ClientsTlvsReachTheirPortsAndLeaveWithTheClient) {
+   portUp("eth1", Interface::forwardingModelRouted);
+   // A TLV for a port that does not exist yet waits for it.
+   client("a",
+          {{eth("eth1"), {tlv(1, "one"), tlv(1, "one-again", 1)}}, {eth("eth2"), {tlv(2, "two")}}});
+   client("b", {{eth("eth1"), {tlv(9, "bee")}}});
+   EXPECT_EQ(tlvs("eth1"), (V{"one", "one-again", "bee"}));
+   portUp("eth2", Interface::forwardingModelRouted);
+   EXPECT_EQ(tlvs("eth2"), V{"two"});
+
+   // The same TLV again changes nothing; new information replaces it in place.
+   struct Count : Lldp::LocalPort::Notifiee {
+      int changes = 0;
+      void unknownOrgDefTlvChanged(const Lldp::UnknownOrgDefTlv::Key&) override { ++changes; }
+   } count;
+   count.notifierIs(local->localPort(eth("eth2")));
+   client("a",
+          {{eth("eth1"), {tlv(1, "one"), tlv(1, "one-again", 1)}}, {eth("eth2"), {tlv(2, "two")}}});
+   EXPECT_EQ(count.changes, 0);
+   client("a", {{eth("eth1"), {tlv(1, "one")}}, {eth("eth2"), {tlv(2, "TWO")}}});
+   EXPECT_EQ(count.changes, 1);
+   EXPECT_EQ(tlvs("eth2"), V{"TWO"});
+   EXPECT_EQ(tlvs("eth1"), (V{"one", "bee"}));
+   count.notifierIs(nullptr);
+
+   // A client that goes takes all of its TLVs with it, from every port.
+   externalTlvs->entryDel("a");
+   EXPECT_EQ(tlvs("eth1"), V{"bee"});
+   EXPECT_TRUE(tlvs("eth2").empty());
+}
+
+TEST_F(LldpAgentTest, BypassLetsHeldPortsRun802dot1xForAllMacsecPerPort) {
+   portUp("eth1", Interface::forwardingModelDataLink);  // held by port authentication
+   portUp("eth2", Interface::forwardingModelDataLink);
+   EXPECT_FALSE(local->localPort(eth("eth1")));
+   macsec->bypassLldpIs(eth("eth2"), true);  // this port alone
+   EXPECT_FALSE(local->localPort(eth("eth1")));
+   EXPECT_TRUE(local->localPort(eth("eth2")));
+   dot1x->lldpBypassIs(true);  // every port at once
+   EXPECT_TRUE(local->localPort(eth("eth1")));
+   dot1x->lldpBypassIs(false);
+   EXPECT_FALSE(local->localPort(eth("eth1")));
+   EXPECT_TRUE(local->localPort(eth("eth2")));
+   macsec->bypassLldpDel(eth("eth2"));
+   EXPECT_FALSE(local->localPort(eth("eth2")));
+   // Below "data link" nothing runs, bypass or not.
+   dot1x->lldpBypassIs(true);
+   portUp("eth1", Interface::forwardingModelDiscarded);
+   EXPECT_FALSE(local->localPort(eth("eth1")));
 }
 
 }  // namespace

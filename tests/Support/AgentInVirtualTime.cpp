@@ -8,6 +8,7 @@ namespace TestSupport {
 void AgentInVirtualTime::SetUp() {
    Vel::Trace::textTraceIs("-");
    Vel::Trace::ringClear();
+   Vel::Trace::configure("LldpAgent/0-8");  // for `traced`
    Vel::Log::syslogIs(false);
    loop().virtualTimeIs(true, 100);
    for (const char* p : {"eth1", "eth2", "eth3"})
