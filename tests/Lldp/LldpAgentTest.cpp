@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "Framework/Log.h"
 #include "tests/Support/AgentInVirtualTime.h"
 
 namespace {
@@ -141,6 +142,7 @@ protected:
    Vel::Dir::Ptr externalTlvs;
    Identity::Dot1x::Status::Ptr dot1x;
    Identity::Macsec::Status::Ptr macsec;
+   const IntfId bond1 = IntfId::linux("bond1", IntfKind::intfKindPortChannel);
 };
 
 TEST(InputRules, TxDelayIntervalSystemNameAndCapableKinds) {
@@ -234,7 +236,6 @@ TEST_F(LldpAgentTest, AdminStatusFollowsGlobalSwitchCliAndSwitchportMode) {
    EXPECT_EQ(local->localPort(eth("eth1"))->portVlanId(), 0);
 
    // A member follows its aggregate's switchport, not its own.
-   const Wire::IntfId bond1 = Wire::IntfId::linux("bond1", Wire::IntfKind::intfKindPortChannel);
    switchport(eth("eth2"), Bridging::switchportModeAccess, 20);
    switchport(bond1, Bridging::switchportModeTool, 30);
    allIntf->intfStatusIs(bond1)->ifIndexIs(77);
@@ -290,7 +291,6 @@ TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
    EXPECT_TRUE(names("eth2").empty());
 
    // A port carries what its aggregate carries, and a port that comes later gets the names.
-   const Wire::IntfId bond1 = Wire::IntfId::linux("bond1", Wire::IntfKind::intfKindPortChannel);
    v10->memberIs(bond1, true);
    lagDir->intfStatusIs(bond1)->memberIs(eth("eth2"), true);
    EXPECT_EQ(names("eth2"), (Names{{10, "voice"}}));
@@ -305,14 +305,6 @@ TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
    EXPECT_TRUE(names("eth3").empty());
    agent->cliConfig()->vlanNameTxIs(true);
    EXPECT_EQ(names("eth3"), (Names{{10, "voice"}}));
-
-   // To LLDP-MED endpoints every port is network connectivity equipment; network policy
-   // only where one is configured.
-   const auto med = local->localPort(eth("eth3"))->medCapabilities();
-   EXPECT_EQ(med.deviceType(), 4);
-   EXPECT_TRUE(med.capabilities().lldpMedCapabilities());
-   EXPECT_FALSE(med.capabilities().networkPolicy());
-   EXPECT_FALSE(med.capabilities().inventory());
 }
 
 TEST_F(LldpAgentTest, GlobalSettingsReachThePortsAndCleanupLeavesNothing) {
@@ -460,7 +452,12 @@ TEST_F(LldpAgentTest, PowerAgentsReportsReachThePortFirstAgentByNameWins) {
 
 TEST_F(LldpAgentTest, AdvertisedOnlyOnRequestWhileSelectedWithoutRedundantSignaling) {
    portUp("eth1");
-   EXPECT_FALSE(port()->medCapabilities().capabilities().networkPolicy());
+   // To LLDP-MED endpoints every port is network connectivity equipment, without inventory;
+   // network policy only where one is configured.
+   const auto med = port()->medCapabilities();
+   EXPECT_EQ(med.deviceType(), 4);
+   EXPECT_FALSE(med.capabilities().inventory());
+   EXPECT_FALSE(med.capabilities().networkPolicy());
    auto cli = agent->cliConfig()->cliPortConfigIs(eth("eth1"));
    cli->networkPolicyConfigIs(policy(1, 100));  // voice
    cli->networkPolicyConfigIs(policy(2, 100));  // voice signalling, same as voice
@@ -788,6 +785,60 @@ TEST_F(MgmtAddrTest, OneStableIpv6Address) {
    EXPECT_EQ(advertised(), "2001:db8::10");
    ip6->intfDel(port("eth2"));
    EXPECT_EQ(local->ip6ManagementAddress(), Lldp::ManagementAddress());
+}
+
+// The operator's request to empty the neighbour tables: served once per request time,
+// across every port, and logged with who asked and from where.
+Lldp::Msap msap(int n) {
+   return Lldp::Msap(
+       {.chassisIdentifier = Lldp::ChassisIdentifier(
+            {.subtype = Lldp::chassisIdSubtypeLocal, .value = "c" + std::to_string(n)}),
+        .portIdentifier =
+            Lldp::PortIdentifier({.subtype = Lldp::portIdSubtypeLocal, .value = "p"})});
+}
+
+TEST(RemTablesClearRequest, ServesEachRequestOnceOnEveryPort) {
+   std::vector<Vel::Log::Message> logs;
+   Vel::Log::sinkIs([&](const Vel::Log::Message& m) { logs.push_back(m); });
+   auto root = Vel::make<Root>();
+   root->statusIs(Vel::make<Lldp::Status>());
+   root->remTablesStatusIs(Vel::make<Lldp::RemTablesStatus>());
+   auto fill = [&] {
+      for (const char* name : {"Ethernet1", "Ethernet2"}) {
+         auto port = root->status()->portStatusIs(Wire::IntfId(name), 0.0);
+         for (int i = 1; i <= 3; ++i) {
+            auto r = port->remoteSystemIs(i, msap(i));
+            port->remoteSystemByMsapIs(r);
+         }
+      }
+   };
+   fill();
+   auto request = Vel::make<Lldp::RemTablesCliConfig>();
+   root->remTablesClearRequestSmIs(request);
+   // No request yet (time 0): nothing happens at start.
+   EXPECT_EQ(root->status()->portStatus(Wire::IntfId("Ethernet1"))->remoteSystem().size(), 3u);
+
+   request->clearRequestedByIs(Lldp::BoundedString255("alice"));
+   request->clearRequestedOnIs(Lldp::BoundedString255("/dev/pts/3"));
+   request->clearRequestTimeIs(50);
+   for (const auto& [intf, port] : root->status()->portStatus()) {
+      EXPECT_TRUE(port->remoteSystem().empty()) << intf;
+      EXPECT_TRUE(port->remoteSystemByMsap().empty()) << intf;
+   }
+   EXPECT_EQ(root->remTablesStatus()->remTablesLastClearTime(), 50);
+   ASSERT_EQ(logs.size(), 1u);
+   EXPECT_EQ(logs[0].key, "LLDP_REMOTE_TABLES_CLEARED");
+   EXPECT_EQ(logs[0].text, "LLDP neighbor table cleared by alice on /dev/pts/3");
+
+   // The same request seen again (a restarted machine) or an older one clears nothing.
+   fill();
+   root->remTablesClearRequestSmDel();
+   root->remTablesClearRequestSmIs(request);
+   request->clearRequestTimeIs(40);
+   EXPECT_EQ(root->status()->portStatus(Wire::IntfId("Ethernet2"))->remoteSystem().size(), 3u);
+   EXPECT_EQ(logs.size(), 1u);
+   root->doClose();
+   Vel::Log::sinkIs(nullptr);
 }
 
 }  // namespace
