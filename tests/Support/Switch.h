@@ -21,7 +21,6 @@ public:
    void start();
    // A port with every record it needs (port ID: its name; link up; packet access wanted).
    void portIs(const std::string& intf, uint8_t macLast);
-   void portDel(const std::string& intf);
 
    Vel::Ptr<Lldp::Agent::Protocol::LldpPamSm> sm(const std::string& intf) const;
    Lldp::PortStatus::Ptr portStatus(const std::string& intf) const;
