@@ -192,25 +192,15 @@ TEST_F(LldpPamSmTest, RateLimitDropsCountsAndLogsPerFixedWindowWhoseClockSleepsW
    EXPECT_EQ(a->neighbours(), 6u);
 }
 
-TEST_F(LldpPamSmTest, FramesForOtherAddressesOrTypesAreIgnoredTaggedOnesAccepted) {
-   a->sm->handleInitialized();
-   at(0.1);
-   inject(*pamB, "x", 120, 0x0800);
-   inject(*pamB, "tagged", 120, 0x88cc, true);
-   at(0.2);
-   ASSERT_EQ(a->neighbours(), 1u);
-   EXPECT_EQ(a->portStatus->remoteSystem().begin()->second->msap().chassisIdentifier().value(),
-             Lldp::IdentifierValue("tagged"));
-   EXPECT_EQ(a->portStatus->rxFramesTotal(), 1u);  // the IP frame never reached the processor
-}
-
-TEST_F(LldpPamSmTest, AgeingAtExactExpiryAndLinkDownVersusUnknown) {
+TEST_F(LldpPamSmTest, OtherTypesIgnoredTaggedAcceptedAgeingAtExpiryLinkDownVersusUnknown) {
    a->sm->handleInitialized();
    at(0.5);
-   inject(*pamB, "ten", 10);
+   inject(*pamB, "x", 120, 0x0800);         // never reaches the processor
+   inject(*pamB, "ten", 10, 0x88cc, true);  // tagged: taken, with its TTL (it ages first)
    inject(*pamB, "twenty", 20);
    at(0.5);
    ASSERT_EQ(a->neighbours(), 2u);
+   EXPECT_EQ(a->portStatus->rxFramesTotal(), 2u);
    EXPECT_EQ(a->sm->ageClock().timeMin(), t0 + 10.5);
    at(10.4);
    EXPECT_EQ(a->neighbours(), 2u);
