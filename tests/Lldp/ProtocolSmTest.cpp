@@ -228,7 +228,7 @@ TEST_F(LldpPamSmTest, OtherTypesIgnoredTaggedAcceptedAgeingAtExpiryLinkDownVersu
 struct FarEndPam {
    Vel::Ptr<Wire::InMemoryPam> end;
 };
-struct FarEnd : FarEndPam, TestSupport::PamReader {
+struct FarEnd final : FarEndPam, TestSupport::PamReader {
    explicit FarEnd(Vel::Ptr<Wire::InMemoryPam> p) : FarEndPam{std::move(p)}, PamReader(end.ptr()) {}
 };
 
