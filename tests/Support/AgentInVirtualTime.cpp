@@ -8,6 +8,7 @@ namespace TestSupport {
 void AgentInVirtualTime::SetUp() {
    Vel::Trace::textTraceIs("-");
    Vel::Trace::ringClear();
+   Vel::Trace::configure("LldpAgent/0-8");  // for `traced`
    Vel::Log::syslogIs(false);
    loop().virtualTimeIs(true, 100);
    for (const char* p : {"eth1", "eth2", "eth3"})
@@ -31,6 +32,8 @@ void AgentInVirtualTime::TearDown() {
    loop().virtualTimeIs(false);
    Vel::Log::syslogIs(true);
    Vel::Trace::configure("");
+   // The protocol engine enlarges packet buffers for the whole process.
+   Wire::PktMan::instance().dataSizeIs(Wire::PktMan::defaultDataSize);
 }
 
 bool AgentInVirtualTime::traced(std::string_view text) {

@@ -3,9 +3,8 @@
 #pragma once
 
 #include <stdlib.h>
-#include <unistd.h>
 
-#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -27,8 +26,7 @@ public:
    ~ScopedToggle() {
       Vel::toggleDirIs(previous_);
       Lldp::reloadToggles();
-      std::remove((dir_ + "/Lldp.json").c_str());
-      rmdir(dir_.c_str());
+      std::filesystem::remove_all(dir_);
    }
    ScopedToggle(const ScopedToggle&) = delete;
    ScopedToggle& operator=(const ScopedToggle&) = delete;

@@ -50,26 +50,12 @@ void Switch::portIs(const std::string& intfName, uint8_t macLast) {
    desiredIntfDir->intfDesiredIs(intf, true);
 }
 
-void Switch::portDel(const std::string& intfName) {
-   const Wire::IntfId intf(intfName);
-   desiredIntfDir->intfDesiredDel(intf);
-   config->portConfigDel(intf);
-   status->portStatusDel(intf);
-   localSystem->localPortDel(intf);
-   intfStatusDir->intfStatusDel(intf);
-}
-
 Vel::Ptr<Lldp::Agent::Protocol::LldpPamSm> Switch::sm(const std::string& intf) const {
    return root->protocolSm() ? root->protocolSm()->lldpPamSm(Wire::IntfId(intf)) : nullptr;
 }
 
 Lldp::PortStatus::Ptr Switch::portStatus(const std::string& intf) const {
    return status->portStatus(Wire::IntfId(intf));
-}
-
-uint64_t Switch::sent(const std::string& intf) const {
-   auto ps = portStatus(intf);
-   return ps ? ps->txFramesTotal() : 0;
 }
 
 size_t Switch::neighbours(const std::string& intf) const {

@@ -21,11 +21,9 @@ public:
    void start();
    // A port with every record it needs (port ID: its name; link up; packet access wanted).
    void portIs(const std::string& intf, uint8_t macLast);
-   void portDel(const std::string& intf);
 
    Vel::Ptr<Lldp::Agent::Protocol::LldpPamSm> sm(const std::string& intf) const;
    Lldp::PortStatus::Ptr portStatus(const std::string& intf) const;
-   uint64_t sent(const std::string& intf) const;
    size_t neighbours(const std::string& intf) const;
 
    std::string name;
