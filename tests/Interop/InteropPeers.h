@@ -7,7 +7,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <initializer_list>
 #include <string>
 #include <utility>
@@ -21,7 +20,6 @@
 namespace Interop {
 
 using Json = Vel::Json;
-using Clock = std::chrono::steady_clock;
 
 using TestSupport::Agent;
 using TestSupport::Process;
@@ -39,14 +37,9 @@ inline Json at(const Json& j, std::initializer_list<const char*> keys) {
    return *cur;
 }
 
-// True when the program is found on PATH (or is an existing absolute path).
-inline bool haveProgram(const std::string& name) {
-   return TestSupport::runCmd("command -v " + name + " >/dev/null");
-}
-
 // lldpd in a namespace with its own control socket and pid file, configured through
-// lldpcli. Its JSON writes a single member as an object and several as an array; list()
-// and members() below smooth that over.
+// lldpcli, sending every second. Its JSON writes a single member as an object and several
+// as an array; list() and members() below smooth that over.
 class Lldpd {
 public:
    // `medClass` 0 sends no LLDP-MED, 1..4 makes it an LLDP-MED device of that class.
@@ -68,21 +61,16 @@ public:
 
    // -dd: stay in the foreground and log to standard error only; -L '': read no
    // configuration files at start, so only what the test sets through lldpcli applies.
-   bool start() {
+   void start() {
       std::vector<std::string> args = {"ip", "netns", "exec",  ns_,  "lldpd",  "-dd", "-L",
                                        "",   "-u",    socket_, "-p", pidPath_, "-I",  interfaces_};
       if (medClass_ > 0) {
          args.push_back("-M");
          args.push_back(std::to_string(medClass_));
       }
-      if (!proc_.start(args, logPath_)) return false;
-      // Ready once its control socket answers.
-      return waitFor(
-                 [&] {
-                    return TestSupport::runIn(
-                        ns_, "lldpcli -u " + socket_ + " show configuration >/dev/null");
-                 },
-                 5) >= 0;
+      // Ready once its control socket answers; then it is told to send every second.
+      if (proc_.start(args, logPath_) && waitFor([&] { return cli("show configuration"); }, 5) >= 0)
+         cli("configure lldp tx-interval 1");
    }
    bool running() const { return proc_.running(); }
    // SIGTERM: lldpd says goodbye with a shutdown LLDPDU; SIGKILL: it vanishes.
@@ -109,6 +97,13 @@ public:
    }
    std::vector<std::pair<std::string, Json>> interfaces() const {
       return members(at(json("show interfaces details"), {"lldp", "interface"}));
+   }
+   // The (first) neighbour lldpd holds on one of its ports, null while there is none.
+   Json neighbour(const std::string& intf) const {
+      for (auto& [name, entry] : neighbours()) {
+         if (name == intf) return entry;
+      }
+      return nullptr;
    }
 
    // A member that may be absent, one object or an array of them, as an array.

@@ -17,20 +17,18 @@ using Interop::waitFor;
 // The organizationally specific TLVs lldpd holds from us on `intf`, as "oui/subtype/HEX"
 // ("33-44-66/7/0a0b0c"); null while lldpd has no neighbour there.
 Json lldpdCustomTlvs(const Lldpd& lldpd, const std::string& intf) {
-   for (auto [name, entry] : lldpd.neighbours()) {
-      if (name != intf) continue;
-      Json out = Json::array();
-      for (const Json& t : Lldpd::list(at(entry, {"unknown-tlvs", "unknown-tlv"}))) {
-         std::string oui = t.value("oui", ""), value = t.value("value", "");
-         std::replace(oui.begin(), oui.end(), ',', '-');
-         value.erase(std::remove(value.begin(), value.end(), ','), value.end());
-         std::transform(oui.begin(), oui.end(), oui.begin(), ::tolower);
-         std::transform(value.begin(), value.end(), value.begin(), ::tolower);
-         out.push_back(oui + "/" + t.value("subtype", "") + "/" + value);
-      }
-      return out;
+   const Json entry = lldpd.neighbour(intf);
+   if (entry.is_null()) return nullptr;
+   Json out = Json::array();
+   for (const Json& t : Lldpd::list(at(entry, {"unknown-tlvs", "unknown-tlv"}))) {
+      std::string oui = t.value("oui", ""), value = t.value("value", "");
+      std::replace(oui.begin(), oui.end(), ',', '-');
+      value.erase(std::remove(value.begin(), value.end(), ','), value.end());
+      std::transform(oui.begin(), oui.end(), oui.begin(), ::tolower);
+      std::transform(value.begin(), value.end(), value.begin(), ::tolower);
+      out.push_back(oui + "/" + t.value("subtype", "") + "/" + value);
    }
-   return nullptr;
+   return out;
 }
 
 TEST_F(LldpdInterop, ExternalTlvsReachLldpdAndBypassOpensALockedPort) {

@@ -19,7 +19,8 @@ protected:
    void SetUp() override {
       if (::geteuid() != 0) GTEST_SKIP() << "needs root to create network namespaces";
       for (const char* p : {"lldpd", "lldpcli", "tshark", "ip"}) {
-         if (!Interop::haveProgram(p)) GTEST_SKIP() << p << " is not installed";
+         if (!TestSupport::runCmd(std::string("command -v ") + p))
+            GTEST_SKIP() << p << " is not installed";
       }
       ns_ = std::make_unique<TestSupport::NetNsPair>();
       ASSERT_TRUE(ns_->ok()) << ns_->error();

@@ -27,10 +27,8 @@ protected:
    }
    // What lldpd holds from us on its port (null until it has heard our LLDP-MED).
    Json seenByLldpd(const Lldpd& lldpd) const {
-      for (auto [name, entry] : lldpd.neighbours()) {
-         if (name == theirs_ && entry.contains("lldp-med")) return entry;
-      }
-      return nullptr;
+      Json entry = lldpd.neighbour(theirs_);
+      return entry.contains("lldp-med") ? entry : Json();
    }
 
    std::string ours_, theirs_;
@@ -46,7 +44,6 @@ TEST_F(LldpdMedInterop, PolicyOnlyAfterTheEndpointAsksAndTsharkDecodesIt) {
    ASSERT_TRUE(agent.running());
    Lldpd lldpd(ns_->nsB(), "p", theirs_, 1);
    ASSERT_TRUE(lldpd.running()) << lldpd.log();
-   ASSERT_TRUE(lldpd.cli("configure lldp tx-interval 1"));
    Json seen;
    ASSERT_GE(waitFor([&] { return (seen = seenByLldpd(lldpd)).is_object(); }, 8), 0)
        << lldpd.json("show neighbors details").dump(1);
@@ -92,7 +89,6 @@ TEST_F(LldpdMedInterop, PowerRequestReachesPowerAgentsAndTheirAllocationReachesT
    ASSERT_TRUE(agent.running());
    Lldpd lldpd(ns_->nsB(), "w", theirs_, 1);
    ASSERT_TRUE(lldpd.running()) << lldpd.log();
-   ASSERT_TRUE(lldpd.cli("configure lldp tx-interval 1"));
    ASSERT_TRUE(
        lldpd.cli("configure dot3 power pd supported enabled powerpairs signal class class-4"
                  " type 2 source pse priority high requested 25500 allocated 0"));
@@ -137,11 +133,7 @@ TEST_F(LldpdMedInterop, PowerRequestReachesPowerAgentsAndTheirAllocationReachesT
    Json power;
    ASSERT_GE(waitFor(
                  [&] {
-                    Json seen;
-                    for (auto [name, entry] : lldpd.neighbours()) {
-                       if (name == theirs_) seen = entry;
-                    }
-                    power = at(seen, {"port", "power"});
+                    power = at(lldpd.neighbour(theirs_), {"port", "power"});
                     return power.is_object() && power.value("allocated", "") == "25500";
                  },
                  8),
