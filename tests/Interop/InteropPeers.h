@@ -37,6 +37,11 @@ inline Json at(const Json& j, std::initializer_list<const char*> keys) {
    return *cur;
 }
 
+// True when the program is found on PATH (or is an existing absolute path).
+inline bool haveProgram(const std::string& name) {
+   return TestSupport::runCmd("command -v " + name + " >/dev/null");
+}
+
 // lldpd in a namespace with its own control socket and pid file, configured through
 // lldpcli, sending every second. Its JSON writes a single member as an object and several
 // as an array; list() and members() below smooth that over.

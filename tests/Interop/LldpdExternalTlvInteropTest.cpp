@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "Daemon/ControlSocket.h"
 #include "tests/Interop/LldpdInteropFixture.h"
 
 namespace {
@@ -48,13 +47,7 @@ TEST_F(LldpdInterop, ExternalTlvsReachLldpdAndBypassOpensALockedPort) {
 
    // Another program adds its own, replaces it, and withdraws.
    const auto publish = [&](const Json& tlvs) {
-      Json reply;
-      std::string error;
-      EXPECT_TRUE(Daemon::request(agent.socket(),
-                                  {{"op", "external-tlvs"}, {"client", "probe"}, {"tlvs", tlvs}},
-                                  &reply, &error))
-          << error;
-      return reply;
+      return control(agent, {{"op", "external-tlvs"}, {"client", "probe"}, {"tlvs", tlvs}});
    };
    Json set = {{ours, {{{"oui", "00-11-22"}, {"subtype", 1}, {"info", "cafe"}}}}};
    EXPECT_EQ(publish(set)["ok"], true);

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "Daemon/ControlSocket.h"
 #include "tests/Interop/InteropPeers.h"
 #include "tests/Support/NetNs.h"
 
@@ -19,8 +20,7 @@ protected:
    void SetUp() override {
       if (::geteuid() != 0) GTEST_SKIP() << "needs root to create network namespaces";
       for (const char* p : {"lldpd", "lldpcli", "tshark", "ip"}) {
-         if (!TestSupport::runCmd(std::string("command -v ") + p))
-            GTEST_SKIP() << p << " is not installed";
+         if (!Interop::haveProgram(p)) GTEST_SKIP() << p << " is not installed";
       }
       ns_ = std::make_unique<TestSupport::NetNsPair>();
       ASSERT_TRUE(ns_->ok()) << ns_->error();
@@ -45,6 +45,14 @@ protected:
       return TestSupport::ipIn(ns_->nsA(), "link add " + br + " type bridge") &&
              TestSupport::ipIn(ns_->nsA(), "link set " + ours + " master " + br) &&
              TestSupport::ipIn(ns_->nsA(), "link set " + br + " up");
+   }
+   // One request to our agent's control socket: the reply, or {"failed": why} when the
+   // exchange itself failed.
+   static Json control(const Agent& agent, const Json& request) {
+      Json reply;
+      std::string error;
+      return Daemon::request(agent.socket(), request, &reply, &error) ? reply
+                                                                      : Json{{"failed", error}};
    }
    std::string ourPorts() const { return "ia" + tag_ + "x*"; }
    std::string peerPorts() const { return "ib" + tag_ + "x*"; }
