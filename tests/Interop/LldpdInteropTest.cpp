@@ -5,13 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <map>
 #include <set>
 
 #include "tests/Interop/LldpdInteropFixture.h"
-#include "tests/Support/NetNs.h"
 
 namespace {
 
@@ -236,8 +234,7 @@ TEST_F(LldpdInterop, LldpdAndTsharkSeeWhatWeAdvertise) {
    // then for lldpd to hold our frame with everything in it (the local view re-read, as
    // it may move while the port comes up).
    ASSERT_GE(waitFor([&] { return agent.neighbours(ours).size() == 1; }, 5), 0)
-       << "we never heard lldpd; lldpd log:\n"
-       << lldpd.log();
+       << "we never heard lldpd: " << lldpd.log();
    // To an LLDP-MED endpoint we answer as network connectivity equipment.
    Json local = agent.local(), seen;
    ASSERT_EQ(at(local, {"interfaces", ours.c_str(), "medCapabilities", "deviceType"}), 4)
@@ -250,8 +247,7 @@ TEST_F(LldpdInterop, LldpdAndTsharkSeeWhatWeAdvertise) {
            },
            5),
        0)
-       << "lldpd does not show us; lldpd has:\n"
-       << lldpd.json("show neighbors details").dump(1);
+       << "lldpd does not show us: " << lldpd.json("show neighbors details").dump(1);
    local = agent.local();
    Json port = local["interfaces"][ours];
    SCOPED_TRACE("we advertise: " + local.dump() + "\nlldpd sees: " + seen.dump());
@@ -353,8 +349,7 @@ void expectSameNeighbour(Json theirs, Json ours) {
    // IEEE 802.3 Power via MDI: lldpd's words against our fields.
    ASSERT_TRUE(port.contains("power"));
    ASSERT_TRUE(ours["powerViaMdiTlvReceived"].get<bool>());
-   Json power = port["power"];
-   Json mdi = ours["powerViaMdiInfo"];
+   Json power = port["power"], mdi = ours["powerViaMdiInfo"];
    const int support = mdi["mdiPowerSupport"];
    EXPECT_EQ((support & 1) != 0, power["device-type"] == "PSE");
    EXPECT_EQ((support & 2) != 0, power["supported"].get<bool>());
@@ -377,8 +372,7 @@ void expectSameNeighbour(Json theirs, Json ours) {
    // One location per port (the peer advertises one format on each link).
    Json locations = Lldpd::list(med["location"]);
    ASSERT_EQ(locations.size(), 1u);
-   Json where = locations[0];
-   Json loc = ours["locationId"];
+   Json where = locations[0], loc = ours["locationId"];
    if (where["type"] == "Coordinates") {
       ASSERT_EQ(loc["format"], 1);
       const Coordinate c = decodeCoordinate(bytesOf(loc["coordinate"], ':'));
@@ -433,7 +427,7 @@ void expectSameNeighbour(Json theirs, Json ours) {
       EXPECT_EQ(bytesOf(ourCustom[i]["value"], ':'), bytesOf(custom[i]["value"], ','));
    }
 }
-TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSends) {
+TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSendsUntilItShutsDown) {
    // Three links: lldpd gives each a location of another format (a neighbour holds one).
    const auto l0 = addLink(), l1 = addLink(), l2 = addLink();
    ASSERT_TRUE(TestSupport::ipIn(ns_->nsB(), "addr add 192.0.2.2/24 dev " + l0.second));
@@ -441,7 +435,7 @@ TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSends) {
    ASSERT_TRUE(agent.running());
    Lldpd lldpd(ns_->nsB(), "b", peerPorts(), 3);
    ASSERT_TRUE(lldpd.running()) << lldpd.log();
-   const std::vector<std::string> commands = {
+   std::vector<std::string> commands = {
        "configure system hostname interop-peer",
        "configure system description 'a black-box peer'",
        "configure system capabilities enabled router",
@@ -456,18 +450,16 @@ TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSends) {
        "configure ports " + l2.second + " med location elin 1234567890",
        "configure med policy application voice tagged vlan 500 priority voice dscp 46",
        "configure med policy application video-conferencing vlan 20 priority video dscp 34",
-       "configure inventory hardware-revision hw-1.2",
-       "configure inventory software-revision sw-3",
-       "configure inventory firmware-revision fw-4",
-       "configure inventory serial-number SN0042",
-       "configure inventory manufacturer 'Interop Labs'",
-       "configure inventory model Peer-5",
-       "configure inventory asset asset-6",
        "configure dot3 power pd supported enabled powerpairs spare class class-3 type 1"
        " source pse priority low requested 10000 allocated 15000",
        "configure lldp custom-tlv oui 33,44,55 subtype 44 oui-info 01,02,fe,41",
        "configure lldp custom-tlv oui 33,44,55 subtype 45 oui-info 41,42,43",
    };
+   for (const char* item :
+        {"hardware-revision hw-1.2", "software-revision sw-3", "firmware-revision fw-4",
+         "serial-number SN0042", "manufacturer 'Interop Labs'", "model Peer-5", "asset asset-6"}) {
+      commands.push_back(std::string("configure inventory ") + item);
+   }
    for (const std::string& c : commands) {
       std::string out;
       ASSERT_TRUE(lldpd.cli(c, &out)) << c << ": " << out;
@@ -478,23 +470,24 @@ TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSends) {
    const std::map<std::string, std::string> ourPortOf = {
        {l0.second, l0.first}, {l1.second, l1.first}, {l2.second, l2.first}};
    const std::map<std::string, int> formatOf = {{l0.first, 2}, {l1.first, 1}, {l2.first, 3}};
-   const double took = waitFor(
-       [&] {
-          for (auto [mine, format] : formatOf) {
-             Json n = agent.neighbours(mine);
-             if (n.size() != 1 || n[0]["unknownOrgDefTlv"].size() != 2 ||
-                 at(n[0], {"locationId", "format"}) != format ||
-                 n[0]["sysName"] != "interop-peer" || n[0]["managementAddress"].size() != 1 ||
-                 n[0]["networkPolicyTlv"].size() != 2) {
-                return false;
-             }
-          }
-          return true;
-       },
-       8);
-   ASSERT_GE(took, 0) << "lldpd's configuration did not reach us; we have:\n"
-                      << agent.cli({"show", "neighbors", "detail"}).dump(1) << "\nagent log:\n"
-                      << agent.log();
+   ASSERT_GE(waitFor(
+                 [&] {
+                    for (auto [mine, format] : formatOf) {
+                       Json n = agent.neighbours(mine);
+                       if (n.size() != 1 || n[0]["unknownOrgDefTlv"].size() != 2 ||
+                           at(n[0], {"locationId", "format"}) != format ||
+                           n[0]["sysName"] != "interop-peer" ||
+                           n[0]["managementAddress"].size() != 1 ||
+                           n[0]["networkPolicyTlv"].size() != 2) {
+                          return false;
+                       }
+                    }
+                    return true;
+                 },
+                 8),
+             0)
+       << "lldpd's configuration did not reach us: "
+       << agent.cli({"show", "neighbors", "detail"}).dump(1);
 
    const auto theirs = lldpd.interfaces();
    ASSERT_EQ(theirs.size(), 3u);
@@ -505,62 +498,59 @@ TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSends) {
       ASSERT_EQ(n.size(), 1u);
       expectSameNeighbour(advertised, n[0]);
    }
+
+   // SIGTERM: lldpd sends a shutdown LLDPDU (TTL 0) on each port on its way out; we drop
+   // its neighbours on that frame, not when their TTL runs out (the log tells which).
+   EXPECT_EQ(lldpd.stop(SIGTERM), 0);
+   for (const auto& link : ourPortOf) {
+      const std::string mine = link.second;
+      EXPECT_GE(waitFor([&] { return agent.neighbours(mine) == Json::array(); }, 2), 0) << mine;
+   }
+   EXPECT_GE(
+       waitFor([&] { return agent.log().find("LLDP_NEIGHBOR_GONE") != std::string::npos; }, 2), 0);
+   EXPECT_EQ(agent.log().find("LLDP_NEIGHBOR_TIMEOUT"), std::string::npos);
 }
 
-// ---- Leaving: shutdown frames and ageing ---------------------------------------------------
+// ---- Leaving without a word: ageing ---------------------------------------------------------
 
-TEST_F(LldpdInterop, ShutdownRemovesAtOnceAndSilenceAgesOut) {
+TEST_F(LldpdInterop, SilenceAgesOutAfterTheTtl) {
    const std::string ours = addLink().first;
    Interop::Agent agent(ns_->nsA(), "c", ourPorts(), agentTimers);
    ASSERT_TRUE(agent.running());
-   const auto logged = [&](const char* event) {
-      return waitFor([&] { return agent.log().find(event) != std::string::npos; }, 2) >= 0;
-   };
-   {
-      Lldpd lldpd(ns_->nsB(), "c", peerPorts());
-      ASSERT_TRUE(lldpd.running()) << lldpd.log();
-      ASSERT_GE(waitFor([&] { return agent.neighbours(ours).size() == 1; }, 5), 0);
-      // SIGTERM: lldpd sends a shutdown LLDPDU (TTL 0) on its way out; we drop the
-      // neighbour on that frame, long before its 120 s TTL.
-      EXPECT_EQ(lldpd.stop(SIGTERM), 0);
-      EXPECT_GE(waitFor([&] { return agent.neighbours(ours) == Json::array(); }, 2), 0);
-      EXPECT_TRUE(logged("LLDP_NEIGHBOR_GONE"));
-      EXPECT_EQ(agent.log().find("LLDP_NEIGHBOR_TIMEOUT"), std::string::npos);
-   }
-   {
-      Lldpd lldpd(ns_->nsB(), "c2", peerPorts());
-      ASSERT_TRUE(lldpd.running()) << lldpd.log();
-      // TTL = interval x hold = 2 s.
-      ASSERT_TRUE(lldpd.cli("configure lldp tx-hold 2"));
-      ASSERT_GE(waitFor(
-                    [&] {
-                       Json n = agent.neighbours(ours);
-                       return n.size() == 1 && n[0]["ttl"] == 2;
-                    },
-                    5),
-                0)
-          << agent.cli({"show", "neighbors", "detail"}).dump(1);
-      // SIGKILL: no goodbye; the neighbour stays until its TTL has run out, counted (on
-      // the agent's clock) from the last frame it had before the kill.
-      const double lastRefresh = agent.neighbours(ours)[0].value("lastRefreshTime", 0.0);
-      EXPECT_EQ(lldpd.stop(SIGKILL), 128 + SIGKILL);
-      double removedAt = 0;
-      EXPECT_GE(waitFor(
-                    [&] {
-                       Json all = agent.cli({"show", "neighbors", "detail"});
-                       removedAt = all.value("currentTime", 0.0);
-                       return all.is_object() &&
-                              at(all, {"interfaces", ours.c_str(), "remoteSystem"}).empty();
-                    },
-                    5),
-                0);
-      EXPECT_GE(removedAt - lastRefresh, 1.5) << "a TTL of 2 s";
-      EXPECT_TRUE(logged("LLDP_NEIGHBOR_TIMEOUT"));
-      // And no second shutdown frame came.
-      const std::string log = agent.log();
-      EXPECT_EQ(log.find("LLDP_NEIGHBOR_GONE"), log.rfind("LLDP_NEIGHBOR_GONE"));
-   }
+   Lldpd lldpd(ns_->nsB(), "c", peerPorts());
+   ASSERT_TRUE(lldpd.running()) << lldpd.log();
+   // TTL = interval x hold = 2 s.
+   ASSERT_TRUE(lldpd.cli("configure lldp tx-hold 2"));
+   ASSERT_GE(waitFor(
+                 [&] {
+                    Json n = agent.neighbours(ours);
+                    return n.size() == 1 && n[0]["ttl"] == 2;
+                 },
+                 5),
+             0)
+       << agent.cli({"show", "neighbors", "detail"}).dump(1);
+   // SIGKILL: no goodbye; the neighbour stays until its TTL has run out, counted (on the
+   // agent's clock) from the last frame it had before the kill.
+   const double lastRefresh = agent.neighbours(ours)[0].value("lastRefreshTime", 0.0);
+   EXPECT_EQ(lldpd.stop(SIGKILL), 128 + SIGKILL);
+   double removedAt = 0;
+   EXPECT_GE(waitFor(
+                 [&] {
+                    Json all = agent.cli({"show", "neighbors", "detail"});
+                    removedAt = all.value("currentTime", 0.0);
+                    return all.is_object() &&
+                           at(all, {"interfaces", ours.c_str(), "remoteSystem"}).empty();
+                 },
+                 5),
+             0);
+   EXPECT_GE(removedAt - lastRefresh, 1.5) << "a TTL of 2 s";
+   EXPECT_GE(
+       waitFor([&] { return agent.log().find("LLDP_NEIGHBOR_TIMEOUT") != std::string::npos; }, 2),
+       0);
+   // And no shutdown frame came.
+   EXPECT_EQ(agent.log().find("LLDP_NEIGHBOR_GONE"), std::string::npos);
 }
+
 // ---- Management addresses: which ones, in what order, in each mode ------------------------
 
 TEST_F(LldpdInterop, LldpdSeesOurManagementAddressesInPriorityOrder) {
