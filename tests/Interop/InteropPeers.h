@@ -48,15 +48,20 @@ inline bool haveProgram(const std::string& name) {
 class Lldpd {
 public:
    // `medClass` 0 sends no LLDP-MED, 1..4 makes it an LLDP-MED device of that class.
+   // -dd: stay in the foreground and log to standard error only; -L '': read no
+   // configuration files at start, so only what the test sets through lldpcli applies.
    Lldpd(const std::string& ns, const std::string& name, const std::string& interfaces,
          int medClass = 0)
        : ns_(ns),
-         interfaces_(interfaces),
-         medClass_(medClass),
          socket_(tmpName(name + ".lldpd.sock")),
          pidPath_(tmpName(name + ".lldpd.pid")),
          logPath_(tmpName(name + ".lldpd.log")) {
-      start();
+      std::vector<std::string> args = {"ip", "netns", "exec",  ns_,  "lldpd",  "-dd", "-L",
+                                       "",   "-u",    socket_, "-p", pidPath_, "-I",  interfaces};
+      if (medClass > 0) args.insert(args.end(), {"-M", std::to_string(medClass)});
+      // Ready once its control socket answers; then it is told to send every second.
+      if (proc_.start(args, logPath_) && waitFor([&] { return cli("show configuration"); }, 5) >= 0)
+         cli("configure lldp tx-interval 1");
    }
    ~Lldpd() {
       proc_.stop(SIGKILL);
@@ -64,19 +69,6 @@ public:
       ::unlink(logPath_.c_str());
    }
 
-   // -dd: stay in the foreground and log to standard error only; -L '': read no
-   // configuration files at start, so only what the test sets through lldpcli applies.
-   void start() {
-      std::vector<std::string> args = {"ip", "netns", "exec",  ns_,  "lldpd",  "-dd", "-L",
-                                       "",   "-u",    socket_, "-p", pidPath_, "-I",  interfaces_};
-      if (medClass_ > 0) {
-         args.push_back("-M");
-         args.push_back(std::to_string(medClass_));
-      }
-      // Ready once its control socket answers; then it is told to send every second.
-      if (proc_.start(args, logPath_) && waitFor([&] { return cli("show configuration"); }, 5) >= 0)
-         cli("configure lldp tx-interval 1");
-   }
    bool running() const { return proc_.running(); }
    // SIGTERM: lldpd says goodbye with a shutdown LLDPDU; SIGKILL: it vanishes.
    int stop(int sig) {
@@ -132,9 +124,7 @@ private:
    void cleanFiles() {
       for (const std::string& f : {socket_, socket_ + ".lock", pidPath_}) ::unlink(f.c_str());
    }
-   std::string ns_, interfaces_;
-   int medClass_;
-   std::string socket_, pidPath_, logPath_;
+   std::string ns_, socket_, pidPath_, logPath_;
    Process proc_;
 };
 

@@ -8,10 +8,7 @@
 
 namespace {
 
-using Interop::at;
-using Interop::Json;
-using Interop::Lldpd;
-using Interop::waitFor;
+using namespace Interop;  // the peers and the JSON helpers
 
 // The organizationally specific TLVs lldpd holds from us on `intf`, as "oui/subtype/HEX"
 // ("33-44-66/7/0a0b0c"); null while lldpd has no neighbour there.
@@ -34,9 +31,9 @@ TEST_F(LldpdInterop, ExternalTlvsReachLldpdAndBypassOpensALockedPort) {
    const auto link = addLink();
    const std::string ours = link.first, theirs = link.second;
    ASSERT_TRUE(bridge(ours));
-   Interop::Agent agent(ns_->nsA(), "x", ourPorts(),
-                        Interop::agentTimers + "interface " + ours +
-                            "\n   lldp tlv oui 33-44-66 subtype 7 info 0a:0b:0c\n");
+   Agent agent(
+       ns_->nsA(), "x", ourPorts(),
+       agentTimers + "interface " + ours + "\n   lldp tlv oui 33-44-66 subtype 7 info 0a:0b:0c\n");
    ASSERT_TRUE(agent.running());
    Lldpd lldpd(ns_->nsB(), "x", peerPorts());
    ASSERT_TRUE(lldpd.running()) << lldpd.log();

@@ -13,11 +13,7 @@
 
 namespace {
 
-using Interop::agentTimers;
-using Interop::at;
-using Interop::Json;
-using Interop::Lldpd;
-using Interop::waitFor;
+using namespace Interop;  // the peers and the JSON helpers
 
 // ---- Reading both sides' JSON --------------------------------------------------------------
 
@@ -201,7 +197,7 @@ TEST_F(LldpdInterop, LldpdAndTsharkSeeWhatWeAdvertise) {
    std::string mac;
    ASSERT_TRUE(TestSupport::runIn(nsA, "cat /sys/class/net/" + ours + "/address", &mac));
    // Our frames only (lldpd's are not ours to judge), five of them or eight seconds.
-   Interop::Tshark capture(nsA, ours, "a", 5, 8, "ether src " + mac.substr(0, mac.find('\n')));
+   Tshark capture(nsA, ours, "a", 5, 8, "ether src " + mac.substr(0, mac.find('\n')));
    ASSERT_TRUE(capture.capturing()) << capture.log();
 
    // Every TLV our configuration language can switch on.
@@ -212,15 +208,15 @@ TEST_F(LldpdInterop, LldpdAndTsharkSeeWhatWeAdvertise) {
          "power-via-mdi", "med-network-policy"}) {
       config += std::string("lldp tlv-select ") + tlv + "\n";
    }
-   Interop::Agent agent(nsA, "a", ourPorts(),
-                        config +
-                            "lldp management-address all\n"
-                            "lldp system-name interop-agent\n"
-                            "lldp system-description an agent under test\n"
-                            "vlan 1 name default-lan\n"
-                            "vlan 10 name voice\n"
-                            "interface " +
-                            ours + "\n   lldp power-via-mdi fallback 15400\n");
+   Agent agent(nsA, "a", ourPorts(),
+               config +
+                   "lldp management-address all\n"
+                   "lldp system-name interop-agent\n"
+                   "lldp system-description an agent under test\n"
+                   "vlan 1 name default-lan\n"
+                   "vlan 10 name voice\n"
+                   "interface " +
+                   ours + "\n   lldp power-via-mdi fallback 15400\n");
    ASSERT_TRUE(agent.running());
    // An LLDP-MED endpoint, so that our agent answers with its LLDP-MED TLVs, and a powered
    // device asking for power, which our fallback allocation answers.
@@ -252,20 +248,18 @@ TEST_F(LldpdInterop, LldpdAndTsharkSeeWhatWeAdvertise) {
    Json port = local["interfaces"][ours];
    SCOPED_TRACE("we advertise: " + local.dump() + "\nlldpd sees: " + seen.dump());
 
-   // Chassis: identity, name, description, capabilities, management addresses.
+   // Chassis: identity, name, description, capabilities, management addresses (the texts we
+   // configured are looked for in the decoded frames below).
    const auto chassisList = Lldpd::members(seen["chassis"]);
    ASSERT_EQ(chassisList.size(), 1u);
    auto [sysName, chassis] = chassisList[0];
    expectSameChassis(sysName, chassis, local, local["sysCapSupported"], local["sysCapEnabled"],
                      local["advertisedManagementAddress"]);
-   EXPECT_EQ(sysName, "interop-agent");
-   EXPECT_EQ(chassis["descr"], "an agent under test");
 
    // Port: identity, description, TTL, maximum frame size.
    Json p = seen["port"];
    expectSamePort(p, port["portIdentifier"], port["portDesc"]);
    EXPECT_EQ(at(p, {"id", "value"}), ours);
-   EXPECT_EQ(p.value("descr", ""), "uplink to peer");
    EXPECT_EQ(p.value("ttl", ""), text(local["messageTxHoldTime"]));
    const int mfs = at(port, {"maximumFrameSizeInfo", "maxFrameSize"}).get<int>();
    EXPECT_EQ(p.value("mfs", ""), mfs != 0 ? std::to_string(mfs) : "");
@@ -431,7 +425,7 @@ TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSendsUntilItShutsDown) {
    // Three links: lldpd gives each a location of another format (a neighbour holds one).
    const auto l0 = addLink(), l1 = addLink(), l2 = addLink();
    ASSERT_TRUE(TestSupport::ipIn(ns_->nsB(), "addr add 192.0.2.2/24 dev " + l0.second));
-   Interop::Agent agent(ns_->nsA(), "b", ourPorts(), agentTimers);
+   Agent agent(ns_->nsA(), "b", ourPorts(), agentTimers);
    ASSERT_TRUE(agent.running());
    Lldpd lldpd(ns_->nsB(), "b", peerPorts(), 3);
    ASSERT_TRUE(lldpd.running()) << lldpd.log();
@@ -515,7 +509,7 @@ TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSendsUntilItShutsDown) {
 
 TEST_F(LldpdInterop, SilenceAgesOutAfterTheTtl) {
    const std::string ours = addLink().first;
-   Interop::Agent agent(ns_->nsA(), "c", ourPorts(), agentTimers);
+   Agent agent(ns_->nsA(), "c", ourPorts(), agentTimers);
    ASSERT_TRUE(agent.running());
    Lldpd lldpd(ns_->nsB(), "c", peerPorts());
    ASSERT_TRUE(lldpd.running()) << lldpd.log();
@@ -564,7 +558,7 @@ TEST_F(LldpdInterop, LldpdSeesOurManagementAddressesInPriorityOrder) {
    ASSERT_TRUE(ip("addr add 192.0.2.1/24 dev " + ours));
    ASSERT_TRUE(ip("addr add 192.0.2.2/24 dev " + ours));  // the kernel's secondary
    ASSERT_TRUE(ip("addr add 203.0.113.1/24 dev " + other));
-   Interop::Agent agent(nsA, "m", ourPorts(), agentTimers);
+   Agent agent(nsA, "m", ourPorts(), agentTimers);
    ASSERT_TRUE(agent.running());
    Lldpd lldpd(ns_->nsB(), "m", peerPorts());
    ASSERT_TRUE(lldpd.running()) << lldpd.log();

@@ -9,21 +9,16 @@
 
 namespace {
 
-using Interop::agentTimers;
-using Interop::at;
-using Interop::Json;
-using Interop::Lldpd;
-using Interop::waitFor;
+using namespace Interop;  // the peers and the JSON helpers
 
 TEST_F(LldpdInterop, MedPolicyOnlyAfterTheEndpointAsksAndTsharkDecodesIt) {
    const auto link = addLink();
    const std::string ours = link.first, theirs = link.second;
-   Interop::Agent agent(
-       ns_->nsA(), "p", ours,
-       agentTimers + "interface " + ours +
-           "\n"
-           "   lldp med network-policy voice vlan 500 priority 5 dscp 46\n"
-           "   lldp med network-policy video-conferencing vlan 20 untagged dscp 34\n");
+   Agent agent(ns_->nsA(), "p", ours,
+               agentTimers + "interface " + ours +
+                   "\n"
+                   "   lldp med network-policy voice vlan 500 priority 5 dscp 46\n"
+                   "   lldp med network-policy video-conferencing vlan 20 untagged dscp 34\n");
    ASSERT_TRUE(agent.running());
    Lldpd lldpd(ns_->nsB(), "p", theirs, 1);
    ASSERT_TRUE(lldpd.running()) << lldpd.log();
@@ -38,7 +33,7 @@ TEST_F(LldpdInterop, MedPolicyOnlyAfterTheEndpointAsksAndTsharkDecodesIt) {
    EXPECT_TRUE(Lldpd::list(med("policy")).empty()) << lldpd.neighbour(theirs).dump(1);
 
    // The tshark capture starts before the endpoint asks, so it sees the policies go out.
-   Interop::Tshark capture(ns_->nsB(), theirs, "p", 8, 8);
+   Tshark capture(ns_->nsB(), theirs, "p", 8, 8);
    ASSERT_TRUE(capture.capturing()) << capture.log();
    ASSERT_TRUE(
        lldpd.cli("configure med policy application voice tagged vlan 500 priority voice "
@@ -65,7 +60,7 @@ TEST_F(LldpdInterop, MedPolicyOnlyAfterTheEndpointAsksAndTsharkDecodesIt) {
 TEST_F(LldpdInterop, MedPowerRequestReachesPowerAgentsAndTheirAllocationReachesTheDevice) {
    const auto link = addLink();
    const std::string ours = link.first, theirs = link.second;
-   Interop::Agent agent(ns_->nsA(), "w", ours, agentTimers);
+   Agent agent(ns_->nsA(), "w", ours, agentTimers);
    ASSERT_TRUE(agent.running());
    Lldpd lldpd(ns_->nsB(), "w", theirs, 1);
    ASSERT_TRUE(lldpd.running()) << lldpd.log();
