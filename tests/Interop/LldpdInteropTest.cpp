@@ -429,7 +429,7 @@ TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSendsUntilItShutsDown) {
    ASSERT_TRUE(agent.running());
    Lldpd lldpd(ns_->nsB(), "b", peerPorts(), 3);
    ASSERT_TRUE(lldpd.running()) << lldpd.log();
-   std::vector<std::string> commands = {
+   const std::vector<std::string> commands = {
        "configure system hostname interop-peer",
        "configure system description 'a black-box peer'",
        "configure system capabilities enabled router",
@@ -446,14 +446,17 @@ TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSendsUntilItShutsDown) {
        "configure med policy application video-conferencing vlan 20 priority video dscp 34",
        "configure dot3 power pd supported enabled powerpairs spare class class-3 type 1"
        " source pse priority low requested 10000 allocated 15000",
+       "configure inventory hardware-revision hw-1.2",
+       "configure inventory software-revision sw-3",
+       "configure inventory firmware-revision fw-4",
+       "configure inventory serial-number SN0042",
+       "configure inventory manufacturer 'Interop Labs'",
+       "configure inventory model Peer-5",
+       "configure inventory asset asset-6",
+       // Last: their arrival tells that everything before has arrived too.
        "configure lldp custom-tlv oui 33,44,55 subtype 44 oui-info 01,02,fe,41",
        "configure lldp custom-tlv oui 33,44,55 subtype 45 oui-info 41,42,43",
    };
-   for (const char* item :
-        {"hardware-revision hw-1.2", "software-revision sw-3", "firmware-revision fw-4",
-         "serial-number SN0042", "manufacturer 'Interop Labs'", "model Peer-5", "asset asset-6"}) {
-      commands.push_back(std::string("configure inventory ") + item);
-   }
    for (const std::string& c : commands) {
       std::string out;
       ASSERT_TRUE(lldpd.cli(c, &out)) << c << ": " << out;
