@@ -88,12 +88,9 @@ public:
       if (!cli("-f json " + cmd, &out)) return nullptr;
       return Json::parse(out, nullptr, false);
    }
-   // `show neighbors details` / `show interfaces details`, as (interface, entry) pairs.
+   // `show neighbors details`, as (interface, entry) pairs.
    std::vector<std::pair<std::string, Json>> neighbours() const {
       return members(at(json("show neighbors details"), {"lldp", "interface"}));
-   }
-   std::vector<std::pair<std::string, Json>> interfaces() const {
-      return members(at(json("show interfaces details"), {"lldp", "interface"}));
    }
    // The (first) neighbour lldpd holds on one of its ports, null while there is none.
    Json neighbour(const std::string& intf) const {
