@@ -92,10 +92,15 @@ public:
    std::vector<std::pair<std::string, Json>> neighbours() const {
       return members(at(json("show neighbors details"), {"lldp", "interface"}));
    }
-   // The (first) neighbour lldpd holds on one of its ports, null while there is none.
-   Json neighbour(const std::string& intf) const {
+   // The neighbour lldpd holds on one of its ports, null while there is none. Given a
+   // chassis ID, the one with that identity: lldpd keeps a neighbour with a stale identity
+   // until its TTL runs out.
+   Json neighbour(const std::string& intf, const std::string& chassisId = "") const {
       for (auto& [name, entry] : neighbours()) {
-         if (name == intf) return entry;
+         if (name != intf) continue;
+         for (auto& [sysName, chassis] : members(entry["chassis"])) {
+            if (chassisId.empty() || at(chassis, {"id", "value"}) == chassisId) return entry;
+         }
       }
       return nullptr;
    }

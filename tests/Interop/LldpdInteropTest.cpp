@@ -81,18 +81,6 @@ std::string bytesOf(const std::string& shown, char separator) {
    return out;
 }
 
-// The neighbour in lldpd's table whose chassis ID is `chassisId` (lldpd keeps a neighbour
-// with a stale identity until its TTL runs out, so the newest one is picked by identity).
-Json lldpdNeighbour(const Lldpd& lldpd, const std::string& intf, const std::string& chassisId) {
-   for (auto [name, entry] : lldpd.neighbours()) {
-      if (name != intf) continue;
-      for (auto [sysName, chassis] : Lldpd::members(entry["chassis"])) {
-         if (at(chassis, {"id", "value"}) == chassisId) return entry;
-      }
-   }
-   return nullptr;
-}
-
 // The coordinate location as 16 bytes: latitude and longitude each with a 6-bit
 // resolution and 34-bit fixed point value (25 fraction bits), a 4-bit altitude type, 6-bit
 // resolution and 30-bit value (8 fraction bits), then the datum.
@@ -101,12 +89,11 @@ struct Coordinate {
    int altitudeType, datum;
 };
 Coordinate decodeCoordinate(const std::string& bytes) {
+   unsigned __int128 all = 0;
+   for (size_t i = 0; i < 16; ++i) all = all << 8 | static_cast<uint8_t>(bytes.at(i));
+   // `count` bits from bit `from`, bit 0 being the first sent.
    auto bits = [&](int from, int count) {
-      uint64_t v = 0;
-      for (int i = from; i < from + count; ++i) {
-         v = (v << 1) | ((static_cast<uint8_t>(bytes[i / 8]) >> (7 - i % 8)) & 1);
-      }
-      return v;
+      return static_cast<uint64_t>(all >> (128 - from - count)) & ((uint64_t(1) << count) - 1);
    };
    auto fixed = [&](int from, int count, int fraction) {
       int64_t v = static_cast<int64_t>(bits(from, count));
@@ -235,14 +222,13 @@ TEST_F(LldpdInterop, LldpdAndTsharkSeeWhatWeAdvertise) {
    Json local = agent.local(), seen;
    ASSERT_EQ(at(local, {"interfaces", ours.c_str(), "medCapabilities", "deviceType"}), 4)
        << local.dump(1);
-   ASSERT_GE(
-       waitFor(
-           [&] {
-              seen = lldpdNeighbour(lldpd, theirs, text(at(local, {"chassisIdentifier", "value"})));
-              return seen.is_object() && seen.contains("lldp-med");
-           },
-           5),
-       0)
+   ASSERT_GE(waitFor(
+                 [&] {
+                    seen = lldpd.neighbour(theirs, text(at(local, {"chassisIdentifier", "value"})));
+                    return seen.is_object() && seen.contains("lldp-med");
+                 },
+                 5),
+             0)
        << "lldpd does not show us: " << lldpd.json("show neighbors details").dump(1);
    local = agent.local();
    Json port = local["interfaces"][ours];
@@ -565,7 +551,7 @@ TEST_F(LldpdInterop, LldpdSeesOurManagementAddressesInPriorityOrder) {
    const std::string chassisId = text(at(local, {"chassisIdentifier", "value"}));
    // lldpd's list of our addresses, as received (null until it has us).
    auto theirs_ = [&]() -> Json {
-      Json seen = lldpdNeighbour(lldpd, theirs, chassisId);
+      Json seen = lldpd.neighbour(theirs, chassisId);
       if (!seen.is_object()) return nullptr;
       return Lldpd::list(Lldpd::members(seen["chassis"]).at(0).second["mgmt-ip"]);
    };

@@ -62,13 +62,10 @@ public:
    }
    // Waits for the process to end by itself, at most `timeout` seconds.
    bool waitExit(double timeout) {
-      return waitFor(
-                 [&] {
-                    int status = 0;
-                    if (pid_ > 0 && ::waitpid(pid_, &status, WNOHANG) == pid_) pid_ = -1;
-                    return pid_ <= 0;
-                 },
-                 timeout) >= 0;
+      const auto ended = [&] { return pid_ <= 0 || ::waitpid(pid_, nullptr, WNOHANG) == pid_; };
+      if (waitFor(ended, timeout) < 0) return false;
+      pid_ = -1;
+      return true;
    }
 
 private:
