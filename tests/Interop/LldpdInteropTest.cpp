@@ -222,13 +222,11 @@ TEST_F(LldpdInterop, LldpdAndTsharkSeeWhatWeAdvertise) {
    Json local = agent.local(), seen;
    ASSERT_EQ(at(local, {"interfaces", ours.c_str(), "medCapabilities", "deviceType"}), 4)
        << local.dump(1);
-   ASSERT_GE(waitFor(
-                 [&] {
-                    seen = lldpd.neighbour(theirs, text(at(local, {"chassisIdentifier", "value"})));
-                    return seen.is_object() && seen.contains("lldp-med");
-                 },
-                 5),
-             0)
+   const auto showsUs = [&] {
+      seen = lldpd.neighbour(theirs, text(at(local, {"chassisIdentifier", "value"})));
+      return seen.contains("lldp-med");
+   };
+   ASSERT_GE(waitFor(showsUs, 5), 0)
        << "lldpd does not show us: " << lldpd.json("show neighbors details").dump(1);
    local = agent.local();
    Json port = local["interfaces"][ours];
@@ -452,24 +450,19 @@ TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSendsUntilItShutsDown) {
    const std::map<std::string, std::string> ourPortOf = {
        {l0.second, l0.first}, {l1.second, l1.first}, {l2.second, l2.first}};
    const std::map<std::string, int> formatOf = {{l0.first, 2}, {l1.first, 1}, {l2.first, 3}};
-   ASSERT_GE(waitFor(
-                 [&] {
-                    for (auto [mine, format] : formatOf) {
-                       Json n = agent.neighbours(mine);
-                       if (n.size() != 1 || n[0]["unknownOrgDefTlv"].size() != 2 ||
-                           at(n[0], {"locationId", "format"}) != format ||
-                           n[0]["sysName"] != "interop-peer" ||
-                           n[0]["managementAddress"].size() != 1 ||
-                           n[0]["networkPolicyTlv"].size() != 2) {
-                          return false;
-                       }
-                    }
-                    return true;
-                 },
-                 8),
-             0)
-       << "lldpd's configuration did not reach us: "
-       << agent.cli({"show", "neighbors", "detail"}).dump(1);
+   const auto arrived = [&] {
+      for (auto [mine, format] : formatOf) {
+         Json n = agent.neighbours(mine);
+         if (n.size() != 1 || n[0]["unknownOrgDefTlv"].size() != 2 ||
+             at(n[0], {"locationId", "format"}) != format || n[0]["sysName"] != "interop-peer" ||
+             n[0]["managementAddress"].size() != 1 || n[0]["networkPolicyTlv"].size() != 2) {
+            return false;
+         }
+      }
+      return true;
+   };
+   ASSERT_GE(waitFor(arrived, 8), 0) << "lldpd's configuration did not reach us: "
+                                     << agent.cli({"show", "neighbors", "detail"}).dump(1);
 
    const auto theirs =
        Lldpd::members(at(lldpd.json("show interfaces details"), {"lldp", "interface"}));
@@ -511,15 +504,12 @@ TEST_F(LldpdInterop, SilenceAgesOutAfterTheTtl) {
    const double lastRefresh = agent.neighbours(ours)[0].value("lastRefreshTime", 0.0);
    EXPECT_EQ(lldpd.stop(SIGKILL), 128 + SIGKILL);
    double removedAt = 0;
-   EXPECT_GE(waitFor(
-                 [&] {
-                    Json all = agent.cli({"show", "neighbors", "detail"});
-                    removedAt = all.value("currentTime", 0.0);
-                    return all.is_object() &&
-                           at(all, {"interfaces", ours.c_str(), "remoteSystem"}).empty();
-                 },
-                 5),
-             0);
+   const auto gone = [&] {
+      Json all = agent.cli({"show", "neighbors", "detail"});
+      removedAt = all.value("currentTime", 0.0);
+      return all.is_object() && at(all, {"interfaces", ours.c_str(), "remoteSystem"}).empty();
+   };
+   EXPECT_GE(waitFor(gone, 5), 0);
    EXPECT_GE(removedAt - lastRefresh, 1.5) << "a TTL of 2 s";
    EXPECT_GE(
        waitFor([&] { return agent.log().find("LLDP_NEIGHBOR_TIMEOUT") != std::string::npos; }, 2),
