@@ -17,12 +17,13 @@ Json lldpdCustomTlvs(const Lldpd& lldpd, const std::string& intf) {
    if (entry.is_null()) return nullptr;
    Json out = Json::array();
    for (const Json& t : Lldpd::list(at(entry, {"unknown-tlvs", "unknown-tlv"}))) {
-      std::string oui = t.value("oui", ""), value = t.value("value", "");
-      std::replace(oui.begin(), oui.end(), ',', '-');
-      value.erase(std::remove(value.begin(), value.end(), ','), value.end());
-      std::transform(oui.begin(), oui.end(), oui.begin(), ::tolower);
-      std::transform(value.begin(), value.end(), value.begin(), ::tolower);
-      out.push_back(oui + "/" + t.value("subtype", "") + "/" + value);
+      // lldpd writes "33,44,66" and "0A,0B,0C"; we write "33-44-66" and "0a0b0c".
+      std::string tlv =
+          t.value("oui", "") + "/" + t.value("subtype", "") + "/" + t.value("value", "");
+      std::replace(tlv.begin(), tlv.begin() + tlv.find('/'), ',', '-');
+      tlv.erase(std::remove(tlv.begin(), tlv.end(), ','), tlv.end());
+      std::transform(tlv.begin(), tlv.end(), tlv.begin(), ::tolower);
+      out.push_back(tlv);
    }
    return out;
 }

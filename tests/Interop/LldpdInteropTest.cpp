@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <map>
+#include <regex>
 #include <set>
 
 #include "tests/Interop/LldpdInteropFixture.h"
@@ -68,12 +69,8 @@ const Words medAppTypes = {
 // A byte string as shown by either side: lldpd writes "01,02,fe"; we write printable
 // bytes as text and any other as "01:02:fe".
 std::string bytesOf(const std::string& shown, char separator) {
-   auto isHex = [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; };
-   bool hexForm = shown.size() >= 2 && (shown.size() + 1) % 3 == 0;
-   for (size_t i = 0; hexForm && i < shown.size(); ++i) {
-      hexForm = (i % 3 == 2) ? shown[i] == separator : isHex(shown[i]);
-   }
-   if (!hexForm) return shown;
+   const std::string sep(1, separator), hex = "[0-9a-fA-F]{2}";
+   if (!std::regex_match(shown, std::regex(hex + "(" + sep + hex + ")*"))) return shown;
    std::string out;
    for (size_t i = 0; i < shown.size(); i += 3) {
       out.push_back(static_cast<char>(std::strtoul(shown.substr(i, 2).c_str(), nullptr, 16)));
