@@ -7,7 +7,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <initializer_list>
 #include <string>
 #include <utility>
@@ -21,7 +20,6 @@
 namespace Interop {
 
 using Json = Vel::Json;
-using Clock = std::chrono::steady_clock;
 
 using TestSupport::Agent;
 using TestSupport::Process;
@@ -45,20 +43,25 @@ inline bool haveProgram(const std::string& name) {
 }
 
 // lldpd in a namespace with its own control socket and pid file, configured through
-// lldpcli. Its JSON writes a single member as an object and several as an array; list()
-// and members() below smooth that over.
+// lldpcli, sending every second. Its JSON writes a single member as an object and several
+// as an array; list() and members() below smooth that over.
 class Lldpd {
 public:
    // `medClass` 0 sends no LLDP-MED, 1..4 makes it an LLDP-MED device of that class.
+   // -dd: stay in the foreground and log to standard error only; -L '': read no
+   // configuration files at start, so only what the test sets through lldpcli applies.
    Lldpd(const std::string& ns, const std::string& name, const std::string& interfaces,
          int medClass = 0)
        : ns_(ns),
-         interfaces_(interfaces),
-         medClass_(medClass),
          socket_(tmpName(name + ".lldpd.sock")),
          pidPath_(tmpName(name + ".lldpd.pid")),
          logPath_(tmpName(name + ".lldpd.log")) {
-      start();
+      std::vector<std::string> args = {"ip", "netns", "exec",  ns_,  "lldpd",  "-dd", "-L",
+                                       "",   "-u",    socket_, "-p", pidPath_, "-I",  interfaces};
+      if (medClass > 0) args.insert(args.end(), {"-M", std::to_string(medClass)});
+      // Ready once its control socket answers; then it is told to send every second.
+      if (proc_.start(args, logPath_) && waitFor([&] { return cli("show configuration"); }, 5) >= 0)
+         cli("configure lldp tx-interval 1");
    }
    ~Lldpd() {
       proc_.stop(SIGKILL);
@@ -66,24 +69,6 @@ public:
       ::unlink(logPath_.c_str());
    }
 
-   // -dd: stay in the foreground and log to standard error only; -L '': read no
-   // configuration files at start, so only what the test sets through lldpcli applies.
-   bool start() {
-      std::vector<std::string> args = {"ip", "netns", "exec",  ns_,  "lldpd",  "-dd", "-L",
-                                       "",   "-u",    socket_, "-p", pidPath_, "-I",  interfaces_};
-      if (medClass_ > 0) {
-         args.push_back("-M");
-         args.push_back(std::to_string(medClass_));
-      }
-      if (!proc_.start(args, logPath_)) return false;
-      // Ready once its control socket answers.
-      return waitFor(
-                 [&] {
-                    return TestSupport::runIn(
-                        ns_, "lldpcli -u " + socket_ + " show configuration >/dev/null");
-                 },
-                 5) >= 0;
-   }
    bool running() const { return proc_.running(); }
    // SIGTERM: lldpd says goodbye with a shutdown LLDPDU; SIGKILL: it vanishes.
    int stop(int sig) {
@@ -103,12 +88,21 @@ public:
       if (!cli("-f json " + cmd, &out)) return nullptr;
       return Json::parse(out, nullptr, false);
    }
-   // `show neighbors details` / `show interfaces details`, as (interface, entry) pairs.
+   // `show neighbors details`, as (interface, entry) pairs.
    std::vector<std::pair<std::string, Json>> neighbours() const {
       return members(at(json("show neighbors details"), {"lldp", "interface"}));
    }
-   std::vector<std::pair<std::string, Json>> interfaces() const {
-      return members(at(json("show interfaces details"), {"lldp", "interface"}));
+   // The neighbour lldpd holds on one of its ports, null while there is none. Given a
+   // chassis ID, the one with that identity: lldpd keeps a neighbour with a stale identity
+   // until its TTL runs out.
+   Json neighbour(const std::string& intf, const std::string& chassisId = "") const {
+      for (auto& [name, entry] : neighbours()) {
+         if (name != intf) continue;
+         for (auto& [sysName, chassis] : members(entry["chassis"])) {
+            if (chassisId.empty() || at(chassis, {"id", "value"}) == chassisId) return entry;
+         }
+      }
+      return nullptr;
    }
 
    // A member that may be absent, one object or an array of them, as an array.
@@ -132,9 +126,7 @@ private:
    void cleanFiles() {
       for (const std::string& f : {socket_, socket_ + ".lock", pidPath_}) ::unlink(f.c_str());
    }
-   std::string ns_, interfaces_;
-   int medClass_;
-   std::string socket_, pidPath_, logPath_;
+   std::string ns_, socket_, pidPath_, logPath_;
    Process proc_;
 };
 

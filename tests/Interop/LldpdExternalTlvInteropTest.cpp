@@ -4,42 +4,37 @@
 
 #include <algorithm>
 
-#include "Daemon/ControlSocket.h"
 #include "tests/Interop/LldpdInteropFixture.h"
 
 namespace {
 
-using Interop::at;
-using Interop::Json;
-using Interop::Lldpd;
-using Interop::waitFor;
+using namespace Interop;  // the peers and the JSON helpers
 
 // The organizationally specific TLVs lldpd holds from us on `intf`, as "oui/subtype/HEX"
 // ("33-44-66/7/0a0b0c"); null while lldpd has no neighbour there.
 Json lldpdCustomTlvs(const Lldpd& lldpd, const std::string& intf) {
-   for (auto [name, entry] : lldpd.neighbours()) {
-      if (name != intf) continue;
-      Json out = Json::array();
-      for (const Json& t : Lldpd::list(at(entry, {"unknown-tlvs", "unknown-tlv"}))) {
-         std::string oui = t.value("oui", ""), value = t.value("value", "");
-         std::replace(oui.begin(), oui.end(), ',', '-');
-         value.erase(std::remove(value.begin(), value.end(), ','), value.end());
-         std::transform(oui.begin(), oui.end(), oui.begin(), ::tolower);
-         std::transform(value.begin(), value.end(), value.begin(), ::tolower);
-         out.push_back(oui + "/" + t.value("subtype", "") + "/" + value);
-      }
-      return out;
+   const Json entry = lldpd.neighbour(intf);
+   if (entry.is_null()) return nullptr;
+   Json out = Json::array();
+   for (const Json& t : Lldpd::list(at(entry, {"unknown-tlvs", "unknown-tlv"}))) {
+      // lldpd writes "33,44,66" and "0A,0B,0C"; we write "33-44-66" and "0a0b0c".
+      std::string tlv =
+          t.value("oui", "") + "/" + t.value("subtype", "") + "/" + t.value("value", "");
+      std::replace(tlv.begin(), tlv.begin() + tlv.find('/'), ',', '-');
+      tlv.erase(std::remove(tlv.begin(), tlv.end(), ','), tlv.end());
+      std::transform(tlv.begin(), tlv.end(), tlv.begin(), ::tolower);
+      out.push_back(tlv);
    }
-   return nullptr;
+   return out;
 }
 
 TEST_F(LldpdInterop, ExternalTlvsReachLldpdAndBypassOpensALockedPort) {
    const auto link = addLink();
    const std::string ours = link.first, theirs = link.second;
    ASSERT_TRUE(bridge(ours));
-   Interop::Agent agent(ns_->nsA(), "x", ourPorts(),
-                        Interop::agentTimers + "interface " + ours +
-                            "\n   lldp tlv oui 33-44-66 subtype 7 info 0a:0b:0c\n");
+   Agent agent(
+       ns_->nsA(), "x", ourPorts(),
+       agentTimers + "interface " + ours + "\n   lldp tlv oui 33-44-66 subtype 7 info 0a:0b:0c\n");
    ASSERT_TRUE(agent.running());
    Lldpd lldpd(ns_->nsB(), "x", peerPorts());
    ASSERT_TRUE(lldpd.running()) << lldpd.log();
@@ -50,13 +45,7 @@ TEST_F(LldpdInterop, ExternalTlvsReachLldpdAndBypassOpensALockedPort) {
 
    // Another program adds its own, replaces it, and withdraws.
    const auto publish = [&](const Json& tlvs) {
-      Json reply;
-      std::string error;
-      EXPECT_TRUE(Daemon::request(agent.socket(),
-                                  {{"op", "external-tlvs"}, {"client", "probe"}, {"tlvs", tlvs}},
-                                  &reply, &error))
-          << error;
-      return reply;
+      return control(agent, {{"op", "external-tlvs"}, {"client", "probe"}, {"tlvs", tlvs}});
    };
    Json set = {{ours, {{{"oui", "00-11-22"}, {"subtype", 1}, {"info", "cafe"}}}}};
    EXPECT_EQ(publish(set)["ok"], true);

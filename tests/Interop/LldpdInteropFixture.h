@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "Daemon/ControlSocket.h"
 #include "tests/Interop/InteropPeers.h"
 #include "tests/Support/NetNs.h"
 
@@ -44,6 +45,14 @@ protected:
       return TestSupport::ipIn(ns_->nsA(), "link add " + br + " type bridge") &&
              TestSupport::ipIn(ns_->nsA(), "link set " + ours + " master " + br) &&
              TestSupport::ipIn(ns_->nsA(), "link set " + br + " up");
+   }
+   // One request to our agent's control socket: the reply, or {"failed": why} when the
+   // exchange itself failed.
+   static Json control(const Agent& agent, const Json& request) {
+      Json reply;
+      std::string error;
+      return Daemon::request(agent.socket(), request, &reply, &error) ? reply
+                                                                      : Json{{"failed", error}};
    }
    std::string ourPorts() const { return "ia" + tag_ + "x*"; }
    std::string peerPorts() const { return "ib" + tag_ + "x*"; }

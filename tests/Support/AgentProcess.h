@@ -5,8 +5,6 @@
 // LLDP_CLI, the paths of the two programs.
 #pragma once
 
-#include <dirent.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -15,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -51,64 +48,24 @@ public:
    }
    bool running() const { return pid_ > 0; }
    // Sends the signal and waits; returns the exit status (128 + signal when killed).
-   // SIGKILL takes the process's descendants with it at the same moment: a daemon that
-   // forked a worker must vanish whole, not leave the worker to say goodbye.
+   // SIGKILL goes to the process's whole group (spawn() gives it one of its own) at the same
+   // moment: a daemon that forked a worker must vanish whole, not leave the worker to say
+   // goodbye.
    int stop(int sig = SIGTERM) {
       if (pid_ <= 0) return -1;
-      std::vector<pid_t> family;
-      if (sig == SIGKILL) family = descendants(pid_);
-      for (pid_t p : family) ::kill(p, SIGKILL);
-      ::kill(pid_, sig);
+      const pid_t group = pid_;
+      ::kill(sig == SIGKILL ? -group : group, sig);
       const int status = reap(std::exchange(pid_, -1));
-      // The descendants were re-parented away from us; wait until they are gone.
-      waitFor(
-          [&] {
-             for (pid_t p : family) {
-                if (::kill(p, 0) == 0) return false;
-             }
-             return true;
-          },
-          2);
+      // The rest of the group was re-parented away from us; wait until it is gone.
+      if (sig == SIGKILL) waitFor([&] { return ::kill(-group, 0) != 0; }, 2);
       return status;
    }
    // Waits for the process to end by itself, at most `timeout` seconds.
    bool waitExit(double timeout) {
-      return waitFor(
-                 [&] {
-                    int status = 0;
-                    if (pid_ > 0 && ::waitpid(pid_, &status, WNOHANG) == pid_) pid_ = -1;
-                    return pid_ <= 0;
-                 },
-                 timeout) >= 0;
-   }
-
-   // Every process below `root`, from the parent links in /proc.
-   static std::vector<pid_t> descendants(pid_t root) {
-      std::vector<std::pair<pid_t, pid_t>> parentOf;  // (pid, ppid)
-      if (DIR* d = ::opendir("/proc")) {
-         while (dirent* e = ::readdir(d)) {
-            const pid_t pid = static_cast<pid_t>(std::atoi(e->d_name));
-            if (pid <= 0) continue;
-            const std::string stat = readFile("/proc/" + std::string(e->d_name) + "/stat");
-            const size_t close = stat.rfind(')');
-            if (close == std::string::npos) continue;
-            // After the command name: state, then the parent's pid.
-            std::istringstream rest(stat.substr(close + 1));
-            std::string state;
-            pid_t ppid = 0;
-            rest >> state >> ppid;
-            parentOf.emplace_back(pid, ppid);
-         }
-         ::closedir(d);
-      }
-      std::vector<pid_t> out = {root};
-      for (size_t i = 0; i < out.size(); ++i) {
-         for (auto [pid, ppid] : parentOf) {
-            if (ppid == out[i]) out.push_back(pid);
-         }
-      }
-      out.erase(out.begin());
-      return out;
+      const auto ended = [&] { return pid_ <= 0 || ::waitpid(pid_, nullptr, WNOHANG) == pid_; };
+      if (waitFor(ended, timeout) < 0) return false;
+      pid_ = -1;
+      return true;
    }
 
 private:

@@ -35,27 +35,19 @@ NetNsPair::NetNsPair(unsigned mtu) {
    nsB_ = "lldptest-b" + tag;
    intfA_ = "va" + tag;  // interface names have at most 15 characters
    intfB_ = "vb" + tag;
+   // Each step runs only while every one before it worked; the first to fail is the error.
+   auto step = [&](const std::string& cmd) {
+      if (error_.empty() && !run(cmd)) error_ = "cannot run `" + cmd + "`";
+      return error_.empty();
+   };
    for (const std::string& ns : {nsA_, nsB_}) {
-      if (!run("ip netns add " + ns)) {
-         error_ = "cannot create network namespace " + ns + " (is iproute2 installed?)";
-         return;
-      }
-      created_.push_back(ns);
+      if (step("ip netns add " + ns)) created_.push_back(ns);
    }
-   if (!run("ip link add " + intfA_ + " netns " + nsA_ + " type veth peer name " + intfB_ +
-            " netns " + nsB_)) {
-      error_ = "cannot create veth " + intfA_ + "/" + intfB_;
-      return;
-   }
+   step("ip link add " + intfA_ + " netns " + nsA_ + " type veth peer name " + intfB_ + " netns " +
+        nsB_);
    for (const auto& [ns, intf] : {std::pair(nsA_, intfA_), std::pair(nsB_, intfB_)}) {
-      if (mtu != 0 && !run("ip -n " + ns + " link set " + intf + " mtu " + std::to_string(mtu))) {
-         error_ = "cannot set MTU " + std::to_string(mtu) + " on " + intf;
-         return;
-      }
-      if (!run("ip -n " + ns + " link set " + intf + " up")) {
-         error_ = "cannot bring up " + intf;
-         return;
-      }
+      if (mtu != 0) step("ip -n " + ns + " link set " + intf + " mtu " + std::to_string(mtu));
+      step("ip -n " + ns + " link set " + intf + " up");
    }
 }
 

@@ -14,8 +14,9 @@ extern char** environ;
 namespace TestSupport {
 
 // Starts `args` (the program searched on PATH) with standard output to `outPath` and
-// standard error to `errPath`, or to the same file when `errPath` is empty; -1 when it
-// could not start.
+// standard error to `errPath`, or to the same file when `errPath` is empty, in a process
+// group of its own (so that it can be ended with everything it started); -1 when it could
+// not start.
 inline pid_t spawn(const std::vector<std::string>& args, const std::string& outPath,
                    const std::string& errPath = "") {
    std::vector<std::string> copy = args;
@@ -32,8 +33,12 @@ inline pid_t spawn(const std::vector<std::string>& args, const std::string& outP
       posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                        0644);
    }
+   posix_spawnattr_t attr;
+   posix_spawnattr_init(&attr);
+   posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);  // group 0: a new one
    pid_t pid = -1;
-   if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid = -1;
+   if (posix_spawnp(&pid, argv[0], &actions, &attr, argv.data(), environ) != 0) pid = -1;
+   posix_spawnattr_destroy(&attr);
    posix_spawn_file_actions_destroy(&actions);
    return pid;
 }
