@@ -12,10 +12,13 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Framework/Log.h"
-#include "tests/Support/AgentInVirtualTime.h"
+#include "Framework/Trace.h"
+#include "Lldp/LldpAgent.h"
+#include "tests/Support/Switch.h"
 
 namespace LldpAgentTests {
 
@@ -47,9 +50,60 @@ inline Lldp::UnknownOrgDefTlv tlv(uint8_t subtype, const std::string& info, int 
         .value = info});
 }
 
-class LldpAgentTest : public TestSupport::AgentInVirtualTime {
+// The agent starts in SetUp with every record mounted (`mountPlatform`, which a test may
+// extend) and ports eth1..eth3 cabled in memory to peer-ethN; nothing is up yet.
+class LldpAgentTest : public ::testing::Test {
 protected:
-   void mountPlatform() override {
+   void SetUp() override {
+      Vel::Trace::textTraceIs("-");
+      Vel::Trace::ringClear();
+      Vel::Trace::configure("LldpAgent/0-8");  // for `traced`
+      Vel::Log::syslogIs(false);
+      loop().virtualTimeIs(true, 100);
+      for (const char* p : {"eth1", "eth2", "eth3"}) {
+         links.linkIs(eth(p), eth(std::string("peer-") + p));
+      }
+      bridging = db.mount<Bridging::Config>("bridging/config");
+      bridging->bridgeMacAddrIs(*Wire::EthAddr::parse("02:00:00:00:aa:01"));
+      phyDir = db.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all");
+      mountPlatform();
+      agent = Vel::make<Lldp::Agent::Agent>("lldp-agent",
+                                            Lldp::Agent::Agent::Options{links.factory()}, db);
+      agent->doInit();
+      loop().advanceBy(0);  // mounts complete from the loop
+      local = db.entityAs<Lldp::LocalSystem>("l2discovery/lldp/localSystem");
+      config = db.entityAs<Lldp::Config>("l2discovery/lldp/config");
+   }
+   void TearDown() override {
+      if (agent) agent->doCleanup();
+      agent = nullptr;
+      loop().advanceBy(0);
+      loop().virtualTimeIs(false);
+      Vel::Log::syslogIs(true);
+      Vel::Trace::configure("");
+      // The protocol engine enlarges packet buffers for the whole process.
+      Wire::PktMan::instance().dataSizeIs(Wire::PktMan::defaultDataSize);
+   }
+   static Vel::EventLoop& loop() { return Vel::EventLoop::instance(); }
+   static Wire::IntfId eth(const std::string& name) {
+      return Wire::IntfId::linux(name, Wire::IntfKind::intfKindEthernet);
+   }
+   // Whether some trace line in the ring ends with `text`.
+   static bool traced(std::string_view text) {
+      for (const auto& e : Vel::Trace::ringSnapshot()) {
+         if (e.text.ends_with(text)) return true;
+      }
+      return false;
+   }
+   // A port as the platform reports it when its link is up.
+   Interface::EthPhyIntfStatus::Ptr portUp(
+       const std::string& name, uint8_t forwardingModel = Interface::forwardingModelRouted) {
+      auto s = phyDir->intfStatusIs(eth(name));
+      s->linkStatusIs(Interface::linkStatusUp);
+      s->forwardingModelIs(forwardingModel);
+      return s;
+   }
+   virtual void mountPlatform() {
       netStatus = db.mount<System::NetStatus>("sys/net/status");
       netStatus->hostnameIs("sw1");
       netStatus->domainNameIs("example.test");
@@ -68,7 +122,7 @@ protected:
       const uint8_t mac[6] = {0x02, 0, 0, 0, 1, macLast};
       s->addrIs(Wire::EthAddr::fromBytes(mac));
       s->mtuIs(1500);
-      return AgentInVirtualTime::portUp(name);
+      return portUp(name);
    }
    Lldp::PortConfig::Ptr portConfig(const std::string& name) {
       return config->portConfig(eth(name));
@@ -138,6 +192,13 @@ protected:
    }
    using V = std::vector<std::string>;
 
+   Vel::StateDb db;
+   TestSupport::InMemoryLinks links;
+   Bridging::Config::Ptr bridging;
+   Interface::EthPhyIntfStatusDir::Ptr phyDir;
+   Vel::Ptr<Lldp::Agent::Agent> agent;
+   Lldp::LocalSystem::Ptr local;
+   Lldp::Config::Ptr config;
    System::NetStatus::Ptr netStatus;
    Interface::EthLagIntfStatusDir::Ptr lagDir;
    Interface::AllIntfStatusDir::Ptr allIntf;

@@ -117,7 +117,6 @@ public:
                                "--snmp-notify-interval", "5", "--trace", "LldpSnmp/0-4"});
       agent_.start(args, tmpName("agent.log"));
       far_ = std::make_unique<Interop::Lldpd>(nsC, "far", "c1,c2", 1);
-      far_->cli("configure lldp tx-interval 1");
       far_->cli("configure system hostname far-side");
       far_->cli("configure med policy application voice vlan 10 priority voice dscp 46");
       far_->cli("configure med location elin 5551234567");
