@@ -12,12 +12,10 @@
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <dirent.h>
-#include <fcntl.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,7 +25,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <sstream>
@@ -42,6 +39,7 @@
 
 namespace {
 
+using TestSupport::haveProgram;
 using TestSupport::readFile;
 using TestSupport::spawn;
 
@@ -54,10 +52,6 @@ double monotonicSeconds() {
 std::string envOr(const char* name, const char* fallback) {
    const char* v = std::getenv(name);
    return v && *v ? v : fallback;
-}
-
-bool haveProgram(const std::string& name) {
-   return TestSupport::runCmd("command -v " + name + " >/dev/null");
 }
 
 // The two namespaces and N veth pairs ("sa<i>" on the daemon's side, "sb<i>" facing it),

@@ -22,6 +22,7 @@ namespace Interop {
 using Json = Vel::Json;
 
 using TestSupport::Agent;
+using TestSupport::haveProgram;
 using TestSupport::Process;
 using TestSupport::readFile;
 using TestSupport::tmpName;
@@ -35,11 +36,6 @@ inline Json at(const Json& j, std::initializer_list<const char*> keys) {
       cur = &(*cur)[k];
    }
    return *cur;
-}
-
-// True when the program is found on PATH (or is an existing absolute path).
-inline bool haveProgram(const std::string& name) {
-   return TestSupport::runCmd("command -v " + name + " >/dev/null");
 }
 
 // lldpd in a namespace with its own control socket and pid file, configured through

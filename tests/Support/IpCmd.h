@@ -24,6 +24,11 @@ inline bool runCmd(const std::string& cmd, std::string* output = nullptr) {
    return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+// True when the program is found on PATH (or is an existing absolute path).
+inline bool haveProgram(const std::string& name) {
+   return runCmd("command -v " + name + " >/dev/null");
+}
+
 // Runs `ip -n NS ARGS`.
 inline bool ipIn(const std::string& ns, const std::string& args, std::string* output = nullptr) {
    return runCmd("ip -n " + ns + " " + args, output);
