@@ -38,7 +38,7 @@ std::set<std::string> strings(Json array) {
 using Words = std::map<std::string, std::string>;
 std::string ourWord(const Words& words, Json lldpdWord) {
    auto it = words.find(text(lldpdWord));
-   return it == words.end() ? "?" + text(lldpdWord) : it->second;
+   return it == words.end() ? std::string("?").append(text(lldpdWord)) : it->second;
 }
 const Words idSubtypes = {
     {"mac", "macAddress"},    {"ifname", "interfaceName"},   {"local", "local"},

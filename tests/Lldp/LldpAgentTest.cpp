@@ -299,8 +299,9 @@ TEST(RemTablesClearRequest, ServesEachRequestOnceOnEveryPort) {
          auto port = root->status()->portStatusIs(Wire::IntfId(name), 0.0);
          for (int i = 1; i <= 3; ++i) {
             auto r = port->remoteSystemIs(
-                i, Lldp::Msap({.chassisIdentifier = Lldp::ChassisIdentifier(
-                                   {.subtype = 7, .value = "c" + std::to_string(i)})}));
+                i, Lldp::Msap(
+                       {.chassisIdentifier = Lldp::ChassisIdentifier(
+                            {.subtype = 7, .value = std::string("c").append(std::to_string(i))})}));
             port->remoteSystemByMsapIs(r);
          }
       }

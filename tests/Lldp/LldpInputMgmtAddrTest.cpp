@@ -75,7 +75,7 @@ protected:
       for (const auto& [prio, key] : local->managementAddressPrio()) {
          std::string s = key.stringValue();
          if (const auto* a = local->managementAddress(key); a && a->ifNumber()) {
-            s += "#" + std::to_string(a->ifNumber());
+            s.append("#").append(std::to_string(a->ifNumber()));
          }
          out.push_back(s);
       }

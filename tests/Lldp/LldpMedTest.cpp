@@ -208,7 +208,7 @@ TEST_F(LldpMedTest, CivicAddress) {
       std::string got = std::to_string(civic.what()) + " ";
       got += civic.countryCode().value();
       for (const auto& [type, e] : civic.caElements()) {
-         got += " " + std::to_string(type) + "=";
+         got.append(" ").append(std::to_string(type)).append("=");
          got += e.caValue().value();
       }
       EXPECT_EQ(got, c.address);

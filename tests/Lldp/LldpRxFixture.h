@@ -44,7 +44,7 @@ public:
       return tlv(type, std::string_view(info.data(), info.size()));
    }
    Pdu& id(int type, int subtype, std::string_view value) {
-      return tlv(type, std::string(1, char(subtype)) + std::string(value));
+      return tlv(type, std::string(1, char(subtype)).append(value));
    }
    Pdu& ttl(int seconds) { return tlv(3, bytes({seconds >> 8, seconds & 0xff})); }
    Pdu& org(uint32_t oui, int subtype, const Bytes& content) {
