@@ -66,14 +66,16 @@ void dot1ConfigPortVlan(const Src& s, const Port& p, uint32_t, Oid& index, RowFi
    if (const auto* pc = s.portConfig(p.intf)) f.offer(index, Value::truth(pc->portVlanTxEnable()));
 }
 
+// Augments lldpXdot1LocVlanNameTable, so it has exactly that table's rows: a port with
+// VLAN names but no configuration of ours sends none of them.
 void dot1ConfigVlanName(const Src& s, const Port& p, uint32_t, Oid& index, RowFinder& f) {
    const auto* ps = s.portStatus(p.intf);
+   if (!ps) return;
    const auto* pc = s.portConfig(p.intf);
-   if (!ps || !pc) return;
    for (const auto& [vid, name] : ps->vlanName()) {
       index.len = 1;
       index.push(vid);
-      f.offer(index, Value::truth(pc->vlanNameTxEnable()));
+      f.offer(index, Value::truth(pc && pc->vlanNameTxEnable()));
    }
 }
 
