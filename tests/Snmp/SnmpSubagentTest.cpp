@@ -116,11 +116,11 @@ TestSupport::Bytes neighbourFrame(const std::string& chassis, const std::string&
    return f;
 }
 
+std::string tlv(int type, const std::string& value) {
+   return std::string{char((type << 1) | (value.size() >> 8)), char(value.size())} + value;
+}
 std::string orgTlv(uint32_t oui, int subtype, const std::string& info) {
-   const size_t len = 4 + info.size();
-   return std::string{char(0xfe | (len >> 8)), char(len), char(oui >> 16),
-                      char(oui >> 8),          char(oui), char(subtype)} +
-          info;
+   return tlv(127, std::string{char(oui >> 16), char(oui >> 8), char(oui), char(subtype)} + info);
 }
 
 // Our agent in namespace "a", lldpd in "c" on a veth a1 <-> c1, and on c2 to a namespace
@@ -258,12 +258,14 @@ TEST(SnmpSubagent, ServesTheMibNotifiesAndRegistersAgain) {
       EXPECT_EQ(column(w, c), column(theirs, c)) << "lldpRemTable column " << col;
    }
 
-   // The extension MIBs' remote tables, against neighbours that sent nothing optional,
-   // only LLDP-MED inventory, and everything: a neighbour has a row in lldpXdot1RemTable
-   // whatever it sent (port VLAN 0 when unknown) and one in lldpXMedRemCapabilitiesTable
-   // once it speaks LLDP-MED at all; every other table has rows only for what arrived.
+   // The remote tables, against neighbours that sent nothing optional, only LLDP-MED
+   // inventory, and everything: a neighbour has its lldpRemTable row (empty strings for
+   // what it did not send) and its lldpXdot1RemTable row (port VLAN 0 when unknown)
+   // whatever it sent, and one in lldpXMedRemCapabilitiesTable once it speaks LLDP-MED at
+   // all; every other extension table has rows only for what arrived.
    const uint32_t dot1Oui = 0x0080c2, dot3Oui = 0x00120f, medOui = 0x0012bb;
    const std::string full =
+       tlv(4, "uplink") + tlv(5, "full-sys") +        // port description, system name
        orgTlv(dot1Oui, 1, "\x00\x64"s) +              // port VLAN 100
        orgTlv(dot1Oui, 2, "\x06\x00\x0a"s) +          // PPVID 10, supported and enabled
        orgTlv(dot1Oui, 3, "\000\012\004blue"s) +      // VLAN 10 "blue"
@@ -313,6 +315,8 @@ TEST(SnmpSubagent, ServesTheMibNotifiesAndRegistersAgain) {
       const char *bare, *medOnly, *full;
    };
    for (const Cell& c : std::vector<Cell>{
+            {remTable + ".8", "", "", "", "uplink"},         // lldpRemPortDesc
+            {remTable + ".9", "", "", "", "full-sys"},       // lldpRemSysName
             {dot1 + "1.1.1", "", "0", "0", "100"},           // lldpXdot1RemPortVlanId
             {dot1 + "2.1.2", ".10", nullptr, nullptr, "1"},  // lldpXdot1RemProtoVlanSupported
             {dot1 + "2.1.3", ".10", nullptr, nullptr, "1"},  // lldpXdot1RemProtoVlanEnabled
