@@ -66,14 +66,16 @@ void dot1ConfigPortVlan(const Src& s, const Port& p, uint32_t, Oid& index, RowFi
    if (const auto* pc = s.portConfig(p.intf)) f.offer(index, Value::truth(pc->portVlanTxEnable()));
 }
 
+// Augments lldpXdot1LocVlanNameTable, so it has exactly that table's rows: a port with
+// VLAN names but no configuration of ours sends none of them.
 void dot1ConfigVlanName(const Src& s, const Port& p, uint32_t, Oid& index, RowFinder& f) {
    const auto* ps = s.portStatus(p.intf);
+   if (!ps) return;
    const auto* pc = s.portConfig(p.intf);
-   if (!ps || !pc) return;
    for (const auto& [vid, name] : ps->vlanName()) {
       index.len = 1;
       index.push(vid);
-      f.offer(index, Value::truth(pc->vlanNameTxEnable()));
+      f.offer(index, Value::truth(pc && pc->vlanNameTxEnable()));
    }
 }
 
@@ -91,8 +93,10 @@ void dot1LocVlanName(const Src& s, const Port& p, uint32_t, Oid& index, RowFinde
    }
 }
 
+// Every neighbour has its row here, whatever it sent: a port VLAN the neighbour did not
+// tell us reads 0, the MIB's value for "not known".
 void dot1Rem(const Rs& rs, uint32_t, Oid& index, RowFinder& f) {
-   if (rs.portVlanIdTlvReceived()) f.offer(index, Value::integer(rs.portVlanId()));
+   f.offer(index, Value::integer(rs.portVlanIdTlvReceived() ? rs.portVlanId().value() : 0));
 }
 
 void dot1RemProtoVlan(const Rs& rs, uint32_t col, Oid& index, RowFinder& f) {
@@ -144,6 +148,8 @@ void dot3LocMaxFrame(const Src& s, const Port& p, uint32_t, Oid& index, RowFinde
    }
 }
 
+// The IEEE 802.3 remote tables have a row only for a neighbour that sent the TLV: none
+// of their columns has a value that stands for "not known".
 void dot3RemPort(const Rs& rs, uint32_t col, Oid& index, RowFinder& f) {
    if (!rs.macPhyConfigStatusTlvReceived()) return;
    const Lldp::MacPhyConfigStatusInfo& m = rs.macPhyConfigStatusInfo();
@@ -247,18 +253,23 @@ uint32_t medCurrentBits(const Rs& rs) {
    return b;
 }
 
+// The one LLDP-MED table that is not sparse: a row for every neighbour that speaks
+// LLDP-MED at all (sent any of its TLVs), since the rows of the other remote LLDP-MED
+// tables are read against it. Without the Capabilities TLV we know no supported set and
+// no device class: the empty set and notDefined(0).
 void medRemCaps(const Rs& rs, uint32_t col, Oid& index, RowFinder& f) {
-   if (!rs.medCapabilitiesTlvReceived()) return;
+   if (!rs.anyLldpMedReceived()) return;
+   const bool known = rs.medCapabilitiesTlvReceived();
    const Lldp::MedCapabilitiesInfo& m = rs.medCapabilitiesInfo();
    switch (col) {
       case 1:
-         f.offer(index, Value::bits(m.capabilities().value() & 0x3f, 1));
+         f.offer(index, Value::bits(known ? m.capabilities().value() & 0x3f : 0, 1));
          break;
       case 2:
          f.offer(index, Value::bits(medCurrentBits(rs), 1));
          break;
       case 3:
-         f.offer(index, Value::integer(m.deviceType() > 4 ? 0 : m.deviceType()));
+         f.offer(index, Value::integer(!known || m.deviceType() > 4 ? 0 : m.deviceType()));
          break;
    }
 }

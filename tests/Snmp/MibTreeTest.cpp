@@ -1,5 +1,6 @@
 // The MIB tree over records in a private state database: index order, GETNEXT from any
-// point, TimeFilter, ports coming later, and the hold multiplier mapping.
+// point, TimeFilter, ports coming later, augmenting tables' rows, and the hold multiplier
+// mapping.
 #include <gtest/gtest.h>
 
 #include "Framework/Vel/StateDb.h"
@@ -89,6 +90,25 @@ TEST_F(MibTreeTest, TimeMarkShowsOnlyWhatChangedSince) {
    Oid at;
    next(with(remSysName, {1500, 2, 1}), &at);  // leaves the time mark for the next column
    EXPECT_EQ(at, with(Oid{1, 0, 8802, 1, 1, 2, 1, 4, 1, 1, 10}, {0, 1, 1}));
+}
+
+// lldpXdot1ConfigVlanNameTable augments lldpXdot1LocVlanNameTable: the same rows, even
+// for a port that has VLAN names but no configuration (it sends none: false).
+TEST_F(MibTreeTest, VlanNameConfigRowsAreTheLocalVlanNameRows) {
+   const Oid locName{1, 0, 8802, 1, 1, 2, 1, 5, 32962, 1, 2, 3, 1, 2, 4, 10};
+   const Oid txEnable{1, 0, 8802, 1, 1, 2, 1, 5, 32962, 1, 1, 2, 1, 1, 4, 10};
+   intfs->intfStatusIs(Wire::IntfId("Ethernet1"))->ifIndexIs(4);
+   auto ps = Vel::make<Lldp::PortStatus>(Wire::IntfId("Ethernet1"), 0.0);
+   ps->vlanNameIs(Lldp::VlanName({.vlanId = 10, .name = "users"}));
+   status->portStatusIs(Wire::IntfId("Ethernet1"), ps);
+   Value v;
+   ASSERT_TRUE(tree.get(locName, v));
+   EXPECT_EQ(v.bytes(), "users");
+   ASSERT_TRUE(tree.get(txEnable, v));
+   EXPECT_EQ(v.num, 2);
+   config->portConfigIs(Wire::IntfId("Ethernet1"))->vlanNameTxEnableIs(true);
+   ASSERT_TRUE(tree.get(txEnable, v));
+   EXPECT_EQ(v.num, 1);
 }
 
 TEST_F(MibTreeTest, HoldMultiplierReachesTheTimeToLiveWithinTheMibRange) {

@@ -1,19 +1,25 @@
 // lldp-agent --agentx through a real snmpd: the master runs in a network namespace of the
 // test with a private AgentX socket and a loopback-only community, and `snmpwalk -On`
-// reads our agent by numeric OIDs. The neighbour is lldpd on a veth, sending LLDP-MED
-// and IEEE 802.1/802.3 TLVs. Root only; skips without snmpd, snmp or lldpd.
+// reads our agent by numeric OIDs. The neighbours are lldpd on a veth, sending LLDP-MED
+// and IEEE 802.1/802.3 TLVs, and LLDPDUs of the test's own making on the same link: one
+// with no optional TLV at all, one with only an LLDP-MED inventory TLV, and one with every
+// extension TLV the MIBs show. Root only; skips without snmpd, snmp or lldpd.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "tests/Interop/InteropPeers.h"
 #include "tests/Support/AgentProcess.h"
+#include "tests/Support/Frames.h"
 #include "tests/Support/IpCmd.h"
+#include "tests/Support/NetNs.h"
 #include "tests/Support/Poll.h"
 
 namespace {
@@ -24,6 +30,7 @@ using TestSupport::runCmd;
 using TestSupport::runIn;
 using TestSupport::tmpName;
 using TestSupport::waitFor;
+using namespace std::string_literals;
 
 const std::string lldpMib = ".1.0.8802.1.1.2";
 const std::string remTable = lldpMib + ".1.4.1.1";
@@ -84,6 +91,38 @@ std::multiset<std::string> column(const Walk& w, const std::string& col) {
    return out;
 }
 
+// The rows each neighbour has in the remote tables of the extension MIBs, by the
+// neighbour's index (lldpRemTimeMark.lldpRemLocalPortNum.lldpRemIndex), as
+// "oui.table.column" (lldpExtensions.oui.1.3.table.1.column.index...).
+std::map<std::string, std::set<std::string>> extRemoteRows(const Walk& w) {
+   std::map<std::string, std::set<std::string>> out;
+   const std::string ext = lldpMib + ".1.5.";
+   for (const auto& [oid, v] : w) {
+      if (oid.rfind(ext, 0) != 0) continue;
+      std::vector<std::string> c;
+      std::istringstream parts(oid.substr(ext.size()));
+      for (std::string part; std::getline(parts, part, '.');) c.push_back(part);
+      if (c.size() < 9 || c[1] != "1" || c[2] != "3") continue;
+      out[c[6] + "." + c[7] + "." + c[8]].insert(c[0] + "." + c[3] + "." + c[5]);
+   }
+   return out;
+}
+
+// An LLDPDU of the test's own making: chassis ID `chassis`, port ID "p", time to live two
+// minutes, then `tlvs`.
+TestSupport::Bytes neighbourFrame(const std::string& chassis, const std::string& tlvs) {
+   TestSupport::Bytes f = TestSupport::lldpFrame(chassis, 120);
+   f.insert(f.end() - 2, tlvs.begin(), tlvs.end());  // before End of LLDPDU
+   return f;
+}
+
+std::string tlv(int type, const std::string& value) {
+   return std::string{char((type << 1) | (value.size() >> 8)), char(value.size())} + value;
+}
+std::string orgTlv(uint32_t oui, int subtype, const std::string& info) {
+   return tlv(127, std::string{char(oui >> 16), char(oui >> 8), char(oui), char(subtype)} + info);
+}
+
 // Our agent in namespace "a", lldpd in "c" on a veth a1 <-> c1, and on c2 to a namespace
 // "b" where a second lldpd serves the same MIB itself through its own snmpd, so both read
 // the same far-side neighbour.
@@ -100,7 +139,8 @@ public:
          TestSupport::ipIn(created_.back(), "link set lo up");
       }
       nsA = created_[0];
-      const std::string &nsB = created_[1], &nsC = created_[2];
+      nsC = created_[2];
+      const std::string& nsB = created_[1];
       runCmd("ip link add a1 netns " + nsA + " type veth peer name c1 netns " + nsC);
       runCmd("ip link add b1 netns " + nsB + " type veth peer name c2 netns " + nsC);
       for (auto [ns, intf] : {std::pair{nsA, "a1"}, {nsC, "c1"}, {nsC, "c2"}, {nsB, "b1"}}) {
@@ -151,7 +191,7 @@ public:
       return w;
    }
 
-   std::string error, nsA;
+   std::string error, nsA, nsC;
    std::unique_ptr<Snmpd> snmpd, lldpdSnmpd;
 
 private:
@@ -216,6 +256,93 @@ TEST(SnmpSubagent, ServesTheMibNotifiesAndRegistersAgain) {
    for (int col : {4, 5, 6, 9, 10, 11, 12}) {
       const std::string c = remTable + "." + std::to_string(col);
       EXPECT_EQ(column(w, c), column(theirs, c)) << "lldpRemTable column " << col;
+   }
+
+   // The remote tables, against neighbours that sent nothing optional, only LLDP-MED
+   // inventory, and everything: a neighbour has its lldpRemTable row (empty strings for
+   // what it did not send) and its lldpXdot1RemTable row (port VLAN 0 when unknown)
+   // whatever it sent, and one in lldpXMedRemCapabilitiesTable once it speaks LLDP-MED at
+   // all; every other extension table has rows only for what arrived.
+   const uint32_t dot1Oui = 0x0080c2, dot3Oui = 0x00120f, medOui = 0x0012bb;
+   const std::string full =
+       tlv(4, "uplink") + tlv(5, "full-sys") +        // port description, system name
+       orgTlv(dot1Oui, 1, "\x00\x64"s) +              // port VLAN 100
+       orgTlv(dot1Oui, 2, "\x06\x00\x0a"s) +          // PPVID 10, supported and enabled
+       orgTlv(dot1Oui, 3, "\000\012\004blue"s) +      // VLAN 10 "blue"
+       orgTlv(dot1Oui, 4, "\002BB"s) +                // protocol identity
+       orgTlv(dot3Oui, 1, "\x03\x6c\x01\x00\x1e"s) +  // autoneg on, MAU type 30
+       orgTlv(dot3Oui, 2, "\x07\x01\x02"s) +          // PSE, signal pairs, class 2
+       orgTlv(dot3Oui, 3, "\x03\x00\x00\x00\x07"s) +  // aggregated, port 7
+       orgTlv(dot3Oui, 4, "\x24\x00"s) +              // 9216 bytes
+       orgTlv(medOui, 1, "\x00\x27\x03"s) +           // endpoint class III
+       orgTlv(medOui, 2, "\x01\x40\x29\x6e"s) +       // voice: VLAN 20 tagged, priority 5, DSCP 46
+       orgTlv(medOui, 3, "\0035551230000"s) +         // ELIN
+       orgTlv(medOui, 10, "phone-x"s);                // model name
+   const std::map<std::string, TestSupport::Bytes> crafted = {
+       {"bare", neighbourFrame("bare", "")},
+       {"medonly", neighbourFrame("medonly", orgTlv(medOui, 10, "box"s))},
+       {"full", neighbourFrame("full", full)}};
+   TestSupport::RawSender sender(lab.nsC, "c1");
+   ASSERT_TRUE(sender.ok());
+   auto lastSent = std::chrono::steady_clock::now() - std::chrono::seconds(5);
+   Walk x = lab.walkUntil(*lab.snmpd, lldpMib, [&](const Walk& y) {
+      if (std::chrono::steady_clock::now() - lastSent > std::chrono::seconds(1)) {
+         for (const auto& [name, frame] : crafted) sender.send(frame);
+         lastSent = std::chrono::steady_clock::now();
+      }
+      const auto chassis = column(y, remTable + ".5");
+      return chassis.count("bare") && chassis.count("medonly") && chassis.count("full");
+   });
+   std::map<std::string, std::string> rem;  // chassis ID -> the neighbour's index
+   for (const auto& [oid, v] : x) {
+      if (oid.rfind(remTable + ".5.", 0) == 0) rem[v] = oid.substr(remTable.size() + 3);
+   }
+   ASSERT_EQ(rem.size(), 4u);
+   const auto rows = extRemoteRows(x);
+   const std::set<std::string> medOnlyRows = {"32962.1.1", "4795.1.1", "4795.1.2", "4795.1.3",
+                                              "4795.3.1",  "4795.3.2", "4795.3.3", "4795.3.4",
+                                              "4795.3.5",  "4795.3.6", "4795.3.7"};
+   EXPECT_EQ(rows.count(rem["bare"]) ? rows.at(rem["bare"]) : std::set<std::string>{},
+             std::set<std::string>{"32962.1.1"});
+   EXPECT_EQ(rows.count(rem["medonly"]) ? rows.at(rem["medonly"]) : std::set<std::string>{},
+             medOnlyRows);
+   const std::string dot1 = lldpMib + ".1.5.32962.1.3.", dot3 = lldpMib + ".1.5.4623.1.3.",
+                     medR = lldpMib + ".1.5.4795.1.3.";
+   // column, what follows the neighbour's index, then the value for bare, medonly and
+   // full; nullptr: no row.
+   struct Cell {
+      std::string column, tail;
+      const char *bare, *medOnly, *full;
+   };
+   for (const Cell& c : std::vector<Cell>{
+            {remTable + ".8", "", "", "", "uplink"},         // lldpRemPortDesc
+            {remTable + ".9", "", "", "", "full-sys"},       // lldpRemSysName
+            {dot1 + "1.1.1", "", "0", "0", "100"},           // lldpXdot1RemPortVlanId
+            {dot1 + "2.1.2", ".10", nullptr, nullptr, "1"},  // lldpXdot1RemProtoVlanSupported
+            {dot1 + "2.1.3", ".10", nullptr, nullptr, "1"},  // lldpXdot1RemProtoVlanEnabled
+            {dot1 + "3.1.2", ".10", nullptr, nullptr, "blue"},
+            {dot1 + "4.1.2", ".1", nullptr, nullptr, "BB"},
+            {dot3 + "1.1.2", "", nullptr, nullptr, "1"},   // lldpXdot3RemPortAutoNegEnabled
+            {dot3 + "1.1.4", "", nullptr, nullptr, "30"},  // lldpXdot3RemPortOperMauType
+            {dot3 + "2.1.1", "", nullptr, nullptr, "1"},   // lldpXdot3RemPowerPortClass: PSE
+            {dot3 + "2.1.6", "", nullptr, nullptr, "2"},   // lldpXdot3RemPowerClass
+            {dot3 + "3.1.2", "", nullptr, nullptr, "7"},   // lldpXdot3RemLinkAggPortId
+            {dot3 + "4.1.1", "", nullptr, nullptr, "9216"},
+            {medR + "1.1.3", "", nullptr, "0", "3"},  // lldpXMedRemDeviceClass
+            {medR + "2.1.2", ".2.64.0", nullptr, nullptr, "20"},
+            {medR + "2.1.3", ".2.64.0", nullptr, nullptr, "5"},
+            {medR + "3.1.6", "", nullptr, "box", "phone-x"},
+            {medR + "3.1.1", "", nullptr, "", ""},  // no hardware revision: empty
+            {medR + "4.1.2", ".4", nullptr, nullptr, "5551230000"}}) {
+      for (auto [who, want] :
+           {std::pair{"bare", c.bare}, {"medonly", c.medOnly}, {"full", c.full}}) {
+         const std::string oid = c.column + "." + rem[who] + c.tail;
+         if (want) {
+            EXPECT_EQ(x.count(oid) ? x[oid] : "<no row>", want) << who << " " << oid;
+         } else {
+            EXPECT_EQ(x.count(oid), 0u) << who << " " << oid << " = " << x[oid];
+         }
+      }
    }
 
    // The neighbour's arrival on a1 (notifications on for a*) was announced.
