@@ -1,5 +1,6 @@
 #include "Lldp/LldpProtocol.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "Framework/Assert.h"
@@ -50,16 +51,19 @@ bool extractTlv(const char** pos, const char* end, int* type, int* infoLen, cons
    *type = hdr >> 9;
    *infoLen = hdr & 0x1ff;
    VEL_TRACE(traceLldpProtocol, 8, "TLV: type=" << *type << ", infoLen=" << *infoLen);
-   // Compare lengths rather than form a pointer past the buffer.
-   if (end - *pos - 2 < *infoLen) {
+   *info = *pos + 2;
+   if (end - *info < *infoLen) {
+      // The position still moves to where the TLV claims to end, so the caller sees how
+      // far it reached. That lies past the buffer: it is reckoned on the address, as
+      // pointer arithmetic may not leave the buffer.
+      *pos = reinterpret_cast<const char*>(reinterpret_cast<uintptr_t>(*info) +
+                                           static_cast<uintptr_t>(*infoLen));
       VEL_TRACE(traceLldpProtocol, 0,
                 "Error: frame ended during TLV information string (type=" << *type << ", infoLen="
                                                                           << *infoLen << ")");
-      *pos = end;
       return false;
    }
-   *info = *pos + 2;
-   *pos += 2 + *infoLen;
+   *pos = *info + *infoLen;
    return true;
 }
 

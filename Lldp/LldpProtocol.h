@@ -37,8 +37,10 @@ bool putTlv(char** pos, char* end, int type, int infoLen, const char* info);
 // Appends an organizationally specific TLV whose content is at info == infoBuf + 4.
 bool putOrgDefTlv(char** pos, char* end, Lldp::Oui oui, int subtype, int orgDefInfoLen,
                   const char* info);
-// Cuts the next TLV out of [*pos, end); on success *info points at its information string
-// and *pos is past the TLV. Never reads outside [*pos, end).
+// Cuts the next TLV out of [*pos, end): *type and *infoLen from its header, *info at its
+// information string, *pos past it. Fails when the header is cut short (nothing is
+// written) or when the information string runs past end (everything is written, *pos
+// then lies beyond end). Never reads outside [*pos, end).
 bool extractTlv(const char** pos, const char* end, int* type, int* infoLen, const char** info);
 // As extractTlv, and the TLV must be of the expected type with 2..maxInfoLen bytes.
 bool extractMandatoryTlv(const char** pos, const char* end, int expectedType, int maxInfoLen,

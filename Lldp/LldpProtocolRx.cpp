@@ -437,11 +437,35 @@ void removeRemoteSystem(const Lldp::Msap& msap, Vel::Seconds now, Lldp::Status& 
    status.remTablesLastChangeTimeIs(now);
 }
 
-// Creates the record for a new neighbour, or returns null when the port is full.
-Vel::Ptr<Lldp::RemoteSystem> createRemoteSystem(const Lldp::Msap& msap, Vel::Seconds now,
-                                                const Lldp::PortConfig& portConfig,
-                                                Lldp::Status& status,
-                                                Lldp::PortStatus& portStatus) {
+// Whether a remote system holds this index. Until the index counter wraps every index in
+// use lies below the next one, which the comparison with the highest settles at once.
+bool indexInUse(const Lldp::PortStatus& portStatus, int index) {
+   const auto& table = portStatus.remoteSystem();
+   return !table.empty() && index <= table.rbegin()->first && table.count(index);
+}
+
+// Hands out the index of a new neighbour: the one after the last handed out, starting
+// again at 1 once the counter passes its signed maximum, and never one still in use.
+int takeRemoteSystemIndex(Lldp::PortStatus& portStatus) {
+   for (;;) {
+      portStatus.nextRemoteSystemIndexInc();
+      int index = static_cast<int>(portStatus.nextRemoteSystemIndex());
+      if (index < 0) {
+         VEL_TRACE(traceLldpProtocol, 2, "Index for RemoteSystem tables has wrapped");
+         portStatus.nextRemoteSystemIndexIs(0);
+         portStatus.nextRemoteSystemIndexInc();
+         index = static_cast<int>(portStatus.nextRemoteSystemIndex());
+      }
+      if (!indexInUse(portStatus, index)) return index;
+      VEL_TRACE(traceLldpProtocol, 8, "Index " << index << " still in use: skipped");
+   }
+}
+
+// Makes the record of a new neighbour, or returns null when the port is full. The record
+// is not in the port's table yet: it is filled first and then published.
+Vel::Ptr<Lldp::RemoteSystem> newRemoteSystem(const Lldp::Msap& msap, Vel::Seconds now,
+                                             const Lldp::PortConfig& portConfig,
+                                             Lldp::PortStatus& portStatus) {
    if (portStatus.remoteSystem().size() >= portConfig.remoteSystemLimit()) {
       VEL_TRACE(traceLldpProtocol, 2,
                 "Not creating RemoteSystem for " << msap << " because limit reached");
@@ -451,21 +475,22 @@ Vel::Ptr<Lldp::RemoteSystem> createRemoteSystem(const Lldp::Msap& msap, Vel::Sec
       return nullptr;
    }
    VEL_TRACE(traceLldpProtocol, 4, "Creating RemoteSystem");
-   portStatus.nextRemoteSystemIndexInc();
-   int index = static_cast<int>(portStatus.nextRemoteSystemIndex());
-   if (index < 0) {
-      VEL_TRACE(traceLldpProtocol, 2, "Index for RemoteSystem tables has wrapped");
-      portStatus.nextRemoteSystemIndexIs(0);
-      portStatus.nextRemoteSystemIndexInc();
-      index = static_cast<int>(portStatus.nextRemoteSystemIndex());
-   }
-   Vel::Ptr<Lldp::RemoteSystem> remote = portStatus.remoteSystemIs(index, msap);
-   portStatus.remoteSystemByMsapIs(remote);
+   auto remote = Vel::make<Lldp::RemoteSystem>(takeRemoteSystemIndex(portStatus), msap);
    remote->creationTimeIs(now);
+   return remote;
+}
+
+// Puts a new neighbour's record, complete, into the port's table. The machines that watch
+// the table (the early LLDPDU, PoE, network policy, the published views) react while it is
+// added, so they see every attribute and find it by MSAP as well as by index.
+void publishRemoteSystem(const Vel::Ptr<Lldp::RemoteSystem>& remote, Lldp::Status& status,
+                         Lldp::PortStatus& portStatus) {
+   portStatus.remoteSystemByMsapIs(remote);
+   portStatus.remoteSystemIs(remote->index(), remote);
    status.remTablesInsertsInc();
+   const Lldp::Msap& msap = remote->msap();
    Lldp::LLDP_NEIGHBOR_NEW.log(msap.chassisIdentifier().stringValue(),
                                msap.portIdentifier().stringValue(), portStatus.intfId());
-   return remote;
 }
 
 }  // namespace
@@ -589,12 +614,13 @@ Lldp::RemoteSystem::PtrConst processRxLldpdu(
    }
 
    bool changed = false;
-   const bool existed = bool(stored);
+   Vel::Ptr<Lldp::RemoteSystem> created;
    if (stored) {
       VEL_TRACE(traceLldpProtocol, 4, "Updating RemoteSystem");
    } else {
-      stored = createRemoteSystem(msap, now, *portConfig, *status, *portStatus);
-      if (!stored) return nullptr;
+      created = newRemoteSystem(msap, now, *portConfig, *portStatus);
+      if (!created) return nullptr;
+      stored = created;
       changed = true;
    }
 
@@ -610,10 +636,13 @@ Lldp::RemoteSystem::PtrConst processRxLldpdu(
    if (changed) {
       VEL_TRACE(traceLldpProtocol, 6, "Something changed -- updating lastChangeTime to " << now);
       stored->lastChangeTimeIs(now);
+   }
+   if (created) publishRemoteSystem(created, *status, *portStatus);
+   if (changed) {
       status->remTablesLastChangeTimeIs(now);
-      // The port's reactors heard of a new record when it was inserted; an updated one
-      // is announced here, once, after all its attributes are in.
-      if (existed) portStatus->remoteSystemTouched(stored->index());
+      // A new record was announced as it was added; an updated one is announced here,
+      // once, after all its attributes are in.
+      if (!created) portStatus->remoteSystemTouched(stored->index());
    }
    status->lastPacketParsedTimeIs(now);
 

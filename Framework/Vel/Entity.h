@@ -7,7 +7,9 @@
 //                                   `name(key)`, `nameDel(key)`, `nameDelAll()`, `name()`
 //    MAP(Key, Value, name)          as COLL but `nameIs(key, value)`
 //    ECOLL(Key, Entity, name)       owned child entities, ordered by key:
-//                                   `nameIs(key, ctorArgs...)` creates if absent
+//                                   `nameIs(key, ctorArgs...)` creates if absent;
+//                                   `nameIs(key, ptr)` adds an entity built and filled
+//                                   beforehand, so its reactors see it complete
 //    REFCOLL(Key, Entity, name, f)  hashed references to entities kept elsewhere,
 //                                   keyed by their key attribute `entity->f()`:
 //                                   `nameIs(ptr)`
@@ -29,6 +31,7 @@
 
 #include <map>
 #include <ostream>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -76,6 +79,10 @@ private:
    mutable uint32_t notifyDepth_ = 0;
    mutable bool detachedDuringNotify_ = false;
 };
+
+// A ready-made member for an entity collection's `nameIs(key, ptr)`.
+template <class P, class E>
+concept MemberPtr = std::is_same_v<std::remove_cvref_t<P>, Ptr<E>>;
 
 // The base of every entity's Notifiee. It keeps its entity alive while attached.
 class NotifieeBase {
@@ -216,6 +223,14 @@ private:
       Vel::Ptr<E> e = it->second;                                        \
       VEL_E_NOTIFY_KEY(n, k);                                            \
       return e;                                                          \
+   }                                                                     \
+   /* Adds e, whose key is k, unless k is taken; returns the member. */  \
+   template <Vel::MemberPtr<E> P>                                        \
+   Vel::Ptr<E> n##Is(const K& k, P&& e) {                                \
+      auto [it, added] = n##_.try_emplace(k, e);                         \
+      if (!added) return it->second;                                     \
+      VEL_E_NOTIFY_KEY(n, k);                                            \
+      return it->second;                                                 \
    }                                                                     \
    VEL_E_NODE_DEL_A(K, n)
 #define VEL_E_REFCOLL_A(K, E, n, f)                                 \

@@ -121,6 +121,22 @@ TEST(EntityNotify, ReactorsNestDepthFirstAndMayDetachDuringDelivery) {
    EXPECT_EQ(order, (Seen{"first speed"}));  // name already "fast": silent
 }
 
+// A member built and filled beforehand is announced once, already complete; a key that is
+// taken keeps its member.
+TEST(EntityNotify, ReadyMadeMemberIsAnnouncedComplete) {
+   auto e = Vel::make<Demo::Derived>();
+   Recorder r;
+   int levelSeen = -1;
+   r.then = [&](const std::string&) { levelSeen = e->child(5) ? e->child(5)->level() : -2; };
+   r.notifierIs(e);
+   auto made = Vel::make<Demo::Child>(5);
+   made->levelIs(3);
+   EXPECT_EQ(e->childIs(5, made), made);
+   EXPECT_EQ(levelSeen, 3);
+   EXPECT_EQ(e->childIs(5, Vel::make<Demo::Child>(5)), made);
+   EXPECT_EQ(r.seen, (Seen{"child 5"}));
+}
+
 TEST(EntityNotify, NotifieeKeepsItsEntityAliveAndDetachesOnDestruction) {
    Vel::Ptr<Demo::Child> c = Vel::make<Demo::Child>(1);
    auto watch = std::make_unique<Demo::Child::Notifiee>();

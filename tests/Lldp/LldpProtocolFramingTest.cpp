@@ -71,19 +71,30 @@ TEST_F(Framing, PutOrgDefTlvPrefixesOuiAndSubtypeInPlace) {
        "Assertion failed: info == infoBuf");
 }
 
+// What each failure leaves in the out-parameters: a cut header writes none of them; an
+// information string that overruns the end writes all of them, the position where the
+// TLV claims to end.
 TEST_F(Framing, ExtractTlvNeverReadsPastTheEnd) {
    const char one[] = {0x02};
    const char* pos = one;
-   int type, len;
-   const char* inf;
+   int type = -1, len = -1;
+   const char* inf = nullptr;
    EXPECT_FALSE(extractTlv(&pos, one + 1, &type, &len, &inf));
    EXPECT_TRUE(traced("Error: frame ended during (or before) TLV header"));
+   EXPECT_EQ(pos, one);
+   EXPECT_EQ(type, -1);
+   EXPECT_EQ(len, -1);
+   EXPECT_EQ(inf, nullptr);
 
-   // Header claims 3 bytes, 2 present.
-   const char shortInfo[] = {0x0a, 0x03, 'a', 'b'};
+   // Header claims 3 bytes, 2 present before the end (the buffer goes on beyond it).
+   const char shortInfo[] = {0x0a, 0x03, 'a', 'b', 'c', 'd'};
    pos = shortInfo;
    EXPECT_FALSE(extractTlv(&pos, shortInfo + 4, &type, &len, &inf));
    EXPECT_TRUE(traced("Error: frame ended during TLV information string (type=5, infoLen=3)"));
+   EXPECT_EQ(type, 5);
+   EXPECT_EQ(len, 3);
+   EXPECT_EQ(inf, shortInfo + 2);
+   EXPECT_EQ(pos, shortInfo + 5);
 }
 
 TEST_F(Framing, MandatoryTlvTypeAndLengthBounds) {

@@ -151,6 +151,44 @@ TEST_F(LldpProtocolRxTest, NewNeighbourLoggedAndShutdownRemovesItButIgnoresUnkno
    EXPECT_TRUE(traced("Deleting RemoteSystem"));
 }
 
+// Whoever watches the port's table (the protocol machine's early LLDPDU, the PoE and
+// network policy machines, the published views) hears of a neighbour once per frame that
+// changes it, and finds it complete: a new one with all its first frame said, by index and
+// by MSAP; an updated one with all of its new frame.
+TEST_F(LldpProtocolRxTest, TableWatchersSeeNeighboursComplete) {
+   struct Watcher : Lldp::PortStatus::Notifiee {
+      std::vector<std::string> seen;
+      void remoteSystemChanged(const int& index) override {
+         const auto& port = *notifier();
+         const auto r = port.remoteSystem(index);
+         std::ostringstream os;
+         os << std::boolalpha << index;
+         if (r) {
+            os << ' ' << r->sysName().value() << " policy=" << port.networkPolicyTlvReceived()
+               << " byMsap=" << (port.remoteSystemByMsap(r->msap()) == r)
+               << " created=" << r->creationTime() << " changed=" << r->lastChangeTime()
+               << " expires=" << r->expiryTime() << " mac=" << r->ethAddr();
+         }
+         seen.push_back(os.str());
+      }
+   } watcher;
+   watcher.notifierIs(port);
+   auto phone = [](const char* name) {
+      return neighbour(1, 120).tlv(5, name).org(ouiTia, 2, bytes({0x01, 0x80, 0x00, 0x00}));
+   };
+   ASSERT_TRUE(rx(phone("phone")));
+   fakeNow = 1010;
+   ASSERT_TRUE(rx(phone("phone")));  // a refresh: nothing to tell
+   fakeNow = 1020;
+   ASSERT_TRUE(rx(phone("renamed")));
+   EXPECT_EQ(watcher.seen,
+             (std::vector<std::string>{
+                 "1 phone policy=true byMsap=true created=1000 changed=1000 expires=1120 "
+                 "mac=00:1c:73:aa:bb:cc",
+                 "1 renamed policy=true byMsap=true created=1000 changed=1020 expires=1140 "
+                 "mac=00:1c:73:aa:bb:cc"}));
+}
+
 // ---------------------------------------------------------------------------------------
 // Optional TLVs.
 
@@ -332,7 +370,9 @@ TEST_F(LldpProtocolRxTest, WhatTheNeighbourStopsSendingIsCleared) {
 // ---------------------------------------------------------------------------------------
 // Creation: index and limit.
 
-TEST_F(LldpProtocolRxTest, IndexWrapsToOne) {
+// Past its signed maximum the index starts again at 1, and a new neighbour never takes an
+// index still in use: the counter moves on past it, wrapping again if need be.
+TEST_F(LldpProtocolRxTest, IndexWrapsToOneAndSkipsIndexesInUse) {
    port->nextRemoteSystemIndexIs(INT32_MAX - 1);
    EXPECT_EQ(rx(neighbour(1))->index(), INT32_MAX);
    auto r = rx(neighbour(2));
@@ -341,6 +381,41 @@ TEST_F(LldpProtocolRxTest, IndexWrapsToOne) {
    EXPECT_EQ(port->nextRemoteSystemIndex(), 1u);
    EXPECT_EQ(port->remoteSystem(1).ptr(), stored(2).ptr());
    EXPECT_TRUE(traced("Index for RemoteSystem tables has wrapped"));
+
+   // Indexes from before the wrap are still in use: INT32_MAX, 1, 3 and 4; 2 is free again.
+   EXPECT_EQ(rx(neighbour(3))->index(), 2);
+   EXPECT_EQ(rx(neighbour(4))->index(), 3);
+   EXPECT_EQ(rx(neighbour(5))->index(), 4);
+   EXPECT_FALSE(rx(neighbour(3, 0)));
+   auto indexOfNew = [&](int n) {
+      const auto created = rx(neighbour(n).tlv(5, "n" + std::to_string(n)));
+      return created ? created->index() : 0;
+   };
+   port->nextRemoteSystemIndexIs(INT32_MAX - 1);
+   Vel::Trace::ringClear();
+   EXPECT_EQ(indexOfNew(6), 2);
+   EXPECT_LT(traceAt("Index 2147483647 still in use: skipped"),
+             traceAt("Index for RemoteSystem tables has wrapped"));
+   EXPECT_LT(traceAt("Index for RemoteSystem tables has wrapped"),
+             traceAt("Index 1 still in use: skipped"));
+   EXPECT_NE(traceAt("Index 1 still in use: skipped"), std::string::npos);
+   EXPECT_EQ(indexOfNew(7), 5);  // past 3 and 4
+   EXPECT_EQ(port->nextRemoteSystemIndex(), 5u);
+
+   // Every neighbour kept its own record, filed under its own index.
+   EXPECT_EQ(port->remoteSystem().size(), 6u);
+   EXPECT_EQ(port->remoteSystemByMsap().size(), 6u);
+   for (const auto& [index, remote] : port->remoteSystem()) {
+      EXPECT_EQ(remote->index(), index);
+      EXPECT_EQ(port->remoteSystemByMsap(remote->msap()), remote);
+   }
+   const std::pair<int, int> indexOf[] = {{1, INT32_MAX}, {2, 1}, {4, 3}, {5, 4}, {6, 2}, {7, 5}};
+   for (const auto& [n, index] : indexOf) {
+      ASSERT_TRUE(stored(n)) << "neighbour " << n;
+      EXPECT_EQ(stored(n)->index(), index) << "neighbour " << n;
+      EXPECT_EQ(stored(n)->sysName().value(), n < 6 ? "" : "n" + std::to_string(n));
+   }
+   EXPECT_EQ(status->remTablesInserts(), 7u);
 }
 
 // A full table refuses new neighbours (counted, logged once a minute) and still updates
