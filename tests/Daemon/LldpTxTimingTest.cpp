@@ -1,0 +1,197 @@
+// When frames leave, in real time and on the wire: our daemon on one end of a veth, the
+// kernel's receive timestamps of its LLDPDUs on the other. With `lldp timer 5` (txDelay 2):
+// the first frame txDelay after the kernel reports the link up, then one every 5 s; a change of the
+// system name leaves at once, and a second change within txDelay when that delay ends. Every time
+// is held to 20 ms.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <utility>
+
+#include "tests/Support/AgentProcess.h"
+#include "tests/Support/IpCmd.h"
+#include "tests/Support/NetNs.h"
+
+namespace {
+
+using TestSupport::Agent;
+
+constexpr double tolerance = 0.02;
+constexpr unsigned iffLowerUp = 1u << 16;  // the kernel's carrier flag (IFF_LOWER_UP)
+
+double realNow() {
+   timespec ts;
+   clock_gettime(CLOCK_REALTIME, &ts);
+   return double(ts.tv_sec) + double(ts.tv_nsec) * 1e-9;
+}
+
+// The LLDPDUs arriving on one interface of a namespace, each with the time the kernel
+// received it.
+class Capture {
+public:
+   struct Frame {
+      double at = 0;  // 0: none came in time
+      std::string bytes;
+   };
+
+   Capture(const std::string& ns, const std::string& intf) {
+      TestSupport::NetNsScope in(ns);
+      fd_ = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_LLDP));
+      if (fd_ < 0) return;
+      const int on = 1;
+      ::setsockopt(fd_, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof(on));
+      sockaddr_ll addr{};
+      addr.sll_family = AF_PACKET;
+      addr.sll_protocol = htons(ETH_P_LLDP);
+      addr.sll_ifindex = int(::if_nametoindex(intf.c_str()));
+      if (::bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
+         ::close(std::exchange(fd_, -1));
+      }
+   }
+   ~Capture() {
+      if (fd_ >= 0) ::close(fd_);
+   }
+   bool ok() const { return fd_ >= 0; }
+
+   // The next frame, waiting at most `timeout` seconds for it.
+   Frame next(double timeout) {
+      Frame f;
+      pollfd p{fd_, POLLIN, 0};
+      if (::poll(&p, 1, int(timeout * 1000)) != 1) return f;
+      char buf[2048];
+      char control[256];
+      iovec iov{buf, sizeof(buf)};
+      msghdr msg{};
+      msg.msg_iov = &iov;
+      msg.msg_iovlen = 1;
+      msg.msg_control = control;
+      msg.msg_controllen = sizeof(control);
+      const ssize_t n = ::recvmsg(fd_, &msg, 0);
+      if (n <= 0) return f;
+      f.bytes.assign(buf, size_t(n));
+      f.at = realNow();
+      for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c; c = CMSG_NXTHDR(&msg, c)) {
+         if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SCM_TIMESTAMPNS) {
+            timespec ts;
+            std::memcpy(&ts, CMSG_DATA(c), sizeof(ts));
+            f.at = double(ts.tv_sec) + double(ts.tv_nsec) * 1e-9;
+         }
+      }
+      return f;
+   }
+   // Throws away what has arrived so far.
+   void drain() {
+      while (next(0).at != 0) {
+      }
+   }
+
+private:
+   int fd_ = -1;
+};
+
+// The kernel's link notifications in a namespace: when an interface's link came up (the
+// kernel reports carrier some time after the interface is set up, and that report is
+// the agent's link up).
+class LinkWatch {
+public:
+   LinkWatch(const std::string& ns, const std::string& intf) {
+      TestSupport::NetNsScope in(ns);
+      ifIndex_ = int(::if_nametoindex(intf.c_str()));
+      fd_ = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+      sockaddr_nl addr{};
+      addr.nl_family = AF_NETLINK;
+      addr.nl_groups = RTMGRP_LINK;
+      if (fd_ >= 0 && ::bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
+         ::close(std::exchange(fd_, -1));
+      }
+   }
+   ~LinkWatch() {
+      if (fd_ >= 0) ::close(fd_);
+   }
+   bool ok() const { return fd_ >= 0 && ifIndex_ > 0; }
+   // When the kernel said the link is up, waiting at most `timeout` seconds; 0 if not.
+   double up(double timeout) {
+      const double end = realNow() + timeout;
+      for (double left = timeout; left > 0; left = end - realNow()) {
+         pollfd p{fd_, POLLIN, 0};
+         if (::poll(&p, 1, int(left * 1000) + 1) != 1) return 0;
+         alignas(nlmsghdr) char buf[16384];
+         const ssize_t n = ::recv(fd_, buf, sizeof(buf), 0);
+         const double at = realNow();
+         if (n <= 0) return 0;
+         int len = int(n);
+         for (auto* h = reinterpret_cast<nlmsghdr*>(buf); NLMSG_OK(h, len);
+              h = NLMSG_NEXT(h, len)) {
+            if (h->nlmsg_type != RTM_NEWLINK) continue;
+            const auto* info = static_cast<const ifinfomsg*>(NLMSG_DATA(h));
+            if (info->ifi_index == ifIndex_ && (info->ifi_flags & iffLowerUp)) return at;
+         }
+      }
+      return 0;
+   }
+
+private:
+   int fd_ = -1;
+   int ifIndex_ = 0;
+};
+
+TEST(LldpTxTiming, FramesLeaveAtTheirDeadlinesOnTheWire) {
+   if (::geteuid() != 0) GTEST_SKIP() << "needs root to create network namespaces";
+   TestSupport::NetNsPair ns;
+   ASSERT_TRUE(ns.ok()) << ns.error();
+   Capture wire(ns.nsB(), ns.intfB());
+   ASSERT_TRUE(wire.ok());
+   Agent agent(ns.nsA(), "timing", ns.intfA(),
+               "lldp timer 5\nlldp timer reinitialization 1\nlldp system-name first\n");
+   ASSERT_TRUE(agent.running());
+   ASSERT_NE(wire.next(10).at, 0) << "the agent sent nothing";
+
+   // Down for longer than the reinitialisation delay, then up.
+   LinkWatch link(ns.nsA(), ns.intfA());
+   ASSERT_TRUE(link.ok());
+   ASSERT_TRUE(TestSupport::ipIn(ns.nsA(), "link set " + ns.intfA() + " down"));
+   ::usleep(1'500'000);
+   wire.drain();
+   ASSERT_TRUE(TestSupport::ipIn(ns.nsA(), "link set " + ns.intfA() + " up"));
+   const double up = link.up(3);
+   ASSERT_NE(up, 0) << "the link did not come up";
+   const Capture::Frame first = wire.next(4);
+   ASSERT_NE(first.at, 0) << "nothing within 4 s of link up";
+   EXPECT_NEAR(first.at - up, 2.0, tolerance) << "first frame after link up";
+   double last = first.at;
+   for (int i = 0; i < 2; ++i) {
+      const Capture::Frame refresh = wire.next(6);
+      ASSERT_NE(refresh.at, 0);
+      EXPECT_NEAR(refresh.at - last, 5.0, tolerance) << "refresh " << i + 1;
+      last = refresh.at;
+   }
+
+   // Idle again (txDelay after the last frame): a change goes out at once, a second one
+   // within txDelay when the delay that the first started ends.
+   ::usleep(2'500'000);
+   const double asked = realNow();
+   ASSERT_EQ(agent.run({"configure", "lldp system-name second"}).status, 0);
+   const double answered = realNow();
+   const Capture::Frame changed = wire.next(1);
+   ASSERT_NE(changed.at, 0) << "the change was not sent";
+   EXPECT_GE(changed.at, asked);
+   EXPECT_LT(changed.at, answered + tolerance) << "sent " << changed.at - answered << " s late";
+   EXPECT_NE(changed.bytes.find("second"), std::string::npos);
+   ASSERT_EQ(agent.run({"configure", "lldp system-name third"}).status, 0);
+   const Capture::Frame again = wire.next(3);
+   ASSERT_NE(again.at, 0) << "the second change was not sent";
+   EXPECT_NEAR(again.at - changed.at, 2.0, tolerance) << "second change";
+   EXPECT_NE(again.bytes.find("third"), std::string::npos);
+}
+
+}  // namespace
