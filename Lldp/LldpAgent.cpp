@@ -180,6 +180,7 @@ void Agent::doMountsCompleteStep2() {
    protocolRoot_->localSystemIs(localSystem_);
    protocolRoot_->ethPhyIntfStatusDirIs(ethPhyIntfStatusDir_);
    protocolRoot_->deviceIntfStatusDirIs(ethPhyIntfStatusDir_);
+   protocolRoot_->intfStatusManagerRootIs(&db_);
    protocolRoot_->desiredIntfDirIs(desiredIntfDir_);
    protocolRoot_->pamCollectionIs(pamCollection_);
    protocolRoot_->doInitializePamMan(options_.pamFactory);

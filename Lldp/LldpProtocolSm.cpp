@@ -1,6 +1,9 @@
 #include "Lldp/LldpProtocolSm.h"
 
+#include <net/if.h>
+
 #include <ostream>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -209,13 +212,13 @@ void OnOffSwitchSm::doClose() {
 // The root.
 
 Root::Root(std::string name) : name_(std::move(name)) {
-   deviceReactor_.root = this;
+   deviceReactor_.root = allIntfStatusReactor_.root = this;
 }
 
 Root::Root(Vel::Ptr<const Lldp::Config> config, Vel::Ptr<const Lldp::LocalSystem> localSystem,
            Vel::Ptr<Lldp::Status> status)
     : config_(std::move(config)), status_(std::move(status)), localSystem_(std::move(localSystem)) {
-   deviceReactor_.root = this;
+   deviceReactor_.root = allIntfStatusReactor_.root = this;
 }
 
 Root::~Root() = default;
@@ -241,6 +244,25 @@ std::vector<Wire::BpfInsn> Root::lldpRxFilterProgram() {
 
 void Root::doInitializePamMan(Wire::PamMan::Factory factory) {
    Wire::PktMan::instance().dataSizeIs(10236);
+   if (intfStatusManagerRoot()) {
+      allIntfStatusDirIs(
+          intfStatusManagerRoot()->mount<Interface::AllIntfStatusDir>("interface/status/all"));
+      allIntfStatusLocalDirIs(Vel::make<Interface::AllIntfStatusDir>());
+      allIntfStatusReactor_.notifierIs(allIntfStatusDir());
+      for (const auto& [intf, st] : allIntfStatusDir()->intfStatus()) handleAllIntfStatus(intf);
+   }
+   if (factory && allIntfStatusLocalDir()) {
+      // Packet access only where the agent can reach the interface.
+      factory = [local = allIntfStatusLocalDir(), make = std::move(factory)](
+                    const Wire::IntfId& intf, const Wire::PamSettings& settings,
+                    std::string* why) -> Vel::Ptr<Wire::Pam> {
+         if (!local->intfStatus(intf)) {
+            if (why) *why = "not in this agent's network namespace";
+            return nullptr;
+         }
+         return make(intf, settings, why);
+      };
+   }
    auto man = Vel::make<Wire::PamMan>(desiredIntfDir(), pamCollection(), std::move(factory));
    man->separateDot1QHdrIs(true);
    man->lldpDestMacIs(Wire::EthAddr({0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e}));
@@ -253,6 +275,40 @@ void Root::doInitializePamMan(Wire::PamMan::Factory factory) {
 
 void Root::DeviceReactor::intfStatusChanged(const Wire::IntfId& intf) {
    if (root->pamMan()) root->pamMan()->intfRetry(intf);
+}
+
+namespace {
+
+// Whether the interface the platform reported under this index is the one of that name
+// in the agent's own network namespace.
+bool inOwnNetNs(const Wire::IntfId& intf, uint32_t ifIndex) {
+   const std::string name(intf.name());
+   return ifIndex != 0 && ::if_nametoindex(name.c_str()) == ifIndex;
+}
+
+}  // namespace
+
+void Root::handleAllIntfStatus(const Wire::IntfId& intf) {
+   const Vel::Ptr<Interface::AllIntfStatusDir>& local = allIntfStatusLocalDir();
+   if (!local) return;
+   const auto status = allIntfStatusDir()->intfStatus(intf);
+   const bool reachable = status && (!filterByNetNs() || inOwnNetNs(intf, status->ifIndex()));
+   if (!reachable) {
+      if (local->intfStatus(intf)) {
+         VEL_TRACE(traceLldpProtocolSm, 6, intf << " left the agent's interfaces");
+         local->intfStatusDel(intf);
+      }
+      return;
+   }
+   auto mine = local->intfStatus(intf);
+   const bool added = !mine;
+   if (added) mine = local->intfStatusIs(intf);
+   mine->ifIndexIs(status->ifIndex());
+   mine->vrfIs(status->vrf());
+   if (added) {
+      VEL_TRACE(traceLldpProtocolSm, 6, intf << " is one of the agent's interfaces");
+      if (pamMan()) pamMan()->intfRetry(intf);
+   }
 }
 
 void Root::protocolSmIs() {
@@ -283,6 +339,7 @@ void Root::doClose() {
    onOffSwitchSmDel();
    protocolSmDel();
    deviceReactor_.notifierIs(nullptr);
+   allIntfStatusReactor_.notifierIs(nullptr);
    pamManIs(nullptr);
 }
 

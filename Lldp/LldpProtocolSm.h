@@ -10,6 +10,7 @@
 
 #include "Framework/Trace.h"
 #include "Framework/Vel/Entity.h"
+#include "Framework/Vel/StateDb.h"
 #include "Framework/Wire/Pam.h"
 #include "Framework/Wire/PamMan.h"
 #include "Lldp/LldpPamSm.h"
@@ -162,6 +163,9 @@ private:
    Root* root_;
 };
 
+// Where the platform keeps interface status: on Linux, the state database.
+using IntfStatusManagerRoot = Vel::StateDb*;
+
 // clang-format off
 #define LLDP_PROTOCOL_ROOT_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL)          \
    KEY(std::string, name)                                                                 \
@@ -173,11 +177,23 @@ private:
    ATTR(Vel::Ptr<const Interface::EthPhyIntfStatusDir>, deviceIntfStatusDir, nullptr)     \
    ATTR(Vel::Ptr<const Interface::PamDesiredIntfDir>, desiredIntfDir, nullptr)            \
    ATTR(Vel::Ptr<Wire::PamCollection>, pamCollection, nullptr)                            \
-   ATTR(Vel::Ptr<Wire::PamMan>, pamMan, nullptr)
+   ATTR(Vel::Ptr<Wire::PamMan>, pamMan, nullptr)                                          \
+   ATTR(IntfStatusManagerRoot, intfStatusManagerRoot, nullptr)                                    \
+   ATTR(Vel::Ptr<const Interface::AllIntfStatusDir>, allIntfStatusDir, nullptr)           \
+   ATTR(Vel::Ptr<Interface::AllIntfStatusDir>, allIntfStatusLocalDir, nullptr)            \
+   ATTR(bool, filterByNetNs, true)
 // clang-format on
 
 // The protocol engine's root. The agent gives it the records, initialises the packet
-// access manager, then creates the protocol machine and the on/off switch. The machines
+// access manager, then creates the protocol machine and the on/off switch.
+//
+// Interface status: `intfStatusManagerRoot` is where the platform keeps it (the state
+// database); from there the root takes `allIntfStatusDir` ("interface/status/all", every
+// interface the platform knows) when it initialises packet access, and keeps
+// `allIntfStatusLocalDir`, the interfaces of that directory that this agent can reach:
+// with `filterByNetNs` (the default) those in the agent's own network namespace (same
+// name, same index), otherwise all of them. Packet access opens only on an interface of
+// the local directory, and a port waiting for it is retried when it appears there. The machines
 // point back at the root, so the root must be closed (doClose) to be freed.
 class Root : public Vel::Entity {
    VEL_ENTITY(Root, LLDP_PROTOCOL_ROOT_ATTRS)
@@ -202,15 +218,22 @@ class Root : public Vel::Entity {
    void onOffSwitchSmDel();
    // Switches packet access off (closing every per-port machine) and removes the machines.
    void doClose();
+   // An interface of allIntfStatusDir came, changed or went: the local directory follows.
+   void handleAllIntfStatus(const Wire::IntfId& intf);
 
 private:
    struct DeviceReactor : Interface::EthPhyIntfStatusDir::Notifiee {
       Root* root;
       void intfStatusChanged(const Wire::IntfId& intf) override;
    };
+   struct AllIntfStatusReactor : Interface::AllIntfStatusDir::Notifiee {
+      Root* root;
+      void intfStatusChanged(const Wire::IntfId& intf) override { root->handleAllIntfStatus(intf); }
+   };
    Vel::Ptr<ProtocolSm> protocolSm_;
    Vel::Ptr<OnOffSwitchSm> onOffSwitchSm_;
    DeviceReactor deviceReactor_;
+   AllIntfStatusReactor allIntfStatusReactor_;
 };
 
 Vel::Ptr<Root> rootFactory(const std::string& name);

@@ -428,6 +428,37 @@ TEST_F(ProtocolSmTest, ExactlyTheAdvertisedAttributesAreLocalChanges) {
    }
 }
 
+// With the platform's interface status, packet access opens only on interfaces of the
+// agent's own network namespace ("lo", index 1, is in every one); without the filter on
+// every interface the platform knows.
+TEST_F(ProtocolSmTest, PacketAccessOnlyOnInterfacesOfTheAgentsNamespace) {
+   Vel::StateDb db;
+   auto all = db.mount<Interface::AllIntfStatusDir>("interface/status/all");
+   all->intfStatusIs(Wire::IntfId("lo"))->ifIndexIs(1);
+   links.linkIs(Wire::IntfId("lo"), Wire::IntfId("far-lo"));
+   Root& root = *sw->root;
+   root.intfStatusManagerRootIs(&db);
+   root.doInitializePamMan(links.factory());  // again, now with the interface status
+   EXPECT_EQ(root.allIntfStatusDir(), all);
+   EXPECT_TRUE(root.allIntfStatusLocalDir()->intfStatus(Wire::IntfId("lo")));
+   sw->start();
+   sw->portIs("Ethernet1", 1);
+   sw->portIs("lo", 2);
+   EXPECT_TRUE(sw->sm("lo"));
+   EXPECT_FALSE(sw->sm("Ethernet1"));
+   EXPECT_EQ(root.pamMan()->failed().at(Wire::IntfId("Ethernet1")),
+             "not in this agent's network namespace");
+   // Known to the platform, but not here (no such interface in this namespace).
+   all->intfStatusIs(Wire::IntfId("Ethernet1"))->ifIndexIs(1);
+   EXPECT_FALSE(sw->sm("Ethernet1"));
+   root.filterByNetNsIs(false);
+   all->intfStatusTouched(Wire::IntfId("Ethernet1"));
+   EXPECT_TRUE(sw->sm("Ethernet1"));
+   // Gone from the platform: no longer the agent's.
+   all->intfStatusDel(Wire::IntfId("lo"));
+   EXPECT_FALSE(root.allIntfStatusLocalDir()->intfStatus(Wire::IntfId("lo")));
+}
+
 TEST_F(ProtocolSmTest, GlobalSwitchTurnsPacketAccessOffAndOn) {
    twoPorts();
    inject(*far1->end, "peer-a", 120);
