@@ -253,10 +253,10 @@ void Root::doInitializePamMan(Wire::PamMan::Factory factory) {
    }
    if (factory && allIntfStatusLocalDir()) {
       // Packet access only where the agent can reach the interface.
-      factory = [local = allIntfStatusLocalDir(), make = std::move(factory)](
+      factory = [this, local = allIntfStatusLocalDir(), make = std::move(factory)](
                     const Wire::IntfId& intf, const Wire::PamSettings& settings,
                     std::string* why) -> Vel::Ptr<Wire::Pam> {
-         if (!local->intfStatus(intf)) {
+         if (filterByNetNs() && !local->intfStatus(intf)) {
             if (why) *why = "not in this agent's network namespace";
             return nullptr;
          }

@@ -192,8 +192,9 @@ using IntfStatusManagerRoot = Vel::StateDb*;
 // interface the platform knows) when it initialises packet access, and keeps
 // `allIntfStatusLocalDir`, the interfaces of that directory that this agent can reach:
 // with `filterByNetNs` (the default) those in the agent's own network namespace (same
-// name, same index), otherwise all of them. Packet access opens only on an interface of
-// the local directory, and a port waiting for it is retried when it appears there. The machines
+// name, same index), otherwise all of them. With the filter, packet access opens only on
+// an interface of the local directory, and a port waiting for it is retried when it
+// appears there. The machines
 // point back at the root, so the root must be closed (doClose) to be freed.
 class Root : public Vel::Entity {
    VEL_ENTITY(Root, LLDP_PROTOCOL_ROOT_ATTRS)
