@@ -129,12 +129,15 @@ public:
          const ssize_t n = ::recv(fd_, buf, sizeof(buf), 0);
          const double at = realNow();
          if (n <= 0) return 0;
-         int len = int(n);
-         for (auto* h = reinterpret_cast<nlmsghdr*>(buf); NLMSG_OK(h, len);
-              h = NLMSG_NEXT(h, len)) {
-            if (h->nlmsg_type != RTM_NEWLINK) continue;
-            const auto* info = static_cast<const ifinfomsg*>(NLMSG_DATA(h));
-            if (info->ifi_index == ifIndex_ && (info->ifi_flags & iffLowerUp)) return at;
+         // The messages of the datagram, one after the other, each aligned.
+         for (size_t off = 0; off + sizeof(nlmsghdr) <= size_t(n);) {
+            const auto* h = reinterpret_cast<const nlmsghdr*>(buf + off);
+            if (h->nlmsg_len < sizeof(nlmsghdr) || off + h->nlmsg_len > size_t(n)) break;
+            if (h->nlmsg_type == RTM_NEWLINK && h->nlmsg_len >= NLMSG_LENGTH(sizeof(ifinfomsg))) {
+               const auto* info = reinterpret_cast<const ifinfomsg*>(buf + off + NLMSG_HDRLEN);
+               if (info->ifi_index == ifIndex_ && (info->ifi_flags & iffLowerUp)) return at;
+            }
+            off += NLMSG_ALIGN(h->nlmsg_len);
          }
       }
       return 0;
