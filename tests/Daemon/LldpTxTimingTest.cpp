@@ -27,7 +27,7 @@ namespace {
 using TestSupport::Agent;
 
 constexpr double tolerance = 0.02;
-constexpr unsigned iffLowerUp = 1u << 16;  // the kernel's carrier flag (IFF_LOWER_UP)
+constexpr uint8_t ifOperUp = 6;  // the kernel's operational state "up" (IF_OPER_UP)
 
 double realNow() {
    timespec ts;
@@ -99,9 +99,9 @@ private:
    int fd_ = -1;
 };
 
-// The kernel's link notifications in a namespace: when an interface's link came up (the
-// kernel reports carrier some time after the interface is set up, and that report is
-// the agent's link up).
+// The kernel's link notifications in a namespace: when an interface's operational state
+// became up. The kernel reports it some time after the interface is set up (up to a
+// second, when other links changed just before), and that report is the agent's link up.
 class LinkWatch {
 public:
    LinkWatch(const std::string& ns, const std::string& intf) {
@@ -135,7 +135,7 @@ public:
             if (h->nlmsg_len < sizeof(nlmsghdr) || off + h->nlmsg_len > size_t(n)) break;
             if (h->nlmsg_type == RTM_NEWLINK && h->nlmsg_len >= NLMSG_LENGTH(sizeof(ifinfomsg))) {
                const auto* info = reinterpret_cast<const ifinfomsg*>(buf + off + NLMSG_HDRLEN);
-               if (info->ifi_index == ifIndex_ && (info->ifi_flags & iffLowerUp)) return at;
+               if (info->ifi_index == ifIndex_ && operUp(h)) return at;
             }
             off += NLMSG_ALIGN(h->nlmsg_len);
          }
@@ -144,6 +144,21 @@ public:
    }
 
 private:
+   // Whether a link message says the operational state is up (the carrier flag comes
+   // with the administrative change; the state follows when the kernel gets round to it).
+   static bool operUp(const nlmsghdr* h) {
+      const char* msg = reinterpret_cast<const char*>(h);
+      for (size_t off = NLMSG_HDRLEN + NLMSG_ALIGN(sizeof(ifinfomsg));
+           off + sizeof(rtattr) <= h->nlmsg_len;) {
+         const auto* a = reinterpret_cast<const rtattr*>(msg + off);
+         if (a->rta_len < sizeof(rtattr) || off + a->rta_len > h->nlmsg_len) return false;
+         if (a->rta_type == IFLA_OPERSTATE && a->rta_len > sizeof(rtattr)) {
+            return uint8_t(msg[off + RTA_LENGTH(0)]) == ifOperUp;
+         }
+         off += RTA_ALIGN(a->rta_len);
+      }
+      return false;
+   }
    int fd_ = -1;
    int ifIndex_ = 0;
 };
