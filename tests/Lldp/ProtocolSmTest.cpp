@@ -302,7 +302,18 @@ TEST_F(ProtocolSmTest, PortConfigGoneDropsMachineAndNeighboursThenAFreshStart) {
    const uint64_t deletesBefore = sw->status->remTablesDeletes();
    const size_t framesBefore = far1->frames.size();
 
+   // The machine is closed before it is removed: whoever watches the neighbours go still
+   // finds the port's machine.
+   struct Watcher : Lldp::PortStatus::Notifiee {
+      std::function<void()> onChange;
+      void remoteSystemChanged(const int&) override { onChange(); }
+   } watcher;
+   std::vector<bool> machineWhileNeighbourWent;
+   watcher.onChange = [&] { machineWhileNeighbourWent.push_back(bool(sw->sm("Ethernet1"))); };
+   watcher.notifierIs(sw->portStatus("Ethernet1"));
    sw->config->portConfigDel(intf);
+   watcher.notifierIs(nullptr);
+   EXPECT_EQ(machineWhileNeighbourWent, std::vector<bool>{true});
    EXPECT_FALSE(sw->sm("Ethernet1"));
    EXPECT_EQ(sw->neighbours("Ethernet1"), 0u);  // gone at once, not when they age
    EXPECT_EQ(sw->status->remTablesDeletes(), deletesBefore + 1);
