@@ -106,7 +106,10 @@ void StatusAccumulatorSm::handleIntfId(const Wire::IntfId& intf) {
 
 Agent::Agent(std::string name, Options options, Vel::StateDb& db)
     : name_(std::move(name)), options_(std::move(options)), db_(db) {
-   if (!options_.pamFactory) options_.pamFactory = Platform::Linux::LinuxPam::factory();
+   if (!options_.pamFactory) {
+      options_.pamFactory = Platform::Linux::LinuxPam::factory();
+      options_.filterByNetNs = true;
+   }
 }
 
 Agent::~Agent() = default;
@@ -180,6 +183,8 @@ void Agent::doMountsCompleteStep2() {
    protocolRoot_->localSystemIs(localSystem_);
    protocolRoot_->ethPhyIntfStatusDirIs(ethPhyIntfStatusDir_);
    protocolRoot_->deviceIntfStatusDirIs(ethPhyIntfStatusDir_);
+   protocolRoot_->intfStatusManagerRootIs(&db_);
+   protocolRoot_->filterByNetNsIs(options_.filterByNetNs);
    protocolRoot_->desiredIntfDirIs(desiredIntfDir_);
    protocolRoot_->pamCollectionIs(pamCollection_);
    protocolRoot_->doInitializePamMan(options_.pamFactory);

@@ -65,6 +65,9 @@ public:
    struct Options {
       // Makes each port's packet access; the Linux sockets by default.
       Wire::PamMan::Factory pamFactory;
+      // Packet access only on interfaces of the agent's network namespace; on by default
+      // with the Linux sockets.
+      bool filterByNetNs = false;
    };
    static constexpr uint32_t cellId = 1;
    static constexpr uint64_t fdLimit = 1200;

@@ -209,6 +209,11 @@ void stopProcess(pid_t pid) {
    ::waitpid(pid, nullptr, 0);
 }
 
+// The daemon's transmit interval here (`lldp timer 30`; lldpd's default too), and what
+// the wake-up check accepts per interval.
+constexpr double txInterval = 30;
+constexpr double maxWakeupsPerInterval = 3;
+
 void BM_ScaleIdle(benchmark::State& state) {
    const int ports = int(state.range(0));
    const bool lldpd = state.range(1) != 0;
@@ -284,6 +289,15 @@ void BM_ScaleIdle(benchmark::State& state) {
       state.counters["rss_MB"] = after.rssKb / 1024;
       state.counters["cpu_ms_per_min"] = (after.cpuSeconds - before.cpuSeconds) * 1000 * 60 / idle;
       state.counters["wakeups_per_s"] = (after.wakeups - before.wakeups) / idle;
+      // Every port sends once per interval and wakes once more when its txDelay ends; ports
+      // that came up together share those wake-ups, so the whole switch wakes about twice
+      // per interval however many ports it has.
+      const double perInterval = (after.wakeups - before.wakeups) / idle * txInterval;
+      state.counters["wakeups_per_interval"] = perInterval;
+      std::printf(
+          "check: %s with %d ports wakes %.1f times per %g s transmit interval (%s)\n",
+          lldpd ? "lldpd" : "lldp-agent", ports, perInterval, txInterval,
+          perInterval <= maxWakeupsPerInterval ? "ok: about two" : "too many: expected about two");
    }
    for (const char* f :
         {".conf", ".sock", ".log", ".lldpd.sock", ".lldpd.sock.lock", ".lldpd.pid"}) {

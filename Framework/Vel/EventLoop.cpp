@@ -105,6 +105,8 @@ struct EventLoop::Impl {
    Seconds virtualNow = 0;
    bool running = false;
    bool stopRequested = false;
+   // Real time: the time of the current turn, which every handler of the turn reads.
+   Seconds turnNow = 0;
 
    // The schedule: a binary min-heap of clocks by (minimum time, scheduling order); each
    // clock knows its position so it can leave from anywhere.
@@ -119,7 +121,10 @@ struct EventLoop::Impl {
    uint32_t lastSerial = 0;
    epoll_event events[maxEvents];
 
-   Seconds now() const { return virtualOn ? virtualNow : monotonicNow(); }
+   Seconds now() const {
+      if (virtualOn) return virtualNow;
+      return running ? turnNow : monotonicNow();
+   }
 
    // --- Schedule.
 
@@ -198,11 +203,14 @@ struct EventLoop::Impl {
       guard.handler();
    }
 
-   // Fires, in order, the clocks due at `t` that were scheduled no later than `seq`.
+   // Fires, in order, the clocks due at `t` that were scheduled no later than `seq`. In
+   // real time a clock taken a little early (within the coalescing window) moves the
+   // turn's time up to its own: no handler sees a time before its clock's.
    void fireDue(Seconds t, uint64_t seq) {
       while (!heap.empty()) {
          Clock* c = heap.front();
          if (c->timeMin_ > t || c->seq_ > seq) break;
+         if (!virtualOn && c->timeMin_ > turnNow) turnNow = c->timeMin_;
          fire(c);
          drainPosted();
       }
@@ -387,6 +395,7 @@ void EventLoop::advanceTo(Seconds t) {
 bool EventLoop::runOnce(Seconds maxWait) {
    Impl& m = *impl_;
    VEL_ASSERT(!m.running, "EventLoop: not entered again from a handler");
+   m.turnNow = monotonicNow();
    m.running = true;
    m.drainPosted();
 
@@ -404,8 +413,14 @@ bool EventLoop::runOnce(Seconds maxWait) {
    int n = m.wait(timeoutMs(wait));
 
    // Clocks that handlers schedule from here on wait for the next turn, so a handler
-   // that keeps scheduling in the past cannot hold the loop in one turn.
-   m.fireDue(m.now(), m.lastSeq);
+   // that keeps scheduling in the past cannot hold the loop in one turn. Clocks due
+   // within the coalescing window share this wake-up.
+   if (m.virtualOn) {
+      m.fireDue(m.now(), m.lastSeq);
+   } else {
+      m.turnNow = monotonicNow();
+      m.fireDue(m.turnNow + coalescingWindow, m.lastSeq);
+   }
    for (int i = 0; i < n; ++i) {
       uint64_t data = m.events[i].data.u64;
       if (data == timerTag) {

@@ -3,10 +3,16 @@
 // here is synchronized.
 //
 // Time is the framework's activity clock, `Vel::Seconds` since an arbitrary origin (the
-// monotonic clock, CLOCK_MONOTONIC). In virtual-time mode (tests) the clock stands still
-// until the test advances it; advancing fires every due clock notifiee in time order, each
-// seeing now() equal to its own minimum time, so days of protocol time run in milliseconds
-// and deterministically.
+// monotonic clock, CLOCK_MONOTONIC). Inside a turn of the loop it is the turn's time,
+// read once when the turn's wait ends: everything a turn does happens at one instant, so
+// work started by one event (ports coming up together) gets one set of deadlines. A clock
+// handler never sees a time before its clock's minimum time. Clocks that fall due within
+// `coalescingWindow` of each other share one wake-up: those due a little later fire with
+// the first, each seeing its own minimum time.
+//
+// In virtual-time mode (tests) the clock stands still until the test advances it;
+// advancing fires every due clock notifiee in time order, each seeing now() equal to its
+// own minimum time, so days of protocol time run in milliseconds and deterministically.
 //
 // Handlers may do anything from inside the loop: schedule, park or destroy any clock
 // (their own included), create or destroy descriptor reactors, post calls. The loop takes
@@ -25,6 +31,8 @@
 namespace Vel {
 
 inline constexpr Seconds never = std::numeric_limits<Seconds>::infinity();
+// Real time: how much earlier than its minimum time a clock may fire to share a wake-up.
+inline constexpr Seconds coalescingWindow = 0.004;
 
 class Clock;
 class FdReactor;

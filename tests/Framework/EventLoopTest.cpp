@@ -292,4 +292,29 @@ TEST_F(RealTimeTest, ClockFiresWhenDueAndStopEndsRun) {
    EXPECT_TRUE(loop().runOnce(0));  // the request is used up
 }
 
+// Clocks due within the coalescing window share one wake-up, each handler seeing a time
+// no earlier than its own; a turn is one instant, however long its handlers take.
+TEST_F(RealTimeTest, ClocksDueTogetherShareAWakeUpAndATurnIsOneInstant) {
+   const Vel::Seconds first = loop().now() + 0.02;
+   const Vel::Seconds dues[3] = {first, first + 0.002, first + 0.05};
+   std::vector<Vel::Seconds> seen(3, never);
+   bool oneInstant = true;
+   Clock clocks[3];
+   for (int i = 0; i < 3; ++i) {
+      clocks[i].handlerIs([&, i] {
+         seen[i] = loop().now();
+         usleep(1000);
+         oneInstant = oneInstant && loop().now() == seen[i];
+      });
+      clocks[i].timeMinIs(dues[i]);
+   }
+   EXPECT_TRUE(loop().runUntil([&] { return seen[0] != never; }, 5));
+   EXPECT_NE(seen[1], never);  // in the same turn as the first
+   EXPECT_EQ(seen[2], never);
+   EXPECT_TRUE(loop().runUntil([&] { return seen[2] != never; }, 5));
+   for (int i = 0; i < 3; ++i) EXPECT_GE(seen[i], dues[i]) << i;
+   EXPECT_TRUE(oneInstant);
+   EXPECT_LT(seen[2] - dues[2], 0.02);  // on time, not rounded
+}
+
 }  // namespace

@@ -5,6 +5,7 @@
 // off; each port is cabled to a far end the test sends and listens on.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -58,12 +59,13 @@ protected:
 struct Side : TestSupport::PortRecords {
    Side(const std::string& name, Vel::Ptr<Wire::Pam> pam, uint8_t macLast)
        : PortRecords(name, std::string("\x02\0\0\0\0", 5) + char(macLast), "sw-" + name) {
-      intfStatus = Vel::make<Interface::EthPhyIntfStatus>(intf);
+      auto dir = Vel::make<Interface::EthPhyIntfStatusDir>();
+      intfStatus = dir->intfStatusIs(intf);
       const uint8_t mac[6] = {0x02, 0, 0, 0, 0, macLast};
       intfStatus->addrIs(Wire::EthAddr::fromBytes(mac));
       intfStatus->linkStatusIs(Interface::linkStatusUp);
-      sm = Vel::make<LldpPamSm>(intf, pam, root, intfStatus, portConfig, portStatus, localPort,
-                                localSystem);
+      root->ethPhyIntfStatusDirIs(dir);
+      sm = Vel::make<LldpPamSm>(intf, pam, root);
    }
    ~Side() {
       if (sm->initialized()) sm->doClose();
@@ -275,10 +277,16 @@ TEST_F(ProtocolSmTest, PortGetsAMachineOnlyWithAllItsInputs) {
    EXPECT_FALSE(protocol.lldpPamSmHas(intf));
    sw->intfStatusDir->intfStatusIs(intf)->linkStatusIs(Interface::linkStatusUp);
    EXPECT_TRUE(protocol.lldpPamSmHas(intf));
-   // So is losing the local port, which also drops its local-port machine.
+   // The local port is no input of the machine: a new record for the port reaches the
+   // running machine; only the local-port machine is made afresh.
+   const auto machine = protocol.lldpPamSm(intf);
    sw->localSystem->localPortDel(intf);
-   EXPECT_FALSE(protocol.lldpPamSmHas(intf));
    EXPECT_FALSE(protocol.localPortSmHas(intf));
+   auto fresh = sw->localSystem->localPortIs(intf);
+   EXPECT_TRUE(protocol.localPortSmHas(intf));
+   EXPECT_EQ(protocol.lldpPamSm(intf), machine);
+   EXPECT_EQ(machine->localPort(), fresh);
+   EXPECT_EQ(machine->txFsmState(), txFsmTxWait);
 }
 
 TEST_F(ProtocolSmTest, PortConfigGoneDropsMachineAndNeighboursThenAFreshStart) {
@@ -294,7 +302,18 @@ TEST_F(ProtocolSmTest, PortConfigGoneDropsMachineAndNeighboursThenAFreshStart) {
    const uint64_t deletesBefore = sw->status->remTablesDeletes();
    const size_t framesBefore = far1->frames.size();
 
+   // The machine is closed before it is removed: whoever watches the neighbours go still
+   // finds the port's machine.
+   struct Watcher : Lldp::PortStatus::Notifiee {
+      std::function<void()> onChange;
+      void remoteSystemChanged(const int&) override { onChange(); }
+   } watcher;
+   std::vector<bool> machineWhileNeighbourWent;
+   watcher.onChange = [&] { machineWhileNeighbourWent.push_back(bool(sw->sm("Ethernet1"))); };
+   watcher.notifierIs(sw->portStatus("Ethernet1"));
    sw->config->portConfigDel(intf);
+   watcher.notifierIs(nullptr);
+   EXPECT_EQ(machineWhileNeighbourWent, std::vector<bool>{true});
    EXPECT_FALSE(sw->sm("Ethernet1"));
    EXPECT_EQ(sw->neighbours("Ethernet1"), 0u);  // gone at once, not when they age
    EXPECT_EQ(sw->status->remTablesDeletes(), deletesBefore + 1);
@@ -314,44 +333,141 @@ TEST_F(ProtocolSmTest, PortConfigGoneDropsMachineAndNeighboursThenAFreshStart) {
    EXPECT_EQ(far1->frames.size(), framesBefore + 1);
 }
 
-TEST_F(ProtocolSmTest, LocalChangesReachTheirPortsAndThoseOfOneTurnGoOutInOneFrame) {
+// A change goes out at once; changes that follow within txDelay go together when the
+// delay ends, without restarting it.
+TEST_F(ProtocolSmTest, LocalChangeSendsAtOnceAndWhatFollowsWithinTxDelayWhenItEnds) {
    twoPorts();
-   at(40);  // both idle: a change goes out at once
+   at(40);  // both idle
    const size_t one = far1->frames.size(), two = far2->frames.size();
-   // An update that writes several attributes: the frame sent at once has all of them, and
-   // the rest of the txDelay has nothing left to send. A system change reaches every port.
-   sw->localSystem->sysNameIs("name-two");
-   sw->localSystem->sysDescIs("desc-two");
-   sw->localSystem->localPort(Wire::IntfId("Ethernet1"))->portDescIs("port-two");
+   sw->localSystem->sysNameIs("name-two");  // the system: every port
    loop().advanceBy(0);
    ASSERT_EQ(far1->frames.size(), one + 1);
    EXPECT_EQ(far2->frames.size(), two + 1);
-   for (const char* s : {"name-two", "desc-two", "port-two"}) {
-      EXPECT_NE(far1->frames.back().bytes.find(s), std::string::npos) << s;
-   }
-   EXPECT_NE(far2->frames.back().bytes.find("name-two"), std::string::npos);
+   EXPECT_NE(far1->frames.back().bytes.find("name-two"), std::string::npos);
+   at(41);
+   sw->localSystem->sysDescIs("desc-two");
+   sw->localSystem->localPort(Wire::IntfId("Ethernet1"))->portDescIs("port-two");
+   EXPECT_EQ(sw->sm("Ethernet1")->txFsmState(), txFsmTxWait);
+   at(41.99);
+   EXPECT_EQ(far1->frames.size(), one + 1);
    at(42);
-   EXPECT_EQ(far1->frames.size(), one + 1);
-   EXPECT_EQ(sw->sm("Ethernet1")->txFsmState(), txFsmIdle);
-
-   at(50);  // a change of one local port reaches that port alone
-   sw->localSystem->localPort(Wire::IntfId("Ethernet2"))->portDescIs("uplink");
-   loop().advanceBy(0);
-   EXPECT_EQ(far1->frames.size(), one + 1);
+   ASSERT_EQ(far1->frames.size(), one + 2);
    EXPECT_EQ(far2->frames.size(), two + 2);
+   for (const char* text : {"name-two", "desc-two", "port-two"}) {
+      EXPECT_NE(far1->frames.back().bytes.find(text), std::string::npos) << text;
+   }
+   EXPECT_EQ(far2->frames.back().bytes.find("port-two"), std::string::npos);
+}
 
-   // A PoE report on the port is a change of that port alone.
-   at(55);
-   auto poe = sw->localSystem->localPort(Wire::IntfId("Ethernet1"))->initilizeLocalPortPoeInfo();
-   loop().advanceBy(0);
-   EXPECT_EQ(far1->frames.size(), one + 2);  // a PoE record appearing is a change too
-   at(65);
-   Environment::Power::PoePortStatus::PortStatus report;
-   report.stateIs(Environment::Power::PoePortStatus::PortStatus::stateDelivering);
-   poe->poePortStatusIs(report);
-   loop().advanceBy(0);
-   EXPECT_EQ(far1->frames.size(), one + 3);
-   EXPECT_EQ(far2->frames.size(), two + 2);
+// Exactly seven attributes of the local system (every port) and seven of a local port
+// (that port alone) are local changes; the rest go with the next frame. A PoE record
+// appearing is no change; what it reports is one, of its port.
+TEST_F(ProtocolSmTest, ExactlyTheAdvertisedAttributesAreLocalChanges) {
+   twoPorts();
+   Lldp::LocalSystem& sys = *sw->localSystem;
+   Lldp::LocalPort& port = *sys.localPort(Wire::IntfId("Ethernet1"));
+   Lldp::SystemCapabilitiesMap caps;
+   caps.bridgeIs(true);
+   const Lldp::ManagementAddress::Key v4({.subtype = 1, .address = std::string("\x0a\0\0\x01", 4)});
+   Environment::Power::PoePortStatus::PortStatus delivering;
+   delivering.stateIs(Environment::Power::PoePortStatus::PortStatus::stateDelivering);
+   Vel::Ptr<Lldp::LocalPortPoeInfo> poe;
+   struct Case {
+      const char* what;
+      std::function<void()> change;
+      int toPort1, toPort2;
+   };
+   const std::vector<Case> cases = {
+       {"chassisIdentifier",
+        [&] { sys.chassisIdentifierIs(Lldp::ChassisIdentifier({.subtype = 7, .value = "c"})); }, 1,
+        1},
+       {"sysName", [&] { sys.sysNameIs("n"); }, 1, 1},
+       {"sysDesc", [&] { sys.sysDescIs("d"); }, 1, 1},
+       {"sysCapSupported", [&] { sys.sysCapSupportedIs(caps); }, 1, 1},
+       {"sysCapEnabled", [&] { sys.sysCapEnabledIs(caps); }, 1, 1},
+       {"ip6ManagementAddress",
+        [&] {
+           sys.ip6ManagementAddressIs(Lldp::ManagementAddress(
+               {.key =
+                    Lldp::ManagementAddress::Key({.subtype = 2, .address = std::string(16, ' ')}),
+                .ifNumber = 3}));
+        },
+        1, 1},
+       {"managementAddress", [&] { sys.managementAddressIs(Lldp::ManagementAddress({.key = v4})); },
+        0, 0},
+       {"managementAddressPrio",
+        [&] { sys.managementAddressPrioIs(Lldp::ManAddrPriority({.primaryPriority = 7}), v4); }, 1,
+        1},
+       {"portIdentifier",
+        [&] { port.portIdentifierIs(Lldp::PortIdentifier({.subtype = 7, .value = "p"})); }, 1, 0},
+       {"portDesc", [&] { port.portDescIs("pd"); }, 1, 0},
+       {"portVlanId", [&] { port.portVlanIdIs(Bridging::VlanIdOrNone(12)); }, 1, 0},
+       {"linkAggregationInfo",
+        [&] { port.linkAggregationInfoIs(Lldp::LinkAggregationInfo({.aggregatedPortId = 5})); }, 1,
+        0},
+       {"maximumFrameSizeInfo",
+        [&] { port.maximumFrameSizeInfoIs(Lldp::MaximumFrameSizeInfo({.maxFrameSize = 9000})); }, 1,
+        0},
+       {"medCapabilities",
+        [&] {
+           port.medCapabilitiesIs(
+               Lldp::MedCapabilitiesInfo({.capabilities = Lldp::MedCapability(0x01)}));
+        },
+        1, 0},
+       {"localNetworkPolicyTlv",
+        [&] { port.localNetworkPolicyTlvIs(Lldp::NetworkPolicyTlv({.appType = 1, .vlanId = 9})); },
+        1, 0},
+       {"unknownOrgDefTlv",
+        [&] {
+           port.unknownOrgDefTlvIs(Lldp::UnknownOrgDefTlv(
+               {.key = Lldp::UnknownOrgDefTlv::Key({.oui = Lldp::Oui(0x001122), .subtype = 1}),
+                .value = "x"}));
+        },
+        0, 0},
+       {"ztpBootVlan", [&] { port.ztpBootVlanIs(Bridging::VlanIdOrNone(3)); }, 0, 0},
+       {"PoE record appears", [&] { poe = port.initilizeLocalPortPoeInfo(); }, 0, 0},
+       {"PoE report", [&] { poe->poePortStatusIs(delivering); }, 1, 0},
+   };
+   double t = 40;
+   for (const Case& c : cases) {
+      at(t += 40);  // idle again
+      const size_t one = far1->frames.size(), two = far2->frames.size();
+      c.change();
+      loop().advanceBy(0);
+      EXPECT_EQ(far1->frames.size() - one, size_t(c.toPort1)) << c.what;
+      EXPECT_EQ(far2->frames.size() - two, size_t(c.toPort2)) << c.what;
+   }
+}
+
+// With the platform's interface status, packet access opens only on interfaces of the
+// agent's own network namespace ("lo", index 1, is in every one); without the filter on
+// every interface the platform knows.
+TEST_F(ProtocolSmTest, PacketAccessOnlyOnInterfacesOfTheAgentsNamespace) {
+   Vel::StateDb db;
+   auto all = db.mount<Interface::AllIntfStatusDir>("interface/status/all");
+   all->intfStatusIs(Wire::IntfId("lo"))->ifIndexIs(1);
+   links.linkIs(Wire::IntfId("lo"), Wire::IntfId("far-lo"));
+   Root& root = *sw->root;
+   root.intfStatusManagerRootIs(&db);
+   root.doInitializePamMan(links.factory());  // again, now with the interface status
+   EXPECT_EQ(root.allIntfStatusDir(), all);
+   EXPECT_TRUE(root.allIntfStatusLocalDir()->intfStatus(Wire::IntfId("lo")));
+   sw->start();
+   sw->portIs("Ethernet1", 1);
+   sw->portIs("lo", 2);
+   EXPECT_TRUE(sw->sm("lo"));
+   EXPECT_FALSE(sw->sm("Ethernet1"));
+   EXPECT_EQ(root.pamMan()->failed().at(Wire::IntfId("Ethernet1")),
+             "not in this agent's network namespace");
+   // Known to the platform, but not here (no such interface in this namespace).
+   all->intfStatusIs(Wire::IntfId("Ethernet1"))->ifIndexIs(1);
+   EXPECT_FALSE(sw->sm("Ethernet1"));
+   root.filterByNetNsIs(false);
+   all->intfStatusTouched(Wire::IntfId("Ethernet1"));
+   EXPECT_TRUE(sw->sm("Ethernet1"));
+   // Gone from the platform: no longer the agent's.
+   all->intfStatusDel(Wire::IntfId("lo"));
+   EXPECT_FALSE(root.allIntfStatusLocalDir()->intfStatus(Wire::IntfId("lo")));
 }
 
 TEST_F(ProtocolSmTest, GlobalSwitchTurnsPacketAccessOffAndOn) {

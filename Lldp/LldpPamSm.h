@@ -1,0 +1,150 @@
+// The per-port protocol machine: the transmit state machine with its timer, the receive
+// path with its rate limit, and the ageing of the port's remote systems.
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+
+#include "Framework/Trace.h"
+#include "Framework/Vel/Entity.h"
+#include "Framework/Vel/EventLoop.h"
+#include "Framework/Wire/Pam.h"
+#include "Records/IntfStatus.h"
+#include "Records/Lldp.h"
+
+namespace Lldp::Agent::Protocol {
+
+class Root;
+
+// States of the per-port transmit machine.
+enum TxFsmState : uint8_t {
+   txFsmUninitialized = 0,
+   txFsmDisabled = 1,
+   txFsmTxWait = 2,
+   txFsmTxDelay = 3,
+   txFsmIdle = 4,
+   txFsmReinitializing = 5,
+};
+std::ostream& operator<<(std::ostream& os, TxFsmState s);
+
+// Created by the protocol root for each port that has packet access, an interface status,
+// a port configuration and a port status; it takes those and the port's local record from
+// the root when it is initialised (handleInitialized()), and is closed with doClose()
+// before it is dropped.
+//
+// In real time a frame leaves at its deadline: each deadline that follows a timer is
+// counted from the timer's own deadline, not from when the loop got round to it, so the
+// refresh period is exactly messageTxInterval and ports that came up together keep
+// sharing their wake-ups.
+class LldpPamSm : public Vel::RefCounted, private Wire::Pam::Notifiee {
+public:
+   static constexpr uint32_t maxTxFrameSize = 1518;  // with the frame check sequence
+   static constexpr size_t lldpduRoom = 1500;
+
+   LldpPamSm(const Wire::IntfId& intf, Vel::Ptr<Wire::Pam> pam, Vel::Ptr<const Root> root);
+   // A machine without packet access or records, never initialised: what the receive
+   // processor's own tests and benchmarks hand it (it only records a transmit nudge).
+   explicit LldpPamSm(const Wire::IntfId& intf);
+   ~LldpPamSm() override;
+
+   const Wire::IntfId& intfId() const { return intfId_; }
+   const Vel::Ptr<Wire::Pam>& pam() const { return pam_; }
+   const Vel::Ptr<const Root>& root() const { return root_; }
+   const Interface::EthPhyIntfStatus::PtrConst& ethPhyIntfStatus() const {
+      return ethPhyIntfStatus_;
+   }
+   const Lldp::PortConfig::PtrConst& portConfig() const { return portConfig_; }
+   const Lldp::PortStatus::Ptr& portStatus() const { return portStatus_; }
+   const Lldp::LocalSystem::PtrConst& localSystem() const { return localSystem_; }
+   const Lldp::LocalPort::PtrConst& localPort() const { return localPort_; }
+   // The port's local record was replaced (or removed: nothing is sent or received
+   // without one).
+   void localPortIs(Lldp::LocalPort::PtrConst localPort) { localPort_ = std::move(localPort); }
+   TxFsmState txFsmState() const { return txFsmState_; }
+   TxFsmState lastTxFsmState() const { return lastTxFsmState_; }
+   uint64_t rxLldpdus() const { return rxLldpdus_; }
+   uint64_t rxLldpdusRateLimited() const { return rxLldpdusRateLimited_; }
+   bool initialized() const { return initialized_; }
+   const Vel::Clock& txClock() const { return txClock_; }
+   const Vel::Clock& ageClock() const { return ageClock_; }
+   const Vel::Clock& rxRateLimitClock() const { return rxRateLimitClock_; }
+
+   void handleInitialized();
+   void doClose();
+
+   // Transmit.
+   void txFsmStateIs(TxFsmState s);
+   void handleTxFsmState();
+   void handleTxClock();
+   void handleAdminStatus();
+   void handleLinkStatusTx();
+   void handleRemoteSystem(int index);
+   void doProcessSomethingChangedLocal();
+   void doCheckPortEnabled();
+   void doCheckStillTransmitting(bool conditionHolds, const char* stopTrace);
+   void doSendLldpdu();
+   Vel::Ptr<Wire::Pkt> doBuildLldpdu();
+
+   // Receive.
+   void handleReadableCount() override;
+   void handleRxRateLimitClock();
+   void handleRxRateLimitInterval();
+   void handleAgeClock();
+   void handleLinkStatusRx();
+   void doDeleteAllRemoteSystems();
+
+private:
+   // Reactors on the records the machine watches, forwarding to its handlers.
+   struct PortConfigReactor : Lldp::PortConfig::Notifiee {
+      LldpPamSm* sm;
+      void adminStatusChanged() override { sm->handleAdminStatus(); }
+      void rxRateLimitIntervalChanged() override { sm->handleRxRateLimitInterval(); }
+   };
+   struct IntfStatusReactor : Interface::EthPhyIntfStatus::Notifiee {
+      LldpPamSm* sm;
+      void linkStatusChanged() override;
+   };
+   struct PortStatusReactor : Lldp::PortStatus::Notifiee {
+      LldpPamSm* sm;
+      void remoteSystemChanged(const int& index) override { sm->handleRemoteSystem(index); }
+   };
+
+   // The time the transmit machine counts its next deadline from: the deadline that just
+   // expired while its timer is handled (unless the loop came much later than that, after
+   // a stall), the loop's time otherwise.
+   Vel::Seconds txNow() const;
+   void txClockAt(Vel::Seconds t);
+   // Starts a new rate-limit interval if `now` is past the current one.
+   void doRxRateLimitIntervalAt(Vel::Seconds now);
+
+   Wire::IntfId intfId_;
+   Vel::Ptr<Wire::Pam> pam_;
+   Vel::Ptr<const Root> root_;
+   Vel::Clock txClock_;
+   Vel::Clock ageClock_;
+   Vel::Clock rxRateLimitClock_;
+   Interface::EthPhyIntfStatus::PtrConst ethPhyIntfStatus_;
+   Lldp::PortConfig::PtrConst portConfig_;
+   Lldp::PortStatus::Ptr portStatus_;
+   Lldp::LocalPort::PtrConst localPort_;
+   Lldp::LocalSystem::PtrConst localSystem_;
+   TxFsmState txFsmState_ = txFsmUninitialized;
+   TxFsmState lastTxFsmState_ = txFsmUninitialized;
+   Vel::Seconds txDue_ = Vel::never;  // what txClock was last set to
+   bool inTxClock_ = false;           // handleTxClock() is running
+   uint64_t rxLldpdus_ = 0;
+   uint64_t rxLldpdusRateLimited_ = 0;
+   // The end of the current rate-limit interval, and the configured length as last seen
+   // (it applies to intervals that start after it was set).
+   Vel::Seconds rxRateLimitEnd_ = 0;
+   Vel::Seconds rxRateLimitInterval_ = 0;
+   bool initialized_ = false;
+   PortConfigReactor portConfigReactor_;
+   IntfStatusReactor intfStatusReactor_;
+   PortStatusReactor portStatusReactor_;
+};
+
+// Trace handle of the protocol engine.
+extern Vel::Trace::Handle traceLldpProtocolSm;
+
+}  // namespace Lldp::Agent::Protocol
