@@ -117,7 +117,11 @@ NetworkPolicyPortStatusSm::NetworkPolicyPortStatusSm(NetworkPolicySm* sm,
 
 void NetworkPolicyPortStatusSm::handleInitialized() {
    notifierIs(portStatus_);
-   requested_ = portStatus_->networkPolicyTlvReceived();
+   asking_.clear();
+   for (const auto& [index, remote] : portStatus_->remoteSystem()) {
+      if (!remote->networkPolicyTlv().empty()) asking_.insert(index);
+   }
+   requested_ = !asking_.empty();
 }
 
 void NetworkPolicyPortStatusSm::doClose() {
@@ -129,7 +133,13 @@ void NetworkPolicyPortStatusSm::portConfigIs(Lldp::PortConfig::PtrConst portConf
    if (portConfigReactor_.notifier() != portConfig) portConfigReactor_.notifierIs(portConfig);
 }
 
-void NetworkPolicyPortStatusSm::remoteSystemChanged(const int&) {
+void NetworkPolicyPortStatusSm::remoteSystemChanged(const int& index) {
+   const auto remote = portStatus_->remoteSystem(index);
+   if (remote && !remote->networkPolicyTlv().empty()) {
+      asking_.insert(index);
+   } else {
+      asking_.erase(index);
+   }
    handleNetworkPolicyRequest(portStatus_->intfId());
 }
 
@@ -143,7 +153,7 @@ void NetworkPolicyPortStatusSm::PortConfigReactor::tiaEnabledTlvsChanged() {
 
 void NetworkPolicyPortStatusSm::handleNetworkPolicyRequest(const Wire::IntfId& intf) {
    // Neighbours come, refresh and go far more often than they start or stop asking.
-   const bool requested = portStatus_->networkPolicyTlvReceived();
+   const bool requested = !asking_.empty();
    if (requested == requested_) return;
    requested_ = requested;
    VEL_TRACE(traceLldpAgent, 8,

@@ -14,6 +14,7 @@
 #pragma once
 
 #include <map>
+#include <unordered_set>
 
 #include "Framework/Vel/Entity.h"
 #include "Records/Lldp.h"
@@ -79,8 +80,12 @@ private:
    Lldp::PortStatus::PtrConst portStatus_;
    PortConfigReactor portConfigReactor_;
    // Whether the port's neighbours had asked for policies at the last sync, so that a
-   // neighbour's refresh costs one scan and no sync.
+   // neighbour's refresh costs no sync.
    bool requested_ = false;
+   // The neighbours (by index) that sent network policies, kept up to date one changed
+   // neighbour at a time: whether any asks is then a size check, not a walk of a table
+   // that may hold many thousands of neighbours.
+   std::unordered_set<int> asking_;
 };
 
 // Keeps one NetworkPolicyPortStatusSm per port status and re-syncs a port's advertised
