@@ -6,7 +6,9 @@
 // active supervisor runs start as soon as the roots exist.
 #pragma once
 
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "Framework/Vel/Entity.h"
 #include "Framework/Vel/StateDb.h"
@@ -78,8 +80,10 @@ public:
    bool mountsComplete() const { return mountsComplete_; }
    void doMountsComplete();
    void doMountsCompleteStep2();
+   // Leaving standby: the records as the active supervisor keeps them, then the machines
+   // that only an active supervisor runs. Nothing happens while they run already.
    void handleStandbyMode();
-   // Closes the roots; each machine removes what it published.
+   // Closes the roots, each machine removing what it published, and gives the mounts back.
    void doCleanup();
 
    const Vel::Ptr<Protocol::Root>& protocolRoot() const { return protocolRoot_; }
@@ -88,15 +92,25 @@ public:
    const Lldp::CliConfig::Ptr& cliConfig() const { return cliConfig_; }
    const Lldp::RemTablesCliConfig::Ptr& remTablesCliConfig() const { return remTablesCliConfig_; }
    const Lldp::Status::Ptr& lldpStatusLocal() const { return lldpStatusLocal_; }
-   // The mounts made by doInit, in order, with their access modes.
-   const std::vector<std::pair<std::string, std::string>>& mounts() const { return mounts_; }
+   const Interface::AllIntfStatusLocalDir::Ptr& allIntfStatusLocalDir() const {
+      return allIntfStatusLocalDir_;
+   }
+   // The mounts made by doInit, in order, with their types and access modes; empty once
+   // they are released.
+   const std::vector<Vel::StateDb::Mount>& mounts() const;
+   // The mounter of the interface directories (null once the mounts are released).
+   const Vel::StateDb::MountGroup::IntfDirMounter* intfDirMounter() const;
 
 private:
+   // Removes the per-port entries of interfaces that must not run LLDP.
+   void doRemoveIncapablePorts();
+   void doReleaseMounts();
+
    std::string name_;
    Options options_;
    Vel::StateDb& db_;
    bool mountsComplete_ = false;
-   std::vector<std::pair<std::string, std::string>> mounts_;
+   std::unique_ptr<Vel::StateDb::MountGroup> mountGroup_;
 
    Lldp::CliConfig::Ptr cliConfig_;
    Lldp::RemTablesCliConfig::Ptr remTablesCliConfig_;
@@ -115,8 +129,9 @@ private:
    Identity::Macsec::Status::Ptr identityMacsecStatus_;
    Vel::Ptr<Vel::Dir> powerAgentDir_;
    Lldp::PowerRequestStatus::Ptr powerRequestStatus_;
-   EntityMib::SysDescr::Ptr sysDescr_;
+   EntityMib::Status::Ptr entmibStatus_;
    Interface::AllIntfStatusDir::Ptr allIntfStatusDir_;
+   Interface::AllIntfStatusLocalDir::Ptr allIntfStatusLocalDir_;
    Interface::EthPhyIntfStatusDir::Ptr ethPhyIntfStatusDir_;
    Interface::EthPhyIntfConfigDir::Ptr ethPhyIntfConfigDir_;
    Interface::EthLagIntfStatusDir::Ptr ethLagIntfStatusDir_;

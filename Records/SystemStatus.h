@@ -34,6 +34,17 @@ class SysDescr : public Vel::Entity {
    VEL_ENTITY(SysDescr, ENTITY_MIB_SYS_DESCR_ATTRS)
 };
 
+// The hardware inventory's status; the system description is its part LLDP reads.
+// clang-format off
+#define ENTITY_MIB_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   KEY(EntityMib::SysDescr::Ptr, sysDescr)
+// clang-format on
+
+class Status : public Vel::Entity {
+   VEL_ENTITY(Status, ENTITY_MIB_STATUS_ATTRS)
+   Status() : sysDescr_(Vel::make<SysDescr>()) {}
+};
+
 }  // namespace EntityMib
 
 namespace Routing {
