@@ -149,6 +149,7 @@ void Handle::write(int level, std::string_view text) const {
    // The file keeps to its limit by starting over, as the ring in memory does.
    if (s.ringLogFile && std::ftell(s.ringLogFile) > ringLogFileLimit) {
       s.ringLogFile = std::freopen(s.ringLogPath.c_str(), "w", s.ringLogFile);
+      if (!s.ringLogFile) s.ringLogPath.clear();
    }
 }
 

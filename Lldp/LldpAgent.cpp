@@ -137,9 +137,11 @@ void Agent::doInit() {
    externalTlvsDir_ = group.mount<Vel::Dir>("l2discovery/lldp/externalTlvs", "ri");
    config_ = group.mount<Lldp::Config>("l2discovery/lldp/config", "w");
    lldpStatusLocal_ = group.mount<Lldp::Status>("l2discovery/lldp/status/local", "wif");
+   cellInfo_ = group.mount<Hardware::CellInfo>("hardware/cellInfo", "r");
    allStatus_ = group.mount<Lldp::AllStatus>("l2discovery/lldp/status/all", "w");
    localSystem_ = group.mount<Lldp::LocalSystem>("l2discovery/lldp/localSystem", "wi");
    bridgingConfig_ = group.mount<Bridging::Config>("bridging/config", "r");
+   bridgingHwCapabilities_ = group.mount<Bridging::HwCapabilities>("bridging/hwcapabilities", "r");
    ipStatus_ = group.mount<Ip::Status>("ip/status", "r");
    ip6Status_ = group.mount<Ip6::Status>("ip6/status", "r");
    routingConfig_ = group.mount<Routing::Config>("routing/config", "r");
@@ -220,7 +222,7 @@ void Agent::doMountsCompleteStep2() {
 
 void Agent::handleStandbyMode() {
    if (statusAccumulatorSm_) return;  // already active
-   VEL_TRACE(traceLldpAgent, 4, "Agent::handleStandbyMode(): active, cell " << cellId);
+   VEL_TRACE(traceLldpAgent, 4, "Agent::handleStandbyMode(): active, cell " << cellInfo_->cellId());
    // Records left by an earlier run keep only what the active supervisor publishes.
    doRemoveIncapablePorts();
    for (const auto& [intf, localPort] : localSystem_->localPort()) {
@@ -300,6 +302,8 @@ void Agent::doReleaseMounts() {
    allStatus_ = nullptr;
    localSystem_ = nullptr;
    bridgingConfig_ = nullptr;
+   bridgingHwCapabilities_ = nullptr;
+   cellInfo_ = nullptr;
    routingConfig_ = nullptr;
    netStatus_ = nullptr;
    ipStatus_ = nullptr;

@@ -2,8 +2,8 @@
 // the input root once the mounts are in place, publishes the accumulated status, and
 // tears everything down again on clean-up.
 //
-// There is one supervisor here, always active (cell 1), so the machines that only an
-// active supervisor runs start as soon as the roots exist.
+// There is one supervisor here, always active, so the machines that only an active
+// supervisor runs start as soon as the roots exist.
 #pragma once
 
 #include <memory>
@@ -68,7 +68,6 @@ public:
       // Makes each port's packet access; the Linux sockets by default.
       Wire::PamMan::Factory pamFactory;
    };
-   static constexpr uint32_t cellId = 1;
    static constexpr uint64_t fdLimit = 1200;
 
    Agent(std::string name, Options options, Vel::StateDb& db);
@@ -120,6 +119,8 @@ private:
    Lldp::AllStatus::Ptr allStatus_;
    Lldp::LocalSystem::Ptr localSystem_;
    Bridging::Config::Ptr bridgingConfig_;
+   Bridging::HwCapabilities::Ptr bridgingHwCapabilities_;
+   Hardware::CellInfo::Ptr cellInfo_;
    Routing::Config::Ptr routingConfig_;
    System::NetStatus::Ptr netStatus_;
    Ip::Status::Ptr ipStatus_;

@@ -23,6 +23,20 @@ class NetStatus : public Vel::Entity {
 
 }  // namespace System
 
+namespace Hardware {
+
+// Which supervisor (cell) this is; a system with one supervisor is cell 1.
+// clang-format off
+#define HARDWARE_CELL_INFO_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   ATTR(uint32_t, cellId, 1)
+// clang-format on
+
+class CellInfo : public Vel::Entity {
+   VEL_ENTITY(CellInfo, HARDWARE_CELL_INFO_ATTRS)
+};
+
+}  // namespace Hardware
+
 namespace EntityMib {
 
 // clang-format off
