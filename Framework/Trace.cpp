@@ -1,5 +1,7 @@
 #include "Framework/Trace.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -18,6 +20,9 @@ struct State {
    std::string setting;  // the last accepted setting, applied to handles made later
    FILE* text = stderr;
    bool textOwned = false;
+   std::string ringLogName;
+   std::string ringLogPath;
+   FILE* ringLogFile = nullptr;
    std::array<RingEntry, ringLines> ring;
    size_t ringNext = 0;
    size_t ringCount = 0;
@@ -128,16 +133,23 @@ void Handle::write(int level, std::string_view text) const {
    e.text.assign(text);
    s.ringNext = (s.ringNext + 1) % ringLines;
    s.ringCount = std::min(s.ringCount + 1, ringLines);
-   if (s.text) {
-      time_t secs = static_cast<time_t>(t);
-      tm parts;
-      gmtime_r(&secs, &parts);
-      char stamp[32];
-      std::strftime(stamp, sizeof(stamp), "%Y-%m-%d %H:%M:%S", &parts);
-      std::fprintf(s.text, "%s.%06d %s %d %.*s\n", stamp,
-                   static_cast<int>((t - double(secs)) * 1e6), name_, level,
+   if (!s.text && !s.ringLogFile) return;
+   time_t secs = static_cast<time_t>(t);
+   tm parts;
+   gmtime_r(&secs, &parts);
+   char stamp[32];
+   std::strftime(stamp, sizeof(stamp), "%Y-%m-%d %H:%M:%S", &parts);
+   const int micros = static_cast<int>((t - double(secs)) * 1e6);
+   for (FILE* f : {s.text, s.ringLogFile}) {
+      if (!f) continue;
+      std::fprintf(f, "%s.%06d %s %d %.*s\n", stamp, micros, name_, level,
                    static_cast<int>(text.size()), text.data());
-      std::fflush(s.text);
+      std::fflush(f);
+   }
+   // The file keeps to its limit by starting over, as the ring in memory does.
+   if (s.ringLogFile && std::ftell(s.ringLogFile) > ringLogFileLimit) {
+      s.ringLogFile = std::freopen(s.ringLogPath.c_str(), "w", s.ringLogFile);
+      if (!s.ringLogFile) s.ringLogPath.clear();
    }
 }
 
@@ -163,6 +175,35 @@ void textTraceIs(const std::string& path) {
          s.textOwned = true;
       }
    }
+}
+
+void ringLogIs(const std::string& name) {
+   State& s = state();
+   if (s.ringLogFile) std::fclose(s.ringLogFile);
+   s.ringLogFile = nullptr;
+   s.ringLogPath.clear();
+   s.ringLogName.clear();
+   for (size_t i = 0; i < name.size(); ++i) {
+      if (name.compare(i, 2, "%d") == 0) {
+         s.ringLogName += std::to_string(::getpid());
+         ++i;
+      } else {
+         s.ringLogName += name[i];
+      }
+   }
+   const char* dir = std::getenv("RINGLOGDIR");
+   if (s.ringLogName.empty() || !dir || !*dir) return;
+   s.ringLogPath = std::string(dir) + "/" + s.ringLogName;
+   s.ringLogFile = std::fopen(s.ringLogPath.c_str(), "a");
+   if (!s.ringLogFile) s.ringLogPath.clear();
+}
+
+const std::string& ringLogName() {
+   return state().ringLogName;
+}
+
+const std::string& ringLogPath() {
+   return state().ringLogPath;
 }
 
 std::vector<RingEntry> ringSnapshot() {

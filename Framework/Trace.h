@@ -7,7 +7,9 @@
 //    LLDP_TRACE="LldpProtocol/0-6,LldpMed,*/0"
 // A handle name may end in '*'; levels are '*', a digit, a range "a-b" or a string of
 // digits ("0246"); no levels means all. Enabled lines go to the text trace (the file
-// named by LLDP_TRACE_FILE, standard error when unset) and to an in-memory ring buffer.
+// named by LLDP_TRACE_FILE, standard error when unset) and to the ring log: an in-memory
+// ring of the most recent lines that, once the program names it (ringLogIs), is also
+// written to the file of that name in the directory RINGLOGDIR.
 #pragma once
 
 #include <cstdint>
@@ -41,6 +43,16 @@ private:
 bool configure(std::string_view setting);
 // Where enabled lines are written as text; an empty path means standard error, "-" none.
 void textTraceIs(const std::string& path);
+
+// Names the ring log; a "%d" in the name stands for the process ID. When the environment
+// variable RINGLOGDIR names a directory, every enabled line is also appended to the file
+// of that name there (which starts over once it passes ringLogFileLimit bytes); without
+// it the ring stays in memory. An empty name closes the file.
+void ringLogIs(const std::string& name);
+// The ring log's name with the process ID in place, and its file ("" while there is none).
+const std::string& ringLogName();
+const std::string& ringLogPath();
+constexpr long ringLogFileLimit = 64L << 20;
 
 struct RingEntry {
    double time;

@@ -116,10 +116,11 @@ Agent::~Agent() = default;
 
 void Agent::doInit() {
    VEL_TRACE(traceLldpAgent, 4, "Agent::doInit() " << name_);
-   // The trace file is named after the agent, in RINGLOGDIR when it is set.
-   if (const char* dir = std::getenv("RINGLOGDIR"); dir && *dir) {
-      Vel::Trace::textTraceIs(std::string(dir) + "/" + name_);
-   }
+   // The ring log is named after the agent; without RINGLOGDIR the name carries the
+   // process ID as well.
+   std::string ringLog = name_;
+   if (!std::getenv("RINGLOGDIR")) ringLog += "-%d";
+   Vel::Trace::ringLogIs(ringLog);
    // One socket per port and one per client: raise the limit if it is lower.
    rlimit lim{};
    if (::getrlimit(RLIMIT_NOFILE, &lim) == 0 && lim.rlim_cur < fdLimit) {
@@ -129,7 +130,8 @@ void Agent::doInit() {
       }
    }
 
-   Vel::StateDb::MountGroup group(db_);
+   mountGroup_ = std::make_unique<Vel::StateDb::MountGroup>(db_);
+   Vel::StateDb::MountGroup& group = *mountGroup_;
    // In the order of the table of mounts; the interface directories follow.
    cliConfig_ = group.mount<Lldp::CliConfig>("l2discovery/lldp/cliConfig", "r");
    remTablesCliConfig_ =
@@ -138,33 +140,49 @@ void Agent::doInit() {
    externalTlvsDir_ = group.mount<Vel::Dir>("l2discovery/lldp/externalTlvs", "ri");
    config_ = group.mount<Lldp::Config>("l2discovery/lldp/config", "w");
    lldpStatusLocal_ = group.mount<Lldp::Status>("l2discovery/lldp/status/local", "wif");
+   cellInfo_ = group.mount<Hardware::CellInfo>("hardware/cellInfo", "r");
    allStatus_ = group.mount<Lldp::AllStatus>("l2discovery/lldp/status/all", "w");
    localSystem_ = group.mount<Lldp::LocalSystem>("l2discovery/lldp/localSystem", "wi");
    bridgingConfig_ = group.mount<Bridging::Config>("bridging/config", "r");
+   bridgingHwCapabilities_ = group.mount<Bridging::HwCapabilities>("bridging/hwcapabilities", "r");
    ipStatus_ = group.mount<Ip::Status>("ip/status", "r");
    ip6Status_ = group.mount<Ip6::Status>("ip6/status", "r");
    routingConfig_ = group.mount<Routing::Config>("routing/config", "r");
    netStatus_ = group.mount<System::NetStatus>("sys/net/status", "r");
-   sysDescr_ = group.mount<EntityMib::SysDescr>("hardware/entmib", "r");
+   entmibStatus_ = group.mount<EntityMib::Status>("hardware/entmib", "r");
    // Power agents' port status, one entry per agent; the power requests answered for them.
    powerAgentDir_ = group.mount<Vel::Dir>("environment/power/status/poePort", "r");
    powerRequestStatus_ =
        group.mount<Lldp::PowerRequestStatus>("l2discovery/lldp/status/powerRequest", "w");
    identityDot1xStatus_ = group.mount<Identity::Dot1x::Status>("identity/dot1x/status", "r");
    identityMacsecStatus_ = group.mount<Identity::Macsec::Status>("identity/macsec/status", "r");
-   allIntfStatusDir_ = group.mount<Interface::AllIntfStatusDir>("interface/status/all", "r");
-   ethPhyIntfStatusDir_ =
-       group.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all", "r");
-   ethPhyIntfConfigDir_ =
-       group.mount<Interface::EthPhyIntfConfigDir>("interface/config/eth/phy/all", "r");
-   ethLagIntfStatusDir_ =
-       group.mount<Interface::EthLagIntfStatusDir>("interface/status/eth/lag", "r");
+
+   auto& diim = group.intfDirMounterIs("diim");
+   allIntfStatusDir_ =
+       diim.dirIs<Interface::AllIntfStatusDir>("interface/status/all", "AllIntfStatusDir");
+   allIntfStatusLocalDir_ = diim.dirIs<Interface::AllIntfStatusLocalDir>("interface/status/local",
+                                                                         "AllIntfStatusLocalDir");
+   ethPhyIntfStatusDir_ = diim.dirIs<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all",
+                                                                     "AllEthPhyIntfStatusDir");
+   ethPhyIntfConfigDir_ = diim.dirIs<Interface::EthPhyIntfConfigDir>("interface/config/eth/phy/all",
+                                                                     "AllEthPhyIntfConfigDir");
+   ethLagIntfStatusDir_ = diim.dirIs<Interface::EthLagIntfStatusDir>("interface/status/eth/lag",
+                                                                     "EthLagIntfStatusDir");
+   // Where the agent asks the packet access manager for ports.
    desiredIntfDir_ =
        group.mount<Interface::PamDesiredIntfDir>("interface/pam/lldp/desiredIntf", "w");
-   mounts_ = group.mounts();
    pamCollection_ = Vel::make<Wire::PamCollection>();
    Vel::Ptr<Agent> self(this);
    group.closeWith([self] { self->doMountsComplete(); });
+}
+
+const std::vector<Vel::StateDb::Mount>& Agent::mounts() const {
+   static const std::vector<Vel::StateDb::Mount> none;
+   return mountGroup_ ? mountGroup_->mounts() : none;
+}
+
+const Vel::StateDb::MountGroup::IntfDirMounter* Agent::intfDirMounter() const {
+   return mountGroup_ ? mountGroup_->intfDirMounter() : nullptr;
 }
 
 void Agent::doMountsComplete() {
@@ -198,9 +216,9 @@ void Agent::doMountsCompleteStep2() {
    inputRoot_->bridgingConfigIs(bridgingConfig_);
    inputRoot_->allIntfStatusDirIs(allIntfStatusDir_);
    inputRoot_->desiredIntfDirIs(desiredIntfDir_);
+   inputRoot_->remTablesClearRequestSmIs(remTablesCliConfig_);
    inputRoot_->identityDot1xStatusIs(identityDot1xStatus_);
    inputRoot_->identityMacsecStatusIs(identityMacsecStatus_);
-   inputRoot_->remTablesClearRequestSmIs(remTablesCliConfig_);
 
    // A single supervisor: never a standby.
    handleStandbyMode();
@@ -208,7 +226,13 @@ void Agent::doMountsCompleteStep2() {
 }
 
 void Agent::handleStandbyMode() {
-   VEL_TRACE(traceLldpAgent, 4, "Agent::handleStandbyMode(): active, cell " << cellId);
+   if (statusAccumulatorSm_) return;  // already active
+   VEL_TRACE(traceLldpAgent, 4, "Agent::handleStandbyMode(): active, cell " << cellInfo_->cellId());
+   // Records left by an earlier run keep only what the active supervisor publishes.
+   doRemoveIncapablePorts();
+   for (const auto& [intf, localPort] : localSystem_->localPort()) {
+      localPort->unknownOrgDefTlvDelAll();
+   }
    // What the input machines compute afresh.
    Lldp::SystemCapabilitiesMap supported;
    supported.bridgeIs(true);
@@ -223,7 +247,7 @@ void Agent::handleStandbyMode() {
    inputRoot_->inputSmIs({.cliConfig = cliConfig_,
                           .ethPhyIntfConfigDir = ethPhyIntfConfigDir_,
                           .routingConfig = routingConfig_,
-                          .sysDescr = sysDescr_,
+                          .sysDescr = entmibStatus_->sysDescr(),
                           .netStatus = netStatus_,
                           .ipStatus = ipStatus_,
                           .ip6Status = ip6Status_,
@@ -233,6 +257,28 @@ void Agent::handleStandbyMode() {
    inputRoot_->identityDot1xStatusSmIs();
    inputRoot_->identityMacsecStatusSmIs();
    inputRoot_->networkPolicySmIs();
+}
+
+// Removes every entry of an interface that must not run LLDP from one per-port collection.
+template <class Owner, class Entries, class Del>
+static void removeIncapable(Owner& owner, const Entries& entries, Del del) {
+   std::vector<Wire::IntfId> gone;
+   for (const auto& [intf, entry] : entries) {
+      if (!Input::lldpCapable(intf)) gone.push_back(intf);
+   }
+   for (const Wire::IntfId& intf : gone) {
+      VEL_TRACE(traceLldpAgent, 2, "Agent::doRemoveIncapablePorts(): removing " << intf);
+      (owner.*del)(intf);
+   }
+   for (const auto& i : entries) {
+      VEL_ASSERT(Input::lldpCapable(i.first), "Lldp::Agent::Input::lldpCapable( i.key() )");
+   }
+}
+
+void Agent::doRemoveIncapablePorts() {
+   removeIncapable(*config_, config_->portConfig(), &Lldp::Config::portConfigDel);
+   removeIncapable(*lldpStatusLocal_, lldpStatusLocal_->portStatus(), &Lldp::Status::portStatusDel);
+   removeIncapable(*localSystem_, localSystem_->localPort(), &Lldp::LocalSystem::localPortDel);
 }
 
 void Agent::doCleanup() {
@@ -246,6 +292,40 @@ void Agent::doCleanup() {
    statusAccumulatorSm_ = nullptr;
    inputRoot_ = nullptr;
    protocolRoot_ = nullptr;
+   mountsComplete_ = false;
+   doReleaseMounts();
+}
+
+void Agent::doReleaseMounts() {
+   if (mountGroup_) mountGroup_->release();
+   mountGroup_.reset();
+   cliConfig_ = nullptr;
+   remTablesCliConfig_ = nullptr;
+   remTablesStatus_ = nullptr;
+   config_ = nullptr;
+   lldpStatusLocal_ = nullptr;
+   allStatus_ = nullptr;
+   localSystem_ = nullptr;
+   bridgingConfig_ = nullptr;
+   bridgingHwCapabilities_ = nullptr;
+   cellInfo_ = nullptr;
+   routingConfig_ = nullptr;
+   netStatus_ = nullptr;
+   ipStatus_ = nullptr;
+   ip6Status_ = nullptr;
+   externalTlvsDir_ = nullptr;
+   identityDot1xStatus_ = nullptr;
+   identityMacsecStatus_ = nullptr;
+   powerAgentDir_ = nullptr;
+   powerRequestStatus_ = nullptr;
+   entmibStatus_ = nullptr;
+   allIntfStatusDir_ = nullptr;
+   allIntfStatusLocalDir_ = nullptr;
+   ethPhyIntfStatusDir_ = nullptr;
+   ethPhyIntfConfigDir_ = nullptr;
+   ethLagIntfStatusDir_ = nullptr;
+   desiredIntfDir_ = nullptr;
+   pamCollection_ = nullptr;
 }
 
 Vel::Ptr<Agent> agentFactory(const std::string& name) {

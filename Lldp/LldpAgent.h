@@ -2,11 +2,13 @@
 // the input root once the mounts are in place, publishes the accumulated status, and
 // tears everything down again on clean-up.
 //
-// There is one supervisor here, always active (cell 1), so the machines that only an
-// active supervisor runs start as soon as the roots exist.
+// There is one supervisor here, always active, so the machines that only an active
+// supervisor runs start as soon as the roots exist.
 #pragma once
 
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "Framework/Vel/Entity.h"
 #include "Framework/Vel/StateDb.h"
@@ -69,7 +71,6 @@ public:
       // with the Linux sockets.
       bool filterByNetNs = false;
    };
-   static constexpr uint32_t cellId = 1;
    static constexpr uint64_t fdLimit = 1200;
 
    Agent(std::string name, Options options, Vel::StateDb& db);
@@ -81,8 +82,10 @@ public:
    bool mountsComplete() const { return mountsComplete_; }
    void doMountsComplete();
    void doMountsCompleteStep2();
+   // Leaving standby: the records as the active supervisor keeps them, then the machines
+   // that only an active supervisor runs. Nothing happens while they run already.
    void handleStandbyMode();
-   // Closes the roots; each machine removes what it published.
+   // Closes the roots, each machine removing what it published, and gives the mounts back.
    void doCleanup();
 
    const Vel::Ptr<Protocol::Root>& protocolRoot() const { return protocolRoot_; }
@@ -91,15 +94,25 @@ public:
    const Lldp::CliConfig::Ptr& cliConfig() const { return cliConfig_; }
    const Lldp::RemTablesCliConfig::Ptr& remTablesCliConfig() const { return remTablesCliConfig_; }
    const Lldp::Status::Ptr& lldpStatusLocal() const { return lldpStatusLocal_; }
-   // The mounts made by doInit, in order, with their access modes.
-   const std::vector<std::pair<std::string, std::string>>& mounts() const { return mounts_; }
+   const Interface::AllIntfStatusLocalDir::Ptr& allIntfStatusLocalDir() const {
+      return allIntfStatusLocalDir_;
+   }
+   // The mounts made by doInit, in order, with their types and access modes; empty once
+   // they are released.
+   const std::vector<Vel::StateDb::Mount>& mounts() const;
+   // The mounter of the interface directories (null once the mounts are released).
+   const Vel::StateDb::MountGroup::IntfDirMounter* intfDirMounter() const;
 
 private:
+   // Removes the per-port entries of interfaces that must not run LLDP.
+   void doRemoveIncapablePorts();
+   void doReleaseMounts();
+
    std::string name_;
    Options options_;
    Vel::StateDb& db_;
    bool mountsComplete_ = false;
-   std::vector<std::pair<std::string, std::string>> mounts_;
+   std::unique_ptr<Vel::StateDb::MountGroup> mountGroup_;
 
    Lldp::CliConfig::Ptr cliConfig_;
    Lldp::RemTablesCliConfig::Ptr remTablesCliConfig_;
@@ -109,6 +122,8 @@ private:
    Lldp::AllStatus::Ptr allStatus_;
    Lldp::LocalSystem::Ptr localSystem_;
    Bridging::Config::Ptr bridgingConfig_;
+   Bridging::HwCapabilities::Ptr bridgingHwCapabilities_;
+   Hardware::CellInfo::Ptr cellInfo_;
    Routing::Config::Ptr routingConfig_;
    System::NetStatus::Ptr netStatus_;
    Ip::Status::Ptr ipStatus_;
@@ -118,8 +133,9 @@ private:
    Identity::Macsec::Status::Ptr identityMacsecStatus_;
    Vel::Ptr<Vel::Dir> powerAgentDir_;
    Lldp::PowerRequestStatus::Ptr powerRequestStatus_;
-   EntityMib::SysDescr::Ptr sysDescr_;
+   EntityMib::Status::Ptr entmibStatus_;
    Interface::AllIntfStatusDir::Ptr allIntfStatusDir_;
+   Interface::AllIntfStatusLocalDir::Ptr allIntfStatusLocalDir_;
    Interface::EthPhyIntfStatusDir::Ptr ethPhyIntfStatusDir_;
    Interface::EthPhyIntfConfigDir::Ptr ethPhyIntfConfigDir_;
    Interface::EthLagIntfStatusDir::Ptr ethLagIntfStatusDir_;

@@ -54,4 +54,14 @@ class Config : public Vel::Entity {
    VEL_ENTITY(Config, BRIDGING_CONFIG_ATTRS)
 };
 
+// What the bridging hardware can do. The agent mounts it with the bridging configuration;
+// nothing in it decides anything LLDP does yet.
+// clang-format off
+#define BRIDGING_HW_CAPABILITIES_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL)
+// clang-format on
+
+class HwCapabilities : public Vel::Entity {
+   VEL_ENTITY(HwCapabilities, BRIDGING_HW_CAPABILITIES_ATTRS)
+};
+
 }  // namespace Bridging

@@ -88,6 +88,11 @@ class AllIntfStatusDir : public Vel::Entity {
    VEL_ENTITY(AllIntfStatusDir, ALL_INTF_STATUS_DIR_ATTRS)
 };
 
+// The interfaces of this supervisor alone, in the same shape.
+class AllIntfStatusLocalDir : public Vel::Entity {
+   VEL_ENTITY(AllIntfStatusLocalDir, ALL_INTF_STATUS_DIR_ATTRS)
+};
+
 // A link aggregation group and its member ports.
 // clang-format off
 #define ETH_LAG_INTF_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \

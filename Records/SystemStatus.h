@@ -23,6 +23,20 @@ class NetStatus : public Vel::Entity {
 
 }  // namespace System
 
+namespace Hardware {
+
+// Which supervisor (cell) this is; a system with one supervisor is cell 1.
+// clang-format off
+#define HARDWARE_CELL_INFO_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   ATTR(uint32_t, cellId, 1)
+// clang-format on
+
+class CellInfo : public Vel::Entity {
+   VEL_ENTITY(CellInfo, HARDWARE_CELL_INFO_ATTRS)
+};
+
+}  // namespace Hardware
+
 namespace EntityMib {
 
 // clang-format off
@@ -32,6 +46,17 @@ namespace EntityMib {
 
 class SysDescr : public Vel::Entity {
    VEL_ENTITY(SysDescr, ENTITY_MIB_SYS_DESCR_ATTRS)
+};
+
+// The hardware inventory's status; the system description is its part LLDP reads.
+// clang-format off
+#define ENTITY_MIB_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   KEY(EntityMib::SysDescr::Ptr, sysDescr)
+// clang-format on
+
+class Status : public Vel::Entity {
+   VEL_ENTITY(Status, ENTITY_MIB_STATUS_ATTRS)
+   Status() : sysDescr_(Vel::make<SysDescr>()) {}
 };
 
 }  // namespace EntityMib

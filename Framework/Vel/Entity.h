@@ -308,7 +308,7 @@ public:                                                                         
          VEL_E_REFCOLL_A)                                                                          \
    /* Visits every attribute and collection except reference collections. */                       \
    template <class Fn>                                                                             \
-   void visitAttrs(Fn&& fn) const {                                                                \
+   void visitAttrs([[maybe_unused]] Fn&& fn) const {                                               \
       BASE_VISIT                                                                                   \
       ATTRS(VEL_E_KEY_V, VEL_E_ATTR_V, VEL_E_COUNTER_V, VEL_E_COLL_V, VEL_E_COLL_V, VEL_E_ECOLL_V, \
             VEL_E_NONE4)                                                                           \

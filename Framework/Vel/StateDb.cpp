@@ -31,8 +31,31 @@ Json StateDb::json(const std::string& path) const {
    return it == entries_.end() ? Json(nullptr) : it->second.toJson(*it->second.entity);
 }
 
+int StateDb::mountCount(const std::string& path) const {
+   auto it = mountCount_.find(path);
+   return it == mountCount_.end() ? 0 : it->second;
+}
+
+StateDb::MountGroup::IntfDirMounter& StateDb::MountGroup::intfDirMounterIs(
+    const std::string& name) {
+   if (!intfDirMounter_) intfDirMounter_.reset(new IntfDirMounter(*this, name));
+   return *intfDirMounter_;
+}
+
 void StateDb::MountGroup::closeWith(std::function<void()> complete) {
-   EventLoop::instance().post(std::move(complete));
+   EventLoop::instance().post([live = live_, complete = std::move(complete)] {
+      if (*live) complete();
+   });
+}
+
+void StateDb::MountGroup::release() {
+   *live_ = false;
+   for (const Mount& m : mounts_) {
+      auto it = db_.mountCount_.find(m.path);
+      if (it != db_.mountCount_.end() && --it->second <= 0) db_.mountCount_.erase(it);
+   }
+   mounts_.clear();
+   intfDirMounter_.reset();
 }
 
 }  // namespace Vel

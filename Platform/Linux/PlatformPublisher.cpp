@@ -162,7 +162,7 @@ PlatformPublisher::PlatformPublisher(Vel::StateDb& db)
       ip6Status(db.mount<Ip6::Status>("ip6/status")),
       routing(db.mount<Routing::Config>("routing/config")),
       netStatus(db.mount<System::NetStatus>("sys/net/status")),
-      sysDescr(db.mount<EntityMib::SysDescr>("hardware/entmib")) {}
+      sysDescr(db.mount<EntityMib::Status>("hardware/entmib")->sysDescr()) {}
 
 void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
    const Derivation d(m, o);

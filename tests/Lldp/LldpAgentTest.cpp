@@ -201,7 +201,7 @@ TEST_F(LldpAgentTest, GlobalSettingsReachThePortsAndCleanupLeavesNothing) {
    EXPECT_TRUE(config->portConfig().empty());
    EXPECT_TRUE(local->localPort().empty());
    EXPECT_TRUE(local->managementAddress().empty());
-   EXPECT_TRUE(agent->lldpStatusLocal()->portStatus().empty());
+   EXPECT_TRUE(db.entityAs<Lldp::Status>("l2discovery/lldp/status/local")->portStatus().empty());
    EXPECT_TRUE(db.entityAs<Interface::PamDesiredIntfDir>("interface/pam/lldp/desiredIntf")
                    ->intfDesired()
                    .empty());
