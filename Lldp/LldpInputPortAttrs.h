@@ -79,6 +79,7 @@ public:
 private:
    void nameChanged() override { handleNameChange(); }
    void memberChanged(const Wire::IntfId& intf) override { handleMemberChange(intf); }
+   void promotedPortChanged(const Wire::IntfId& intf) override { handleMemberChange(intf); }
    void handleMemberChange(const Wire::IntfId& intf);
    bool carries(const Wire::IntfId& port) const;
    // The name as advertised; none when it does not fit the TLV (a range error, traced).
