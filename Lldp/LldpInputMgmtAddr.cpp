@@ -197,7 +197,7 @@ void InputSm::handleIntfStatusOrIpIntfStatus(const Wire::IntfId& intf) {
    if (!initialized_) return;
    const auto ip = ipStatus_->ipIntfStatus(intf);
    const auto status = root_->allIntfStatusDir()->intfStatus(intf);
-   if (ip && !status) VEL_TRACE(traceLldpAgent, 6, " intfId not in allIntfStatusDir: " << intf);
+   if (!status) VEL_TRACE(traceLldpAgent, 6, " intfId not in allIntfStatusDir: " << intf);
    auto it = ipIntfStatusSm_.find(intf);
    if (it != ipIntfStatusSm_.end() && (!ip || !status || it->second->ipIntfStatus() != ip)) {
       if (!status) VEL_TRACE(traceLldpAgent, 6, " clearing up stale status for " << intf);

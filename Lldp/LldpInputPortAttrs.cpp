@@ -248,7 +248,7 @@ void VlanBridgingConfigSm::handleConfigChange() {
    for (const auto& [intf, ps] : root_->status()->portStatus()) handleConfigChange(intf);
 }
 
-void VlanBridgingConfigSm::handleConfigChange(const Wire::IntfId& intf) {
+void VlanBridgingConfigSm::handleConfigChange(const Wire::IntfId& intf, bool onlyWhenDifferent) {
    Lldp::PortStatus::Ptr ps = root_->status()->portStatus(intf);
    if (!ps) {
       VEL_TRACE(traceLldpAgent, 8, "No portStatus for " << intf);
@@ -262,8 +262,12 @@ void VlanBridgingConfigSm::handleConfigChange(const Wire::IntfId& intf) {
    }
    const std::optional<Lldp::VlanName> name = vlanName();
    if (name && carries(intf)) {
-      if (writeName(*ps, *name)) {
+      // A change of the VLAN's configuration is news for the port even when its name
+      // stays; a port merely re-synced hears only of a real difference.
+      if (!onlyWhenDifferent || !ps->vlanName(vlanId_) || !(*ps->vlanName(vlanId_) == *name)) {
          VEL_TRACE(traceLldpAgent, 8, "Adding " << vlanId_ << " to portStatus/" << intf);
+         ps->vlanNameIs(*name);
+         ps->vlanNamesChangedIs(true);
       }
    } else if (ps->vlanName(vlanId_)) {
       VEL_TRACE(traceLldpAgent, 8, "Deleting " << vlanId_ << " from portStatus/" << intf);

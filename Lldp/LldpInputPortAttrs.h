@@ -73,7 +73,7 @@ public:
    void doClose();
    // Every port, or one port, brought in line with the VLAN's membership.
    void handleConfigChange();
-   void handleConfigChange(const Wire::IntfId& intf);
+   void handleConfigChange(const Wire::IntfId& intf, bool onlyWhenDifferent = false);
    void handleNameChange();
 
 private:

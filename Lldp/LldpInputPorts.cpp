@@ -283,6 +283,35 @@ void ActiveEthIntfStatusDirSm::handleLagIntfStatus(const Wire::IntfId& lag) {
 }
 
 // ---------------------------------------------------------------------------------------
+// StandbyEthIntfStatusDirSm.
+
+StandbyEthIntfStatusDirSm::StandbyEthIntfStatusDirSm(
+    Root* root, Interface::EthPhyIntfStatusDir::PtrConst phyDir)
+    : root_(root), phyDir_(std::move(phyDir)) {}
+
+void StandbyEthIntfStatusDirSm::handleInitialized() {
+   VEL_TRACE(traceLldpAgent, 8, "StandbyEthIntfStatusDirSm::handleInitialized()");
+   notifierIs(phyDir_);
+   for (const auto& [intf, s] : phyDir_->intfStatus()) doMaybeCreateDesiredIntf(intf);
+}
+
+void StandbyEthIntfStatusDirSm::doClose() {
+   notifierIs(nullptr);
+   for (const auto& intf : desired_) root_->desiredIntfDir()->intfDesiredDel(intf);
+   desired_.clear();
+}
+
+void StandbyEthIntfStatusDirSm::doMaybeCreateDesiredIntf(const Wire::IntfId& intf) {
+   VEL_TRACE(traceLldpAgent, 8,
+             "StandbyEthIntfStatusDirSm::doMaybeCreateDesiredIntf( " << intf << " )");
+   if (lldpCapable(intf) && phyDir_->intfStatus(intf)) {
+      if (desired_.insert(intf).second) root_->desiredIntfDir()->intfDesiredIs(intf, true);
+   } else if (desired_.erase(intf)) {
+      root_->desiredIntfDir()->intfDesiredDel(intf);
+   }
+}
+
+// ---------------------------------------------------------------------------------------
 // EthLagIntfStatusSm.
 
 EthLagIntfStatusSm::EthLagIntfStatusSm(Root* root, Interface::EthLagIntfStatus::PtrConst status)

@@ -139,4 +139,21 @@ private:
    LagDirReactor lagDirReactor_;
 };
 
+// On a standby supervisor: every LLDP-capable port is wanted for packet access, and
+// nothing else is published.
+class StandbyEthIntfStatusDirSm : public Vel::RefCounted,
+                                  private Interface::EthPhyIntfStatusDir::Notifiee {
+public:
+   StandbyEthIntfStatusDirSm(Root* root, Interface::EthPhyIntfStatusDir::PtrConst phyDir);
+   void handleInitialized();
+   void doClose();
+   void doMaybeCreateDesiredIntf(const Wire::IntfId& intf);
+
+private:
+   void intfStatusChanged(const Wire::IntfId& intf) override { doMaybeCreateDesiredIntf(intf); }
+   Root* root_;
+   Interface::EthPhyIntfStatusDir::PtrConst phyDir_;
+   std::set<Wire::IntfId> desired_;
+};
+
 }  // namespace Lldp::Agent::Input

@@ -123,6 +123,16 @@ void Root::activeEthIntfStatusDirSmDel() {
    if (auto sm = std::exchange(activeEthIntfStatusDirSm_, nullptr)) sm->doClose();
 }
 
+void Root::standbyEthIntfStatusDirSmIs(Interface::EthPhyIntfStatusDir::PtrConst phyDir) {
+   if (standbyEthIntfStatusDirSm_) return;
+   standbyEthIntfStatusDirSm_ = Vel::make<StandbyEthIntfStatusDirSm>(this, std::move(phyDir));
+   standbyEthIntfStatusDirSm_->handleInitialized();
+}
+
+void Root::standbyEthIntfStatusDirSmDel() {
+   if (auto sm = std::exchange(standbyEthIntfStatusDirSm_, nullptr)) sm->doClose();
+}
+
 void Root::remTablesClearRequestSmIs(Lldp::RemTablesCliConfig::PtrConst remTablesCliConfig) {
    if (remTablesClearRequestSm_) return;
    remTablesClearRequestSm_ =
@@ -182,6 +192,7 @@ void Root::doClose() {
    identityMacsecStatusSmDel();
    // Ports first: their records go while the input machine can still see them.
    activeEthIntfStatusDirSmDel();
+   standbyEthIntfStatusDirSmDel();
    inputSmDel();
    remTablesClearRequestSmDel();
 }
@@ -260,6 +271,7 @@ void InputSm::handleInitialized() {
    externalTlvsDirReactor_.notifierIs(externalTlvsDir_);
    for (const auto& [intf, c] : ethPhyIntfConfigDir_->intfConfig()) handleIntfConfig(intf);
    handleBridgeMacAddr();
+   handleBridgingVlanConfig();
    for (const auto& [intf, c] : root_->bridgingConfig()->switchIntfConfig()) {
       handleSwitchIntfConfig(intf);
    }
@@ -486,7 +498,7 @@ void InputSm::doSyncLocalPort(Lldp::LocalPort& localPort) {
    // TLVs a client listed for the port before it existed.
    for (const auto& [name, sm] : externalTlvConfigSm_) sm->doSyncLocalPort(intf);
    // A new port, or one that joined or left an aggregate, carries other VLANs now.
-   for (const auto& [vlanId, sm] : vlanBridgingConfigSm_) sm->handleConfigChange(intf);
+   for (const auto& [vlanId, sm] : vlanBridgingConfigSm_) sm->handleConfigChange(intf, true);
 }
 
 void InputSm::doNotifyPortLagChange(const Wire::IntfId& port, const Wire::IntfId& oldLag,

@@ -172,6 +172,12 @@ public:
    void activeEthIntfStatusDirSmIs(Interface::EthPhyIntfStatusDir::PtrConst ethPhyIntfStatusDir,
                                    Interface::EthLagIntfStatusDir::PtrConst lagIntfStatusDir);
    void activeEthIntfStatusDirSmDel();
+   // On a standby supervisor, in place of the active one's port machines.
+   const Vel::Ptr<StandbyEthIntfStatusDirSm>& standbyEthIntfStatusDirSm() const {
+      return standbyEthIntfStatusDirSm_;
+   }
+   void standbyEthIntfStatusDirSmIs(Interface::EthPhyIntfStatusDir::PtrConst ethPhyIntfStatusDir);
+   void standbyEthIntfStatusDirSmDel();
    const Vel::Ptr<RemTablesClearRequestSm>& remTablesClearRequestSm() const {
       return remTablesClearRequestSm_;
    }
@@ -201,6 +207,9 @@ public:
 
    // The interface index of an interface; 0 when the platform does not know it.
    uint32_t ifIndexVal(const Wire::IntfId& intf) const;
+   uint32_t ifIndex(const Interface::IntfStatus& intfStatus) const {
+      return ifIndexVal(intfStatus.intfId());
+   }
 
    // Aggregates each port belongs to, kept from the platform's aggregate status: an
    // entry exists while the port is in at least one.
@@ -245,6 +254,7 @@ private:
    Vel::Ptr<IdentityMacsecStatusSm> identityMacsecStatusSm_;
    Vel::Ptr<InputSm> inputSm_;
    Vel::Ptr<ActiveEthIntfStatusDirSm> activeEthIntfStatusDirSm_;
+   Vel::Ptr<StandbyEthIntfStatusDirSm> standbyEthIntfStatusDirSm_;
    Vel::Ptr<RemTablesClearRequestSm> remTablesClearRequestSm_;
    Vel::Ptr<NetworkPolicySm> networkPolicySm_;
    Vel::Ptr<PoeSm> poeSm_;

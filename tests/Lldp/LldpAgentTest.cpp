@@ -353,6 +353,24 @@ TEST_F(LldpAgentTest, BypassLetsHeldPortsRun802dot1xForAllMacsecPerPort) {
    EXPECT_FALSE(local->localPort(eth("eth1")));
 }
 
+// A standby supervisor only wants packet access on its LLDP-capable ports.
+TEST(StandbyPorts, OnlyCapablePortsAreWantedAndNothingStaysBehind) {
+   auto root = Vel::make<Root>();
+   auto desired = Vel::make<Interface::PamDesiredIntfDir>();
+   root->desiredIntfDirIs(desired);
+   auto phy = Vel::make<Interface::EthPhyIntfStatusDir>();
+   phy->intfStatusIs(IntfId("Ethernet1"));
+   phy->intfStatusIs(IntfId::linux("UnconnectedEthernet2", IntfKind::intfKindEthernet));
+   root->standbyEthIntfStatusDirSmIs(phy);
+   EXPECT_EQ(desired->intfDesired().size(), 1u);
+   phy->intfStatusIs(IntfId("Management1/1"));
+   EXPECT_TRUE(desired->intfDesired(IntfId("Management1/1")));
+   phy->intfStatusDel(IntfId("Ethernet1"));
+   EXPECT_FALSE(desired->intfDesired(IntfId("Ethernet1")));
+   root->doClose();
+   EXPECT_TRUE(desired->intfDesired().empty());
+}
+
 // The operator's request to empty the neighbour tables: served once per request time,
 // across every port, and logged with who asked and from where.
 TEST(RemTablesClearRequest, ServesEachRequestOnceOnEveryPort) {
