@@ -4,7 +4,6 @@
 // aggregation group's members.
 #pragma once
 
-#include <algorithm>
 #include <string>
 
 #include "Framework/Vel/Entity.h"
@@ -35,11 +34,14 @@ inline constexpr uint32_t maxPortChannelNumber = 999999;
 
 // The numbers of an interface. A switch-style name spells them: Loopback0, Management1
 // (module 0, port 1), Management1/2 (module 1, port 2), Ethernet5 (port 5), Ethernet5/2
-// (port 5, lane 2), Ethernet3/5/2 (module 3), Port-Channel5, Vlan10. A Linux name has the
-// kind the platform gave it and the number n it ends in (0 when none), laid out in the
-// same numbering: loopback n; management port n % 10 + 1 of module n / 10; Ethernet port
-// n % 128 + 1 of module n / 128; port-channel n + 1; VLAN n (a bridge without a number is
-// VLAN 1).
+// (port 5, lane 2), Ethernet3/5/2 (module 3), Port-Channel5, Vlan10; a number beyond its
+// kind's range is left as it is (intfNumbersInRange says so). A Linux name has the kind
+// the platform gave it and the number n it ends in (0 when none), laid out in the same
+// numbering and always inside it: loopback n; management port n % 10 + 1 of module n / 10;
+// Ethernet port n % 128 + 1 of module n / 128; port-channel n + 1; VLAN n (a bridge
+// without a number is VLAN 1). Numbers past a kind's last one start over from its first
+// (a USB NIC named after its MAC address ends in a large number); equal numbers are told
+// apart by the interface's name.
 inline IntfNumbers intfNumbers(const Wire::IntfId& intf) {
    IntfNumbers r;
    const size_t count = intf.numberCount();
@@ -58,19 +60,27 @@ inline IntfNumbers intfNumbers(const Wire::IntfId& intf) {
    }
    const uint32_t n = count ? intf.number(count - 1) : 0;
    switch (intf.kind()) {
-      case Wire::IntfKind::intfKindManagement:
-         r.module = n / maxMgmtPortNumber;
-         r.port = n % maxMgmtPortNumber + 1;
+      case Wire::IntfKind::intfKindLoopback:
+         r.port = n % (maxLoopbackNumber + 1);
          break;
-      case Wire::IntfKind::intfKindEthernet:
-         r.module = n / maxEthPortNumber;
-         r.port = n % maxEthPortNumber + 1;
+      case Wire::IntfKind::intfKindManagement: {
+         // Module 128 has no room for ports beyond 10 below the Ethernet base.
+         const uint32_t k = n % (maxModuleNumber * maxMgmtPortNumber + maxMgmtPortNumber);
+         r.module = k / maxMgmtPortNumber;
+         r.port = k % maxMgmtPortNumber + 1;
          break;
+      }
+      case Wire::IntfKind::intfKindEthernet: {
+         const uint32_t k = n % ((maxModuleNumber + 1) * maxEthPortNumber);
+         r.module = k / maxEthPortNumber;
+         r.port = k % maxEthPortNumber + 1;
+         break;
+      }
       case Wire::IntfKind::intfKindPortChannel:
-         r.port = n == UINT32_MAX ? n : n + 1;
+         r.port = n % maxPortChannelNumber + 1;
          break;
       case Wire::IntfKind::intfKindVlan:
-         r.port = std::max<uint32_t>(n, 1);
+         r.port = n == 0 ? 1 : (n - 1) % 4094 + 1;
          break;
       default:
          r.port = n;

@@ -54,7 +54,10 @@ TEST(ManAddrPriority, KindsRankBeforeNumbersForSwitchAndLinuxNames) {
    EXPECT_DEATH(priorityOf(IntfId("Ethernet1/129/0")), "port <= phyIntfPerSlot");
    EXPECT_DEATH(priorityOf(IntfId("Port-Channel1000000")),
                 "manAddrPriority->primaryPriority\\(\\) < vlanPriorityBase");
-   EXPECT_DEATH(priorityOf(linux("eth16512", IntfKind::intfKindEthernet)), "slotId <= maxSlotId");
+   // A Linux name never does: past the last module it starts over.
+   EXPECT_EQ(priorityOf(linux("eth16512", IntfKind::intfKindEthernet)), 3394u);
+   EXPECT_EQ(priorityOf(linux("enx00e04c680001", IntfKind::intfKindEthernet)),
+             3394u + 32 * (128 * (680001 % 16512 / 128) + 680001 % 128));
    // What the platform lets through never trips them.
    for (const char* name : {"Loopback2100", "Management128/10", "Ethernet128/128/31",
                             "Port-Channel999999", "Vlan4094"}) {
