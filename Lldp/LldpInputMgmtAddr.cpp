@@ -9,73 +9,6 @@ namespace Lldp::Agent::Input {
 
 namespace {
 
-// An interface's place in the priority table: module, port, lane (or the one number of
-// a loopback, port-channel or VLAN).
-struct IntfNumbers {
-   uint32_t module = 0;
-   uint32_t port = 0;
-   uint32_t lane = 0;
-};
-
-// The numbers a switch-style name spells, when they lie inside its kind's range.
-bool switchStyleNumbers(const Wire::IntfId& intf, IntfNumbers* n) {
-   const size_t count = intf.numberCount();
-   if (!intf.switchStyleName() || count == 0) return false;
-   switch (intf.kind()) {
-      case Wire::IntfKind::intfKindLoopback:
-         n->port = intf.number(0);
-         return count == 1 && n->port + loopbackPriorityBase < managementPriorityBase;
-      case Wire::IntfKind::intfKindManagement:
-         // Management1 is module 0 port 1; Management1/2 module 1 port 2.
-         n->module = count == 1 ? 0 : intf.number(0);
-         n->port = intf.number(count == 1 ? 0 : 1);
-         return count <= 2 && n->module <= maxSlotId && n->port <= mgmtIntfPerSlot &&
-                managementPriorityBase + 10 * n->module + n->port < ethernetPriorityBase;
-      case Wire::IntfKind::intfKindEthernet:
-         // Ethernet5 is port 5; Ethernet5/2 port 5 lane 2; Ethernet3/5/2 module 3.
-         n->module = count == 3 ? intf.number(0) : 0;
-         n->port = intf.number(count == 3 ? 1 : 0);
-         n->lane = count == 1 ? 0 : intf.number(count - 1);
-         return n->module <= maxSlotId && n->port >= 1 && n->port <= phyIntfPerSlot && n->lane < 32;
-      case Wire::IntfKind::intfKindPortChannel:
-         n->port = intf.number(0);
-         return count == 1 && n->port < vlanPriorityBase - portChannelPriorityBase;
-      case Wire::IntfKind::intfKindVlan:
-         n->port = intf.number(0);
-         return count == 1 && n->port >= 1 && n->port <= Bridging::VlanId::max;
-      case Wire::IntfKind::intfKindOther:
-         return false;
-   }
-   return false;
-}
-
-// Any other name (a Linux one, or a switch-style one out of range) by the number it ends
-// in, held inside its kind's range.
-IntfNumbers linuxNumbers(const Wire::IntfId& intf) {
-   const uint32_t n = intf.numberCount() ? intf.number(intf.numberCount() - 1) : 0;
-   IntfNumbers r;
-   switch (intf.kind()) {
-      case Wire::IntfKind::intfKindLoopback:
-         r.port = std::min(n, managementPriorityBase - loopbackPriorityBase - 1);
-         break;
-      case Wire::IntfKind::intfKindManagement:
-         r.port = std::min(n, mgmtIntfPerSlot - 1) + 1;
-         break;
-      case Wire::IntfKind::intfKindEthernet:
-         r.port = std::min(n, phyIntfPerSlot - 1) + 1;
-         break;
-      case Wire::IntfKind::intfKindPortChannel:
-         r.port = std::min(n, vlanPriorityBase - portChannelPriorityBase - 2) + 1;
-         break;
-      case Wire::IntfKind::intfKindVlan:
-         r.port = std::clamp<uint32_t>(n, 1, Bridging::VlanId::max);
-         break;
-      case Wire::IntfKind::intfKindOther:
-         break;
-   }
-   return r;
-}
-
 uint32_t ipv4Value(const Wire::IpAddr& a) {
    const auto& b = a.bytes();
    return uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | b[3];
@@ -90,37 +23,41 @@ std::string_view mgmtVrf(const Root& root) {
 void intfNameToVlanIdAndManAddrPriority(const Wire::IntfId& intf, Bridging::VlanIdOrNone* vlanId,
                                         Lldp::ManAddrPriority* manAddrPriority) {
    *vlanId = Bridging::VlanIdOrNone(0);
-   IntfNumbers n;
-   if (!switchStyleNumbers(intf, &n)) n = linuxNumbers(intf);
+   const Interface::IntfNumbers n = Interface::intfNumbers(intf);
+   const uint32_t slotId = n.module;
+   const uint32_t port = n.port;
    uint32_t primary = 0;
    switch (intf.kind()) {
       case Wire::IntfKind::intfKindLoopback:
-         primary = loopbackPriorityBase + n.port;
+         primary = loopbackPriorityBase + port;
          VEL_ASSERT(primary < managementPriorityBase,
                     "manAddrPriority->primaryPriority() < managementPriorityBase");
          break;
       case Wire::IntfKind::intfKindManagement:
-         primary = managementPriorityBase + 10 * n.module + n.port;
+         primary = managementPriorityBase + 10 * slotId + port;
          VEL_ASSERT(primary < ethernetPriorityBase,
                     "manAddrPriority->primaryPriority() < ethernetPriorityBase");
-         VEL_ASSERT(n.module <= maxSlotId, "slotId <= maxSlotId");
-         VEL_ASSERT(n.port <= mgmtIntfPerSlot, "port <= mgmtIntfPerSlot");
+         VEL_ASSERT(slotId <= maxSlotId, "slotId <= maxSlotId");
+         VEL_ASSERT(port <= mgmtIntfPerSlot, "port <= mgmtIntfPerSlot");
          break;
       case Wire::IntfKind::intfKindEthernet:
-         primary = ethernetPriorityBase + 32 * (128 * n.module + n.port - 1) + n.lane;
+         // Unsigned 32-bit arithmetic throughout, port 0 included.
+         primary = ethernetPriorityBase + 32 * (128 * slotId + port - 1) + n.lane;
          VEL_ASSERT(primary < portChannelPriorityBase,
                     "manAddrPriority->primaryPriority() < portChannelPriorityBase");
-         VEL_ASSERT(n.module <= maxSlotId, "slotId <= maxSlotId");
-         VEL_ASSERT(n.port <= phyIntfPerSlot, "port <= phyIntfPerSlot");
+         VEL_ASSERT(slotId <= maxSlotId, "slotId <= maxSlotId");
+         VEL_ASSERT(port <= phyIntfPerSlot, "port <= phyIntfPerSlot");
          break;
       case Wire::IntfKind::intfKindPortChannel:
-         primary = portChannelPriorityBase + n.port;
+         primary = portChannelPriorityBase + port;
          VEL_ASSERT(primary < vlanPriorityBase,
                     "manAddrPriority->primaryPriority() < vlanPriorityBase");
          break;
       case Wire::IntfKind::intfKindVlan:
-         primary = vlanPriorityBase + n.port;
-         *vlanId = Bridging::VlanIdOrNone(uint16_t(n.port));
+         if (port >= 1 && port <= Bridging::VlanId::max) {
+            primary = vlanPriorityBase + port;
+            *vlanId = Bridging::VlanIdOrNone(uint16_t(port));
+         }
          break;
       case Wire::IntfKind::intfKindOther:
          break;
@@ -169,8 +106,7 @@ Wire::Ip6Addr getStableIp6Addr(const Ip6::IntfStatus& intfStatus, const Wire::Ip
 void clearIp6ManagementAddress(Root& root) {
    Lldp::LocalSystem& local = *root.localSystem();
    if (local.ip6ManagementAddress() == Lldp::ManagementAddress()) return;
-   VEL_TRACE(traceLldpAgent, 6,
-             "ipv6 management address removed " << local.ip6ManagementAddress().key());
+   VEL_TRACE(traceLldpAgent, 6, "ipv6 management address removed ");
    local.ip6ManagementAddressIs({});
 }
 
@@ -212,8 +148,11 @@ void Root::skippedAddrIntfDel(const Lldp::ManagementAddress::Key& key, const Wir
 void InputSm::handleMgmtAddrTxOption() {
    VEL_TRACE(traceLldpAgent, 8, "InputSm::handleMgmtAddrTxOption()");
    const uint8_t mode = cliConfig_->mgmtAddrTxMode();
-   Lldp::ManAddrPriority source = zeroManAddrPriority;
-   if (mode == Lldp::mgmtAddrTxModeIntfName) {
+   if (mode != Lldp::mgmtAddrTxModeIntfName) {
+      // The interface-name priority stays as it was: the interface named last keeps its
+      // place ahead of the others.
+      root_->config()->maxTxMgmtAddrsIs(mode == Lldp::mgmtAddrTxModeAll ? 4294967295u : 1u);
+   } else {
       VEL_ASSERT(cliConfig()->mgmtAddrTxMode() == Lldp::mgmtAddrTxModeIntfName,
                  "cliConfig()->mgmtAddrTxOption().mgmtAddrTxMode() == "
                  "Lldp::mgmtAddrTxModeIntfName()");
@@ -222,14 +161,18 @@ void InputSm::handleMgmtAddrTxOption() {
       // alone may not.
       Wire::IntfId named = cliConfig_->mgmtAddrTxIntf();
       if (auto st = root_->allIntfStatusDir()->intfStatus(named)) named = st->intfId();
+      if (!Interface::intfNumbersInRange(named)) {
+         // A configured name no interface can have: refused, nothing moves.
+         VEL_TRACE(traceLldpAgent, 0, "mgmtAddrTxIntf " << named << " out of range, ignored");
+         return;
+      }
       Bridging::VlanIdOrNone vlan;
+      Lldp::ManAddrPriority source;
       intfNameToVlanIdAndManAddrPriority(named, &vlan, &source);
-   } else {
-      root_->config()->maxTxMgmtAddrsIs(mode == Lldp::mgmtAddrTxModeAll ? 4294967295u : 1u);
-   }
-   if (!(source == root_->sourceIntfNamePriority())) {
-      root_->sourceIntfNamePriorityIs(source);
-      for (const auto& [intf, sm] : ipIntfStatusSm_) sm->handleSourceIntfChange();
+      if (!(source == root_->sourceIntfNamePriority())) {
+         root_->sourceIntfNamePriorityIs(source);
+         for (const auto& [intf, sm] : ipIntfStatusSm_) sm->handleSourceIntfChange();
+      }
    }
    handleIp6ManagementAddress();
 }
@@ -254,7 +197,7 @@ void InputSm::handleIntfStatusOrIpIntfStatus(const Wire::IntfId& intf) {
    if (!initialized_) return;
    const auto ip = ipStatus_->ipIntfStatus(intf);
    const auto status = root_->allIntfStatusDir()->intfStatus(intf);
-   if (ip && !status) VEL_TRACE(traceLldpAgent, 6, " intfId not in allIntfStatusDir: " << intf);
+   if (!status) VEL_TRACE(traceLldpAgent, 6, " intfId not in allIntfStatusDir: " << intf);
    auto it = ipIntfStatusSm_.find(intf);
    if (it != ipIntfStatusSm_.end() && (!ip || !status || it->second->ipIntfStatus() != ip)) {
       if (!status) VEL_TRACE(traceLldpAgent, 6, " clearing up stale status for " << intf);
@@ -351,9 +294,7 @@ IpIntfStatusSm::IpIntfStatusSm(Root* root, Ip::IpIntfStatus::PtrConst ipIntfStat
 }
 
 void IpIntfStatusSm::handleInitialized() {
-   VEL_TRACE(traceLldpAgent, 8,
-             "IpIntfStatusSm::handleInitialized( " << intfId() << " ) priority "
-                                                   << priority_.primaryPriority());
+   VEL_TRACE(traceLldpAgent, 8, "IpIntfStatusSm::handleInitialized( " << intfId() << " )");
    notifierIs(ipIntfStatus_);
    handleVrf();
 }
@@ -387,18 +328,14 @@ Lldp::ManAddrPriority IpIntfStatusSm::secondaryPriority(const Wire::IpAddrWithMa
 }
 
 void IpIntfStatusSm::handleVrf() {
-   VEL_TRACE(traceLldpAgent, 8,
-             "IpIntfStatusSm::handleVrf( " << intfId() << " ) vrf '" << ipIntfStatus_->vrf()
-                                           << "' management vrf '" << mgmtVrf(*root_) << "'");
+   VEL_TRACE(traceLldpAgent, 8, "IpIntfStatusSm::handleVrf( " << intfId() << " )");
    doMaybeDelOldMgmtAddr();
    doMaybeAddNewMgmtAddr();
    doMaybeAddSecMgmtAddrs();
 }
 
 void IpIntfStatusSm::handleActiveAddrWithMask() {
-   VEL_TRACE(traceLldpAgent, 8,
-             "IpIntfStatusSm::handleActiveAddrWithMask( " << intfId() << " ) "
-                                                          << ipIntfStatus_->activeAddrWithMask());
+   VEL_TRACE(traceLldpAgent, 8, "IpIntfStatusSm::handleActiveAddrWithMask( " << intfId() << " )");
    doMaybeDelOldMgmtAddr();
    doMaybeAddNewMgmtAddr();
    doMaybeAddSecMgmtAddrs();
@@ -580,7 +517,7 @@ void IpIntfStatusSm::handleSkippedManAddrs(const Lldp::ManagementAddress::Key& k
    const Wire::IntfId next = *it->second.begin();
    root_->skippedAddrIntfDel(key, next);
    VEL_TRACE(traceLldpAgent, 6,
-             "IpIntfStatusSm::handleSkippedManAddrs( " << key.stringValue() << " ): " << next);
+             "IpIntfStatusSm::handleSkippedManAddrs( " << key.stringValue() << " )");
    if (!root_->inputSm()) return;
    if (IpIntfStatusSm* sm = root_->inputSm()->ipIntfStatusSm(next)) sm->handleActiveAddrWithMask();
 }

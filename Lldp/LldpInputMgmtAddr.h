@@ -41,14 +41,11 @@ inline const Lldp::ManAddrPriority zeroManAddrPriority{};
 inline const Lldp::ManAddrPriority sourceIntfManAddrPriority(
     {.flag = 0, .primaryPriority = 1, .secondaryPriority = 0, .intf = {}});
 
-// An interface's priority, and for a VLAN interface its VLAN. Switch-style names use
-// their own numbers (Loopback0, Management1, Ethernet1/2 as port 1 lane 2, Ethernet3/1/2
-// as module 3 port 1 lane 2, Port-Channel5, Vlan10). Linux names take the kind the
-// platform gave them and the number their name ends in: lo and dummy devices are
-// loopbacks numbered n, management ports are Management port n + 1, other ports and
-// NICs Ethernet port n + 1, bonds Port-Channel n + 1, VLAN devices and bridges (the
-// switch's VLAN interfaces) VLAN n (at least 1, at most 4094); numbers beyond a kind's
-// range are held at its last number, and ties fall to the interface name's order.
+// An interface's priority, and for a VLAN interface its VLAN: its kind's base plus its
+// place within the kind (Interface::intfNumbers: switch-style names by their own numbers,
+// Linux names by the kind the platform gave them and the number they end in). A number
+// outside its kind's range is a programming error that stops the agent; the platform
+// publishes no such interface. A VLAN interface outside 1..4094 ranks 0.
 void intfNameToVlanIdAndManAddrPriority(const Wire::IntfId& intf, Bridging::VlanIdOrNone* vlanId,
                                         Lldp::ManAddrPriority* manAddrPriority);
 

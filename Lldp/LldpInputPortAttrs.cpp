@@ -41,11 +41,15 @@ void InputSm::handleBridgingVlanConfig(const Bridging::VlanId& vlanId) {
 
 void InputSm::handleBridgingMaxFrameSize() {
    VEL_TRACE(traceLldpAgent, 8, "InputSm::handleBridgingMaxFrameSize()");
-   const uint32_t size = std::min<uint32_t>(root_->bridgingConfig()->maxFrameSize(), 0xffff);
    for (const auto& [intf, lp] : root_->localSystem()->localPort()) {
-      if (intf.isManagement()) continue;
-      lp->maximumFrameSizeInfoIs(Lldp::MaximumFrameSizeInfo({.maxFrameSize = uint16_t(size)}));
+      if (!intf.isManagement()) syncMaximumFrameSize(*lp, *root_->bridgingConfig());
    }
+}
+
+void syncMaximumFrameSize(Lldp::LocalPort& localPort, const Bridging::Config& bridgingConfig) {
+   const uint32_t* own = bridgingConfig.intfMaxFrameSize(localPort.intfId());
+   const uint32_t size = std::min<uint32_t>(own ? *own : bridgingConfig.maxFrameSize(), 0xffff);
+   localPort.maximumFrameSizeInfoIs(Lldp::MaximumFrameSizeInfo({.maxFrameSize = uint16_t(size)}));
 }
 
 void InputSm::handleSwitchIntfConfig(const Wire::IntfId& intf) {
@@ -69,19 +73,6 @@ void InputSm::handleSwitchIntfConfig(const Wire::IntfId& intf) {
    for (const auto& [port, lp] : root_->localSystem()->localPort()) {
       if (governingSwitchIntf(port) == intf) doSyncPortSwitchIntf(*lp);
    }
-   doSyncBridgeCapability();
-}
-
-void InputSm::doSyncBridgeCapability() {
-   // A system with bridged ports acts as a bridge.
-   bool bridging = false;
-   for (const auto& [i, s] : root_->bridgingConfig()->switchIntfConfig()) {
-      const uint8_t mode = s->switchportMode();
-      bridging |= mode == Bridging::switchportModeAccess || mode == Bridging::switchportModeTrunk;
-   }
-   Lldp::SystemCapabilitiesMap enabled = root_->localSystem()->sysCapEnabled();
-   enabled.bridgeIs(bridging);
-   root_->localSystem()->sysCapEnabledIs(enabled);
 }
 
 Wire::IntfId InputSm::governingSwitchIntf(const Wire::IntfId& port) const {
@@ -194,7 +185,6 @@ void SwitchIntfConfigSm::handleSwitchportModeAndNativeVlan() {
       if (auto lp = root_->localSystem()->localPort(port)) doSyncLocalPort(*lp);
       if (auto pc = root_->config()->portConfig(port)) syncPortConfig(*pc, *root_);
    }
-   if (root_->inputSm()) root_->inputSm()->doSyncBridgeCapability();
 }
 
 void SwitchIntfConfigSm::doSyncLocalPort(Lldp::LocalPort& localPort) {
@@ -254,19 +244,30 @@ std::optional<Lldp::VlanName> VlanBridgingConfigSm::vlanName() const {
 }
 
 void VlanBridgingConfigSm::handleConfigChange() {
+   VEL_TRACE(traceLldpAgent, 8, "VlanBridgingConfigSm::handleConfigChange( " << vlanId_ << " )");
    for (const auto& [intf, ps] : root_->status()->portStatus()) handleConfigChange(intf);
 }
 
-void VlanBridgingConfigSm::handleConfigChange(const Wire::IntfId& intf) {
+void VlanBridgingConfigSm::handleConfigChange(const Wire::IntfId& intf, bool onlyWhenDifferent) {
    Lldp::PortStatus::Ptr ps = root_->status()->portStatus(intf);
    if (!ps) {
       VEL_TRACE(traceLldpAgent, 8, "No portStatus for " << intf);
       return;
    }
+   if (const bool* promoted = vlanConfig_->promotedPort(intf); promoted && *promoted) {
+      VEL_TRACE(
+          traceLldpAgent, 8,
+          "Skipping " << vlanId_ << " for portStatus/" << intf << " because it is promotedPort");
+      return;
+   }
    const std::optional<Lldp::VlanName> name = vlanName();
    if (name && carries(intf)) {
-      if (writeName(*ps, *name)) {
+      // A change of the VLAN's configuration is news for the port even when its name
+      // stays; a port merely re-synced hears only of a real difference.
+      if (!onlyWhenDifferent || !ps->vlanName(vlanId_) || !(*ps->vlanName(vlanId_) == *name)) {
          VEL_TRACE(traceLldpAgent, 8, "Adding " << vlanId_ << " to portStatus/" << intf);
+         ps->vlanNameIs(*name);
+         ps->vlanNamesChangedIs(true);
       }
    } else if (ps->vlanName(vlanId_)) {
       VEL_TRACE(traceLldpAgent, 8, "Deleting " << vlanId_ << " from portStatus/" << intf);
@@ -284,6 +285,7 @@ void VlanBridgingConfigSm::handleMemberChange(const Wire::IntfId& intf) {
 }
 
 void VlanBridgingConfigSm::handleNameChange() {
+   VEL_TRACE(traceLldpAgent, 8, "VlanBridgingConfigSm::handleNameChange( " << vlanId_ << " )");
    const std::optional<Lldp::VlanName> name = vlanName();
    if (!name) {
       delVlanFromAllPorts("name out of range");

@@ -73,12 +73,13 @@ public:
    void doClose();
    // Every port, or one port, brought in line with the VLAN's membership.
    void handleConfigChange();
-   void handleConfigChange(const Wire::IntfId& intf);
+   void handleConfigChange(const Wire::IntfId& intf, bool onlyWhenDifferent = false);
    void handleNameChange();
 
 private:
    void nameChanged() override { handleNameChange(); }
    void memberChanged(const Wire::IntfId& intf) override { handleMemberChange(intf); }
+   void promotedPortChanged(const Wire::IntfId& intf) override { handleMemberChange(intf); }
    void handleMemberChange(const Wire::IntfId& intf);
    bool carries(const Wire::IntfId& port) const;
    // The name as advertised; none when it does not fit the TLV (a range error, traced).

@@ -34,7 +34,7 @@ void CliPortConfigSm::doClose() {
       pc->rxRateLimitEnabledIs(defaults.rxRateLimitEnabled());
       pc->rxRateLimitMaxLldpdusIs(defaults.rxRateLimitMaxLldpdus());
       pc->rxRateLimitIntervalIs(defaults.rxRateLimitInterval());
-      syncPortConfigNetworkPolicy(*pc, nullptr, *root_);
+      // The network policies stay until the port's configuration is synced again.
    }
    if (auto lp = root_->localSystem()->localPort(intf)) lp->ztpBootVlanIs(0);
    handleRemoteSystemLimit();
@@ -137,9 +137,7 @@ void EthPhyIntfStatusSm::handleForwardingModel() {
    if (takesPart && !active_) {
       doCreatePort();
    } else if (!takesPart && active_) {
-      VEL_TRACE(traceLldpAgent, 6,
-                "EthPhyIntfStatusSm::handleForwardingModel for "
-                    << intfId() << ": model " << int(intfStatus_->forwardingModel()));
+      VEL_TRACE(traceLldpAgent, 6, "EthPhyIntfStatusSm::handleForwardingModel for " << intfId());
       doClose();
       notifierIs(intfStatus_);  // still watching for the port to come back
    }
@@ -159,8 +157,7 @@ void EthPhyIntfStatusSm::doCreatePort() {
          if (auto* mgmt = dir->mgmtEthPhyIntfStatusSm(intf)) mgmt->handleMaxMtu();
       }
    } else {
-      const uint32_t size = std::min<uint32_t>(root_->bridgingConfig()->maxFrameSize(), 0xffff);
-      lp->maximumFrameSizeInfoIs(Lldp::MaximumFrameSizeInfo({.maxFrameSize = uint16_t(size)}));
+      syncMaximumFrameSize(*lp, *root_->bridgingConfig());
    }
    syncLinkAggregationInfo(*lp, *root_);
    syncPortConfig(*pc, *root_);
@@ -187,7 +184,8 @@ void MgmtEthPhyIntfStatusSm::handleMaxMtu() {
    VEL_TRACE(traceLldpAgent, 8, "MgmtEthPhyIntfStatusSm::handleMaxMtu( " << intfId() << " )");
    // The record exists only while the port takes part in LLDP.
    if (auto lp = root_->localSystem()->localPort(intfId())) {
-      const uint16_t size = uint16_t(std::min<uint32_t>(intfStatus_->mtu() + 18, 0xffff));
+      const uint32_t maxMtu = intfStatus_->maxMtu();
+      const uint16_t size = uint16_t(std::min<uint32_t>(maxMtu, 0xffff - 18) + 18);
       lp->maximumFrameSizeInfoIs(Lldp::MaximumFrameSizeInfo({.maxFrameSize = size}));
    }
 }
@@ -225,18 +223,16 @@ void ActiveEthIntfStatusDirSm::handleInitialized() {
 void ActiveEthIntfStatusDirSm::doClose() {
    phyDirReactor_.notifierIs(nullptr);
    lagDirReactor_.notifierIs(nullptr);
-   lagReactor_.clear();
    for (auto& [intf, sm] : mgmtEthPhyIntfStatusSm_) sm->doClose();
    mgmtEthPhyIntfStatusSm_.clear();
    for (auto& [intf, sm] : ethPhyIntfStatusSm_) sm->doClose();
    ethPhyIntfStatusSm_.clear();
-   for (const auto& [lag, members] : lagMembers_) {
-      for (const auto& port : members) root_->lagMemberIs(port, lag, false);
-   }
-   lagMembers_.clear();
+   for (auto& [lag, sm] : ethLagIntfStatusSm_) sm->doClose();
+   ethLagIntfStatusSm_.clear();
 }
 
 void ActiveEthIntfStatusDirSm::handlePhyIntfStatus(const Wire::IntfId& intf) {
+   VEL_TRACE(traceLldpAgent, 8, "ActiveEthIntfStatusDirSm::handlePhyIntfStatus( " << intf << " )");
    const auto status = lldpCapable(intf) ? phyDir_->intfStatus(intf) : nullptr;
    auto it = ethPhyIntfStatusSm_.find(intf);
    // Gone, or a new record for the port: the old machine removes what it published.
@@ -270,38 +266,89 @@ MgmtEthPhyIntfStatusSm* ActiveEthIntfStatusDirSm::mgmtEthPhyIntfStatusSm(
 }
 
 void ActiveEthIntfStatusDirSm::handleLagIntfStatus(const Wire::IntfId& lag) {
-   auto status = lagDir_->intfStatus(lag);
-   std::set<Wire::IntfId> now;
-   if (status) {
-      for (const auto& [port, member] : status->member()) {
-         if (member) now.insert(port);
-      }
-      auto& reactor = lagReactor_[lag];
-      if (!reactor || reactor->notifier() != status) {
-         reactor = std::make_unique<LagReactor>();
-         reactor->sm = this;
-         reactor->lag = lag;
-         reactor->notifierIs(status);
-      }
+   VEL_TRACE(traceLldpAgent, 8, "ActiveEthIntfStatusDirSm::handleLagIntfStatus( " << lag << " )");
+   const auto status = lagDir_->intfStatus(lag);
+   auto it = ethLagIntfStatusSm_.find(lag);
+   if (it != ethLagIntfStatusSm_.end() && it->second->lagIntfStatus() != status) {
+      const auto sm = it->second;
+      ethLagIntfStatusSm_.erase(it);
+      sm->doClose();
+      it = ethLagIntfStatusSm_.end();
+   }
+   if (status && it == ethLagIntfStatusSm_.end()) {
+      auto sm = Vel::make<EthLagIntfStatusSm>(root_, status);
+      ethLagIntfStatusSm_[lag] = sm;
+      sm->handleInitialized();
+   }
+}
+
+// ---------------------------------------------------------------------------------------
+// StandbyEthIntfStatusDirSm.
+
+StandbyEthIntfStatusDirSm::StandbyEthIntfStatusDirSm(
+    Root* root, Interface::EthPhyIntfStatusDir::PtrConst phyDir)
+    : root_(root), phyDir_(std::move(phyDir)) {}
+
+void StandbyEthIntfStatusDirSm::handleInitialized() {
+   VEL_TRACE(traceLldpAgent, 8, "StandbyEthIntfStatusDirSm::handleInitialized()");
+   notifierIs(phyDir_);
+   for (const auto& [intf, s] : phyDir_->intfStatus()) doMaybeCreateDesiredIntf(intf);
+}
+
+void StandbyEthIntfStatusDirSm::doClose() {
+   notifierIs(nullptr);
+   for (const auto& intf : desired_) root_->desiredIntfDir()->intfDesiredDel(intf);
+   desired_.clear();
+}
+
+void StandbyEthIntfStatusDirSm::doMaybeCreateDesiredIntf(const Wire::IntfId& intf) {
+   VEL_TRACE(traceLldpAgent, 8,
+             "StandbyEthIntfStatusDirSm::doMaybeCreateDesiredIntf( " << intf << " )");
+   if (lldpCapable(intf) && phyDir_->intfStatus(intf)) {
+      if (desired_.insert(intf).second) root_->desiredIntfDir()->intfDesiredIs(intf, true);
+   } else if (desired_.erase(intf)) {
+      root_->desiredIntfDir()->intfDesiredDel(intf);
+   }
+}
+
+// ---------------------------------------------------------------------------------------
+// EthLagIntfStatusSm.
+
+EthLagIntfStatusSm::EthLagIntfStatusSm(Root* root, Interface::EthLagIntfStatus::PtrConst status)
+    : root_(root), lagIntfStatus_(std::move(status)) {}
+
+void EthLagIntfStatusSm::handleInitialized() {
+   VEL_TRACE(traceLldpAgent, 8, "EthLagIntfStatusSm::handleInitialized( " << intfId() << " )");
+   notifierIs(lagIntfStatus_);
+   for (const auto& [port, member] : lagIntfStatus_->member()) {
+      if (!member) continue;
+      member_.insert(port);
+      addLagMember(port, intfId(), *root_);
+   }
+}
+
+void EthLagIntfStatusSm::doClose() {
+   VEL_TRACE(traceLldpAgent, 8, "EthLagIntfStatusSm::doClose( " << intfId() << " )");
+   notifierIs(nullptr);
+   while (!member_.empty()) {
+      const Wire::IntfId port = *member_.begin();
+      member_.erase(member_.begin());
+      removeLagMember(port, intfId(), *root_);
+   }
+}
+
+void EthLagIntfStatusSm::handleMember(const Wire::IntfId& intf) {
+   VEL_TRACE(traceLldpAgent, 8,
+             "EthLagIntfStatusSm::handleMember( " << intfId() << ", " << intf << " )");
+   const bool* member = lagIntfStatus_->member(intf);
+   const bool now = member && *member;
+   if (now == (member_.count(intf) != 0)) return;
+   if (now) {
+      member_.insert(intf);
+      addLagMember(intf, intfId(), *root_);
    } else {
-      lagReactor_.erase(lag);
-   }
-   std::set<Wire::IntfId>& before = lagMembers_[lag];
-   std::vector<Wire::IntfId> changed;
-   for (const auto& port : before) {
-      if (!now.count(port)) changed.push_back(port);
-   }
-   for (const auto& port : now) {
-      if (!before.count(port)) changed.push_back(port);
-   }
-   for (const auto& port : changed) root_->lagMemberIs(port, lag, now.count(port) != 0);
-   if (now.empty()) {
-      lagMembers_.erase(lag);
-   } else {
-      before = std::move(now);
-   }
-   for (const auto& port : changed) {
-      if (root_->inputSm()) root_->inputSm()->doNotifyPortLagChange(port);
+      member_.erase(intf);
+      removeLagMember(intf, intfId(), *root_);
    }
 }
 

@@ -66,10 +66,9 @@ private:
    bool active_ = false;
 };
 
-// A management port's maximum frame size. There is no bridge setting for management
-// ports, so the port's own MTU bounds its frames. (The kernel's maximum MTU of a virtual
-// port is a driver limit, not what the port is set to carry, so the MTU it runs with is
-// what counts, and every change of it is followed.)
+// A management port's maximum frame size: there is no bridge setting for management
+// ports, so the largest MTU the port takes, plus the Ethernet header and frame check
+// sequence, bounds its frames.
 class MgmtEthPhyIntfStatusSm : public Vel::RefCounted,
                                private Interface::EthPhyIntfStatus::Notifiee {
 public:
@@ -80,14 +79,32 @@ public:
    void handleMaxMtu();
 
 private:
-   void mtuChanged() override { handleMaxMtu(); }
    void maxMtuChanged() override { handleMaxMtu(); }
    Root* root_;
    Interface::EthPhyIntfStatus::PtrConst intfStatus_;
 };
 
+// One link aggregation group: its members are entered into the root's port-to-aggregate
+// map while they belong to it.
+class EthLagIntfStatusSm : public Vel::RefCounted, private Interface::EthLagIntfStatus::Notifiee {
+public:
+   EthLagIntfStatusSm(Root* root, Interface::EthLagIntfStatus::PtrConst lagIntfStatus);
+   const Wire::IntfId& intfId() const { return lagIntfStatus_->intfId(); }
+   const Interface::EthLagIntfStatus::PtrConst& lagIntfStatus() const { return lagIntfStatus_; }
+   void handleInitialized();
+   void doClose();
+   void handleMember(const Wire::IntfId& intf);
+
+private:
+   void memberChanged(const Wire::IntfId& intf) override { handleMember(intf); }
+   Root* root_;
+   Interface::EthLagIntfStatus::PtrConst lagIntfStatus_;
+   // The members entered into the map.
+   std::set<Wire::IntfId> member_;
+};
+
 // Keeps one EthPhyIntfStatusSm per LLDP-capable port (and a MgmtEthPhyIntfStatusSm per
-// management port) and the port-to-aggregate map.
+// management port) and one EthLagIntfStatusSm per aggregate.
 class ActiveEthIntfStatusDirSm : public Vel::RefCounted {
 public:
    ActiveEthIntfStatusDirSm(Root* root, Interface::EthPhyIntfStatusDir::PtrConst phyDir,
@@ -111,21 +128,32 @@ private:
       ActiveEthIntfStatusDirSm* sm;
       void intfStatusChanged(const Wire::IntfId& lag) override { sm->handleLagIntfStatus(lag); }
    };
-   struct LagReactor : Interface::EthLagIntfStatus::Notifiee {
-      ActiveEthIntfStatusDirSm* sm;
-      Wire::IntfId lag;
-      void memberChanged(const Wire::IntfId&) override { sm->handleLagIntfStatus(lag); }
-   };
 
    Root* root_;
    Interface::EthPhyIntfStatusDir::PtrConst phyDir_;
    Interface::EthLagIntfStatusDir::PtrConst lagDir_;
    std::map<Wire::IntfId, Vel::Ptr<EthPhyIntfStatusSm>> ethPhyIntfStatusSm_;
    std::map<Wire::IntfId, Vel::Ptr<MgmtEthPhyIntfStatusSm>> mgmtEthPhyIntfStatusSm_;
-   std::map<Wire::IntfId, std::unique_ptr<LagReactor>> lagReactor_;
-   std::map<Wire::IntfId, std::set<Wire::IntfId>> lagMembers_;
+   std::map<Wire::IntfId, Vel::Ptr<EthLagIntfStatusSm>> ethLagIntfStatusSm_;
    PhyDirReactor phyDirReactor_;
    LagDirReactor lagDirReactor_;
+};
+
+// On a standby supervisor: every LLDP-capable port is wanted for packet access, and
+// nothing else is published.
+class StandbyEthIntfStatusDirSm : public Vel::RefCounted,
+                                  private Interface::EthPhyIntfStatusDir::Notifiee {
+public:
+   StandbyEthIntfStatusDirSm(Root* root, Interface::EthPhyIntfStatusDir::PtrConst phyDir);
+   void handleInitialized();
+   void doClose();
+   void doMaybeCreateDesiredIntf(const Wire::IntfId& intf);
+
+private:
+   void intfStatusChanged(const Wire::IntfId& intf) override { doMaybeCreateDesiredIntf(intf); }
+   Root* root_;
+   Interface::EthPhyIntfStatusDir::PtrConst phyDir_;
+   std::set<Wire::IntfId> desired_;
 };
 
 }  // namespace Lldp::Agent::Input

@@ -28,8 +28,14 @@ std::string cutTo255(std::string_view s) {
    return std::string(s.substr(0, std::min(s.size(), maxString)));
 }
 
+bool isLocalMgmtIntf(const Wire::IntfId& intf, uint32_t cellId) {
+   const std::string prefix = "Management" + std::to_string(cellId) + "/";
+   return intf.name().starts_with(prefix);
+}
+
 bool lldpCapable(const Wire::IntfId& intf) {
-   return intf.isEthernet() || intf.isManagement();
+   if (intf.isEthernet()) return !intf.name().starts_with("UnconnectedEthernet");
+   return intf.isManagement();
 }
 
 void getEnabledTlvValues(const Lldp::CliConfig& cli, Lldp::EnabledTlvs& enabledTlvs,
@@ -117,6 +123,16 @@ void Root::activeEthIntfStatusDirSmDel() {
    if (auto sm = std::exchange(activeEthIntfStatusDirSm_, nullptr)) sm->doClose();
 }
 
+void Root::standbyEthIntfStatusDirSmIs(Interface::EthPhyIntfStatusDir::PtrConst phyDir) {
+   if (standbyEthIntfStatusDirSm_) return;
+   standbyEthIntfStatusDirSm_ = Vel::make<StandbyEthIntfStatusDirSm>(this, std::move(phyDir));
+   standbyEthIntfStatusDirSm_->handleInitialized();
+}
+
+void Root::standbyEthIntfStatusDirSmDel() {
+   if (auto sm = std::exchange(standbyEthIntfStatusDirSm_, nullptr)) sm->doClose();
+}
+
 void Root::remTablesClearRequestSmIs(Lldp::RemTablesCliConfig::PtrConst remTablesCliConfig) {
    if (remTablesClearRequestSm_) return;
    remTablesClearRequestSm_ =
@@ -176,6 +192,7 @@ void Root::doClose() {
    identityMacsecStatusSmDel();
    // Ports first: their records go while the input machine can still see them.
    activeEthIntfStatusDirSmDel();
+   standbyEthIntfStatusDirSmDel();
    inputSmDel();
    remTablesClearRequestSmDel();
 }
@@ -189,20 +206,34 @@ uint32_t Root::ifIndexVal(const Wire::IntfId& intf) const {
    return status->ifIndex();
 }
 
-Wire::IntfId Root::portToLag(const Wire::IntfId& port) const {
+const Lags* Root::portToLagsMap(const Wire::IntfId& port) const {
    auto it = portToLagsMap_.find(port);
-   return it == portToLagsMap_.end() || it->second.empty() ? Wire::IntfId() : *it->second.begin();
+   return it == portToLagsMap_.end() ? nullptr : &it->second;
 }
 
-void Root::lagMemberIs(const Wire::IntfId& port, const Wire::IntfId& lag, bool member) {
-   if (member) {
-      portToLagsMap_[port].insert(lag);
-      return;
-   }
-   auto it = portToLagsMap_.find(port);
-   if (it == portToLagsMap_.end()) return;
-   it->second.erase(lag);
-   if (it->second.empty()) portToLagsMap_.erase(it);
+Wire::IntfId Root::portToLag(const Wire::IntfId& port) const {
+   const Lags* lags = portToLagsMap(port);
+   return !lags || lags->empty() ? Wire::IntfId() : *lags->lagId().begin();
+}
+
+void addLagMember(const Wire::IntfId& member, const Wire::IntfId& lag, Root& root) {
+   const Wire::IntfId oldLag = root.portToLag(member);
+   root.portToLagsMapIs(member).lagIdIs(lag, true);
+   notifyPortLagChange(member, oldLag, root.portToLag(member), root);
+}
+
+void removeLagMember(const Wire::IntfId& member, const Wire::IntfId& lag, Root& root) {
+   if (!root.portToLagsMap(member)) return;
+   const Wire::IntfId oldLag = root.portToLag(member);
+   Lags& lags = root.portToLagsMapIs(member);
+   lags.lagIdDel(lag);
+   if (lags.empty()) root.portToLagsMapDel(member);
+   notifyPortLagChange(member, oldLag, root.portToLag(member), root);
+}
+
+void notifyPortLagChange(const Wire::IntfId& port, const Wire::IntfId& oldLag,
+                         const Wire::IntfId& newLag, Root& root) {
+   if (root.inputSm()) root.inputSm()->doNotifyPortLagChange(port, oldLag, newLag);
 }
 
 // ---------------------------------------------------------------------------------------
@@ -240,6 +271,7 @@ void InputSm::handleInitialized() {
    externalTlvsDirReactor_.notifierIs(externalTlvsDir_);
    for (const auto& [intf, c] : ethPhyIntfConfigDir_->intfConfig()) handleIntfConfig(intf);
    handleBridgeMacAddr();
+   handleBridgingVlanConfig();
    for (const auto& [intf, c] : root_->bridgingConfig()->switchIntfConfig()) {
       handleSwitchIntfConfig(intf);
    }
@@ -383,8 +415,6 @@ void InputSm::handleCliPortConfig(const Wire::IntfId& intf) {
       const auto sm = it->second;
       cliPortConfigSm_.erase(it);
       sm->doClose();
-      // Back to what the global settings alone give the port.
-      if (auto pc = root_->config()->portConfig(intf)) doSyncPortConfigAdminStatus(*pc);
    }
    if (cli) {
       VEL_ASSERT(!cliPortConfigSmHas(intf), "!cliPortConfigSmHas( intfId )");
@@ -468,17 +498,22 @@ void InputSm::doSyncLocalPort(Lldp::LocalPort& localPort) {
    // TLVs a client listed for the port before it existed.
    for (const auto& [name, sm] : externalTlvConfigSm_) sm->doSyncLocalPort(intf);
    // A new port, or one that joined or left an aggregate, carries other VLANs now.
-   for (const auto& [vlanId, sm] : vlanBridgingConfigSm_) sm->handleConfigChange(intf);
+   for (const auto& [vlanId, sm] : vlanBridgingConfigSm_) sm->handleConfigChange(intf, true);
 }
 
-void InputSm::doNotifyPortLagChange(const Wire::IntfId& port) {
-   VEL_TRACE(traceLldpAgent, 8,
-             "InputSm::doNotifyPortLagChange( " << port << " ) lag: " << root_->portToLag(port));
-   if (auto lp = root_->localSystem()->localPort(port)) {
+void InputSm::doNotifyPortLagChange(const Wire::IntfId& port, const Wire::IntfId& oldLag,
+                                    const Wire::IntfId& newLag) {
+   VEL_TRACE(
+       traceLldpAgent, 8,
+       "InputSm::doNotifyPortLagChange( " << port << ", " << oldLag << ", " << newLag << " )");
+   // The switchport that serves the port follows the aggregate (doSyncLocalPort moves
+   // it), and with it the port VLAN and the admin status.
+   auto lp = root_->localSystem()->localPort(port);
+   if (lp) {
       doSyncLocalPort(*lp);
       syncLinkAggregationInfo(*lp, *root_);
    }
-   if (auto pc = root_->config()->portConfig(port)) doSyncPortConfigAdminStatus(*pc);
+   if (auto pc = root_->config()->portConfig(port)) doSyncPortConfig(*pc);
 }
 
 void InputSm::handleBridgeMacAddr() {
@@ -491,10 +526,6 @@ void InputSm::handleBridgeMacAddr() {
    removeFallbackManAddr(*root_);
    if (root_->fallbackManagementAddressKeyPresent()) {
       local.managementAddressDel(root_->fallbackManagementAddressKey());
-   }
-   if (mac.isZero()) {
-      root_->fallbackManagementAddressKeyIs({}, false);
-      return;
    }
    const Lldp::ManagementAddress::Key key({.subtype = Lldp::addrFamilyMac, .address = bytes});
    local.managementAddressIs(Lldp::ManagementAddress(

@@ -53,8 +53,13 @@ class InputSm;
 // Trace handle of the input machines (shared with the rest of the agent).
 extern Vel::Trace::Handle traceLldpAgent;
 
-// Only Ethernet and management ports run LLDP.
+// Only Ethernet and management ports run LLDP, and of the Ethernet ports only those that
+// are connected (an Ethernet interface named UnconnectedEthernet... has no front-panel
+// port). Public for the agent's standby handling too.
 bool lldpCapable(const Wire::IntfId& intf);
+
+// A management port of this supervisor: its name begins with "Management<cellId>/".
+bool isLocalMgmtIntf(const Wire::IntfId& intf, uint32_t cellId);
 
 // The global TLV switches of the configuration as per-port sets: each governed bit is set
 // when its switch is on and cleared when it is off; other bits are left as they were.
@@ -83,6 +88,33 @@ void portAdminStatusIs(Lldp::PortConfig& portConfig, Lldp::AdminStatus requested
 void syncPortConfig(Lldp::PortConfig& portConfig, Root& root);
 // The link aggregation TLV of a port: capable always, aggregated while in an aggregate.
 void syncLinkAggregationInfo(Lldp::LocalPort& localPort, const Root& root);
+// An Ethernet port's maximum frame size: its own where the bridging configuration has one
+// for it, else the bridge's, at most what the TLV carries.
+void syncMaximumFrameSize(Lldp::LocalPort& localPort, const Bridging::Config& bridgingConfig);
+// The aggregates a port belongs to, lowest first.
+class Lags {
+public:
+   const std::set<Wire::IntfId>& lagId() const { return lagId_; }
+   bool lagId(const Wire::IntfId& lag) const { return lagId_.count(lag) != 0; }
+   void lagIdIs(const Wire::IntfId& lag, bool member) {
+      if (member) {
+         lagId_.insert(lag);
+      } else {
+         lagId_.erase(lag);
+      }
+   }
+   void lagIdDel(const Wire::IntfId& lag) { lagId_.erase(lag); }
+   bool empty() const { return lagId_.empty(); }
+
+private:
+   std::set<Wire::IntfId> lagId_;
+};
+// A port joined or left an aggregate: the map, then the port's records follow.
+void addLagMember(const Wire::IntfId& member, const Wire::IntfId& lag, Root& root);
+void removeLagMember(const Wire::IntfId& member, const Wire::IntfId& lag, Root& root);
+// The port's governing aggregate moved from oldLag to newLag (either may be empty).
+void notifyPortLagChange(const Wire::IntfId& port, const Wire::IntfId& oldLag,
+                         const Wire::IntfId& newLag, Root& root);
 
 class Root : public Vel::RefCounted {
 public:
@@ -140,6 +172,12 @@ public:
    void activeEthIntfStatusDirSmIs(Interface::EthPhyIntfStatusDir::PtrConst ethPhyIntfStatusDir,
                                    Interface::EthLagIntfStatusDir::PtrConst lagIntfStatusDir);
    void activeEthIntfStatusDirSmDel();
+   // On a standby supervisor, in place of the active one's port machines.
+   const Vel::Ptr<StandbyEthIntfStatusDirSm>& standbyEthIntfStatusDirSm() const {
+      return standbyEthIntfStatusDirSm_;
+   }
+   void standbyEthIntfStatusDirSmIs(Interface::EthPhyIntfStatusDir::PtrConst ethPhyIntfStatusDir);
+   void standbyEthIntfStatusDirSmDel();
    const Vel::Ptr<RemTablesClearRequestSm>& remTablesClearRequestSm() const {
       return remTablesClearRequestSm_;
    }
@@ -169,14 +207,18 @@ public:
 
    // The interface index of an interface; 0 when the platform does not know it.
    uint32_t ifIndexVal(const Wire::IntfId& intf) const;
-
-   // Aggregates each port belongs to, kept from the platform's aggregate status.
-   const std::map<Wire::IntfId, std::set<Wire::IntfId>>& portToLagsMap() const {
-      return portToLagsMap_;
+   uint32_t ifIndex(const Interface::IntfStatus& intfStatus) const {
+      return ifIndexVal(intfStatus.intfId());
    }
+
+   // Aggregates each port belongs to, kept from the platform's aggregate status: an
+   // entry exists while the port is in at least one.
+   const std::map<Wire::IntfId, Lags>& portToLagsMap() const { return portToLagsMap_; }
+   const Lags* portToLagsMap(const Wire::IntfId& port) const;
+   Lags& portToLagsMapIs(const Wire::IntfId& port) { return portToLagsMap_[port]; }
+   void portToLagsMapDel(const Wire::IntfId& port) { portToLagsMap_.erase(port); }
    // The lowest aggregate the port belongs to; empty when it is in none.
    Wire::IntfId portToLag(const Wire::IntfId& port) const;
-   void lagMemberIs(const Wire::IntfId& port, const Wire::IntfId& lag, bool member);
 
    // Management addresses (see LldpInputMgmtAddr.h).
    const Lldp::ManagementAddress::Key& fallbackManagementAddressKey() const {
@@ -212,10 +254,11 @@ private:
    Vel::Ptr<IdentityMacsecStatusSm> identityMacsecStatusSm_;
    Vel::Ptr<InputSm> inputSm_;
    Vel::Ptr<ActiveEthIntfStatusDirSm> activeEthIntfStatusDirSm_;
+   Vel::Ptr<StandbyEthIntfStatusDirSm> standbyEthIntfStatusDirSm_;
    Vel::Ptr<RemTablesClearRequestSm> remTablesClearRequestSm_;
    Vel::Ptr<NetworkPolicySm> networkPolicySm_;
    Vel::Ptr<PoeSm> poeSm_;
-   std::map<Wire::IntfId, std::set<Wire::IntfId>> portToLagsMap_;
+   std::map<Wire::IntfId, Lags> portToLagsMap_;
    Lldp::ManagementAddress::Key fallbackManagementAddressKey_;
    bool fallbackManagementAddressKeyPresent_ = false;
    Lldp::ManAddrPriority sourceIntfNamePriority_;
@@ -276,12 +319,12 @@ public:
    void doSyncPortConfigTlvs(Lldp::PortConfig& portConfig);
    // The local port's values that come from configuration and bridging.
    void doSyncLocalPort(Lldp::LocalPort& localPort);
-   // A port joined or left an aggregate: its switchport, admin status and LAG TLV follow.
-   void doNotifyPortLagChange(const Wire::IntfId& port);
+   // A port's aggregate changed: it leaves the old one's switchport machine and joins the
+   // new one's, and its LAG TLV and configuration follow.
+   void doNotifyPortLagChange(const Wire::IntfId& port, const Wire::IntfId& oldLag,
+                              const Wire::IntfId& newLag);
    // A port's records are going: it leaves the switchport machine that served it.
    void doRemoveLocalPort(const Wire::IntfId& port);
-   // The bridge capability: on while any port is an access or trunk switchport.
-   void doSyncBridgeCapability();
 
    const Lldp::CliPortConfig* cliPortConfigOf(const Wire::IntfId& intf) const;
    bool cliPortConfigSmHas(const Wire::IntfId& intf) const {
@@ -328,6 +371,9 @@ private:
       InputSm* sm;
       void bridgeMacAddrChanged() override { sm->handleBridgeMacAddr(); }
       void maxFrameSizeChanged() override { sm->handleBridgingMaxFrameSize(); }
+      void intfMaxFrameSizeChanged(const Wire::IntfId&) override {
+         sm->handleBridgingMaxFrameSize();
+      }
       void switchIntfConfigChanged(const Wire::IntfId& intf) override {
          sm->handleSwitchIntfConfig(intf);
       }

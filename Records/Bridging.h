@@ -1,6 +1,7 @@
 // Bridging state the platform publishes: the bridge's MAC address (the chassis ID), the
-// largest frame it forwards, each port's switchport mode and native VLAN, and the VLANs
-// with their names and member ports.
+// largest frame it forwards (for the whole bridge, and for each port whose own limit the
+// platform knows), each port's switchport mode and native VLAN, and the VLANs with their
+// names and member ports.
 #pragma once
 
 #include <string>
@@ -32,10 +33,12 @@ enum SwitchportMode : uint8_t {
 #define BRIDGING_VLAN_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Bridging::VlanId, vlanId)                                                  \
    ATTR(std::string, name, {})                                                    \
-   MAP(Wire::IntfId, bool, member)
+   MAP(Wire::IntfId, bool, member)                                                \
+   MAP(Wire::IntfId, bool, promotedPort)
 #define BRIDGING_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ATTR(Wire::EthAddr, bridgeMacAddr, {})                                     \
    ATTR(uint32_t, maxFrameSize, 1518)                                         \
+   MAP(Wire::IntfId, uint32_t, intfMaxFrameSize)                              \
    ECOLL(Wire::IntfId, SwitchIntfConfig, switchIntfConfig)                    \
    ECOLL(Bridging::VlanId, VlanConfig, vlanConfig)
 // clang-format on
@@ -45,11 +48,17 @@ class SwitchIntfConfig : public Vel::Entity {
    explicit SwitchIntfConfig(const Wire::IntfId& intf) : intfId_(intf) {}
 };
 
+// A VLAN's member ports. A promoted port carries the VLAN only because the bridge put it
+// there on its own (it was not configured into the VLAN); it does not advertise the
+// VLAN's name.
 class VlanConfig : public Vel::Entity {
    VEL_ENTITY(VlanConfig, BRIDGING_VLAN_CONFIG_ATTRS)
    explicit VlanConfig(const Bridging::VlanId& vlan) : vlanId_(vlan) {}
 };
 
+// maxFrameSize is the largest frame the bridge forwards; intfMaxFrameSize holds a port's
+// own largest frame where the platform knows it (ports differ on hosts), and then rules
+// for that port.
 class Config : public Vel::Entity {
    VEL_ENTITY(Config, BRIDGING_CONFIG_ATTRS)
 };

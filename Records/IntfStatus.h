@@ -15,6 +15,109 @@ namespace Interface {
 // Link status numbering: 0 unknown, 1 down, 2 up (anything else counts as unknown).
 enum LinkStatus : uint8_t { linkStatusUnknown = 0, linkStatusDown = 1, linkStatusUp = 2 };
 
+// Where an interface stands within its kind: module, port and lane of an Ethernet or
+// management port, the one number (in `port`) of a loopback, port-channel or VLAN
+// interface. Management addresses are ranked by it.
+struct IntfNumbers {
+   uint32_t module = 0;
+   uint32_t port = 0;
+   uint32_t lane = 0;
+};
+
+// The numbering's limits.
+inline constexpr uint32_t maxLoopbackNumber = 2100;
+inline constexpr uint32_t maxModuleNumber = 128;
+inline constexpr uint32_t maxMgmtPortNumber = 10;
+inline constexpr uint32_t maxEthPortNumber = 128;
+inline constexpr uint32_t maxEthPortSlot = 528384;  // 32 slots per port, lanes included
+inline constexpr uint32_t maxPortChannelNumber = 999999;
+
+// The numbers of an interface. A switch-style name spells them: Loopback0, Management1
+// (module 0, port 1), Management1/2 (module 1, port 2), Ethernet5 (port 5), Ethernet5/2
+// (port 5, lane 2), Ethernet3/5/2 (module 3), Port-Channel5, Vlan10; a number beyond its
+// kind's range is left as it is (intfNumbersInRange says so). A Linux name has the kind
+// the platform gave it and the number n it ends in (0 when none), laid out in the same
+// numbering and always inside it: loopback n; management port n % 10 + 1 of module n / 10;
+// Ethernet port n % 128 + 1 of module n / 128; port-channel n + 1; VLAN n (a bridge
+// without a number is VLAN 1). Numbers past a kind's last one start over from its first
+// (a USB NIC named after its MAC address ends in a large number); equal numbers are told
+// apart by the interface's name.
+inline IntfNumbers intfNumbers(const Wire::IntfId& intf) {
+   IntfNumbers r;
+   const size_t count = intf.numberCount();
+   if (intf.switchStyleName()) {
+      if (intf.kind() == Wire::IntfKind::intfKindManagement && count == 2) {
+         r.module = intf.number(0);
+         r.port = intf.number(1);
+      } else if (intf.kind() == Wire::IntfKind::intfKindEthernet && count >= 2) {
+         r.module = count == 3 ? intf.number(0) : 0;
+         r.port = intf.number(count - 2);
+         r.lane = intf.number(count - 1);
+      } else {
+         r.port = intf.number(0);
+      }
+      return r;
+   }
+   const uint32_t n = count ? intf.number(count - 1) : 0;
+   switch (intf.kind()) {
+      case Wire::IntfKind::intfKindLoopback:
+         r.port = n % (maxLoopbackNumber + 1);
+         break;
+      case Wire::IntfKind::intfKindManagement: {
+         // Module 128 has no room for ports beyond 10 below the Ethernet base.
+         const uint32_t k = n % (maxModuleNumber * maxMgmtPortNumber + maxMgmtPortNumber);
+         r.module = k / maxMgmtPortNumber;
+         r.port = k % maxMgmtPortNumber + 1;
+         break;
+      }
+      case Wire::IntfKind::intfKindEthernet: {
+         const uint32_t k = n % ((maxModuleNumber + 1) * maxEthPortNumber);
+         r.module = k / maxEthPortNumber;
+         r.port = k % maxEthPortNumber + 1;
+         break;
+      }
+      case Wire::IntfKind::intfKindPortChannel:
+         r.port = n % maxPortChannelNumber + 1;
+         break;
+      case Wire::IntfKind::intfKindVlan:
+         r.port = n == 0 ? 1 : (n - 1) % 4094 + 1;
+         break;
+      default:
+         r.port = n;
+         break;
+   }
+   return r;
+}
+
+// Whether an interface's numbers lie inside its kind's limits (other kinds have none).
+// The platform publishes no interface outside them.
+inline bool intfNumbersInRange(const Wire::IntfId& intf) {
+   if (intf.switchStyleName()) {
+      const size_t count = intf.numberCount();
+      const bool countOk = intf.kind() == Wire::IntfKind::intfKindEthernet     ? count <= 3
+                           : intf.kind() == Wire::IntfKind::intfKindManagement ? count <= 2
+                                                                               : count == 1;
+      if (!countOk) return false;
+   }
+   const IntfNumbers n = intfNumbers(intf);
+   switch (intf.kind()) {
+      case Wire::IntfKind::intfKindLoopback:
+         return n.port <= maxLoopbackNumber;
+      case Wire::IntfKind::intfKindManagement:
+         return n.module <= maxModuleNumber && n.port <= maxMgmtPortNumber &&
+                10 * n.module + n.port <= 1290;
+      case Wire::IntfKind::intfKindEthernet:
+         return n.module <= maxModuleNumber && n.port >= 1 && n.port <= maxEthPortNumber &&
+                n.lane < 32 && 32 * (128 * n.module + n.port - 1) + n.lane <= maxEthPortSlot;
+      case Wire::IntfKind::intfKindPortChannel:
+         return n.port <= maxPortChannelNumber;
+      case Wire::IntfKind::intfKindVlan:
+         return n.port >= 1 && n.port <= 4094;
+      default:
+         return true;
+   }
+}
+
 // How a port forwards frames. LLDP runs on ports at forwardingModelBridged or above; a
 // port held at forwardingModelDataLink (by 802.1X, say) only when LLDP may bypass it.
 enum ForwardingModel : uint8_t {

@@ -73,6 +73,13 @@ public:
    }
 
    Wire::IntfId idOf(const LinkInfo& l) const { return intfIdOf(l.name, l.kind, o_); }
+   // Interfaces whose numbers lie outside their kind's range are not published at all:
+   // readers rank interfaces by those numbers and treat one outside as a fault.
+   bool publishable(const LinkInfo& l) const {
+      if (Interface::intfNumbersInRange(idOf(l))) return true;
+      VEL_TRACE(platformTrace, 0, l.name << ": interface number out of range, not published");
+      return false;
+   }
 
    // Port authentication holds a port: 802.1X while the bridge port is locked, MACsec
    // while a MACsec device over it is not up (its secure channel is not established, so
@@ -190,7 +197,9 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
       return sp.bridged;
    };
 
+   std::set<Wire::IntfId> framePorts;
    for (const auto& [index, l] : m.links) {
+      if (!d.publishable(l)) continue;
       const Wire::IntfId id = d.idOf(l);
       auto st = allStatus->intfStatusIs(id);
       const std::string vrf = d.vrfOf(l);
@@ -207,7 +216,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
          auto lag = lagStatus->intfStatusIs(id);
          std::set<Wire::IntfId> members;
          for (const auto& [_, member] : m.links) {
-            if (member.master == index) members.insert(d.idOf(member));
+            if (member.master == index && d.publishable(member)) members.insert(d.idOf(member));
          }
          for (const auto& member : members) lag->memberIs(member, true);
          dropExcept(lag->member(), members, [&](const Wire::IntfId& k) { lag->memberDel(k); });
@@ -225,7 +234,14 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
       eth->linkStatusIs(linkStatusOf(l));
       eth->addrIs(l.mac);
       eth->mtuIs(l.mtu);
-      eth->maxMtuIs(l.maxMtu ? l.maxMtu : l.mtu);
+      const uint32_t portMaxMtu = l.maxMtu ? l.maxMtu : l.mtu;
+      eth->maxMtuIs(portMaxMtu);
+      if (id.isEthernet()) {
+         // The largest frame this port takes, at most what the frame size TLV carries.
+         bridging->intfMaxFrameSizeIs(
+             id, std::min<uint32_t>(portMaxMtu, 0xffff - ethOverhead) + ethOverhead);
+         framePorts.insert(id);
+      }
       const bool bridged = publishSwitchport(l, id);
       eth->forwardingModelIs(d.heldByAuthentication(index) ? Interface::forwardingModelDataLink
                              : bridged                     ? Interface::forwardingModelBridged
@@ -242,6 +258,8 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
               [&](const Wire::IntfId& k) { allStatus->intfStatusDel(k); });
    dropExcept(lagStatus->intfStatus(), lags,
               [&](const Wire::IntfId& k) { lagStatus->intfStatusDel(k); });
+   dropExcept(bridging->intfMaxFrameSize(), framePorts,
+              [&](const Wire::IntfId& k) { bridging->intfMaxFrameSizeDel(k); });
    dropExcept(bridging->switchIntfConfig(), switchports,
               [&](const Wire::IntfId& k) { bridging->switchIntfConfigDel(k); });
 
@@ -275,6 +293,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
    for (const auto& [index, list] : m.addrs) {
       const LinkInfo* l = m.link(index);
       if (!l) continue;  // the link's own message is still on its way
+      if (!d.publishable(*l)) continue;
       const Wire::IntfId id = d.idOf(*l);
       std::optional<Wire::IpAddrWithMask> primary;
       std::set<Wire::IpAddrWithMask> secondaries;

@@ -16,6 +16,10 @@ TEST(InputRules, TxDelayIntervalSystemNameAndCapableKinds) {
    for (const char* other : {"Port-Channel1", "Vlan10", "Loopback0"}) {
       EXPECT_FALSE(lldpCapable(Wire::IntfId(other))) << other;
    }
+   EXPECT_TRUE(isLocalMgmtIntf(IntfId("Management1/2"), 1));
+   EXPECT_FALSE(isLocalMgmtIntf(IntfId("Management2/1"), 1));
+   // An Ethernet interface without a front-panel port.
+   EXPECT_FALSE(lldpCapable(IntfId::linux("UnconnectedEthernet1", IntfKind::intfKindEthernet)));
 }
 
 TEST_F(LldpAgentTest, PortGetsItsRecordsAndPacketAccessWhileItTakesPart) {
@@ -31,6 +35,21 @@ TEST_F(LldpAgentTest, PortGetsItsRecordsAndPacketAccessWhileItTakesPart) {
    EXPECT_TRUE(agent->protocolRoot()->protocolSm()->lldpPamSmHas(intf));
    EXPECT_EQ(lp->linkAggregationInfo().status().capable(), true);
    EXPECT_EQ(lp->maximumFrameSizeInfo().maxFrameSize(), 1518);
+   // Each port's own largest frame where the platform knows it, else the bridge's, at
+   // most what the TLV carries.
+   addPort("eth2", 2);
+   bridging->maxFrameSizeIs(9018);
+   bridging->intfMaxFrameSizeIs(intf, 1518);
+   auto frameOf = [&](const char* p) {
+      return local->localPort(eth(p))->maximumFrameSizeInfo().maxFrameSize();
+   };
+   EXPECT_EQ(frameOf("eth1"), 1518);
+   EXPECT_EQ(frameOf("eth2"), 9018);
+   bridging->intfMaxFrameSizeIs(eth("eth2"), 70000);
+   EXPECT_EQ(frameOf("eth2"), 65535);
+   bridging->intfMaxFrameSizeDel(intf);
+   EXPECT_EQ(frameOf("eth1"), 9018);
+   phyDir->intfStatusDel(eth("eth2"));
 
    // Identity: chassis ID is the bridge MAC (the management address tests find it also
    // advertised as the address while there is no other).
@@ -42,6 +61,13 @@ TEST_F(LldpAgentTest, PortGetsItsRecordsAndPacketAccessWhileItTakesPart) {
    agent->cliConfig()->sysNameIs("configured-name");
    EXPECT_EQ(local->sysName().value(), "configured-name");
    EXPECT_TRUE(local->sysCapSupported().bridge() && local->sysCapSupported().router());
+   // Of the enabled capabilities the input side owns the router bit alone.
+   auto routing = db.entityAs<Routing::Config>("routing/config");
+   routing->ipRoutingIs(true);
+   switchport(intf, Bridging::switchportModeAccess, 10);
+   EXPECT_EQ(local->sysCapEnabled().value(), 0x10);
+   routing->ipRoutingIs(false);
+   EXPECT_EQ(local->sysCapEnabled().value(), 0);
 
    // A port whose forwarding model no longer lets LLDP run loses everything.
    eth1->forwardingModelIs(Interface::forwardingModelDiscarded);
@@ -55,16 +81,21 @@ TEST_F(LldpAgentTest, PortGetsItsRecordsAndPacketAccessWhileItTakesPart) {
    // Other kinds never get a port.
    phyDir->intfStatusIs(Wire::IntfId("Port-Channel5"))->forwardingModelIs(4);
    EXPECT_FALSE(portConfig("Port-Channel5"));
-   // The management port's frame size follows its MTU.
+   // The management port's frame size is its largest MTU plus header and check sequence,
+   // whatever MTU it runs with.
    const Wire::IntfId mgmt = Wire::IntfId::linux("mgmt0", Wire::IntfKind::intfKindManagement);
    auto s = phyDir->intfStatusIs(mgmt);
    s->mtuIs(1500);
-   s->maxMtuIs(65535);
+   s->maxMtuIs(1500);
    s->forwardingModelIs(Interface::forwardingModelRouted);
    auto frameSize = [&] { return local->localPort(mgmt)->maximumFrameSizeInfo().maxFrameSize(); };
    EXPECT_EQ(frameSize(), 1518);
-   s->mtuIs(9000);
+   s->maxMtuIs(9000);
    EXPECT_EQ(frameSize(), 9018);
+   s->mtuIs(1400);
+   EXPECT_EQ(frameSize(), 9018);
+   s->maxMtuIs(65535);
+   EXPECT_EQ(frameSize(), 65535);
 }
 
 TEST_F(LldpAgentTest, AdminStatusFollowsGlobalSwitchCliAndSwitchportMode) {
@@ -106,10 +137,38 @@ TEST_F(LldpAgentTest, AdminStatusFollowsGlobalSwitchCliAndSwitchportMode) {
    EXPECT_EQ(lp2->linkAggregationInfo().aggregatedPortId(), 77u);
    cli->cliPortConfigDel(eth("eth2"));  // back to transmit and receive, suppressed
    EXPECT_EQ(admin("eth2"), 2);
+   // In two aggregates at once the lower one governs; leaving it hands the port back.
+   const IntfId bond0 = IntfId::linux("bond0", IntfKind::intfKindPortChannel);
+   switchport(bond0, Bridging::switchportModeAccess, 40);
+   allIntf->intfStatusIs(bond0)->ifIndexIs(76);
+   lagDir->intfStatusIs(bond0)->memberIs(eth("eth2"), true);
+   const auto* lags = agent->inputRoot()->portToLagsMap(eth("eth2"));
+   ASSERT_TRUE(lags);
+   EXPECT_EQ(lags->lagId(), (std::set<IntfId>{bond0, bond1}));
+   EXPECT_EQ(agent->inputRoot()->portToLag(eth("eth2")), bond0);
+   EXPECT_EQ(lp2->portVlanId(), 40);
+   EXPECT_EQ(lp2->linkAggregationInfo().aggregatedPortId(), 76u);
+   EXPECT_EQ(admin("eth2"), 3);
+   lagDir->intfStatusIs(bond0)->memberDel(eth("eth2"));
+   EXPECT_EQ(lp2->portVlanId(), 30);
+   EXPECT_EQ(lp2->linkAggregationInfo().aggregatedPortId(), 77u);
    lagDir->intfStatusDel(bond1);
+   EXPECT_FALSE(agent->inputRoot()->portToLagsMap(eth("eth2")));
    EXPECT_EQ(admin("eth2"), 3);
    EXPECT_EQ(lp2->portVlanId(), 20);
    EXPECT_FALSE(lp2->linkAggregationInfo().status().enabled());
+
+   // The operator's settings for a port go: admin status back to transmit and receive even
+   // with LLDP off, and its network policies stay until the port is synced again.
+   auto port3 = cli->cliPortConfigIs(eth("eth3"));
+   port3->networkPolicyConfigIs(policy(1, 100));
+   EXPECT_EQ(portConfig("eth3")->networkPolicyConfig().size(), 1u);
+   cli->enabledIs(false);
+   switchport(eth("eth3"), Bridging::switchportModeAccess);
+   EXPECT_EQ(admin("eth3"), 4);
+   cli->cliPortConfigDel(eth("eth3"));
+   EXPECT_EQ(admin("eth3"), 3);
+   EXPECT_EQ(portConfig("eth3")->networkPolicyConfig().size(), 1u);
 }
 
 TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
@@ -139,6 +198,14 @@ TEST_F(LldpAgentTest, VlanNamesFollowMembershipNamesAggregatesAndTheSwitch) {
    EXPECT_EQ(names("eth1"), (Names{{20, "data"}}));
    v10->nameIs("voice");
    EXPECT_EQ(names("eth1"), (Names{{10, "voice"}, {20, "data"}}));
+   // A port the bridge promoted into the VLAN on its own is left as it is.
+   v20->promotedPortIs(eth("eth3"), true);
+   v20->memberIs(eth("eth3"), true);
+   addPort("eth3", 3);
+   EXPECT_TRUE(names("eth3").empty());
+   EXPECT_TRUE(traced(" because it is promotedPort"));
+   v20->memberDel(eth("eth3"));
+   phyDir->intfStatusDel(eth("eth3"));
 
    // A rename reaches every port carrying the VLAN; leaving it or the VLAN going removes it.
    v20->nameIs("bulk");
@@ -284,6 +351,24 @@ TEST_F(LldpAgentTest, BypassLetsHeldPortsRun802dot1xForAllMacsecPerPort) {
    dot1x->lldpBypassIs(true);
    portUp("eth1", Interface::forwardingModelDiscarded);
    EXPECT_FALSE(local->localPort(eth("eth1")));
+}
+
+// A standby supervisor only wants packet access on its LLDP-capable ports.
+TEST(StandbyPorts, OnlyCapablePortsAreWantedAndNothingStaysBehind) {
+   auto root = Vel::make<Root>();
+   auto desired = Vel::make<Interface::PamDesiredIntfDir>();
+   root->desiredIntfDirIs(desired);
+   auto phy = Vel::make<Interface::EthPhyIntfStatusDir>();
+   phy->intfStatusIs(IntfId("Ethernet1"));
+   phy->intfStatusIs(IntfId::linux("UnconnectedEthernet2", IntfKind::intfKindEthernet));
+   root->standbyEthIntfStatusDirSmIs(phy);
+   EXPECT_EQ(desired->intfDesired().size(), 1u);
+   phy->intfStatusIs(IntfId("Management1/1"));
+   EXPECT_TRUE(desired->intfDesired(IntfId("Management1/1")));
+   phy->intfStatusDel(IntfId("Ethernet1"));
+   EXPECT_FALSE(desired->intfDesired(IntfId("Ethernet1")));
+   root->doClose();
+   EXPECT_TRUE(desired->intfDesired().empty());
 }
 
 // The operator's request to empty the neighbour tables: served once per request time,

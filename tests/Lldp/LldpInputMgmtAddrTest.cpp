@@ -36,11 +36,37 @@ TEST(ManAddrPriority, KindsRankBeforeNumbersForSwitchAndLinuxNames) {
    EXPECT_EQ(priorityOf(linux("eth0.100", IntfKind::intfKindVlan), &vlan), 1531879u);
    EXPECT_EQ(vlan, 100);
    EXPECT_EQ(priorityOf(linux("br0", IntfKind::intfKindVlan)), 1531780u);  // the SVI
-   // Numbers beyond a kind's range stay inside it rather than stop the agent.
-   EXPECT_EQ(priorityOf(linux("eth4000", IntfKind::intfKindEthernet)), 3394u + 32 * 127);
-   EXPECT_LT(priorityOf(IntfId("Loopback999999")), managementPriorityBase);
-   EXPECT_LT(priorityOf(IntfId("Ethernet0")), portChannelPriorityBase);
-   EXPECT_GE(priorityOf(IntfId("Ethernet0")), ethernetPriorityBase);
+   // Linux numbers fill the modules in turn: ens160 is module 1, port 33.
+   EXPECT_EQ(priorityOf(linux("ens160", IntfKind::intfKindEthernet)), 3394u + 32 * (128 + 32));
+   EXPECT_EQ(priorityOf(linux("mgmt12", IntfKind::intfKindManagement)), 2103u + 10 + 3);
+   // VLANs outside 1..4094 rank 0, with no VLAN; numbers outside a kind's range stop the
+   // agent, each check in its turn.
+   EXPECT_EQ(priorityOf(IntfId("Vlan4095"), &vlan), 0u);
+   EXPECT_EQ(vlan, 0);
+   EXPECT_DEATH(priorityOf(IntfId("Loopback2101")),
+                "manAddrPriority->primaryPriority\\(\\) < managementPriorityBase");
+   EXPECT_DEATH(priorityOf(IntfId("Management130/1")),
+                "manAddrPriority->primaryPriority\\(\\) < ethernetPriorityBase");
+   EXPECT_DEATH(priorityOf(IntfId("Management1/11")), "port <= mgmtIntfPerSlot");
+   EXPECT_DEATH(priorityOf(IntfId("Ethernet130/1/0")),
+                "manAddrPriority->primaryPriority\\(\\) < portChannelPriorityBase");
+   EXPECT_DEATH(priorityOf(IntfId("Ethernet129/1/0")), "slotId <= maxSlotId");
+   EXPECT_DEATH(priorityOf(IntfId("Ethernet1/129/0")), "port <= phyIntfPerSlot");
+   EXPECT_DEATH(priorityOf(IntfId("Port-Channel1000000")),
+                "manAddrPriority->primaryPriority\\(\\) < vlanPriorityBase");
+   // A Linux name never does: past the last module it starts over.
+   EXPECT_EQ(priorityOf(linux("eth16512", IntfKind::intfKindEthernet)), 3394u);
+   EXPECT_EQ(priorityOf(linux("enx00e04c680001", IntfKind::intfKindEthernet)),
+             3394u + 32 * (128 * (680001 % 16512 / 128) + 680001 % 128));
+   // What the platform lets through never trips them.
+   for (const char* name : {"Loopback2100", "Management128/10", "Ethernet128/128/31",
+                            "Port-Channel999999", "Vlan4094"}) {
+      EXPECT_TRUE(Interface::intfNumbersInRange(IntfId(name))) << name;
+      EXPECT_GT(priorityOf(IntfId(name)), 0u) << name;
+   }
+   for (const char* name : {"Loopback2101", "Management1/11", "Ethernet129/1/0", "Ethernet0"}) {
+      EXPECT_FALSE(Interface::intfNumbersInRange(IntfId(name))) << name;
+   }
 }
 
 class MgmtAddrTest : public LldpAgentTest {
@@ -117,20 +143,24 @@ TEST_F(MgmtAddrTest, FallbackPriorityOrderSecondariesAndModes) {
    EXPECT_EQ(config->maxTxMgmtAddrs(), 1u);
    EXPECT_EQ(order().front(), "192.0.2.2#12");
    EXPECT_EQ(local->managementAddressPrio().begin()->first.primaryPriority(), 1u);
-   // Back to the best address: eth2's entry returns to its own place.
+   // Back to the best address: the interface named last keeps its place.
    agent->cliConfig()->mgmtAddrTxModeIs(Lldp::mgmtAddrTxModeBest);
-   EXPECT_EQ(order().front(), "198.51.100.1#1");
-   EXPECT_EQ(order().back(), "192.0.2.2#12");
+   EXPECT_EQ(config->maxTxMgmtAddrs(), 1u);
+   EXPECT_EQ(order().front(), "192.0.2.2#12");
+   EXPECT_EQ(local->managementAddressPrio().begin()->first.primaryPriority(), 1u);
 
    // A secondary goes; the primary changes; the last address goes: the fallback is back.
    eth1->secondaryWithMaskDel(v4("203.0.113.9"));
    eth1->activeAddrWithMaskIs(v4("192.0.2.11"));
-   EXPECT_EQ(order(), (V{"198.51.100.1#1", "192.0.2.11#11", "198.51.100.7#11", "192.0.2.2#12"}));
+   EXPECT_EQ(order(), (V{"192.0.2.2#12", "198.51.100.1#1", "192.0.2.11#11", "198.51.100.7#11"}));
    ip->ipIntfStatusDel(linux("lo", IntfKind::intfKindLoopback));
    ip->ipIntfStatusDel(eth("eth1"));
    EXPECT_EQ(order(), V{"192.0.2.2#12"});
    eth2->activeAddrWithMaskIs({});
    EXPECT_EQ(order(), V{"02:00:00:00:aa:01"});
+   // The bridge MAC stands in whatever it is.
+   bridging->bridgeMacAddrIs({});
+   EXPECT_EQ(order(), V{"00:00:00:00:00:00"});
 }
 
 TEST_F(MgmtAddrTest, DuplicateAddressIsTakenOverWithoutAGap) {
@@ -200,6 +230,7 @@ TEST_F(MgmtAddrTest, OneStableIpv6Address) {
    EXPECT_EQ(advertised(), "2001:db8::10");
    ip6->intfDel(eth("eth2"));
    EXPECT_EQ(local->ip6ManagementAddress(), Lldp::ManagementAddress());
+   EXPECT_TRUE(traced("ipv6 management address removed "));
 }
 
 }  // namespace

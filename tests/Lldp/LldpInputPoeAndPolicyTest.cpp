@@ -132,10 +132,13 @@ TEST_F(LldpAgentTest, AdvertisedOnlyOnRequestWhileSelectedWithoutRedundantSignal
    cli->networkPolicyConfigIs(policy(1, 100, 6));
    EXPECT_EQ(advertised(), (std::vector<int>{1, 2, 6, 8}));
 
-   // The phone gone, nothing is advertised; the operator's settings gone, no capability.
+   // The phone gone, nothing is advertised. The operator's settings gone, the policies stay
+   // until the port is synced again (LLDP switched off here); then no capability.
    phoneAsks(false);
    EXPECT_TRUE(advertised().empty());
    agent->cliConfig()->cliPortConfigDel(eth("eth1"));
+   EXPECT_FALSE(config->portConfig(eth("eth1"))->networkPolicyConfig().empty());
+   agent->cliConfig()->enabledIs(false);
    EXPECT_TRUE(port()->medCapabilities().capabilities().lldpMedCapabilities());
    EXPECT_FALSE(port()->medCapabilities().capabilities().networkPolicy());
    EXPECT_TRUE(config->portConfig(eth("eth1"))->networkPolicyConfig().empty());

@@ -444,6 +444,77 @@ TEST_F(LinuxPlatformModelTest, BondsVrfsAndInterfaceKinds) {
    EXPECT_TRUE(pub.bridging->vlanConfig().empty());
 }
 
+// This kernel has no bonds: the link messages it would send for one and its members, and
+// for ports whose numbers do not fit a switch's numbering.
+TEST_F(LinuxPlatformModelTest, BondMembersFrameSizesAndNumbersFromLinkMessages) {
+   const auto linkMsg = [&](int index, const char* name, const char* kind, int master,
+                            uint32_t maxMtu) {
+      ifinfomsg ifi{};
+      ifi.ifi_index = index;
+      ifi.ifi_type = ARPHRD_ETHER;
+      EXPECT_TRUE(apply(m, RTM_NEWLINK, &ifi, sizeof(ifi), [&](nl_msg* msg) {
+         nla_put_string(msg, IFLA_IFNAME, name);
+         nla_put_u32(msg, IFLA_MTU, 1500);
+         nla_put_u32(msg, IFLA_MAX_MTU, maxMtu);
+         nla_put_u8(msg, IFLA_OPERSTATE, IF_OPER_UP);
+         if (master) nla_put_u32(msg, IFLA_MASTER, uint32_t(master));
+         if (*kind) {
+            nlattr* info = nla_nest_start(msg, IFLA_LINKINFO);
+            nla_put_string(msg, IFLA_INFO_KIND, kind);
+            nla_nest_end(msg, info);
+         }
+      }));
+   };
+   linkMsg(10, "bond0", "bond", 0, 65535);
+   linkMsg(2, "eth0", "", 10, 1500);
+   linkMsg(3, "eth1", "", 10, 9216);
+   linkMsg(4, "veth0", "veth", 0, 65535);
+   linkMsg(5, "ens160", "", 0, 9000);
+   linkMsg(6, "Ethernet200", "", 0, 1500);      // a switch-style name out of range
+   linkMsg(7, "enx00e04c680001", "", 0, 1500);  // a USB NIC named after its MAC
+   pub.publish(m, {});
+
+   auto lag = pub.lagStatus->intfStatus(IntfId("bond0"));
+   ASSERT_TRUE(lag);
+   EXPECT_EQ(lag->member().size(), 2u);
+   EXPECT_TRUE(lag->member(IntfId("eth0")) && lag->member(IntfId("eth1")));
+   // Each port's largest frame: its own largest MTU with header and check sequence, at most
+   // what the frame size TLV carries.
+   const auto frame = [&](const char* name) {
+      const uint32_t* size = pub.bridging->intfMaxFrameSize(IntfId(name));
+      return size ? *size : 0u;
+   };
+   EXPECT_EQ(frame("eth0"), 1518u);
+   EXPECT_EQ(frame("eth1"), 9234u);
+   EXPECT_EQ(frame("veth0"), 65535u);
+   EXPECT_EQ(frame("ens160"), 9018u);
+   EXPECT_EQ(frame("bond0"), 0u);
+   // Interfaces outside the numbering are not published at all; the rest fit it.
+   EXPECT_FALSE(pub.allStatus->intfStatus(IntfId("Ethernet200")));
+   EXPECT_FALSE(pub.ethStatus->intfStatus(IntfId("Ethernet200")));
+   EXPECT_TRUE(pub.ethStatus->intfStatus(IntfId("enx00e04c680001")));
+   EXPECT_EQ(pub.allStatus->intfStatus().size(), 6u);
+   for (const auto& [id, st] : pub.allStatus->intfStatus()) {
+      EXPECT_TRUE(Interface::intfNumbersInRange(st->intfId())) << id;
+   }
+
+   // A member leaves (its next message has no master), then the bond goes.
+   linkMsg(3, "eth1", "", 0, 9216);
+   pub.publish(m, {});
+   EXPECT_EQ(lag->member().size(), 1u);
+   ifinfomsg bond{};
+   bond.ifi_index = 10;
+   EXPECT_TRUE(apply(m, RTM_DELLINK, &bond, sizeof(bond)));
+   pub.publish(m, {});
+   EXPECT_FALSE(pub.lagStatus->intfStatus(IntfId("bond0")));
+   // The port's own size goes with the port.
+   ifinfomsg gone{};
+   gone.ifi_index = 4;
+   EXPECT_TRUE(apply(m, RTM_DELLINK, &gone, sizeof(gone)));
+   pub.publish(m, {});
+   EXPECT_EQ(frame("veth0"), 0u);
+}
+
 // What the kernel test cannot make: a secondary reported before the primary, deprecated,
 // temporary and failed IPv6 addresses. (The loopback's and tentative addresses are
 // checked against the kernel.)
