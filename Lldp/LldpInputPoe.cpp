@@ -39,14 +39,11 @@ bool moreRecent(const Lldp::RemoteSystem& a, const Lldp::RemoteSystem& b) {
 }  // namespace
 
 Vel::Ptr<const Lldp::RemoteSystem> findRemoteSystemWithPowerRequest(
-    const Lldp::PortStatus& portStatus) {
+    const Lldp::PortStatus& portStatus, const std::set<int>& requesting) {
    const Wire::IntfId& intf = portStatus.intfId();
    const char* fn = "PoeSm::findRemoteSystemWithPowerRequest( ";
    Vel::Ptr<const Lldp::RemoteSystem> best;
-   size_t found = 0;
-   for (const auto& [index, r] : portStatus.remoteSystem()) {
-      if (shouldPoeDataFromPowerViaMdiBePublished(*r)) ++found;
-   }
+   const size_t found = requesting.size();
    if (found == 0) {
       VEL_TRACE(traceLldpAgent, 8,
                 fn << intf << " )"
@@ -58,8 +55,8 @@ Vel::Ptr<const Lldp::RemoteSystem> findRemoteSystemWithPowerRequest(
                 fn << intf << " )"
                    << ": found " << found << " RemoteSystems, choosing best one");
    }
-   for (const auto& [index, r] : portStatus.remoteSystem()) {
-      if (!shouldPoeDataFromPowerViaMdiBePublished(*r)) continue;
+   for (int index : requesting) {
+      Vel::Ptr<const Lldp::RemoteSystem> r = portStatus.remoteSystem(index);
       if (!best) {
          best = r;
          continue;
@@ -218,6 +215,20 @@ void PoeSm::doSyncPortFromAgents(const Wire::IntfId& intf) {
    lp->localPortPoeInfo()->poePortStatusIs({});
 }
 
+void PoeSm::PortStatusReactor::requestingIs(int index) {
+   const auto remote = notifier()->remoteSystem(index);
+   if (remote && Poe::shouldPoeDataFromPowerViaMdiBePublished(*remote)) {
+      requesting.insert(index);
+   } else {
+      requesting.erase(index);
+   }
+}
+
+void PoeSm::PortStatusReactor::remoteSystemChanged(const int& index) {
+   requestingIs(index);
+   sm->handleRemoteSystem(intf);
+}
+
 void PoeSm::handlePortStatus(const Wire::IntfId& intf) {
    auto ps = root_->status()->portStatus(intf);
    auto& reactor = portStatusReactor_[intf];
@@ -228,6 +239,7 @@ void PoeSm::handlePortStatus(const Wire::IntfId& intf) {
       reactor->sm = this;
       reactor->intf = intf;
       reactor->notifierIs(ps);
+      for (const auto& [index, remote] : ps->remoteSystem()) reactor->requestingIs(index);
    }
    // The port's records are complete once its status exists (the local port's PoE record
    // is filled in after the local port itself appears).
@@ -252,8 +264,11 @@ void PoeSm::handleRemoteSystem(const Wire::IntfId& intf) {
    auto ps = root_->status()->portStatus(intf);
    auto lp = root_->localSystem()->localPort(intf);
    auto poe = lp ? lp->localPortPoeInfo() : nullptr;
+   const auto reactor = portStatusReactor_.find(intf);
    Vel::Ptr<const Lldp::RemoteSystem> remote =
-       ps && poe ? Poe::findRemoteSystemWithPowerRequest(*ps) : nullptr;
+       ps && poe && reactor != portStatusReactor_.end() && reactor->second
+           ? Poe::findRemoteSystemWithPowerRequest(*ps, reactor->second->requesting)
+           : nullptr;
    if (remote) {
       const Lldp::PowerRequest request({.intfId = intf,
                                         .remoteIndex = remote->index(),

@@ -19,6 +19,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "Framework/Vel/Dir.h"
@@ -34,9 +35,11 @@ namespace Poe {
 
 // Whether a neighbour's Power via MDI data is a powered device's request.
 bool shouldPoeDataFromPowerViaMdiBePublished(const Lldp::RemoteSystem& remote);
-// The neighbour whose request the port answers; null for none.
+// The neighbour whose request the port answers; null for none. `requesting` holds the
+// indexes of the port's neighbours that send a request, in index order: the choice looks
+// at them alone, however many neighbours the port has.
 Vel::Ptr<const Lldp::RemoteSystem> findRemoteSystemWithPowerRequest(
-    const Lldp::PortStatus& portStatus);
+    const Lldp::PortStatus& portStatus, const std::set<int>& requesting);
 // The power agent's report of a port becomes the port's PoE record.
 void updateLocalPortFromPowerAgent(Lldp::LocalSystem& localSystem, const Wire::IntfId& intf,
                                    const Environment::Power::PoePortStatus::PortStatus& status);
@@ -95,7 +98,10 @@ private:
    struct PortStatusReactor : Lldp::PortStatus::Notifiee {
       PoeSm* sm;
       Wire::IntfId intf;
-      void remoteSystemChanged(const int&) override { sm->handleRemoteSystem(intf); }
+      // The neighbours that send a power request, kept one changed neighbour at a time.
+      std::set<int> requesting;
+      void requestingIs(int index);
+      void remoteSystemChanged(const int& index) override;
    };
    struct LocalSystemReactor : Lldp::LocalSystem::Notifiee {
       PoeSm* sm;
