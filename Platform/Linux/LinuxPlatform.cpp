@@ -39,7 +39,7 @@ void LinuxPlatform::SockFree::operator()(nl_sock* s) const {
 }
 
 LinuxPlatform::LinuxPlatform(const Options& options, Vel::StateDb& db)
-    : options_(options), publisher_(db) {}
+    : options_(options), publisher_(db), bridgeCapability_(db) {}
 
 LinuxPlatform::~LinuxPlatform() {
    reactor_.reset();
@@ -192,6 +192,7 @@ void LinuxPlatform::readForwardingFile() {
 void LinuxPlatform::publish() {
    if (!netconfDumped_) readForwardingFile();
    publisher_.publish(model_, options_);
+   bridgeCapability_.bridgingIs(publisher_.anyBridgePort);
 }
 
 int LinuxPlatform::eventFd() const {

@@ -22,6 +22,7 @@
 
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Vel/StateDb.h"
+#include "Platform/Linux/BridgeCapabilitySm.h"
 #include "Platform/Linux/NetlinkModel.h"
 #include "Platform/Linux/PlatformPublisher.h"
 
@@ -74,6 +75,7 @@ private:
 
    Options options_;
    PlatformPublisher publisher_;
+   BridgeCapabilitySm bridgeCapability_;
    NetModel model_;
    bool netconfDumped_ = false;
    uint64_t resyncs_ = 0;

@@ -197,6 +197,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
       return sp.bridged;
    };
 
+   bool anyBridged = false;
    std::set<Wire::IntfId> framePorts;
    for (const auto& [index, l] : m.links) {
       if (!d.publishable(l)) continue;
@@ -221,7 +222,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
          for (const auto& member : members) lag->memberIs(member, true);
          dropExcept(lag->member(), members, [&](const Wire::IntfId& k) { lag->memberDel(k); });
          lags.insert(id);
-         publishSwitchport(l, id);
+         anyBridged |= publishSwitchport(l, id);
       }
       if (!isPortLink(l)) continue;
       if (!l.mac.isZero()) {
@@ -243,6 +244,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
          framePorts.insert(id);
       }
       const bool bridged = publishSwitchport(l, id);
+      anyBridged |= bridged;
       eth->forwardingModelIs(d.heldByAuthentication(index) ? Interface::forwardingModelDataLink
                              : bridged                     ? Interface::forwardingModelBridged
                                                            : Interface::forwardingModelRouted);
@@ -262,6 +264,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
               [&](const Wire::IntfId& k) { bridging->intfMaxFrameSizeDel(k); });
    dropExcept(bridging->switchIntfConfig(), switchports,
               [&](const Wire::IntfId& k) { bridging->switchIntfConfigDel(k); });
+   anyBridgePort = anyBridged;
 
    // The system MAC: configured, else the one bridge's, else the lowest port MAC (over
    // all Ethernet ports, whatever the port pattern, so it does not move with it).

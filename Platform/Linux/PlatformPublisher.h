@@ -49,6 +49,8 @@ public:
    Routing::Config::Ptr routing;
    System::NetStatus::Ptr netStatus;
    EntityMib::SysDescr::Ptr sysDescr;
+   // Whether any port or bond was a bridge port at the last publish.
+   bool anyBridgePort = false;
 };
 
 }  // namespace Platform::Linux

@@ -26,6 +26,7 @@
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Vel/StateDb.h"
 #include "Platform/Linux/LinuxPlatform.h"
+#include "Records/LldpLocalSystem.h"
 #include "tests/Support/IpCmd.h"
 #include "tests/Support/NetNs.h"
 
@@ -181,6 +182,13 @@ TEST_F(LinuxPlatformTest, BridgePortsVlanNamesAndSystemMac) {
              s->forwardingModel() == Interface::forwardingModelBridged;
    }));
    EXPECT_EQ(pub->bridging->bridgeMacAddr(), brMac);  // the one bridge's
+   // A host with bridge ports is a bridge, in the capabilities the agent advertises; the
+   // bit comes back when the agent clears its capabilities to compute them afresh.
+   auto local = Vel::StateDb::instance().mount<Lldp::LocalSystem>("l2discovery/lldp/localSystem");
+   EXPECT_TRUE(waitFor([&] { return local->sysCapEnabled().bridge(); }));
+   local->sysCapEnabledIs({});
+   EXPECT_TRUE(local->sysCapEnabled().bridge());
+   EXPECT_FALSE(local->sysCapEnabled().router());
    // The bridge is an interface, not a port.
    EXPECT_FALSE(ethStatus("br0"));
    EXPECT_TRUE(pub->allStatus->intfStatus(IntfId("br0")));
@@ -209,6 +217,8 @@ TEST_F(LinuxPlatformTest, BridgePortsVlanNamesAndSystemMac) {
    });
    EXPECT_EQ(sw()->nativeVlan(), 0);
    EXPECT_EQ(vlans.at(1)->member().size(), 1u);
+   EXPECT_TRUE(local->sysCapEnabled().bridge());  // p1 still is a bridge port
+   change("ip link set p1 nomaster", [&] { return !local->sysCapEnabled().bridge(); });
 
    // A second bridge: no single bridge MAC any more, the lowest port MAC instead.
    in("ip link add br1 type bridge");
