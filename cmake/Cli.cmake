@@ -18,8 +18,10 @@ target_link_libraries(lldp-cli PRIVATE cli_text control_socket)
 
 if(COMMAND lldp_test)
   # The daemons' end-to-end test drives them through the command line.
-  target_compile_definitions(daemon_tests PRIVATE LLDP_CLI="$<TARGET_FILE:lldp-cli>")
-  add_dependencies(daemon_tests lldp-cli)
+  foreach(t daemon_tests timing_tests)
+    target_compile_definitions(${t} PRIVATE LLDP_CLI="$<TARGET_FILE:lldp-cli>")
+    add_dependencies(${t} lldp-cli)
+  endforeach()
   file(GLOB CLI_TESTS CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/Cli/*Test.cpp)
   if(CLI_TESTS)
     lldp_test(cli_tests ${CLI_TESTS})
