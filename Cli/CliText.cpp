@@ -325,7 +325,9 @@ std::string statisticsText(const Json& view) {
                      str(view, "remTablesDeletes") + " deletes, " + str(view, "remTablesDrops") +
                      " drops, " + str(view, "remTablesAgeouts") + " age-outs\n";
    out += "Last change " + ago("remTablesLastChangeTime") + ", last cleared " +
-          ago("remTablesLastClearTime") + "\n\n";
+          ago("remTablesLastClearTime") + "\n";
+   out += "Frames the kernel dropped before the agent read them: " +
+          str(view, "rxFramesDroppedByKernel") + "\n\n";
    Table t({"Interface", "TxFrames", "RxFrames", "RxDiscarded", "RxErrors", "TLVsDiscarded",
             "TLVsUnknown", "Ageouts", "RateLimited", "NbrRefused", "TxTooLong", "TxNoMem",
             "TxErrors"});

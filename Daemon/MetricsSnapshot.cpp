@@ -90,6 +90,7 @@ void MetricsSnapshotBuilder::start(double clockNow, double unixNow) {
    snap_.remTablesDeletes = status_->remTablesDeletes();
    snap_.remTablesDrops = status_->remTablesDrops();
    snap_.remTablesAgeouts = status_->remTablesAgeouts();
+   snap_.rxFramesDroppedByKernel = status_->rxFramesDroppedByKernel();
    snap_.remTablesLastChangeTime = status_->remTablesLastChangeTime();
    // Room for the whole table now, so that no later slice copies what earlier ones took.
    size_t total = 0;
@@ -261,6 +262,10 @@ std::vector<MetricFamily> metricFamilies(const MetricsSnapshot& snap) {
        {"lldp_remote_tables_drops_total", "Neighbours not added for lack of room.",
         snap.remTablesDrops},
        {"lldp_remote_tables_ageouts_total", "Neighbours aged out.", snap.remTablesAgeouts},
+       {"lldp_rx_frames_dropped_by_kernel_total",
+        "LLDP frames the kernel dropped before the agent read them (its receive ring was "
+        "full); the kernel does not say on which port.",
+        snap.rxFramesDroppedByKernel},
    };
    for (const auto& g : global) {
       MetricFamily f = family(g.name, g.help, MetricType::Counter);

@@ -53,6 +53,7 @@ struct MetricsSnapshot {
    std::vector<Neighbor> neighbors;
    std::string bytes;
    uint32_t remTablesInserts = 0, remTablesDeletes = 0, remTablesDrops = 0, remTablesAgeouts = 0;
+   uint32_t rxFramesDroppedByKernel = 0;
    // Times on the agent's clock; `clockToUnix` turns them into seconds since the epoch.
    double remTablesLastChangeTime = 0, remTablesLastClearTime = 0, clockToUnix = 0;
    std::string localChassisId, localSysName;  // formatted: there are only two

@@ -69,6 +69,10 @@ void StatusAccumulatorSm::handleRemTablesAgeouts() {
    allStatus_->remTablesAgeoutsIs(sum(&Lldp::StatusBase::remTablesAgeouts));
 }
 
+void StatusAccumulatorSm::handleRxFramesDroppedByKernel() {
+   allStatus_->rxFramesDroppedByKernelIs(sum(&Lldp::StatusBase::rxFramesDroppedByKernel));
+}
+
 void StatusAccumulatorSm::handleRemTablesLastChangeTime() {
    Vel::Seconds t = lldpStatusLocal_->remTablesLastChangeTime();
    // The later of the two; on a tie the local value.
@@ -90,6 +94,7 @@ void StatusAccumulatorSm::handleLldpStatusRemote() {
    handleRemTablesDeletes();
    handleRemTablesDrops();
    handleRemTablesAgeouts();
+   handleRxFramesDroppedByKernel();
    handleRemTablesLastChangeTime();
 }
 
@@ -109,6 +114,7 @@ Agent::Agent(std::string name, Options options, Vel::StateDb& db)
    if (!options_.pamFactory) {
       options_.pamFactory = Platform::Linux::LinuxPam::factory();
       options_.filterByNetNs = true;
+      linuxSockets_ = true;
    }
 }
 
@@ -189,6 +195,13 @@ void Agent::doMountsComplete() {
    VEL_TRACE(traceLldpAgent, 4, "Agent::doMountsComplete()");
    VEL_ASSERT(lldpStatusLocal_, "lldpStatusLocal()");
    mountsComplete_ = true;
+   if (linuxSockets_) {
+      // Frames the kernel could not queue for us are counted too, for the whole agent:
+      // the receive ring is shared by every port, so the kernel cannot say whose they were.
+      Platform::Linux::LinuxPam::kernelDropsHandlerIs([status = lldpStatusLocal_](uint64_t n) {
+         status->rxFramesDroppedByKernelInc(unsigned(n));
+      });
+   }
    doMountsCompleteStep2();
 }
 
@@ -293,6 +306,7 @@ void Agent::doCleanup() {
    inputRoot_ = nullptr;
    protocolRoot_ = nullptr;
    mountsComplete_ = false;
+   if (linuxSockets_) Platform::Linux::LinuxPam::kernelDropsHandlerIs(nullptr);
    doReleaseMounts();
 }
 

@@ -33,6 +33,7 @@ public:
    void handleRemTablesDeletes();
    void handleRemTablesDrops();
    void handleRemTablesAgeouts();
+   void handleRxFramesDroppedByKernel();
    void handleRemTablesLastChangeTime();
    void handleMgmtAddrVrf();
    void handleLldpStatusRemote();
@@ -46,6 +47,7 @@ private:
       void remTablesDeletesChanged() override { sm->handleRemTablesDeletes(); }
       void remTablesDropsChanged() override { sm->handleRemTablesDrops(); }
       void remTablesAgeoutsChanged() override { sm->handleRemTablesAgeouts(); }
+      void rxFramesDroppedByKernelChanged() override { sm->handleRxFramesDroppedByKernel(); }
       void remTablesLastChangeTimeChanged() override { sm->handleRemTablesLastChangeTime(); }
       void mgmtAddrVrfChanged() override {
          if (local) sm->handleMgmtAddrVrf();
@@ -112,6 +114,8 @@ private:
    Options options_;
    Vel::StateDb& db_;
    bool mountsComplete_ = false;
+   // Packet access through the Linux sockets (the default factory).
+   bool linuxSockets_ = false;
    std::unique_ptr<Vel::StateDb::MountGroup> mountGroup_;
 
    Lldp::CliConfig::Ptr cliConfig_;

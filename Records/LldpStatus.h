@@ -57,6 +57,7 @@ class PortStatus : public Vel::Entity {
    COUNTER(uint32_t, remTablesDeletes)                                        \
    COUNTER(uint32_t, remTablesDrops)                                          \
    COUNTER(uint32_t, remTablesAgeouts)                                        \
+   COUNTER(uint32_t, rxFramesDroppedByKernel)                                 \
    ATTR(Vel::Seconds, remTablesLastChangeTime, 0)                             \
    ATTR(Vel::Seconds, lastPacketParsedTime, 0)                                \
    ATTR(L3::VrfName, mgmtAddrVrf, {})

@@ -67,6 +67,12 @@ public:
       if (it != ports_.end() && it->second == pam) ports_.erase(it);
    }
    uint64_t dropsRingFull();
+   // Reads (and so resets) the kernel's drop count, adds it up and reports it.
+   void readDrops();
+   static LinuxPam::KernelDropsHandler& kernelDropsHandler() {
+      static auto* handler = new LinuxPam::KernelDropsHandler;
+      return *handler;
+   }
 
 private:
    explicit LinuxPamRing(const LinuxPam::Options& options) : options_(options) {}
@@ -218,12 +224,23 @@ void LinuxPamRing::handleReadable() {
       __atomic_store_n(&desc->hdr.bh1.block_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
       cur_ = (cur_ + 1) % options_.blockCount;
    }
+   // Frames that found the ring full are gone; each wake-up asks how many (one system
+   // call per pass over the ring, not per frame), so that every frame is read or counted.
+   readDrops();
+}
+
+void LinuxPamRing::readDrops() {
+   tpacket_stats_v3 st{};
+   socklen_t len = sizeof(st);
+   if (::getsockopt(fd_, SOL_PACKET, PACKET_STATISTICS, &st, &len) != 0 || st.tp_drops == 0) {
+      return;
+   }
+   ringDrops_ += st.tp_drops;
+   if (const auto& handler = kernelDropsHandler()) handler(st.tp_drops);
 }
 
 uint64_t LinuxPamRing::dropsRingFull() {
-   tpacket_stats_v3 st{};
-   socklen_t len = sizeof(st);
-   if (::getsockopt(fd_, SOL_PACKET, PACKET_STATISTICS, &st, &len) == 0) ringDrops_ += st.tp_drops;
+   readDrops();
    return ringDrops_;
 }
 
@@ -414,6 +431,10 @@ Wire::PamMan::Factory LinuxPam::factory(const Options& ring) {
       options.settings = settings;
       return Vel::Ptr<Wire::Pam>(open(intf, options, error));
    };
+}
+
+void LinuxPam::kernelDropsHandlerIs(KernelDropsHandler handler) {
+   LinuxPamRing::kernelDropsHandler() = std::move(handler);
 }
 
 uint64_t LinuxPam::rxDropsRingFull() {

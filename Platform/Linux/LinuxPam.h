@@ -36,6 +36,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <string>
 
 #include "Framework/Vel/EventLoop.h"
@@ -89,6 +90,11 @@ public:
    // Frames the kernel dropped because the shared ring was full, for all its ports (read
    // from the socket's statistics, which the kernel clears on each read, so it is kept).
    uint64_t rxDropsRingFull();
+   // Reports the frames the kernel dropped because the shared receive ring was full, as
+   // they are found (after each pass over the ring), to whoever counts them; the kernel
+   // does not say for which interface. Null: nobody.
+   using KernelDropsHandler = std::function<void(uint64_t frames)>;
+   static void kernelDropsHandlerIs(KernelDropsHandler handler);
    // Frames kept for a reader that was not there (or did not take them at once) at most;
    // more are dropped and counted as frames for which no packet was free. Each holds a
    // packet, so a port nobody reads costs a bounded amount of memory.

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "tests/Support/AgentProcess.h"
+#include "tests/Support/Frames.h"
 #include "tests/Support/IpCmd.h"
 #include "tests/Support/NetNs.h"
 #include "tests/Support/Poll.h"
@@ -180,6 +181,50 @@ TEST(LldpAgentEndToEnd, TwoAgentsOnTwoLinks) {
    ::close(notifyFd);
    ::unlink(notifyPath.c_str());
    EXPECT_EQ(right.stop(), 0);
+}
+
+// Frames that arrive while the agent cannot read them fill the kernel's receive ring, and
+// the kernel drops the rest. Every frame sent is read or counted: the drops are in the
+// agent's statistics.
+TEST(LldpAgentEndToEnd, FramesTheKernelDropsAreCounted) {
+   if (::geteuid() != 0) GTEST_SKIP() << "needs root to create network namespaces";
+   TestSupport::NetNsPair ns;
+   ASSERT_TRUE(ns.ok()) << ns.error();
+   Agent agent(ns.nsA(), "drops", ns.intfA(), "lldp timer 30\n");
+   ASSERT_TRUE(agent.running());
+   const auto stats = [&] { return agent.cli({"show", "statistics"}); };
+   ASSERT_GE(waitFor([&] { return stats().contains("rxFramesDroppedByKernel"); }, 10), 0);
+   TestSupport::RawSender peer(ns.nsB(), ns.intfB());
+   const TestSupport::Bytes frame = TestSupport::lldpFrame("flood", 120);
+
+   constexpr int sent = 20000;  // several times what the ring holds
+   ASSERT_EQ(::kill(agent.pid(), SIGSTOP), 0);
+   for (int i = 0; i < sent; ++i) {
+      ASSERT_TRUE(peer.send(frame));
+      // Paced, so that the link itself (the kernel's backlog) loses none on the way.
+      if (i % 100 == 99) ::usleep(1000);
+   }
+   ASSERT_EQ(::kill(agent.pid(), SIGCONT), 0);
+
+   uint64_t read = 0, dropped = 0;
+   waitFor(
+       [&] {
+          const Vel::Json s = stats();
+          if (!s.is_object() || !s.contains("interfaces")) return false;
+          const Vel::Json& port = s["interfaces"][ns.intfA()];
+          read = port.value("rxFramesTotal", 0u) + port.value("rxLldpdusRateLimited", 0u);
+          dropped = s.value("rxFramesDroppedByKernel", 0u);
+          return read + dropped >= uint64_t(sent);
+       },
+       10);
+   EXPECT_EQ(read + dropped, uint64_t(sent)) << read << " read, " << dropped << " dropped";
+   EXPECT_GT(dropped, 0u);
+   EXPECT_GT(read, 0u);
+   const TestSupport::CliRun text = agent.run({"show", "statistics"});
+   EXPECT_NE(text.out.find("Frames the kernel dropped before the agent read them: " +
+                           std::to_string(dropped)),
+             std::string::npos)
+       << text.out;
 }
 
 }  // namespace

@@ -47,6 +47,7 @@ public:
       return pid_ > 0;
    }
    bool running() const { return pid_ > 0; }
+   pid_t pid() const { return pid_; }
    // Sends the signal and waits; returns the exit status (128 + signal when killed).
    // SIGKILL goes to the process's whole group (spawn() gives it one of its own) at the same
    // moment: a daemon that forked a worker must vanish whole, not leave the worker to say
@@ -119,6 +120,7 @@ public:
       ::unlink(logPath_.c_str());
    }
    bool running() const { return proc_.running(); }
+   pid_t pid() const { return proc_.pid(); }
    // SIGTERM and wait: the agent cleans up and exits 0.
    int stop() { return proc_.stop(SIGTERM); }
    const std::string& socket() const { return socket_; }
