@@ -474,7 +474,9 @@ TEST_F(LldpdInterop, WeSeeEveryTlvLldpdSendsUntilItShutsDown) {
 
    // SIGTERM: lldpd sends a shutdown LLDPDU (TTL 0) on each port on its way out; we drop
    // its neighbours on that frame, not when their TTL runs out (the log tells which).
-   EXPECT_EQ(lldpd.stop(SIGTERM), 0);
+   // lldpd's own exit status on SIGTERM varies (0 or 1, its two processes race on the way
+   // out); what matters is that it left by itself rather than being killed.
+   EXPECT_LT(lldpd.stop(SIGTERM), 128);
    for (const auto& link : ourPortOf) {
       const std::string mine = link.second;
       EXPECT_GE(waitFor([&] { return agent.neighbours(mine) == Json::array(); }, 2), 0) << mine;
