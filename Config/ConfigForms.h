@@ -1,6 +1,7 @@
 // What the configuration language's commands are made of, for the files that define them.
-// ConfigLanguage.cpp holds the parser, the rendering and the core commands; commands of
-// a feature of their own (external TLVs, LLDP bypass) live beside it and plug in here.
+// ConfigLanguage.cpp holds the parser and the table of forms, ConfigWords.cpp the words
+// and their values, ConfigCoreForms.cpp the core commands; commands of a feature of their
+// own (external TLVs, LLDP bypass) live beside them and plug into the table here.
 #pragma once
 
 #include <cstdint>
@@ -76,12 +77,34 @@ struct Form {
 // Records at their defaults, to read what a `no` form restores.
 const CliConfig& defaults();
 const CliPortConfig& portDefaults();
+
+// Words (ConfigWords.cpp).
+bool isSpace(char c);
+// Splits a line into words, stopping at a comment. Returns an error text, empty if none.
+std::string tokenize(std::string_view line, std::vector<Token>& out);
+std::string joinWords(const std::vector<std::string_view>& words);
 // A decimal number in lo..hi into `out`; returns an error text, empty if none.
 std::string parseNumber(const std::string& s, uint64_t lo, uint64_t hi, uint64_t& out);
+// An interface (or VRF) name as Linux takes it; `what` names it in the error.
+std::string checkName(const char* what, const std::string& s);
+// The rest of the line as text: one quoted word, or the words as written.
+std::string parseText(const Args& a, std::string& out);
+// Text as an argument that reads back as itself, quoted only when it must be.
+std::string textArgument(std::string_view s);
+// The shortest decimal text that reads back as `v`.
+std::string shortest(double v);
+
+using LineOut = std::function<void(const std::string&)>;
+
+// The core commands and LLDP-MED network policies (ConfigCoreForms.cpp).
+void addCoreForms(std::vector<Form>& forms);
+void addNetworkPolicyForms(std::vector<Form>& forms);
+void renderCore(const CliConfig& c, const LineOut& line);
+void renderPortCore(const CliPortConfig& p, const LineOut& line);
+void renderPortNetworkPolicies(const CliPortConfig& p, const LineOut& line);
 
 // External TLVs and LLDP bypass (ConfigTlvAndBypass.cpp).
 void addTlvAndBypassForms(std::vector<Form>& forms);
-using LineOut = std::function<void(const std::string&)>;
 void renderTlvAndBypass(const CliConfig& c, const LineOut& line);
 void renderPortTlvAndBypass(const CliPortConfig& p, const LineOut& line);
 

@@ -75,6 +75,10 @@ Result load(const std::string& text, Lldp::CliConfig& target);
 // configuration exactly.
 std::string render(const Lldp::CliConfig& config);
 
+// The usage of every command and its `no` form, as error messages quote them: what the
+// manual page must describe.
+std::vector<std::string> usages();
+
 // Splits text into lines (on '\n', dropping a '\r' before it).
 std::vector<std::string> splitLines(const std::string& text);
 

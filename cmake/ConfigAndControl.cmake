@@ -2,6 +2,8 @@
 # from the top-level CMakeLists.txt after the tests directory, whose lldp_test() it uses.
 
 add_library(config_language STATIC ${PROJECT_SOURCE_DIR}/Config/ConfigLanguage.cpp
+                                   ${PROJECT_SOURCE_DIR}/Config/ConfigWords.cpp
+                                   ${PROJECT_SOURCE_DIR}/Config/ConfigCoreForms.cpp
                                    ${PROJECT_SOURCE_DIR}/Config/ConfigTlvAndBypass.cpp
                                    ${PROJECT_SOURCE_DIR}/Config/NetworkPolicyLanguage.cpp)
 target_link_libraries(config_language PUBLIC records)
