@@ -16,12 +16,12 @@
 #include <sstream>
 #include <string>
 
-#include "Cli/CliService.h"
-#include "Cli/PowerAgentService.h"
 #include "Config/ConfigLanguage.h"
+#include "Daemon/CliService.h"
 #include "Daemon/ControlSocket.h"
 #include "Daemon/ExternalTlvService.h"
 #include "Daemon/MetricsExporter.h"
+#include "Daemon/PowerAgentService.h"
 #include "Framework/Log.h"
 #include "Framework/Trace.h"
 #include "Framework/Vel/EventLoop.h"

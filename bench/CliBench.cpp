@@ -7,7 +7,7 @@
 #include <string>
 
 #include "Cli/CliText.h"
-#include "Cli/CliViews.h"
+#include "Daemon/CliViews.h"
 #include "Daemon/ControlSocket.h"
 #include "bench/NeighbourTable.h"
 

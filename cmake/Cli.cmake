@@ -2,9 +2,9 @@
 # show/clear/watch operations), with their tests. Included from the top-level
 # CMakeLists.txt after the daemon.
 
-add_library(cli_service STATIC ${PROJECT_SOURCE_DIR}/Cli/CliViews.cpp
-            ${PROJECT_SOURCE_DIR}/Cli/NeighborWatch.cpp ${PROJECT_SOURCE_DIR}/Cli/CliService.cpp
-            ${PROJECT_SOURCE_DIR}/Cli/PowerView.cpp ${PROJECT_SOURCE_DIR}/Cli/PowerAgentService.cpp)
+add_library(cli_service STATIC ${PROJECT_SOURCE_DIR}/Daemon/CliViews.cpp
+            ${PROJECT_SOURCE_DIR}/Daemon/NeighborWatch.cpp ${PROJECT_SOURCE_DIR}/Daemon/CliService.cpp
+            ${PROJECT_SOURCE_DIR}/Daemon/PowerView.cpp ${PROJECT_SOURCE_DIR}/Daemon/PowerAgentService.cpp)
 target_link_libraries(cli_service PUBLIC control_socket records)
 target_link_libraries(lldp-agent PRIVATE cli_service)
 
@@ -22,7 +22,8 @@ if(COMMAND lldp_test)
     target_compile_definitions(${t} PRIVATE LLDP_CLI="$<TARGET_FILE:lldp-cli>")
     add_dependencies(${t} lldp-cli)
   endforeach()
-  file(GLOB CLI_TESTS CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/Cli/*Test.cpp)
+  file(GLOB CLI_TESTS CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/Cli/*Test.cpp
+       ${PROJECT_SOURCE_DIR}/tests/Daemon/CliServiceTest.cpp)
   if(CLI_TESTS)
     lldp_test(cli_tests ${CLI_TESTS})
     target_link_libraries(cli_tests PRIVATE cli_service cli_text)

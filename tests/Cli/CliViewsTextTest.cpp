@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "Cli/CliText.h"
-#include "Cli/CliViews.h"
+#include "Daemon/CliViews.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "Cli/CliViews.h"
+#include "Daemon/CliViews.h"
 
 #include <map>
 

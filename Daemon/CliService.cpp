@@ -1,10 +1,10 @@
-#include "Cli/CliService.h"
+#include "Daemon/CliService.h"
 
 #include <algorithm>
 
-#include "Cli/CliViews.h"
-#include "Cli/NeighborWatch.h"
-#include "Cli/PowerView.h"
+#include "Daemon/CliViews.h"
+#include "Daemon/NeighborWatch.h"
+#include "Daemon/PowerView.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Records/LldpConfig.h"
 #include "Records/LldpLocalSystem.h"

@@ -1,6 +1,6 @@
-#include "Cli/NeighborWatch.h"
+#include "Daemon/NeighborWatch.h"
 
-#include "Cli/CliViews.h"
+#include "Daemon/CliViews.h"
 #include "Framework/Vel/EventLoop.h"
 
 namespace Cli {

@@ -1,10 +1,10 @@
-#include "Cli/PowerAgentService.h"
+#include "Daemon/PowerAgentService.h"
 
 #include <algorithm>
 #include <cmath>
 #include <map>
 
-#include "Cli/PowerView.h"
+#include "Daemon/PowerView.h"
 
 namespace Cli {
 

@@ -1,4 +1,4 @@
-#include "Cli/PowerView.h"
+#include "Daemon/PowerView.h"
 
 #include "Records/LldpExtDot3Parse.h"
 #include "Records/PoeUtils.h"

@@ -18,7 +18,7 @@
 
 #include <string>
 
-#include "Cli/CliViews.h"
+#include "Daemon/CliViews.h"
 #include "Framework/Vel/Dir.h"
 
 namespace Cli {

@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "Cli/CliService.h"
+#include "Daemon/CliService.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Records/LldpConfig.h"
 #include "tests/Support/ControlCall.h"
