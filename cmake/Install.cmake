@@ -3,9 +3,11 @@
 #
 #   PREFIX/sbin/lldp-agent, PREFIX/bin/lldp
 #   PREFIX/lib/systemd/system/lldp-agent.service
-#   PREFIX/share/man/man8/lldp-agent.8, lldp.8
+#   PREFIX/share/man/man8/lldp-agent.8, lldp.8, PREFIX/share/man/man5/lldp-agent.conf.5
+#   PREFIX/share/bash-completion/completions/lldp, lldp-agent
 #   PREFIX/share/doc/lldp-agent/examples/lldp-agent.conf
 #   SYSCONF/lldp-agent.conf (the example, only when there is no such file yet)
+#   SYSCONF/default/lldp-agent (the service's further options, likewise)
 #
 # SYSCONF is /etc for the prefix /usr, else PREFIX/etc. The unit names the paths the
 # programs are installed at, so it is written at install time (`--prefix` may differ from
@@ -19,16 +21,23 @@ install(TARGETS lldp-agent RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(TARGETS lldp-cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.8 ${PROJECT_SOURCE_DIR}/packaging/lldp.8
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf.5
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/completion/lldp
+              ${PROJECT_SOURCE_DIR}/packaging/completion/lldp-agent
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions OPTIONAL)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 set(LLDP_UNIT_TEMPLATE ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.service.in)
 set(LLDP_EXAMPLE_CONF ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf)
+set(LLDP_DEFAULT_FILE ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.default)
 install(CODE "
   set(LLDP_UNIT_TEMPLATE \"${LLDP_UNIT_TEMPLATE}\")
   set(LLDP_EXAMPLE_CONF \"${LLDP_EXAMPLE_CONF}\")
+  set(LLDP_DEFAULT_FILE \"${LLDP_DEFAULT_FILE}\")
   set(LLDP_SBINDIR \"${CMAKE_INSTALL_SBINDIR}\")
-  set(LLDP_UNIT_OUT \"${CMAKE_CURRENT_BINARY_DIR}/lldp-agent.service\")
+  set(LLDP_UNIT_OUT_DIR \"${CMAKE_CURRENT_BINARY_DIR}/unit\")
 ")
 install(CODE [=[
   set(prefix "${CMAKE_INSTALL_PREFIX}")
@@ -39,12 +48,20 @@ install(CODE [=[
   endif()
   set(LLDP_AGENT_BIN "${prefix}/${LLDP_SBINDIR}/lldp-agent")
   set(LLDP_SYSCONFDIR "${sysconf}")
-  configure_file("${LLDP_UNIT_TEMPLATE}" "${LLDP_UNIT_OUT}" @ONLY)
-  file(INSTALL "${LLDP_UNIT_OUT}" DESTINATION "$ENV{DESTDIR}${prefix}/lib/systemd/system")
+  # file(INSTALL) puts DESTDIR in front of a destination itself; EXISTS needs it written.
+  # One unit per destination: installs into two trees (a prefix, a package) may run at once.
+  string(MD5 tree "$ENV{DESTDIR}${prefix}")
+  set(unit "${LLDP_UNIT_OUT_DIR}/${tree}/lldp-agent.service")
+  configure_file("${LLDP_UNIT_TEMPLATE}" "${unit}" @ONLY)
+  file(INSTALL "${unit}" DESTINATION "${prefix}/lib/systemd/system")
   if(EXISTS "$ENV{DESTDIR}${sysconf}/lldp-agent.conf")
     message(STATUS "Keeping: $ENV{DESTDIR}${sysconf}/lldp-agent.conf")
   else()
-    file(INSTALL "${LLDP_EXAMPLE_CONF}" DESTINATION "$ENV{DESTDIR}${sysconf}")
+    file(INSTALL "${LLDP_EXAMPLE_CONF}" DESTINATION "${sysconf}")
+  endif()
+  if(NOT EXISTS "$ENV{DESTDIR}${sysconf}/default/lldp-agent")
+    file(INSTALL "${LLDP_DEFAULT_FILE}" DESTINATION "${sysconf}/default"
+         RENAME lldp-agent)
   endif()
 ]=])
 
