@@ -30,7 +30,7 @@ if(COMMAND lldp_test)
   endif()
 endif()
 
-# `show neighbors` over 100,000 neighbours (run by hand, see the README).
+# `show neighbors` over 100,000 neighbours (run by hand, see docs/performance.md).
 find_package(benchmark QUIET)
 if(benchmark_FOUND)
   add_executable(cli_bench ${PROJECT_SOURCE_DIR}/bench/CliBench.cpp)

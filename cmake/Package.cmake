@@ -2,7 +2,7 @@
 # puts in /usr and /etc (`cpack -G DEB` in the build directory, or the `package` target).
 # Its runtime dependencies are those dpkg-shlibdeps finds in the programs; its maintainer
 # scripts and conffiles are in packaging/debian. Included from the top-level
-# CMakeLists.txt after every install rule; with the test that checks the manual pages.
+# CMakeLists.txt after every install rule; with the tests of the manual pages and docs.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME lldp-agent)
@@ -36,6 +36,8 @@ if(COMMAND lldp_test)
   add_test(NAME ManPages
            COMMAND ${PROJECT_SOURCE_DIR}/tests/Packaging/ManPagesTest.sh ${PROJECT_SOURCE_DIR}
                    $<TARGET_FILE:lldp-agent> $<TARGET_FILE:lldp-cli> $<TARGET_FILE:config_usages>)
+  # The README as a landing page, the pages under docs/ and their links and picture.
+  add_test(NAME Docs COMMAND ${PROJECT_SOURCE_DIR}/tests/Packaging/DocsTest.sh ${PROJECT_SOURCE_DIR})
   # The package built, installed on this machine, run and removed (root only).
   add_test(NAME Package COMMAND ${PROJECT_SOURCE_DIR}/tests/Packaging/PackageTest.sh
                                 ${CMAKE_BINARY_DIR})

@@ -4,9 +4,10 @@
 # a network namespace and read with the installed `lldp`, then removed (only the
 # configuration stays) and purged (nothing stays). Root only; leaves the machine as it
 # found it, whatever happens.
-#   PackageTest.sh BUILD_DIR
+#   PackageTest.sh BUILD_DIR [DEB]   (DEB: a package already built, as by the package target)
 set -u
 build=$(cd "$1" && pwd)
+given=${2:-}
 fail() { echo "FAIL: $*" >&2; exit 1; }
 [ "$(id -u)" -eq 0 ] || { echo "not root: skipped"; exit 0; }
 command -v dpkg-shlibdeps >/dev/null || fail "dpkg-shlibdeps missing (Debian package dpkg-dev)"
@@ -30,8 +31,12 @@ fi
 [ -e /usr/sbin/lldp-agent ] && fail "/usr/sbin/lldp-agent exists outside the package"
 
 # --- Build: one file, named as Debian names packages, depending on runtime libraries only.
-(cd "$tmp" && cpack -G DEB --config "$build/CPackConfig.cmake" -B "$tmp" >cpack.log 2>&1) \
-  || fail "cpack: $(cat "$tmp/cpack.log")"
+if [ -n "$given" ]; then
+  cp "$given" "$tmp/" || fail "no $given"
+else
+  (cd "$tmp" && cpack -G DEB --config "$build/CPackConfig.cmake" -B "$tmp" >cpack.log 2>&1) \
+    || fail "cpack: $(cat "$tmp/cpack.log")"
+fi
 debs=("$tmp"/lldp-agent_*_"$(dpkg --print-architecture)".deb)
 [ ${#debs[@]} = 1 ] && [ -f "${debs[0]}" ] || fail "no lldp-agent_VERSION_ARCH.deb: $(ls "$tmp")"
 deb=${debs[0]}
