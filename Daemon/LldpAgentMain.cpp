@@ -64,7 +64,8 @@ file, control socket in use, no netlink), 2 on a bad command line.
 
 Read and change the running agent with the command line `lldp` (`lldp --help`): show
 neighbors, statistics, local, power, configuration; configure; clear neighbors; watch.
-Power agents publish their ports' PoE status through the socket (see the README).
+Power agents publish their ports' PoE status through the socket (see
+/usr/share/doc/lldp-agent/docs/poe-and-policy.md).
 )";
 
 struct Args {

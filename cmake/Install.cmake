@@ -5,7 +5,7 @@
 #   PREFIX/lib/systemd/system/lldp-agent.service
 #   PREFIX/share/man/man8/lldp-agent.8, lldp.8, PREFIX/share/man/man5/lldp-agent.conf.5
 #   PREFIX/share/bash-completion/completions/lldp, lldp-agent
-#   PREFIX/share/doc/lldp-agent/examples/lldp-agent.conf
+#   PREFIX/share/doc/lldp-agent/examples/lldp-agent.conf, README.md, docs/
 #   SYSCONF/lldp-agent.conf (the example, only when there is no such file yet)
 #   SYSCONF/default/lldp-agent (the service's further options, likewise)
 #
@@ -28,6 +28,10 @@ install(FILES ${PROJECT_SOURCE_DIR}/packaging/completion/lldp
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions OPTIONAL)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+# The documentation as in the repository: the README and the pages it links to.
+install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
+        FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.png")
 
 set(LLDP_UNIT_TEMPLATE ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.service.in)
 set(LLDP_EXAMPLE_CONF ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf)

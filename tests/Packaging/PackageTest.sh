@@ -92,9 +92,17 @@ kill "$agent"
 wait "$agent" || fail "the agent did not stop cleanly: $(cat "$tmp/agent.log")"
 agent=
 
+# --- Upgrade (the same package again): an operator's disabling and edits stay.
+[ -e /usr/share/doc/lldp-agent/docs/layers.svg ] || fail "no documentation installed"
+echo "# an operator's edit" >>/etc/lldp-agent.conf
+rm -f /etc/systemd/system/multi-user.target.wants/lldp-agent.service
+dpkg -i "$deb" >"$tmp/dpkg.log" 2>&1 || fail "dpkg -i again: $(cat "$tmp/dpkg.log")"
+[ -e /etc/systemd/system/multi-user.target.wants/lldp-agent.service ] \
+  && fail "an upgrade enabled the service the operator disabled"
+grep -q "an operator's edit" /etc/lldp-agent.conf || fail "an upgrade lost the configuration"
+
 # --- Remove: every file goes but the configuration.
 dpkg -L lldp-agent >"$tmp/files"
-echo "# an operator's edit" >>/etc/lldp-agent.conf
 dpkg -r lldp-agent >"$tmp/dpkg.log" 2>&1 || fail "dpkg -r: $(cat "$tmp/dpkg.log")"
 dpkg-query -W -f='${Status}' lldp-agent | grep -q 'config-files' || fail "not removed"
 while read -r f; do
