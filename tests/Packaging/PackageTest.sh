@@ -24,6 +24,10 @@ cleanup() {
 }
 trap cleanup EXIT
 
+# One package test at a time on this machine, whichever build directory runs it.
+exec 9>/run/lock/lldp-agent-package-test
+flock -w 600 9 || fail "another package test holds /run/lock/lldp-agent-package-test"
+
 # Never clobber an agent installed by other means.
 if dpkg-query -W -f='${Status}' lldp-agent 2>/dev/null | grep -q installed; then
   fail "the package lldp-agent is already installed on this machine"
