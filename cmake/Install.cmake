@@ -3,6 +3,7 @@
 #
 #   PREFIX/sbin/lldp-agent, PREFIX/bin/lldp
 #   PREFIX/lib/systemd/system/lldp-agent.service
+#   PREFIX/lib/sysusers.d/lldp-agent.conf (the user the unit runs the daemon as)
 #   PREFIX/share/man/man8/lldp-agent.8, lldp.8
 #   PREFIX/share/doc/lldp-agent/examples/lldp-agent.conf
 #   SYSCONF/lldp-agent.conf (the example, only when there is no such file yet)
@@ -21,6 +22,8 @@ install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.8 ${PROJECT_SOURCE_DIR}
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.sysusers DESTINATION lib/sysusers.d
+        RENAME lldp-agent.conf)
 
 set(LLDP_UNIT_TEMPLATE ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.service.in)
 set(LLDP_EXAMPLE_CONF ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf)

@@ -11,6 +11,7 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
 for f in sbin/lldp-agent bin/lldp lib/systemd/system/lldp-agent.service \
+         lib/sysusers.d/lldp-agent.conf \
          share/man/man8/lldp-agent.8 share/man/man8/lldp.8 \
          share/doc/lldp-agent/examples/lldp-agent.conf etc/lldp-agent.conf; do
   [ -e "$prefix/$f" ] || fail "$f not installed"
