@@ -256,9 +256,17 @@ public:
       }
       if (!std::getenv("LLDP_TRACE_FILE")) Vel::Trace::textTraceIs(args_.foreground ? "" : "-");
 
-      if (!args_.user.empty() && ::geteuid() != 0) {
-         return fail("--user " + args_.user + ": start as root to give root up");
+      if (!args_.user.empty()) {
+         // Before any thread starts (the metrics listener's), so that all have it empty.
+         std::string error;
+         if (::geteuid() != 0) return fail("--user " + args_.user + ": start as root");
+         if (!::Daemon::Privilege::boundingSetClear(&error)) {
+            return fail("--user " + args_.user + ": " + error);
+         }
       }
+      // Signals are blocked before any thread starts (the metrics listener's), so they
+      // all reach the loop: a thread that did not block them would die of them.
+      if (std::string error; !watchSignals(&error)) return fail(error);
       auto& db = Vel::StateDb::instance();
       limitsIs(*db.mount<::Daemon::ClientLimits>(::Daemon::ClientLimits::path), args_.limits);
       cliConfig_ = db.mount<Lldp::CliConfig>("l2discovery/lldp/cliConfig");
@@ -285,7 +293,6 @@ public:
          if (!metrics_->listen(args_.metrics, &error)) return fail(error);
       }
 
-      if (!watchSignals(&error)) return fail(error);
       agent_ = Lldp::Agent::agentFactory("lldp-agent");
       agent_->doInit();
       if (args_.snmp.enabled) snmp_ = Snmp::AgentxSubagent::start(args_.snmp, db);

@@ -134,6 +134,17 @@ bool Privilege::accountIs(const std::string& name, Account* out, std::string* er
    return true;
 }
 
+bool Privilege::boundingSetClear(std::string* error) {
+   ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
+   for (int cap = 0; ::prctl(PR_CAPBSET_READ, cap, 0, 0, 0) >= 0; ++cap) {
+      if (::prctl(PR_CAPBSET_READ, cap, 0, 0, 0) == 1 &&
+          ::prctl(PR_CAPBSET_DROP, cap, 0, 0, 0) != 0) {
+         return fail(error, errnoText("emptying the capability bounding set"));
+      }
+   }
+   return true;
+}
+
 bool Privilege::dropTo(const Account& account, std::string* error) {
    if (::geteuid() != 0) return fail(error, "giving up root needs to start as root");
    // The ring log is started over in place when full: it must stay the daemon's.
@@ -150,13 +161,7 @@ bool Privilege::dropTo(const Account& account, std::string* error) {
    }
    // Nothing may come back later: no ambient capabilities, an empty bounding set, and
    // capabilities not kept across the change of user.
-   ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
-   for (int cap = 0; cap <= CAP_LAST_CAP + 8; ++cap) {
-      if (::prctl(PR_CAPBSET_READ, cap, 0, 0, 0) < 0) break;
-      if (::prctl(PR_CAPBSET_DROP, cap, 0, 0, 0) != 0 && errno != EINVAL) {
-         return fail(error, errnoText("emptying the capability bounding set"));
-      }
-   }
+   if (!boundingSetClear(error)) return false;
    ::prctl(PR_SET_KEEPCAPS, 0, 0, 0, 0);
    if (::setresuid(account.uid, account.uid, account.uid) != 0) {
       return fail(error, errnoText("becoming user " + account.name));

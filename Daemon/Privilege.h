@@ -36,6 +36,11 @@ public:
    // The account named `name`; false with the reason when there is none, or it is root.
    static bool accountIs(const std::string& name, Account* out, std::string* error);
 
+   // Empties the capability bounding set and the ambient set now, before any thread is
+   // started, so that every thread has them empty; the capabilities the process holds stay
+   // until dropTo. False with the reason.
+   static bool boundingSetClear(std::string* error);
+
    // Gives up root for `account`, as above. Files the daemon keeps writing across the
    // drop (the trace ring log) are handed to the account first. False with the reason;
    // the process is then in no state to go on and should stop.

@@ -1,10 +1,10 @@
 // lldp-agent --user: started as root, it runs as a system user of the test's making with
 // no capabilities, no new privileges and a seccomp filter (/proc/PID/status), and keeps
 // working: it learns a neighbour (another agent across a veth), follows a port that comes
-// later (every port does: the agent starts with none), re-reads its configuration on SIGHUP,
-// answers an SNMP walk through a real snmpd and registers again after snmpd restarts. A system call
-// outside its list is refused and logged, and the agent lives on. Root only; skips without snmpd
-// and snmpwalk.
+// later (every port does: the agent starts with none), is scraped for metrics, re-reads its
+// configuration on SIGHUP, answers an SNMP walk through a real snmpd and registers again after
+// snmpd restarts. A system call outside its list is refused and logged, and the agent lives on.
+// Root only; skips without snmpd and snmpwalk.
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <signal.h>
@@ -92,8 +92,9 @@ Vel::Json control(const std::string& socket, const Vel::Json& req) {
 
 TEST(LldpAgentPrivilege, RunsAsItsUserWithoutCapabilitiesAndKeepsWorking) {
    if (::geteuid() != 0) GTEST_SKIP() << "needs root to create namespaces and users";
-   if (!TestSupport::haveProgram("snmpd") || !TestSupport::haveProgram("snmpwalk")) {
-      GTEST_SKIP() << "needs snmpd and snmpwalk";
+   if (!TestSupport::haveProgram("snmpd") || !TestSupport::haveProgram("snmpwalk") ||
+       !TestSupport::haveProgram("curl")) {
+      GTEST_SKIP() << "needs snmpd, snmpwalk and curl";
    }
    // A system user of its own, with a group of the same name (kept for later runs).
    if (!::getpwnam(testUser.c_str())) {
@@ -125,10 +126,10 @@ TEST(LldpAgentPrivilege, RunsAsItsUserWithoutCapabilitiesAndKeepsWorking) {
    const std::string config = tmpName("priv.conf"), socket = tmpName("priv.sock"),
                      log = tmpName("priv.log");
    std::ofstream(config) << "lldp timer 1\n";
-   Process agent(
-       {"ip", "netns", "exec", ns.nsA(), LLDP_AGENT, "--config", config, "--socket", socket,
-        "--interfaces", "pva*", "--foreground", "--user", testUser, "--agentx", snmpd.agentx()},
-       log);
+   Process agent({"ip", "netns", "exec", ns.nsA(), LLDP_AGENT, "--config", config, "--socket",
+                  socket, "--interfaces", "pva*", "--foreground", "--user", testUser, "--agentx",
+                  snmpd.agentx(), "--metrics", "127.0.0.1:19101"},
+                 log);
    auto cleanup = [&] {
       ::unlink(config.c_str());
       ::unlink(socket.c_str());
@@ -156,6 +157,7 @@ TEST(LldpAgentPrivilege, RunsAsItsUserWithoutCapabilitiesAndKeepsWorking) {
       EXPECT_EQ(st["CapEff"], "0000000000000000");
       EXPECT_EQ(st["CapPrm"], "0000000000000000");
       EXPECT_EQ(st["CapAmb"], "0000000000000000");
+      EXPECT_EQ(st["CapBnd"], "0000000000000000");
       EXPECT_EQ(st["NoNewPrivs"], "1");
       EXPECT_EQ(st["Seccomp"], "2");
    };
@@ -169,6 +171,12 @@ TEST(LldpAgentPrivilege, RunsAsItsUserWithoutCapabilitiesAndKeepsWorking) {
    ASSERT_TRUE(link("2"));
    EXPECT_GE(waitFor([&] { return snmpd.remotePortIds().find(b2) != std::string::npos; }, 20), 0)
        << snmpd.remotePortIds();
+
+   // The metrics listener's threads serve a scrape under the filter too.
+   std::string scrape;
+   TestSupport::runIn(ns.nsA(), "curl -sS --noproxy '*' http://127.0.0.1:19101/metrics", &scrape);
+   EXPECT_NE(scrape.find("lldp_neighbors{interface=\"pva2-" + tag + "\"} 1"), std::string::npos)
+       << scrape;
 
    // SIGHUP re-reads the configuration.
    std::ofstream(config) << "lldp timer 1\nlldp hold-time 7\n";
