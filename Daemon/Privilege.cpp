@@ -217,8 +217,9 @@ bool Privilege::sandboxIs(std::string* error) {
    }
    for (int family : socketFamilies) {
       if (!why.empty()) break;
-      if (int rc = seccomp_rule_add(ctx, SCMP_ACT_ALLOW, SCMP_SYS(socket), 1,
-                                    SCMP_A0(SCMP_CMP_EQ, scmp_datum_t(family)));
+      // The first argument, the family, must be this one.
+      const scmp_arg_cmp first{0, SCMP_CMP_EQ, scmp_datum_t(family), 0};
+      if (int rc = seccomp_rule_add_array(ctx, SCMP_ACT_ALLOW, SCMP_SYS(socket), 1, &first);
           rc != 0) {
          why = std::string("cannot allow socket: ") + std::strerror(-rc);
       }
