@@ -207,6 +207,9 @@ bool Privilege::sandboxIs(std::string* error) {
       why = "cannot filter every thread: " + std::string(std::strerror(-rc));
    }
    seccomp_attr_set(ctx, SCMP_FLTATR_CTL_LOG, 1);
+   // Every call the agent makes passes the filter: a binary tree of the allowed calls
+   // rather than a list to walk.
+   seccomp_attr_set(ctx, SCMP_FLTATR_CTL_OPTIMIZE, 2);
    for (const char* name : allowed) {
       if (!why.empty()) break;
       const int nr = seccomp_syscall_resolve_name(name);
