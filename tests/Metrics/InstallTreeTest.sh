@@ -23,6 +23,8 @@ unit="$prefix/lib/systemd/system/lldp-agent.service"
 grep -q "^ExecStart=$prefix/sbin/lldp-agent --config $prefix/etc/lldp-agent.conf " "$unit" \
   || fail "ExecStart does not name the installed files: $(grep ExecStart= "$unit")"
 grep -q '^Type=notify$' "$unit" || fail "not Type=notify"
+grep -q '^ExecStart=.* --user _lldp ' "$unit" || fail "the unit does not give root up (--user _lldp)"
+grep -q '^u _lldp ' "$prefix/lib/sysusers.d/lldp-agent.conf" || fail "sysusers.d does not make _lldp"
 if command -v systemd-analyze >/dev/null; then
   MANPATH="$prefix/share/man" systemd-analyze verify "$unit" || fail "systemd-analyze verify"
 else
