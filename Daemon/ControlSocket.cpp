@@ -100,7 +100,9 @@ Vel::Json ControlSocket::errorReply(const std::string& text) {
    return Vel::Json{{"ok", false}, {"error", text}};
 }
 
-ControlSocket::ControlSocket(Vel::Ptr<Lldp::CliConfig> config) : config_(std::move(config)) {
+ControlSocket::ControlSocket(Vel::Ptr<Lldp::CliConfig> config)
+    : config_(std::move(config)),
+      limits_(Vel::StateDb::instance().mount<ClientLimits>(ClientLimits::path)) {
    VEL_ASSERT(config_, "ControlSocket: serves a configuration");
    using Vel::Json;
    opIs(
@@ -271,10 +273,12 @@ void ControlSocket::onAcceptable() {
          VEL_TRACE(traceControl, 0, errnoText("accept"));
          return;
       }
-      if (clients_.size() >= maxClients) {
-         static const std::string busy = serialize(errorReply("too many clients"));
+      if (clients_.size() >= limits_->maxClients()) {
+         const std::string busy = serialize(errorReply(
+             "too many clients (at most " + std::to_string(limits_->maxClients()) + ")"));
          (void)!::send(fd, busy.data(), busy.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
          close(fd);
+         limits_->clientsRefusedInc();
          VEL_TRACE(traceControl, 2, "too many clients, one refused");
          continue;
       }
@@ -355,16 +359,17 @@ void ControlSocket::onReadable(uint64_t id) {
    while (p < end) {
       const char* nl = static_cast<const char*>(std::memchr(p, '\n', size_t(end - p)));
       const char* stop = nl ? nl : end;
-      if (c.in.size() + size_t(stop - p) > maxRequestBytes) {
+      const uint64_t maxRequest = limits_->maxRequestBytes();
+      if (c.in.size() + size_t(stop - p) > maxRequest) {
          VEL_TRACE(traceControl, 2, "client " << id << ": request over the size limit");
-         ++clientsDropped_;
+         limits_->requestsTooLongInc();
          c.in.clear();
          c.in.shrink_to_fit();
          c.reader.reset();
          c.closing = true;
          // Nothing more is read: the reply goes out, then the connection is closed.
          shutdown(c.fd, SHUT_RD);
-         send(id, errorReply("request longer than " + std::to_string(maxRequestBytes) +
+         send(id, errorReply("request longer than " + std::to_string(maxRequest) +
                              " bytes without a newline"));
          return;
       }
@@ -422,9 +427,9 @@ bool ControlSocket::send(uint64_t id, const Vel::Json& message) {
    auto it = clients_.find(id);
    if (it == clients_.end()) return false;
    Client& c = *it->second;
-   if (c.backlog() > maxBacklogBytes) {
+   if (c.backlog() > limits_->maxReplyBacklogBytes()) {
       VEL_TRACE(traceControl, 2, "client " << id << " does not read its replies, dropped");
-      ++clientsDropped_;
+      limits_->clientsDroppedUnreadInc();
       drop(id);
       return false;
    }

@@ -19,10 +19,13 @@
 // naming the reason in reply to its first request and is closed; a group member asking
 // for an operation that writes gets an error reply and stays connected.
 //
-// A client never holds up the daemon: sockets are non-blocking, a request line longer
-// than maxRequestBytes gets an error reply and the connection is closed, and a client
-// that does not read its replies is dropped once it has more than maxBacklogBytes of them
-// waiting (one reply of any size is always accepted, so a large table still goes out).
+// A client never holds up the daemon: sockets are non-blocking, and what a client may
+// cost is bounded by the record at ClientLimits::path (Daemon/ClientLimits.h), read as
+// each limit is checked: at most maxClients connections (one more gets an error reply
+// and is closed), a request line longer than maxRequestBytes gets an error reply and the
+// connection is closed, and a client that does not read its replies is dropped once it
+// has more than maxReplyBacklogBytes of them waiting (one reply of any size is always
+// accepted, so a large table still goes out). Each refusal is counted in the record.
 #pragma once
 
 #include <cstdint>
@@ -31,6 +34,7 @@
 #include <memory>
 #include <string>
 
+#include "Daemon/ClientLimits.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Vel/Json.h"
 #include "Framework/Vel/Ptr.h"
@@ -70,10 +74,6 @@ private:
 
 class ControlSocket {
 public:
-   static constexpr size_t maxRequestBytes = size_t(1) << 20;
-   static constexpr size_t maxBacklogBytes = size_t(16) << 20;
-   static constexpr size_t maxClients = 256;
-
    using Handler = std::function<Vel::Json(const Vel::Json& request)>;
    // A handler that also gets the connection, for operations that keep sending (watch).
    using StreamHandler = std::function<Vel::Json(const Vel::Json& request,
@@ -107,7 +107,11 @@ public:
 
    size_t clientCount() const;
    // Clients dropped for not reading their replies or for an oversized request.
-   uint64_t clientsDropped() const { return clientsDropped_; }
+   uint64_t clientsDropped() const {
+      return limits_->clientsDroppedUnread() + limits_->requestsTooLong();
+   }
+   // The limits and their counters (the record at ClientLimits::path).
+   const ClientLimits::Ptr& limits() const { return limits_; }
 
 private:
    friend class ControlConnection;
@@ -131,6 +135,7 @@ private:
       Access access;
    };
    Vel::Ptr<Lldp::CliConfig> config_;
+   ClientLimits::Ptr limits_;
    std::map<std::string, Op> ops_;
    uint32_t readGroup_ = noGroup;
    std::string path_;
@@ -143,7 +148,6 @@ private:
    std::unique_ptr<Vel::FdReactor> writeReactor_;
    std::map<uint64_t, std::unique_ptr<Client>> clients_;
    uint64_t lastId_ = 0;
-   uint64_t clientsDropped_ = 0;
 };
 
 // A blocking client connection: requests out, reply lines in (a streaming operation such

@@ -1,10 +1,13 @@
 #include "Daemon/ExternalTlvService.h"
 
+#include <algorithm>
+
 namespace Daemon {
 
 ExternalTlvService::ExternalTlvService(ControlSocket& socket, Vel::StateDb& db,
                                        Vel::Ptr<Lldp::CliConfig> config)
     : config_(std::move(config)),
+      limits_(db.mount<ClientLimits>(ClientLimits::path)),
       dir_(db.mount<Vel::Dir>("l2discovery/lldp/externalTlvs")),
       dot1x_(db.mount<Identity::Dot1x::Status>("identity/dot1x/status")),
       macsec_(db.mount<Identity::Macsec::Status>("identity/macsec/status")) {
@@ -41,12 +44,31 @@ std::string ExternalTlvService::clientIs(const std::string& client, const Vel::J
    if (client.empty() || client.size() > maxClientName) {
       return "a client name is 1 to " + std::to_string(maxClientName) + " bytes";
    }
+   auto cost = cost_.find(client);
+   const size_t before = cost == cost_.end() ? 0 : cost->second;
    if (tlvs.is_null()) {
       dir_->entryDel(client);
+      if (cost != cost_.end()) cost_.erase(cost);
+      totalCost_ -= before;
       return {};
    }
    Lldp::ExternalTlvSet set;
    if (std::string error = Lldp::parseExternalTlvSet(tlvs, &set); !error.empty()) return error;
+   size_t count = 0;
+   for (const auto& [intf, list] : set) count += list.size();
+   const size_t perClient = limits_->maxExternalTlvsPerClient();
+   const size_t total = limits_->maxExternalTlvs();
+   const size_t after = totalCost_ - before + std::max<size_t>(count, 1);
+   if (count > perClient || after > total) {
+      limits_->externalTlvSetsRefusedInc();
+      return count > perClient ? std::to_string(count) + " TLVs, more than the " +
+                                     std::to_string(perClient) + " a client may publish"
+                               : "all clients together may publish " + std::to_string(total) +
+                                     " TLVs (each client counts at least one); " +
+                                     std::to_string(totalCost_ - before) + " are taken by others";
+   }
+   cost_[client] = std::max<size_t>(count, 1);
+   totalCost_ = after;
    auto entry = dir_->entryAs<Lldp::ExternalTlvConfig>(client);
    if (entry) {
       Lldp::externalTlvConfigIs(*entry, set);

@@ -9,8 +9,12 @@
 // replaces the client's whole set; "tlvs":null withdraws it. The client "config" is the
 // operator's and cannot be written this way. A client's TLVs stay until it withdraws them
 // (or the daemon stops): a program that restarts publishes its set again, replacing it.
+// A set larger than the client limits (ClientLimits: TLVs per client, and all clients'
+// TLVs together, each client counting at least one) is refused whole, with the reason,
+// and counted; the client's previous set stays.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 
@@ -55,6 +59,10 @@ private:
    void syncMacsecBypass(const Wire::IntfId& intf);
 
    Vel::Ptr<Lldp::CliConfig> config_;
+   ClientLimits::Ptr limits_;
+   // What each client published counts against the limits: its TLVs, at least one.
+   std::map<std::string, size_t> cost_;
+   size_t totalCost_ = 0;
    Vel::Dir::Ptr dir_;
    Identity::Dot1x::Status::Ptr dot1x_;
    Identity::Macsec::Status::Ptr macsec_;

@@ -22,11 +22,13 @@
 #include "Daemon/ExternalTlvService.h"
 #include "Daemon/MetricsExporter.h"
 #include "Daemon/PowerAgentService.h"
+#include "Daemon/Privilege.h"
 #include "Framework/Log.h"
 #include "Framework/Trace.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Vel/StateDb.h"
 #include "Lldp/LldpAgent.h"
+#include "Platform/Linux/LinuxPam.h"
 #include "Platform/Linux/LinuxPlatform.h"
 #include "Snmp/AgentxSubagent.h"
 
@@ -55,7 +57,23 @@ Options:
   --metrics ADDRESS:PORT  serve Prometheus metrics over HTTP at /metrics (e.g.
                           127.0.0.1:9101; IPv4, 0.0.0.0 for all addresses)
   --foreground            log to standard error instead of syslog, trace to standard error
+  --user NAME             start as root, open what needs root, then run as user NAME with
+                          no capabilities and a system call filter (see lldp-agent(8))
   --help                  this text
+
+Limits on what programs talking through the control socket may make the agent keep
+(each hit is refused with the reason and counted at the path daemon/clientLimits):
+  --max-clients N         connections at once (default 256)
+  --max-request-bytes N   one request line (default 1048576)
+  --max-reply-backlog-bytes N
+                          replies a client has not read yet; a client further behind is
+                          disconnected (default 16777216)
+  --max-external-tlvs-per-client N
+                          TLVs one external-TLV client publishes (default 1024)
+  --max-external-tlvs N   TLVs of all external-TLV clients together (default 8192)
+  --max-power-ports-per-agent N
+                          ports one power agent publishes (default 1024)
+  --max-power-ports N     ports of all power agents together (default 4096)
 
 Signals: SIGTERM and SIGINT stop the agent cleanly; SIGHUP re-reads the configuration file,
 the host name and the system description.
@@ -75,9 +93,35 @@ struct Args {
    std::string trace;
    std::string metrics;
    bool foreground = false;
+   std::string user;
+   ::Daemon::Privilege::Account account;
+   std::map<std::string, uint64_t> limits;  // option name -> value
    Platform::Linux::LinuxPlatform::Options platform;
    Snmp::SubagentOptions snmp;
 };
+
+// The limit options and the largest value each takes.
+const std::map<std::string, uint64_t> limitOptions = {
+    {"--max-clients", 65536},
+    {"--max-request-bytes", uint64_t(1) << 30},
+    {"--max-reply-backlog-bytes", uint64_t(1) << 34},
+    {"--max-external-tlvs-per-client", 1u << 20},
+    {"--max-external-tlvs", 1u << 20},
+    {"--max-power-ports-per-agent", 1u << 20},
+    {"--max-power-ports", 1u << 20},
+};
+
+void limitsIs(::Daemon::ClientLimits& l, const std::map<std::string, uint64_t>& values) {
+   for (const auto& [opt, v] : values) {
+      if (opt == "--max-clients") l.maxClientsIs(uint32_t(v));
+      if (opt == "--max-request-bytes") l.maxRequestBytesIs(v);
+      if (opt == "--max-reply-backlog-bytes") l.maxReplyBacklogBytesIs(v);
+      if (opt == "--max-external-tlvs-per-client") l.maxExternalTlvsPerClientIs(uint32_t(v));
+      if (opt == "--max-external-tlvs") l.maxExternalTlvsIs(uint32_t(v));
+      if (opt == "--max-power-ports-per-agent") l.maxPowerPortsPerAgentIs(uint32_t(v));
+      if (opt == "--max-power-ports") l.maxPowerPortsIs(uint32_t(v));
+   }
+}
 
 [[noreturn]] void badUsage(const std::string& why) {
    std::cerr << "lldp-agent: " << why << "\nTry 'lldp-agent --help'.\n";
@@ -129,6 +173,21 @@ Args parseArgs(int argc, char** argv) {
          args.metrics = value();
       } else if (opt == "--foreground") {
          args.foreground = true;
+      } else if (opt == "--user") {
+         args.user = value();
+         if (std::string error; !::Daemon::Privilege::accountIs(args.user, &args.account, &error)) {
+            badUsage("--user: " + error);
+         }
+      } else if (limitOptions.count(opt)) {
+         const std::string text = value();
+         char* end = nullptr;
+         errno = 0;
+         const unsigned long long n = std::strtoull(text.c_str(), &end, 10);
+         if (text.empty() || *end || text[0] == '-' || errno || n < 1 || n > limitOptions.at(opt)) {
+            badUsage(opt + ": '" + text + "' is not a number from 1 to " +
+                     std::to_string(limitOptions.at(opt)));
+         }
+         args.limits[opt] = n;
       } else {
          badUsage("unknown option '" + opt + "'");
       }
@@ -198,7 +257,19 @@ public:
       }
       if (!std::getenv("LLDP_TRACE_FILE")) Vel::Trace::textTraceIs(args_.foreground ? "" : "-");
 
+      if (!args_.user.empty()) {
+         // Before any thread starts (the metrics listener's), so that all have it empty.
+         std::string error;
+         if (::geteuid() != 0) return fail("--user " + args_.user + ": start as root");
+         if (!::Daemon::Privilege::boundingSetClear(&error)) {
+            return fail("--user " + args_.user + ": " + error);
+         }
+      }
+      // Signals are blocked before any thread starts (the metrics listener's), so they
+      // all reach the loop: a thread that did not block them would die of them.
+      if (std::string error; !watchSignals(&error)) return fail(error);
       auto& db = Vel::StateDb::instance();
+      limitsIs(*db.mount<::Daemon::ClientLimits>(::Daemon::ClientLimits::path), args_.limits);
       cliConfig_ = db.mount<Lldp::CliConfig>("l2discovery/lldp/cliConfig");
       std::string error;
       ConfigFile file;
@@ -223,15 +294,18 @@ public:
          if (!metrics_->listen(args_.metrics, &error)) return fail(error);
       }
 
-      if (!watchSignals(&error)) return fail(error);
       agent_ = Lldp::Agent::agentFactory("lldp-agent");
       agent_->doInit();
       if (args_.snmp.enabled) snmp_ = Snmp::AgentxSubagent::start(args_.snmp, db);
       std::cerr << (args_.foreground ? "lldp-agent: running; control socket " + args_.socket + "\n"
                                      : std::string());
-      // Started by systemd (Type=notify): ready once the control socket listens and the
-      // agent's mounts have completed, on the loop's first turn.
-      Vel::EventLoop::instance().post([] { ::sd_notify(0, "READY=1"); });
+      control_->opIs(
+          "privilege",
+          [](const Vel::Json& req, const Vel::Ptr<::Daemon::ControlConnection>& c) {
+             return privilegeReply(req, c->peer());
+          },
+          ::Daemon::ControlSocket::Access::read);
+      Vel::EventLoop::instance().post([this] { finishStart(); });
       Vel::EventLoop::instance().run();
       ::sd_notify(0, "STOPPING=1");
 
@@ -244,10 +318,78 @@ public:
       powerAgentService_.reset();
       control_.reset();
       platform_.reset();
-      return 0;
+      return exitCode_;
    }
 
 private:
+   // Started by systemd (Type=notify): ready once the control socket listens and the
+   // agent's mounts have completed, on the loop's first turn, and root is given up.
+   void finishStart() {
+      if (!agent_->mountsComplete()) {
+         Vel::EventLoop::instance().post([this] { finishStart(); });
+         return;
+      }
+      if (!args_.user.empty()) {
+         std::string error;
+         if (!dropPrivilege(&error)) {
+            exitCode_ = fail("--user " + args_.user + ": " + error);
+            Vel::EventLoop::instance().stop();
+            return;
+         }
+      }
+      ::sd_notify(0, "READY=1");
+   }
+
+   // Everything that needs root is open by now but the packet socket, which opens with
+   // the first port: open it now and keep it, so ports that come later need nothing.
+   bool dropPrivilege(std::string* error) {
+      Platform::Linux::LinuxPam::Options ring;
+      const auto& root = agent_->protocolRoot();
+      if (root && root->pamMan()) ring.settings = root->pamMan()->settings();
+      if (!Platform::Linux::LinuxPam::ringKeep(ring, error)) {
+         *error = "cannot open packet access: " + *error;
+         return false;
+      }
+      if (!::Daemon::Privilege::dropTo(args_.account, error) ||
+          !::Daemon::Privilege::sandboxIs(error)) {
+         return false;
+      }
+      // What the agent opens again later must be open to the user.
+      if (!args_.config.empty() && ::access(args_.config.c_str(), R_OK) != 0) {
+         std::cerr << "lldp-agent: warning: user " << args_.user << " cannot read " << args_.config
+                   << " (" << std::strerror(errno)
+                   << "): SIGHUP will keep the configuration in force\n";
+      }
+      if (args_.snmp.enabled && ::access(args_.snmp.socket.c_str(), W_OK) != 0 && errno != ENOENT) {
+         std::cerr << "lldp-agent: warning: user " << args_.user
+                   << " cannot connect to the AgentX socket " << args_.snmp.socket << " ("
+                   << std::strerror(errno)
+                   << "): after the master agent restarts the MIB is not registered again "
+                      "(give a group of the user access with snmpd's agentXPerms)\n";
+      }
+      return true;
+   }
+
+   // {"op":"privilege"}: who the agent runs as and what holds it; {"probe":true} (root or
+   // the agent's user) also makes one system call the filter refuses and says what the
+   // kernel answered.
+   static Vel::Json privilegeReply(const Vel::Json& req, const ::Daemon::Peer& peer) {
+      using ::Daemon::Privilege;
+      Vel::Json data = {{"uid", ::geteuid()},
+                        {"capEff", Privilege::procStatus("CapEff")},
+                        {"noNewPrivs", Privilege::procStatus("NoNewPrivs")},
+                        {"seccomp", Privilege::procStatus("Seccomp")}};
+      if (req.value("probe", false)) {
+         if (!peer.privileged) {
+            return ::Daemon::ControlSocket::errorReply("privilege: the probe is for root only");
+         }
+         const int err = Privilege::probe();
+         data["probe"] = err == EPERM ? std::string("refused") : std::strerror(err);
+      }
+      data["syscallsRefused"] = Privilege::syscallsRefused();
+      return ::Daemon::ControlSocket::okReply(std::move(data));
+   }
+
    int fail(const std::string& why) {
       std::cerr << "lldp-agent: " << why << "\n";
       return 1;
@@ -308,6 +450,7 @@ private:
    std::unique_ptr<Snmp::AgentxSubagent> snmp_;
    int signalFd_ = -1;
    std::unique_ptr<Vel::FdReactor> signals_;
+   int exitCode_ = 0;
 };
 
 }  // namespace

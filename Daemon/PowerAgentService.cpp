@@ -103,7 +103,8 @@ std::string parseStatus(const Json& j, AgentStatus::PortStatus& s) {
 }  // namespace
 
 PowerAgentService::PowerAgentService(ControlSocket& socket, Vel::StateDb& db)
-    : agents_(db.mount<Vel::Dir>("environment/power/status/poePort")),
+    : limits_(db.mount<Daemon::ClientLimits>(Daemon::ClientLimits::path)),
+      agents_(db.mount<Vel::Dir>("environment/power/status/poePort")),
       requests_(db.mount<Lldp::PowerRequestStatus>("l2discovery/lldp/status/powerRequest")) {
    requestReactor_.service = this;
    requestReactor_.notifierIs(requests_);
@@ -131,6 +132,10 @@ Json PowerAgentService::powerAgent(const Json& req) {
          return bad("\"withdraw\" must be true, without \"ports\"");
       }
       agents_->entryDel(agent);
+      if (auto c = cost_.find(agent); c != cost_.end()) {
+         totalCost_ -= c->second;
+         cost_.erase(c);
+      }
       return ControlSocket::okReply();
    }
    if (ports == req.end() || !ports->is_object()) return bad("\"ports\" must be an object");
@@ -145,6 +150,30 @@ Json PowerAgentService::powerAgent(const Json& req) {
       change = s;
    }
    auto status = agents_->entryAs<AgentStatus>(agent);
+   size_t count = status ? status->portStatus().size() : 0;
+   for (const auto& [intf, s] : changes) {
+      const bool had = status && status->portStatus(intf);
+      if (s && !had) ++count;
+      if (!s && had) --count;
+   }
+   auto c = cost_.find(agent);
+   const size_t before = c == cost_.end() ? 0 : c->second;
+   const size_t others = totalCost_ - before;
+   const size_t perAgent = limits_->maxPowerPortsPerAgent();
+   const size_t total = limits_->maxPowerPorts();
+   if (count > perAgent) {
+      limits_->powerRequestsRefusedInc();
+      return bad(std::to_string(count) + " ports, more than the " + std::to_string(perAgent) +
+                 " an agent may publish");
+   }
+   if (others + std::max<size_t>(count, 1) > total) {
+      limits_->powerRequestsRefusedInc();
+      return bad("all agents together may publish " + std::to_string(total) +
+                 " ports (each agent counts at least one); " + std::to_string(others) +
+                 " are taken by others");
+   }
+   cost_[agent] = std::max<size_t>(count, 1);
+   totalCost_ = others + cost_[agent];
    if (!status) {
       status = Vel::make<AgentStatus>(agent);
       agents_->entryIs(agent, status);

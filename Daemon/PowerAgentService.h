@@ -20,11 +20,17 @@
 //        request a port answers changes or goes, until the client hangs up. REQUEST is the
 //        chosen neighbour with its Power via MDI TLV (Cli/PowerView.h's "neighbor"),
 //        powers in watts.
+// What power agents keep published is bounded (ClientLimits: ports per agent, and all
+// agents' ports together, each agent counting at least one); a request that would pass a
+// limit is refused whole, with the reason, and counted.
 // The same requests, in the records' units (0.1 W), are at the state-database path
 // "l2discovery/lldp/status/powerRequest" for `get`. What power agents publish is in the
 // directory "environment/power/status/poePort", one entry per agent.
 #pragma once
 
+#include <cstddef>
+#include <map>
+#include <string>
 #include <vector>
 
 #include "Daemon/ControlSocket.h"
@@ -51,6 +57,10 @@ private:
    };
    void handleRequest(const Wire::IntfId& intf);
 
+   Daemon::ClientLimits::Ptr limits_;
+   // What each agent published counts against the limits: its ports, at least one.
+   std::map<std::string, size_t> cost_;
+   size_t totalCost_ = 0;
    Vel::Ptr<Vel::Dir> agents_;
    Lldp::PowerRequestStatus::Ptr requests_;
    std::vector<Vel::Ptr<Daemon::ControlConnection>> watchers_;

@@ -3,6 +3,7 @@
 #
 #   PREFIX/sbin/lldp-agent, PREFIX/bin/lldp
 #   PREFIX/lib/systemd/system/lldp-agent.service
+#   PREFIX/lib/sysusers.d/lldp-agent.conf (the user the unit runs the daemon as)
 #   PREFIX/share/man/man8/lldp-agent.8, lldp.8, PREFIX/share/man/man5/lldp-agent.conf.5
 #   PREFIX/share/bash-completion/completions/lldp, lldp-agent
 #   PREFIX/share/doc/lldp-agent/examples/lldp-agent.conf, README.md, docs/
@@ -28,6 +29,7 @@ install(FILES ${PROJECT_SOURCE_DIR}/packaging/completion/lldp
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions OPTIONAL)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+#   PREFIX/lib/sysusers.d/lldp-agent.conf (the user the unit runs the daemon as)
 # The documentation as in the repository: the README and the pages it links to.
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs

@@ -433,6 +433,15 @@ Wire::PamMan::Factory LinuxPam::factory(const Options& ring) {
    };
 }
 
+bool LinuxPam::ringKeep(const Options& options, std::string* error) {
+   Vel::Ptr<LinuxPamRing> ring = LinuxPamRing::ringFor(options, error);
+   if (!ring) return false;
+   // Never released: the rings go with the process.
+   static auto* kept = new std::vector<Vel::Ptr<LinuxPamRing>>;
+   kept->push_back(std::move(ring));
+   return true;
+}
+
 void LinuxPam::kernelDropsHandlerIs(KernelDropsHandler handler) {
    LinuxPamRing::kernelDropsHandler() = std::move(handler);
 }

@@ -77,6 +77,12 @@ public:
    void txPktIs(const Vel::Ptr<Wire::Pkt>& pkt) override;
    uint32_t readableCount() const override;
 
+   // Opens the ring that LinuxPams with these options share in the calling thread's
+   // network namespace, unless it is open, and keeps it open for the life of the process
+   // even while no port uses it: opening a packet socket takes privilege, adding a port
+   // to an open one does not. False with the reason in `error`.
+   static bool ringKeep(const Options& options, std::string* error = nullptr);
+
    // A packet access manager's factory that opens LinuxPams with these ring options
    // and the manager's settings.
    static Wire::PamMan::Factory factory(const Options& ring);

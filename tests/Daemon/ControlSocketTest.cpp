@@ -59,6 +59,7 @@ struct ControlSocketTest : ::testing::Test {
    }
    void TearDown() override {
       Vel::StateDb::instance().entityDel(statePath);
+      Vel::StateDb::instance().entityDel(Daemon::ClientLimits::path);
       server.reset();
       std::filesystem::remove_all(dir);
    }
@@ -199,7 +200,7 @@ TEST_F(ControlSocketTest, MalformedRequestsGetErrorsAndTheConnectionStays) {
 TEST_F(ControlSocketTest, OversizedRequestGetsAnErrorAndIsClosed) {
    int fd = connectRaw();
    Reader rd{fd};
-   sendRaw(fd, std::string(ControlSocket::maxRequestBytes + 1, 'x'));
+   sendRaw(fd, std::string(size_t(server->limits()->maxRequestBytes()) + 1, 'x'));
    EXPECT_EQ(readReply(rd), ControlSocket::errorReply("request longer than 1048576 bytes without "
                                                       "a newline"));
    EXPECT_TRUE(waitEof(rd));
@@ -211,8 +212,8 @@ TEST_F(ControlSocketTest, OversizedRequestGetsAnErrorAndIsClosed) {
    fd = connectRaw();
    Reader ok{fd};
    std::string big = "{\"op\":\"list\",\"pad\":\"";
-   big += std::string(ControlSocket::maxRequestBytes - big.size() - 2, 'p') + "\"}";
-   ASSERT_EQ(big.size(), ControlSocket::maxRequestBytes);
+   big += std::string(size_t(server->limits()->maxRequestBytes()) - big.size() - 2, 'p') + "\"}";
+   ASSERT_EQ(big.size(), size_t(server->limits()->maxRequestBytes()));
    sendRaw(fd, big + "\n");
    EXPECT_EQ(readReply(ok)["ok"], true);
    close(fd);

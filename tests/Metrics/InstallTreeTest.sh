@@ -11,6 +11,7 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
 for f in sbin/lldp-agent bin/lldp lib/systemd/system/lldp-agent.service \
+         lib/sysusers.d/lldp-agent.conf \
          share/man/man8/lldp-agent.8 share/man/man8/lldp.8 \
          share/doc/lldp-agent/examples/lldp-agent.conf etc/lldp-agent.conf; do
   [ -e "$prefix/$f" ] || fail "$f not installed"
@@ -22,6 +23,8 @@ unit="$prefix/lib/systemd/system/lldp-agent.service"
 grep -q "^ExecStart=$prefix/sbin/lldp-agent --config $prefix/etc/lldp-agent.conf " "$unit" \
   || fail "ExecStart does not name the installed files: $(grep ExecStart= "$unit")"
 grep -q '^Type=notify$' "$unit" || fail "not Type=notify"
+grep -q '^ExecStart=.* --user _lldp ' "$unit" || fail "the unit does not give root up (--user _lldp)"
+grep -q '^u _lldp ' "$prefix/lib/sysusers.d/lldp-agent.conf" || fail "sysusers.d does not make _lldp"
 if command -v systemd-analyze >/dev/null; then
   MANPATH="$prefix/share/man" systemd-analyze verify "$unit" || fail "systemd-analyze verify"
 else
