@@ -7,12 +7,14 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "Cli/CliText.h"
 #include "Cli/Topology.h"
+#include "Config/ConfigForms.h"
 #include "Config/ConfigLanguage.h"
 #include "Daemon/ControlSocket.h"
 
@@ -81,6 +83,21 @@ struct Options {
    std::exit(2);
 }
 
+// For the shell's completion (packaging/completion/lldp): the keywords of every command
+// of the configuration language, one command a line ("lldp timer reinitialization", "no
+// lldp timer reinitialization"), read from the parser's own table so that completion
+// never offers what the parser refuses nor misses what it accepts.
+void listKeywords() {
+   std::set<std::string> lines = {"exit", "interface", "no interface"};
+   for (const auto& form : Config::detail::forms()) {
+      std::string words;
+      for (std::string_view w : form.words) words.append(words.empty() ? "" : " ").append(w);
+      if (form.yes) lines.insert(words);
+      if (form.no) lines.insert("no " + words);
+   }
+   for (const auto& line : lines) std::cout << line << "\n";
+}
+
 Options parse(int argc, char** argv) {
    Options o;
    if (const char* env = std::getenv("LLDP_SOCKET"); env && *env) o.socket = env;
@@ -90,6 +107,9 @@ Options parse(int argc, char** argv) {
          o.json = true;
       } else if (a == "--help" || a == "-h" || a == "help") {
          std::cout << usageText;
+         std::exit(0);
+      } else if (a == "--list-keywords") {
+         listKeywords();
          std::exit(0);
       } else if (a == "--socket") {
          if (i + 1 >= argc) fail("--socket needs a path");

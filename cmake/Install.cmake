@@ -5,6 +5,7 @@
 #   PREFIX/lib/systemd/system/lldp-agent.service
 #   PREFIX/share/man/man8/lldp-agent.8, lldp.8
 #   PREFIX/share/doc/lldp-agent/examples/lldp-agent.conf
+#   PREFIX/share/bash-completion/completions/lldp, lldp-agent
 #   SYSCONF/lldp-agent.conf (the example, only when there is no such file yet)
 #
 # SYSCONF is /etc for the prefix /usr, else PREFIX/etc. The unit names the paths the
@@ -21,6 +22,9 @@ install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.8 ${PROJECT_SOURCE_DIR}
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/completion/lldp
+              ${PROJECT_SOURCE_DIR}/packaging/completion/lldp-agent
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 
 set(LLDP_UNIT_TEMPLATE ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.service.in)
 set(LLDP_EXAMPLE_CONF ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf)
