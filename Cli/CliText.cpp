@@ -141,7 +141,7 @@ std::string powerViaMdiText(const Json& p) {
       s += ", allocated A/B " + watts(num(p, "pseAllocatedPowerA")) + "/" +
            watts(num(p, "pseAllocatedPowerB"));
       s += ", maximum available " + watts(num(p, "pseMaxAvailablePower"));
-      s += ", " + str(p, "powerTypeExtName") + ", class ext " + str(p, "powerClassExtName");
+      s += ", 802.3bt " + str(p, "powerTypeExtName") + ", " + str(p, "powerClassExtName");
    }
    return s;
 }

@@ -29,8 +29,9 @@ Commands:
   show neighbors [detail] [interface NAME]
         The neighbours heard on each port: interface, chassis ID, port ID, system name,
         TTL and age. With `detail`, everything each neighbour told us, with the IEEE
-        802.1, IEEE 802.3 and LLDP-MED contents decoded (VLAN names, power in watts,
-        network policies, location, inventory).
+        802.1, IEEE 802.3 and LLDP-MED contents decoded (VLAN names, MAU types and
+        autonegotiation modes by name, power in watts, network policies, location,
+        inventory).
   show statistics [interface NAME]
         Per-port frame and TLV counters and the neighbour-table counters.
   show local [interface NAME]
@@ -63,7 +64,9 @@ Commands:
 Options (anywhere on the line):
   --socket PATH   the agent's control socket (default /run/lldp-agent.sock, or
                   $LLDP_SOCKET when set)
-  --json          JSON instead of text, for scripts (see the README for the schema);
+  --json          JSON instead of text, for scripts (see the README for the schema):
+                  numbers with their names beside them (...Name), neighbours' age and
+                  ttlRemaining in seconds, times also as RFC 3339 UTC (...Timestamp);
                   indented on a terminal, one line otherwise; `watch` prints one JSON
                   object per line
   --help          this text

@@ -177,6 +177,13 @@ TEST(CliViews, NeighbourJsonUsesAttributeNamesAndTextForms) {
    EXPECT_EQ(power["powerTypeName"], "type 2 PD");
    EXPECT_EQ(power["powerSourceName"], "PSE");  // a PD's source
    EXPECT_EQ(power["powerPriorityName"], "critical");
+   // The IEEE 802.3bt form: power class ext (power status bits 3..0) and power type ext
+   // (system setup bits 3..1).
+   const Vel::Json bt = Cli::powerViaMdiJson(Lldp::PowerViaMdiInfo(
+       {.form = Lldp::PowerViaMdiInfo::formDot3bt, .powerStatus = 0x0006, .systemSetup = 0x04}));
+   EXPECT_EQ(bt["powerClassExtName"], "class 6");
+   EXPECT_EQ(bt["powerTypeExtName"], "type 3 single-signature PD");
+   EXPECT_EQ(bt["powerClassName"], "0") << "no class in the 802.3at field: its number";
    EXPECT_EQ(detail["medCapabilitiesInfo"]["deviceTypeName"], "Endpoint Class III");
    EXPECT_EQ(detail["networkPolicyTlv"][0]["appType"], 1);
    EXPECT_EQ(detail["networkPolicyTlv"][0]["appTypeName"], "Voice");
