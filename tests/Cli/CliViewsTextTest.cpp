@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <cmath>
+#include <cstdio>
+
 #include "Cli/CliText.h"
 #include "Cli/CliViews.h"
 #include "Records/LldpNames.h"
@@ -142,6 +145,18 @@ TEST(CliViews, NeighbourTimesAreAgesAndWallClockStamps) {
    }
    // Past its expiry (the age timer not yet run): no time left, never a negative one.
    EXPECT_EQ(Cli::remoteSystemJson(*r, false, Cli::ViewTime(300, 0))["ttlRemaining"], 0);
+   // Dates across leap days, centuries and eras, against the C library's calendar.
+   for (double t : {0.0, 59.9996, -0.0004, -1.5, 951782400.0 /* 2000-02-29 */, 4107542399.999,
+                    1709164800.25 /* 2024-02-29 */, 1700000000.5, 253402300799.0}) {
+      const std::time_t whole = static_cast<std::time_t>(std::floor(std::round(t * 1000) / 1000));
+      std::tm tm{};
+      ::gmtime_r(&whole, &tm);
+      char expected[96];
+      std::snprintf(expected, sizeof expected, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ",
+                    tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec,
+                    int(std::llround(t * 1000) - whole * 1000LL));
+      EXPECT_EQ(Cli::rfc3339(t), expected) << t;
+   }
    EXPECT_EQ(Cli::rfc3339(59.9996), "1970-01-01T00:01:00.000Z");
 }
 
