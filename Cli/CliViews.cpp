@@ -208,7 +208,9 @@ Vel::Json remoteSystemJson(const Lldp::RemoteSystem& r, bool detail, const ViewT
    // Whole seconds, as the text shows them.
    j["age"] = static_cast<int64_t>(std::max(0.0, time.now - r.creationTime()));
    j["ttlRemaining"] = static_cast<int64_t>(std::max(0.0, r.expiryTime() - time.now));
-   addTimestamps(j, time, {"creationTime", "lastRefreshTime", "lastChangeTime", "expiryTime"});
+   // Expiry is in ttlRemaining, and refreshes come every transmit interval: the two times
+   // people ask "when" of are creation and last change.
+   addTimestamps(j, time, {"creationTime", "lastChangeTime"});
    if (detail) addRemoteNames(j, r);
    return j;
 }

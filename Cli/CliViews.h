@@ -3,10 +3,10 @@
 // as text. Keys are the records' attribute names; per-port values are grouped as
 // {"interfaces": {"<name>": {...}}} with the global values beside "interfaces", and
 // "currentTime" (the agent clock, seconds) says when the view was taken, so that the
-// times in it (creationTime, expiryTime, ...) can be turned into ages. Each such time has
-// a wall-clock twin named ...Timestamp ("creationTimestamp": "2026-11-24T05:06:46.123Z",
-// UTC, null for a time that has not happened). Numbers that stand for something (MAU
-// types, LLDP-MED applications, power classes, ...) keep their numbers and gain a
+// times in it (creationTime, expiryTime, ...) can be turned into ages. The times people
+// ask "when" of have a wall-clock twin named ...Timestamp ("creationTimestamp":
+// "2026-11-24T05:06:46.123Z", UTC, null for a time that has not happened). Numbers that stand for
+// something (MAU types, LLDP-MED applications, power classes, ...) keep their numbers and gain a
 // ...Name beside them (Records/LldpNames.h).
 #pragma once
 
@@ -48,8 +48,8 @@ std::string rfc3339(double unixSeconds);
 // One neighbour. The summary has its identity (index, chassisIdentifier,
 // portIdentifier), ethAddr, sysName, ttl and its four times; the detail every attribute,
 // with the MSAP's two identifiers at the top level instead of "msap". Both add "age"
-// (whole seconds since creation), "ttlRemaining" (whole seconds to expiry, not below 0)
-// and the four times' timestamps.
+// (whole seconds since creation), "ttlRemaining" (whole seconds to expiry, not below 0),
+// "creationTimestamp" and "lastChangeTimestamp".
 Vel::Json remoteSystemJson(const Lldp::RemoteSystem& remote, bool detail, const ViewTime& time);
 
 // A Power via MDI TLV's fields with the names of their numbers: powerClassName,
