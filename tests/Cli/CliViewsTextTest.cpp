@@ -141,6 +141,11 @@ TEST(CliViews, NeighbourTimesAreAgesAndWallClockStamps) {
          EXPECT_DOUBLE_EQ(parseRfc3339(ts), viewTime.wallNow - (viewTime.now - clock)) << ts;
       }
    }
+   // A view taken now reads the wall clock with the agent clock.
+   const double wallNow = double(::time(nullptr));
+   const Vel::Json stamp = Cli::ViewTime(1000).timestamp(990);
+   ASSERT_TRUE(stamp.is_string());
+   EXPECT_NEAR(parseRfc3339(stamp.get<std::string>()), wallNow - 10, 2);
    // Past its expiry (the age timer not yet run): no time left, never a negative one.
    EXPECT_EQ(Cli::remoteSystemJson(*r, false, Cli::ViewTime(300, 0))["ttlRemaining"], 0);
    // Dates across leap days, centuries and eras, against the C library's calendar.
