@@ -335,6 +335,10 @@ void expectSameNeighbour(Json theirs, Json ours) {
    EXPECT_EQ((tsp & 0x40) ? "1" : "2", power["power-type"]);
    static const char* priorities[] = {"unknown", "critical", "high", "low"};
    EXPECT_EQ(priorities[tsp & 3], power["priority"]);
+   // The names our views give those numbers are lldpd's words too.
+   EXPECT_EQ(mdi["powerClassName"], power["class"]);
+   EXPECT_EQ(mdi["powerPriorityName"], power["priority"]);
+   EXPECT_EQ(mdi["psePowerPairName"], power["pairs"]);
    EXPECT_EQ(std::to_string(mdi["pdRequestedPower"].get<int>() * 100), power["requested"]);
    EXPECT_EQ(std::to_string(mdi["pseAllocatedPower"].get<int>() * 100), power["allocated"]);
 
