@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <map>
 #include <regex>
@@ -318,6 +319,15 @@ void expectSameNeighbour(Json theirs, Json ours) {
       EXPECT_EQ(macPhy["autonegSupported"], port["auto-negotiation"]["supported"]);
       EXPECT_EQ(macPhy["autonegEnabled"], port["auto-negotiation"]["enabled"]);
       EXPECT_NE(macPhy["operationalMauType"], 0);
+      // Our name of the MAU type begins lldpd's description of it ("10GBASE-T" and
+      // "10GbaseT - Four-pair Category 6A ..." on a veth link).
+      auto squash = [](std::string s) {
+         std::erase(s, '-');
+         for (char& c : s) c = char(std::tolower(static_cast<unsigned char>(c)));
+         return s;
+      };
+      EXPECT_TRUE(squash(text(port["auto-negotiation"]["current"]))
+                      .starts_with(squash(text(macPhy["operationalMauTypeName"]))));
    }
 
    // IEEE 802.3 Power via MDI: lldpd's words against our fields.
