@@ -103,23 +103,16 @@ private:
    std::string out_;
 };
 
-const char* medDeviceType(int t) {
-   static const char* const names[] = {"not defined", "endpoint class I", "endpoint class II",
-                                       "endpoint class III", "network connectivity"};
-   return t >= 0 && t <= 4 ? names[t] : "reserved";
+// A number by the name the view gives it beside (key + "Name"), or as the number.
+std::string named(const Json& j, const std::string& key) {
+   auto it = j.find(key + "Name");
+   return it != j.end() && it->is_string() ? it->get<std::string>() : str(j, key.c_str());
 }
 
-const char* medApplication(int t) {
-   static const char* const names[] = {"reserved",
-                                       "voice",
-                                       "voice signaling",
-                                       "guest voice",
-                                       "guest voice signaling",
-                                       "softphone voice",
-                                       "video conferencing",
-                                       "streaming video",
-                                       "video signaling"};
-   return t >= 0 && t <= 8 ? names[t] : "reserved";
+// "10GBASE-T (54)": the name with the number, or the number alone when it has no name.
+std::string namedWithNumber(const Json& j, const std::string& key) {
+   const std::string name = named(j, key), number = str(j, key.c_str());
+   return name == number ? number : name + " (" + number + ")";
 }
 
 std::string watts(double tenths) {
@@ -132,16 +125,13 @@ std::string powerViaMdiText(const Json& p) {
    std::string s = (support & 0x01) ? "PSE" : "PD";
    s += (support & 0x02) ? ", supported" : ", not supported";
    s += (support & 0x04) ? ", enabled" : ", disabled";
-   s += fmt(", power pair %.0f", num(p, "psePowerPair"));
+   s += ", power pair " + named(p, "psePowerPair");
    // Classes 0..4 travel as 1..5.
-   if (num(p, "powerClass") >= 1) s += fmt(", class %.0f", num(p, "powerClass") - 1);
+   if (num(p, "powerClass") >= 1) s += ", " + named(p, "powerClass");
    if (num(p, "form") >= 2) {
-      static const char* const types[] = {"type 2 PSE", "type 2 PD", "type 1 PSE", "type 1 PD"};
-      static const char* const priorities[] = {"unknown", "critical", "high", "low"};
-      const int tsp = int(num(p, "typeSourcePriority"));
-      s += std::string(", ") + types[(tsp >> 6) & 3];
-      s += integer(", source %lld", (tsp >> 4) & 3);
-      s += std::string(", priority ") + priorities[tsp & 3];
+      s += ", " + str(p, "powerTypeName");
+      s += ", source " + str(p, "powerSourceName");
+      s += ", priority " + str(p, "powerPriorityName");
       s += ", requested " + watts(num(p, "pdRequestedPower"));
       s += ", allocated " + watts(num(p, "pseAllocatedPower"));
    }
@@ -151,12 +141,13 @@ std::string powerViaMdiText(const Json& p) {
       s += ", allocated A/B " + watts(num(p, "pseAllocatedPowerA")) + "/" +
            watts(num(p, "pseAllocatedPowerB"));
       s += ", maximum available " + watts(num(p, "pseMaxAvailablePower"));
+      s += ", 802.3bt " + str(p, "powerTypeExtName") + ", " + str(p, "powerClassExtName");
    }
    return s;
 }
 
 std::string policyText(const Json& p) {
-   std::string s = std::string(medApplication(int(num(p, "appType")))) + ": ";
+   std::string s = named(p, "appType") + ": ";
    if (flag(p, "unknown")) return s + "unknown policy";
    s += flag(p, "tagged") ? fmt("VLAN %.0f tagged", num(p, "vlanId")) : "untagged";
    s += fmt(", priority %.0f", num(p, "priority"));
@@ -167,17 +158,17 @@ std::string policyText(const Json& p) {
 std::string locationText(const Json& l) {
    switch (int(num(l, "format"))) {
       case 1:
-         return std::string("coordinate ").append(str(l, "coordinate"));
+         return named(l, "format") + " " + str(l, "coordinate");
       case 2: {
          const Json& c = member(l, "civicAddress");
-         std::string s = "civic, country " + str(c, "countryCode");
+         std::string s = named(l, "format") + ", country " + str(c, "countryCode");
          for (const auto& e : member(c, "caElements")) {
-            s += fmt(", CA type %.0f: ", num(e, "caType")) + str(e, "caValue");
+            s += ", " + namedWithNumber(e, "caType") + ": " + str(e, "caValue");
          }
          return s;
       }
       case 3:
-         return std::string("ELIN ").append(str(l, "elin"));
+         return named(l, "format") + " " + str(l, "elin");
       default:
          return "";
    }
@@ -232,12 +223,13 @@ std::string neighborDetail(const std::string& intf, const Json& r, double now) {
    }
    if (flag(r, "macPhyConfigStatusTlvReceived")) {
       const Json& m = member(r, "macPhyConfigStatusInfo");
-      b.line("MAC/PHY",
-             std::string("autonegotiation ") +
-                 (flag(m, "autonegSupported") ? "supported" : "not supported") +
-                 (flag(m, "autonegEnabled") ? " and enabled" : "") +
-                 integer(", advertised 0x%04llx", num(m, "pmdAutonegAdvertisedCapability")) +
-                 fmt(", MAU type %.0f", num(m, "operationalMauType")));
+      const std::string modes = text(member(m, "advertisedModes"));
+      b.line("MAC/PHY", std::string("autonegotiation ") +
+                            (flag(m, "autonegSupported") ? "supported" : "not supported") +
+                            (flag(m, "autonegEnabled") ? " and enabled" : "") + ", advertised " +
+                            (modes.empty() ? "nothing" : modes) +
+                            integer(" (0x%04llx)", num(m, "pmdAutonegAdvertisedCapability")) +
+                            ", MAU type " + namedWithNumber(m, "operationalMauType"));
    }
    if (flag(r, "powerViaMdiTlvReceived"))
       b.line("Power via MDI", powerViaMdiText(member(r, "powerViaMdiInfo")));
@@ -246,8 +238,7 @@ std::string neighborDetail(const std::string& intf, const Json& r, double now) {
    }
    if (flag(r, "medCapabilitiesTlvReceived")) {
       const Json& m = member(r, "medCapabilitiesInfo");
-      b.line("LLDP-MED",
-             str(m, "capabilities") + "; device type " + medDeviceType(int(num(m, "deviceType"))));
+      b.line("LLDP-MED", str(m, "capabilities") + "; device type " + named(m, "deviceType"));
    }
    for (const auto& p : member(r, "networkPolicyTlv")) b.line("Network policy", policyText(p));
    b.line("Location", locationText(member(r, "locationId")));
@@ -404,15 +395,12 @@ std::string powerText(const Json& view) {
       Block b;
       const Json& agent = member(p, "powerAgent");
       if (agent.is_object()) {
-         static const char* const priorities[] = {"unknown", "critical", "high", "low"};
-         const int prio = int(num(agent, "priority"));
          b.line("Power agent",
                 str(agent, "name") + ": " + str(agent, "state") +
                     integer(", PSE type %lld", num(agent, "pseType")) +
-                    integer(", class %lld", num(agent, "powerClass")) +
-                    (num(agent, "psePowerPair") == 2 ? ", spare pairs" : ", signal pairs") +
-                    (num(agent, "powerSource") == 2 ? ", backup source" : ", primary source") +
-                    ", priority " + priorities[prio >= 0 && prio <= 3 ? prio : 0] + ", allocated " +
+                    integer(", class %lld", num(agent, "powerClass")) + ", " +
+                    named(agent, "psePowerPair") + " pairs, " + named(agent, "powerSource") +
+                    " source, priority " + named(agent, "priority") + ", allocated " +
                     watts(num(agent, "allocatedPower") * 10) + ", maximum available " +
                     watts(num(agent, "maxAvailablePower") * 10));
       } else {

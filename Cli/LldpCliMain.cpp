@@ -7,12 +7,14 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "Cli/CliText.h"
 #include "Cli/Topology.h"
+#include "Config/ConfigForms.h"
 #include "Config/ConfigLanguage.h"
 #include "Daemon/ControlSocket.h"
 
@@ -27,8 +29,9 @@ Commands:
   show neighbors [detail] [interface NAME]
         The neighbours heard on each port: interface, chassis ID, port ID, system name,
         TTL and age. With `detail`, everything each neighbour told us, with the IEEE
-        802.1, IEEE 802.3 and LLDP-MED contents decoded (VLAN names, power in watts,
-        network policies, location, inventory).
+        802.1, IEEE 802.3 and LLDP-MED contents decoded (VLAN names, MAU types and
+        autonegotiation modes by name, power in watts, network policies, location,
+        inventory).
   show statistics [interface NAME]
         Per-port frame and TLV counters and the neighbour-table counters.
   show local [interface NAME]
@@ -61,7 +64,9 @@ Commands:
 Options (anywhere on the line):
   --socket PATH   the agent's control socket (default /run/lldp-agent.sock, or
                   $LLDP_SOCKET when set)
-  --json          JSON instead of text, for scripts (see the README for the schema);
+  --json          JSON instead of text, for scripts (see the README for the schema):
+                  numbers with their names beside them (...Name), neighbours' age and
+                  ttlRemaining in seconds, times also as RFC 3339 UTC (...Timestamp);
                   indented on a terminal, one line otherwise; `watch` prints one JSON
                   object per line
   --help          this text
@@ -81,6 +86,21 @@ struct Options {
    std::exit(2);
 }
 
+// For the shell's completion (packaging/completion/lldp): the keywords of every command
+// of the configuration language, one command a line ("lldp timer reinitialization", "no
+// lldp timer reinitialization"), read from the parser's own table so that completion
+// never offers what the parser refuses nor misses what it accepts.
+void listKeywords() {
+   std::set<std::string> lines = {"exit", "interface", "no interface"};
+   for (const auto& form : Config::detail::forms()) {
+      std::string words;
+      for (std::string_view w : form.words) words.append(words.empty() ? "" : " ").append(w);
+      if (form.yes) lines.insert(words);
+      if (form.no) lines.insert("no " + words);
+   }
+   for (const auto& line : lines) std::cout << line << "\n";
+}
+
 Options parse(int argc, char** argv) {
    Options o;
    if (const char* env = std::getenv("LLDP_SOCKET"); env && *env) o.socket = env;
@@ -90,6 +110,9 @@ Options parse(int argc, char** argv) {
          o.json = true;
       } else if (a == "--help" || a == "-h" || a == "help") {
          std::cout << usageText;
+         std::exit(0);
+      } else if (a == "--list-keywords") {
+         listKeywords();
          std::exit(0);
       } else if (a == "--socket") {
          if (i + 1 >= argc) fail("--socket needs a path");

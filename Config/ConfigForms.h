@@ -74,6 +74,9 @@ struct Form {
    std::function<Built(const Args&)> no;
 };
 
+// Every command of the language (ConfigLanguage.cpp), e.g. for listing its keywords.
+const std::vector<Form>& forms();
+
 // Records at their defaults, to read what a `no` form restores.
 const CliConfig& defaults();
 const CliPortConfig& portDefaults();

@@ -123,6 +123,7 @@ void NeighborWatch::flush() {
    flushPosted_ = false;
    std::map<Key, Change> pending;
    pending.swap(pending_);
+   const ViewTime time(Vel::EventLoop::instance().now());
    for (const auto& [key, change] : pending) {
       auto it = remotes_.find(key);
       if (it == remotes_.end()) continue;
@@ -130,7 +131,8 @@ void NeighborWatch::flush() {
       Vel::Json event = {
           {"event", names[change]},
           {"interface", std::string(key.intf.name())},
-          {"remoteSystem", remoteSystemJson(*it->second->remote(), change != changeRemoved)}};
+          {"timestamp", rfc3339(time.wallNow)},
+          {"remoteSystem", remoteSystemJson(*it->second->remote(), change != changeRemoved, time)}};
       if (change == changeRemoved) remotes_.erase(it);
       sink_(event);
    }

@@ -3,7 +3,8 @@
 // reported after it, one event per neighbour, so a neighbour that a frame creates is
 // reported once, with everything that frame told us:
 //    {"event": "added" | "changed" | "removed", "interface": "eth1",
-//     "remoteSystem": {...every attribute...}}
+//     "timestamp": "2026-11-24T05:06:46.123Z" (when it was reported),
+//     "remoteSystem": {...every attribute, as `show neighbors detail` has it...}}
 // A removed neighbour is reported with the identity it had (index, chassisIdentifier,
 // portIdentifier, sysName). A port that goes away removes its neighbours.
 #pragma once

@@ -1,6 +1,7 @@
 #include "Daemon/PowerView.h"
 
 #include "Records/LldpExtDot3Parse.h"
+#include "Records/LldpNames.h"
 #include "Records/PoeUtils.h"
 
 namespace Cli {
@@ -25,8 +26,13 @@ Json agentJson(const std::string& name, const AgentStatus::PortStatus& s) {
            {"pseType", s.pseType()},
            {"powerClass", s.powerClass()},
            {"psePowerPair", s.psePowerPair()},
+           {"psePowerPairName",
+            Lldp::nameOr(Lldp::psePowerPairName(s.psePowerPair()), s.psePowerPair())},
            {"powerSource", s.powerSource()},
+           {"powerSourceName",
+            Lldp::nameOr(Lldp::powerSourceName(s.powerSource(), false), s.powerSource())},
            {"priority", s.priority()},
+           {"priorityName", Lldp::nameOr(Lldp::powerPriorityName(s.priority()), s.priority())},
            {"allocatedPower", watts(s.allocatedPower())},
            {"maxAvailablePower", watts(s.maxAvailablePower())}};
 }
@@ -58,32 +64,34 @@ Json txJson(const Lldp::LocalPortPoeInfo& poe, const Lldp::PortConfig::PtrConst&
    return {{"fallback", fallback},
            {"requestedPower", watts(p.pdRequestedPower())},
            {"allocatedPower", watts(p.pseAllocatedPower())},
-           {"powerViaMdiInfo", Vel::toJson(p)}};
+           {"powerViaMdiInfo", powerViaMdiJson(p)}};
 }
 
 }  // namespace
 
 Json powerRequestJson(const Lldp::PowerRequest& r) {
-   static const char* const types[] = {"type 2 PSE", "type 2 PD", "type 1 PSE", "type 1 PD"};
-   static const char* const priorities[] = {"unknown", "critical", "high", "low"};
    const Lldp::PowerViaMdiInfo& p = r.powerViaMdiInfo();
    return {{"index", r.remoteIndex()},
            {"ethAddr", r.source().stringValue()},
            {"chassisIdentifier", r.chassisIdentifier().toJson()},
            {"requestedPower", watts(p.pdRequestedPower())},
            {"allocatedPower", watts(p.pseAllocatedPower())},
-           {"powerType", types[p.powerType()]},
+           {"powerType", Lldp::powerTypeName(p.powerType())},
            // Classes 0..4 travel as 1..5.
            {"powerClass", p.powerClass() >= 1 ? Json(p.powerClass() - 1) : Json(nullptr)},
-           {"priority", priorities[p.powerPriority()]},
+           {"priority", Lldp::powerPriorityName(p.powerPriority())},
            {"powerSource", p.powerSource()},
-           {"powerViaMdiInfo", Vel::toJson(p)}};
+           {"powerSourceName",
+            Lldp::nameOr(Lldp::powerSourceName(p.powerSource(), p.powerTypePd()), p.powerSource())},
+           {"powerViaMdiInfo", powerViaMdiJson(p)}};
 }
 
 View powerView(const Lldp::LocalSystem& local, const Lldp::Config& config, Lldp::Status& status,
-               const Vel::Dir* powerAgents, const std::string& intf, Vel::Seconds now) {
+               const Vel::Dir* powerAgents, const std::string& intf, const ViewTime& time) {
    View v;
-   v.json = {{"currentTime", now}, {"interfaces", Json::object()}};
+   v.json = {{"currentTime", time.now},
+             {"currentTimestamp", rfc3339(time.wallNow)},
+             {"interfaces", Json::object()}};
    auto fill = [&](const Lldp::LocalPort& port) {
       const Wire::IntfId& id = port.intfId();
       Json out = Json::object();

@@ -5,12 +5,15 @@
 //
 // {"currentTime": T, "interfaces": {"<name>": {
 //    "powerAgent": null | {"name", "state" ("unknown", "disabled", "searching",
-//        "delivering", "fault"), "pseType", "powerClass", "psePowerPair", "powerSource",
-//        "priority" (1 critical, 2 high, 3 low), "allocatedPower", "maxAvailablePower"},
+//        "delivering", "fault"), "pseType", "powerClass", "psePowerPair",
+//        "psePowerPairName" ("signal", "spare"), "powerSource", "powerSourceName"
+//        ("primary", "backup"), "priority" (1 critical, 2 high, 3 low), "priorityName",
+//        "allocatedPower", "maxAvailablePower"},
 //    "neighbor": null | {"index", "ethAddr", "chassisIdentifier", "sysName",
 //        "requestedPower", "allocatedPower", "powerType" ("type 2 PD", ...), "powerClass"
 //        (IEEE class, null when not sent), "priority" ("unknown", "critical", "high",
-//        "low"), "powerSource" (the 802.3at field), "powerViaMdiInfo" (as received)},
+//        "low"), "powerSource" (the 802.3at field), "powerSourceName", "powerViaMdiInfo"
+//        (as received, with the names of Cli/CliViews.h's powerViaMdiJson)},
 //    "powerViaMdiTx": null | {"fallback" (the configured fallback answers, no power
 //        agent has reported), "requestedPower", "allocatedPower", "powerViaMdiInfo"},
 //    "poeAllocatedPowerFallback": milliwatts}}}
@@ -28,6 +31,6 @@ namespace Cli {
 Vel::Json powerRequestJson(const Lldp::PowerRequest& request);
 
 View powerView(const Lldp::LocalSystem& local, const Lldp::Config& config, Lldp::Status& status,
-               const Vel::Dir* powerAgents, const std::string& intf, Vel::Seconds now);
+               const Vel::Dir* powerAgents, const std::string& intf, const ViewTime& time);
 
 }  // namespace Cli

@@ -27,6 +27,10 @@ if(COMMAND lldp_test)
   if(CLI_TESTS)
     lldp_test(cli_tests ${CLI_TESTS})
     target_link_libraries(cli_tests PRIVATE cli_service cli_text)
+    # The shell completion asks the programs themselves for their keywords and options.
+    target_compile_definitions(cli_tests PRIVATE LLDP_CLI="$<TARGET_FILE:lldp-cli>"
+                                                 LLDP_AGENT="$<TARGET_FILE:lldp-agent>")
+    add_dependencies(cli_tests lldp-cli lldp-agent)
   endif()
 endif()
 

@@ -26,14 +26,15 @@ install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf.5
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/completion/lldp
               ${PROJECT_SOURCE_DIR}/packaging/completion/lldp-agent
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions OPTIONAL)
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-#   PREFIX/lib/sysusers.d/lldp-agent.conf (the user the unit runs the daemon as)
 # The documentation as in the repository: the README and the pages it links to.
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
         FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.png")
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.sysusers DESTINATION lib/sysusers.d
+        RENAME lldp-agent.conf)
 
 set(LLDP_UNIT_TEMPLATE ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.service.in)
 set(LLDP_EXAMPLE_CONF ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf)

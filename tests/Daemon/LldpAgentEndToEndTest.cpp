@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -93,6 +94,14 @@ TEST(LldpAgentEndToEnd, TwoAgentsOnTwoLinks) {
       EXPECT_EQ(n["portIdentifier"]["value"], mine);
       EXPECT_EQ(n["sysName"], "left");
       EXPECT_EQ(n["ttl"], 4);
+      // Its times as the daemon's clocks give them: whole seconds of age and of TTL left,
+      // and the wall-clock time it was first heard.
+      EXPECT_LE(n["ttlRemaining"], 4);
+      std::tm created{};
+      const std::string stamp = n["creationTimestamp"].get<std::string>();
+      ASSERT_NE(::strptime(stamp.c_str(), "%Y-%m-%dT%H:%M:%S", &created), nullptr) << stamp;
+      EXPECT_NEAR(double(::timegm(&created)), double(::time(nullptr) - n["age"].get<int>()), 2)
+          << stamp;
       // The fallback management address: the system MAC itself.
       ASSERT_EQ(n["managementAddress"].size(), 1u) << n.dump();
       EXPECT_EQ(n["managementAddress"], leftLocal["managementAddress"]);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <map>
 #include <regex>
@@ -318,6 +319,15 @@ void expectSameNeighbour(Json theirs, Json ours) {
       EXPECT_EQ(macPhy["autonegSupported"], port["auto-negotiation"]["supported"]);
       EXPECT_EQ(macPhy["autonegEnabled"], port["auto-negotiation"]["enabled"]);
       EXPECT_NE(macPhy["operationalMauType"], 0);
+      // Our name of the MAU type begins lldpd's description of it ("10GBASE-T" and
+      // "10GbaseT - Four-pair Category 6A ..." on a veth link).
+      auto squash = [](std::string s) {
+         std::erase(s, '-');
+         for (char& c : s) c = char(std::tolower(static_cast<unsigned char>(c)));
+         return s;
+      };
+      EXPECT_TRUE(squash(text(port["auto-negotiation"]["current"]))
+                      .starts_with(squash(text(macPhy["operationalMauTypeName"]))));
    }
 
    // IEEE 802.3 Power via MDI: lldpd's words against our fields.
@@ -335,6 +345,10 @@ void expectSameNeighbour(Json theirs, Json ours) {
    EXPECT_EQ((tsp & 0x40) ? "1" : "2", power["power-type"]);
    static const char* priorities[] = {"unknown", "critical", "high", "low"};
    EXPECT_EQ(priorities[tsp & 3], power["priority"]);
+   // The names our views give those numbers are lldpd's words too.
+   EXPECT_EQ(mdi["powerClassName"], power["class"]);
+   EXPECT_EQ(mdi["powerPriorityName"], power["priority"]);
+   EXPECT_EQ(mdi["psePowerPairName"], power["pairs"]);
    EXPECT_EQ(std::to_string(mdi["pdRequestedPower"].get<int>() * 100), power["requested"]);
    EXPECT_EQ(std::to_string(mdi["pseAllocatedPower"].get<int>() * 100), power["allocated"]);
 
