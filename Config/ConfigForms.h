@@ -85,4 +85,8 @@ using LineOut = std::function<void(const std::string&)>;
 void renderTlvAndBypass(const CliConfig& c, const LineOut& line);
 void renderPortTlvAndBypass(const CliPortConfig& p, const LineOut& line);
 
+// The limit on all ports' neighbours together (ConfigNeighborLimit.cpp).
+void addNeighborLimitForms(std::vector<Form>& forms);
+void renderNeighborLimit(const CliConfig& c, const LineOut& line);
+
 }  // namespace Config::detail

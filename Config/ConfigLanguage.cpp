@@ -476,6 +476,7 @@ const std::vector<Form>& forms() {
                       });
                    }});
       addTlvAndBypassForms(f);
+      addNeighborLimitForms(f);
       // LLDP-MED network policies (Config/NetworkPolicyLanguage.h).
       f.push_back({Scope::port,
                    {"lldp", "med", "network-policy"},
@@ -748,6 +749,7 @@ std::string render(const CliConfig& c) {
    if (c.remoteSystemLimit() != d.remoteSystemLimit()) {
       line("lldp neighbor-limit " + std::to_string(c.remoteSystemLimit()));
    }
+   renderNeighborLimit(c, line);
    renderTlvAndBypass(c, line);
 
    const CliPortConfig& pd = portDefaults();
