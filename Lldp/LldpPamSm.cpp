@@ -266,7 +266,7 @@ void LldpPamSm::doCheckStillTransmitting(bool conditionHolds, const char* stopTr
 void LldpPamSm::handleRemoteSystem(int index) {
    if (!initialized_) return;
    portStatus_->remoteSystemSenderIs(index);
-   if (portStatus_->remoteSystem(index)) doProcessSomethingChangedLocal();
+   if (portStatus_->remoteSystemAt(index)) doProcessSomethingChangedLocal();
 }
 
 void LldpPamSm::doProcessSomethingChangedLocal() {

@@ -44,10 +44,18 @@ void PortStatus::senderTrackingIs(bool on) {
    for (const auto& [index, remote] : remoteSystem()) remoteSystemSenderIs(index);
 }
 
+const RemoteSystem* PortStatus::remoteSystemAt(int index) const {
+   if (remoteSystem_.empty()) return nullptr;
+   const auto last = remoteSystem_.rbegin();
+   if (last->first == index) return last->second.ptr();
+   if (last->first < index) return nullptr;
+   const auto it = remoteSystem_.find(index);
+   return it == remoteSystem_.end() ? nullptr : it->second.ptr();
+}
+
 void PortStatus::remoteSystemSenderIs(int index) {
    if (!senderTracking_) return;
-   const auto it = remoteSystem_.find(index);
-   const RemoteSystem* r = it == remoteSystem_.end() ? nullptr : it->second.ptr();
+   const RemoteSystem* r = remoteSystemAt(index);
    if (r && r->anyLldpMedReceived()) {
       medSenders_.insert(index);
    } else {

@@ -63,6 +63,10 @@ class PortStatus : public Vel::Entity {
    // thousand neighbours as on an empty one; untracked, they look at every neighbour.
    void senderTrackingIs(bool on);
    void remoteSystemSenderIs(int index);
+   // The neighbour with this index, or null. The newest (highest index, the one just
+   // added) is found at once; the machines that watch the table ask for it at every new
+   // neighbour, and a search from the top of a table of 100,000 would cost each of them.
+   const RemoteSystem* remoteSystemAt(int index) const;
 
 private:
    bool senderTracking_ = false;
