@@ -462,8 +462,8 @@ int takeRemoteSystemIndex(Lldp::PortStatus& portStatus) {
 }
 
 // Makes the record of a new neighbour, or returns null when the port, or all ports
-// together, are full. The record
-// is not in the port's table yet: it is filled first and then published.
+// together, are full. The record is not in the port's table yet: it is filled first and
+// then published.
 Vel::Ptr<Lldp::RemoteSystem> newRemoteSystem(const Lldp::Msap& msap, Vel::Seconds now,
                                              const Lldp::PortConfig& portConfig,
                                              Lldp::Status& status, Lldp::PortStatus& portStatus) {
