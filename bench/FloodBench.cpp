@@ -349,15 +349,25 @@ bool skipUnlessRoot(benchmark::State& state) {
    return true;
 }
 
+// What must hold whatever the machine's speed; a run where it does not fails (the smoke
+// test looks for the text).
+void failCheck(benchmark::State& state, const std::string& what) {
+   std::printf("flood check failed: %s\n", what.c_str());
+   state.SkipWithError(("flood check failed: " + what).c_str());
+}
+
 // Frames the interfaces received that the agent neither read nor counted: the figure
 // that must be 0.
 void reportAccounting(benchmark::State& state, const Ports& ports, const Agent::Tally& t) {
    const uint64_t arrived = ports.rxPackets();
+   const uint64_t uncounted = arrived > t.accounted() ? arrived - t.accounted() : 0;
    state.counters["frames_arrived"] = double(arrived);
    state.counters["frames_read"] = double(t.received + t.rateLimited);
    state.counters["kernel_dropped"] = double(t.kernelDropped);
-   state.counters["uncounted"] = double(arrived > t.accounted() ? arrived - t.accounted() : 0);
+   state.counters["uncounted"] = double(uncounted);
    state.counters["stored"] = double(t.stored);
+   if (uncounted != 0)
+      failCheck(state, std::to_string(uncounted) + " frames neither read nor counted");
 }
 
 void BM_NewNeighbourCpu(benchmark::State& state) {
@@ -447,6 +457,14 @@ void BM_FloodAcrossPorts(benchmark::State& state) {
       state.counters["stats_rtt_mean_ms"] = asked ? sum / asked * 1000 : 0;
       state.counters["stats_failed"] = failed;
       reportAccounting(state, ports, t);
+      // Every neighbour read until the limit is stored, every one after it refused.
+      const uint64_t expected = std::min<uint64_t>(uint64_t(limit), t.received);
+      if (t.stored != expected || t.received - t.stored != t.refusedTotal) {
+         failCheck(state, std::to_string(t.stored) + " stored and " +
+                              std::to_string(t.refusedTotal) + " refused of " +
+                              std::to_string(t.received) + " read, limit " + std::to_string(limit));
+      }
+      if (failed != 0) failCheck(state, std::to_string(failed) + " statistics requests failed");
       // The bound documented for the flood: the daemon as it starts, and each neighbour
       // the limit lets in at most kbPerNeighbour.
       const double peakMb = statusKb(daemon.pid(), "VmHWM:") / 1024;
