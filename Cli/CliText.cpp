@@ -320,15 +320,15 @@ std::string statisticsText(const Json& view) {
    out += "Frames the kernel dropped before the agent read them: " +
           str(view, "rxFramesDroppedByKernel") + "\n\n";
    Table t({"Interface", "TxFrames", "RxFrames", "RxDiscarded", "RxErrors", "TLVsDiscarded",
-            "TLVsUnknown", "Ageouts", "RateLimited", "NbrRefused", "TxTooLong", "TxNoMem",
-            "TxErrors"});
+            "TLVsUnknown", "Ageouts", "RateLimited", "NbrRefused", "NbrRefusedTotal", "TxTooLong",
+            "TxNoMem", "TxErrors"});
    for (const auto& [intf, p] : member(view, "interfaces").items()) {
       t.row({intf, str(p, "txFramesTotal"), str(p, "rxFramesTotal"),
              str(p, "rxFramesDiscardedTotal"), str(p, "rxFramesErrors"),
              str(p, "rxTLVsDiscardedTotal"), str(p, "rxTLVsUnrecognizedTotal"),
              str(p, "rxAgeoutsTotal"), str(p, "rxLldpdusRateLimited"), str(p, "rxNeighborsRefused"),
-             str(p, "txFramesLengthExceeded"), str(p, "txFramesNoMemErrors"),
-             str(p, "txFramesErrors")});
+             str(p, "rxNeighborsRefusedTotalLimit"), str(p, "txFramesLengthExceeded"),
+             str(p, "txFramesNoMemErrors"), str(p, "txFramesErrors")});
    }
    return out + t.str();
 }

@@ -111,4 +111,8 @@ void addTlvAndBypassForms(std::vector<Form>& forms);
 void renderTlvAndBypass(const CliConfig& c, const LineOut& line);
 void renderPortTlvAndBypass(const CliPortConfig& p, const LineOut& line);
 
+// The limit on all ports' neighbours together (ConfigNeighborLimit.cpp).
+void addNeighborLimitForms(std::vector<Form>& forms);
+void renderNeighborLimit(const CliConfig& c, const LineOut& line);
+
 }  // namespace Config::detail

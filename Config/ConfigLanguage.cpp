@@ -15,6 +15,7 @@ const std::vector<Form>& forms() {
       addCoreForms(f);
       addTlvAndBypassForms(f);
       addNetworkPolicyForms(f);
+      addNeighborLimitForms(f);
       return f;
    }();
    return table;
@@ -207,6 +208,7 @@ std::string render(const CliConfig& c) {
    std::string out;
    auto line = [&](const std::string& s) { out += s + '\n'; };
    renderCore(c, line);
+   renderNeighborLimit(c, line);
    renderTlvAndBypass(c, line);
    for (const auto& [intf, p] : c.cliPortConfig()) {
       line("interface " + intf.stringValue());

@@ -34,6 +34,11 @@ const PortCounter portCounters[metricsPortCounters] = {
      "Neighbours deleted because their time to live ran out."},
     {&Lldp::PortStatus::rxLldpdusRateLimited, "lldp_rx_lldpdus_rate_limited_total",
      "Received LLDPDUs dropped over the receive rate limit."},
+    {&Lldp::PortStatus::rxNeighborsRefused, "lldp_rx_neighbors_refused_total",
+     "LLDPDUs of new neighbours refused because the port's neighbour table was full."},
+    {&Lldp::PortStatus::rxNeighborsRefusedTotalLimit, "lldp_rx_neighbors_refused_total_limit_total",
+     "LLDPDUs of new neighbours refused because all ports together were at their neighbour "
+     "limit."},
 };
 
 // Neighbour label bytes: where each sits among a neighbour's five byte strings.

@@ -31,7 +31,7 @@ struct MetricFamily;
 namespace Daemon {
 
 // The per-port counters, in the order of the `portCounters` table (MetricsSnapshot.cpp).
-inline constexpr size_t metricsPortCounters = 10;
+inline constexpr size_t metricsPortCounters = 12;
 
 struct MetricsSnapshot {
    struct Port {

@@ -61,4 +61,16 @@ constinit const Vel::Log::Handle LLDP_NEIGHBOR_LIMIT(
     "raise the limit with 'lldp neighbor-limit'.",
     60);
 
+// Arguments: interface and the limit on all ports together (a uint32_t). Logged as
+// LLDP_NEIGHBOR_LIMIT is, at most once a minute.
+constinit const Vel::Log::Handle LLDP_NEIGHBOR_LIMIT_TOTAL(
+    "LLDP_NEIGHBOR_LIMIT_TOTAL", severityWarning,
+    "LLDP neighbor tables full (limit %d neighbors on all interfaces): new neighbor on "
+    "interface %s refused",
+    "A new LLDP neighbor was not added to the neighbor table because all interfaces together "
+    "already have as many neighbors as the limit across interfaces allows.",
+    "Check what is attached to the interfaces; if they legitimately have this many neighbors, "
+    "raise the limit with 'lldp neighbor-limit total'.",
+    60);
+
 }  // namespace Lldp

@@ -11,5 +11,6 @@ extern const Vel::Log::Handle LLDP_NEIGHBOR_GONE;
 extern const Vel::Log::Handle LLDP_RX_RATELIMIT;
 extern const Vel::Log::Handle LLDP_REMOTE_TABLES_CLEARED;
 extern const Vel::Log::Handle LLDP_NEIGHBOR_LIMIT;
+extern const Vel::Log::Handle LLDP_NEIGHBOR_LIMIT_TOTAL;
 
 }  // namespace Lldp

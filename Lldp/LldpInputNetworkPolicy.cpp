@@ -134,7 +134,7 @@ void NetworkPolicyPortStatusSm::portConfigIs(Lldp::PortConfig::PtrConst portConf
 }
 
 void NetworkPolicyPortStatusSm::remoteSystemChanged(const int& index) {
-   const auto remote = portStatus_->remoteSystem(index);
+   const Lldp::RemoteSystem* remote = portStatus_->remoteSystemAt(index);
    if (remote && !remote->networkPolicyTlv().empty()) {
       asking_.insert(index);
    } else {

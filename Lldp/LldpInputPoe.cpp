@@ -216,7 +216,7 @@ void PoeSm::doSyncPortFromAgents(const Wire::IntfId& intf) {
 }
 
 void PoeSm::PortStatusReactor::requestingIs(int index) {
-   const auto remote = notifier()->remoteSystem(index);
+   const Lldp::RemoteSystem* remote = notifier()->remoteSystemAt(index);
    if (remote && Poe::shouldPoeDataFromPowerViaMdiBePublished(*remote)) {
       requesting.insert(index);
    } else {

@@ -450,7 +450,8 @@ void InputSm::doSyncPortConfig(Lldp::PortConfig& pc) {
 }
 
 // ---------------------------------------------------------------------------------------
-// The neighbour limit: a port's own limit when the operator set one, else the global one.
+// The neighbour limit: a port's own limit when the operator set one, else the global one;
+// and the limit on all ports together.
 
 void InputSm::handleRemoteSystemLimit() {
    VEL_TRACE(traceLldpAgent, 8, "InputSm::handleRemoteSystemLimit()");
@@ -463,6 +464,7 @@ void InputSm::doSyncPortConfigRemoteSystemLimit(Lldp::PortConfig& pc) {
    const Lldp::CliPortConfig* cli = cliPortConfigOf(pc.intfId());
    const uint32_t own = cli ? cli->remoteSystemLimit() : 0;
    pc.remoteSystemLimitIs(own != 0 ? own : cliConfig_->remoteSystemLimit());
+   pc.remoteSystemLimitTotalIs(cliConfig_->remoteSystemLimitTotal());
 }
 
 namespace {

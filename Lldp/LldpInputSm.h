@@ -363,6 +363,7 @@ private:
       void mgmtAddrTxIntfChanged() override { sm->handleMgmtAddrTxOption(); }
       void mgmtAddrVrfChanged() override { sm->handleMgmtAddrVrf(); }
       void remoteSystemLimitChanged() override { sm->handleRemoteSystemLimit(); }
+      void remoteSystemLimitTotalChanged() override { sm->handleRemoteSystemLimit(); }
       void cliPortConfigChanged(const Wire::IntfId& intf) override {
          sm->handleCliPortConfig(intf);
       }

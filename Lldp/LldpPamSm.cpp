@@ -89,6 +89,7 @@ void LldpPamSm::handleInitialized() {
    portStatus_ = root.status()->portStatus(intfId_);
    portStatusReactor_.notifierIs(portStatus_);
    VEL_ASSERT(portStatus_, "portStatus()");
+   portStatus_->senderTrackingIs(true);
    localSystem_ = root.localSystem();
    VEL_ASSERT(localSystem_, "localSystem()");
    localPort_ = localSystem_->localPort(intfId_);
@@ -115,6 +116,7 @@ void LldpPamSm::doClose() {
    portConfigReactor_.notifierIs(nullptr);
    intfStatusReactor_.notifierIs(nullptr);
    portStatusReactor_.notifierIs(nullptr);
+   portStatus_->senderTrackingIs(false);
 }
 
 // ---------------------------------------------------------------------------------------
@@ -263,7 +265,8 @@ void LldpPamSm::doCheckStillTransmitting(bool conditionHolds, const char* stopTr
 
 void LldpPamSm::handleRemoteSystem(int index) {
    if (!initialized_) return;
-   if (portStatus_->remoteSystem(index)) doProcessSomethingChangedLocal();
+   portStatus_->remoteSystemSenderIs(index);
+   if (portStatus_->remoteSystemAt(index)) doProcessSomethingChangedLocal();
 }
 
 void LldpPamSm::doProcessSomethingChangedLocal() {

@@ -461,17 +461,31 @@ int takeRemoteSystemIndex(Lldp::PortStatus& portStatus) {
    }
 }
 
-// Makes the record of a new neighbour, or returns null when the port is full. The record
-// is not in the port's table yet: it is filled first and then published.
+// Makes the record of a new neighbour, or returns null when the port, or all ports
+// together, are full. The record is not in the port's table yet: it is filled first and
+// then published.
 Vel::Ptr<Lldp::RemoteSystem> newRemoteSystem(const Lldp::Msap& msap, Vel::Seconds now,
                                              const Lldp::PortConfig& portConfig,
-                                             Lldp::PortStatus& portStatus) {
+                                             Lldp::Status& status, Lldp::PortStatus& portStatus) {
    if (portStatus.remoteSystem().size() >= portConfig.remoteSystemLimit()) {
       VEL_TRACE(traceLldpProtocol, 2,
                 "Not creating RemoteSystem for " << msap << " because limit reached");
       portStatus.rxFramesDiscardedTotalInc();
       portStatus.rxNeighborsRefusedInc();
       Lldp::LLDP_NEIGHBOR_LIMIT.log(portStatus.intfId(), portConfig.remoteSystemLimit());
+      return nullptr;
+   }
+   // Against the neighbours of all ports together as well: the same for the frame, a
+   // counter of its own.
+   const uint64_t total =
+       status.remoteSystemTally().count(Vel::Ptr<const Lldp::PortStatus>(&portStatus));
+   if (total >= portConfig.remoteSystemLimitTotal()) {
+      VEL_TRACE(
+          traceLldpProtocol, 2,
+          "Not creating RemoteSystem for " << msap << " because the limit across ports is reached");
+      portStatus.rxFramesDiscardedTotalInc();
+      portStatus.rxNeighborsRefusedTotalLimitInc();
+      Lldp::LLDP_NEIGHBOR_LIMIT_TOTAL.log(portConfig.remoteSystemLimitTotal(), portStatus.intfId());
       return nullptr;
    }
    VEL_TRACE(traceLldpProtocol, 4, "Creating RemoteSystem");
@@ -618,7 +632,7 @@ Lldp::RemoteSystem::PtrConst processRxLldpdu(
    if (stored) {
       VEL_TRACE(traceLldpProtocol, 4, "Updating RemoteSystem");
    } else {
-      created = newRemoteSystem(msap, now, *portConfig, *portStatus);
+      created = newRemoteSystem(msap, now, *portConfig, *status, *portStatus);
       if (!created) return nullptr;
       stored = created;
       changed = true;

@@ -37,11 +37,18 @@ class TiaEnabledTlvs {
    VEL_BITSET(TiaEnabledTlvs, uint8_t, LLDP_TIA_TLV_BITS)
 };
 
+// The default limit on the neighbours of all ports together: a 1,000-port switch with
+// every port at the default per-port limit (64) never reaches it, while a flood spread
+// over many ports is bounded at a few hundred megabytes.
+inline constexpr uint32_t remoteSystemLimitTotalDefault = 64000;
+
 // Defaults: transmit and receive; at most 20 LLDPDUs a second on a port before the rest
 // are dropped (a neighbour in fast transmission sends one a second); at most 64
 // neighbours on a port, which covers hosts with many virtual ports behind a bridge while
-// bounding what a flood of forged MSAPs can take. `poeAllocatedPowerFallback` is in
-// milliwatts; 0 disables the fallback Power via MDI reply.
+// bounding what a flood of forged MSAPs can take. `remoteSystemLimitTotal` is the limit
+// on the neighbours of all ports together, which every port's new neighbours count
+// against. `poeAllocatedPowerFallback` is in milliwatts; 0 disables the fallback Power via
+// MDI reply.
 // clang-format off
 #define LLDP_PORT_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                                  \
@@ -50,6 +57,7 @@ class TiaEnabledTlvs {
    ATTR(uint64_t, rxRateLimitMaxLldpdus, 20)                                  \
    ATTR(Vel::Seconds, rxRateLimitInterval, 1.0)                               \
    ATTR(uint32_t, remoteSystemLimit, 64)                                      \
+   ATTR(uint32_t, remoteSystemLimitTotal, remoteSystemLimitTotalDefault)      \
    ATTR(EnabledTlvs, enabledTlvs, EnabledTlvs(0x0f))                          \
    ATTR(bool, mgmtAddrTxEnable, true)                                         \
    ATTR(bool, portVlanTxEnable, true)                                         \
@@ -124,7 +132,8 @@ class CliPortConfig : public Vel::Entity {
 // the global switch: off, no LLDP frame is received or sent on any port. The `...Tx`
 // switches select optional TLVs for every port. A non-empty `sysName` or `sysDesc`
 // replaces the value taken from the system. `remoteSystemLimit` is the neighbour limit of
-// every port that does not set its own.
+// every port that does not set its own; `remoteSystemLimitTotal` the limit on all ports'
+// neighbours together.
 // clang-format off
 #define LLDP_CLI_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ATTR(bool, enabled, true)                                                 \
@@ -149,6 +158,7 @@ class CliPortConfig : public Vel::Entity {
    ATTR(Wire::IntfId, mgmtAddrTxIntf, {})                                    \
    ATTR(std::string, mgmtAddrVrf, {})                                        \
    ATTR(uint32_t, remoteSystemLimit, 64)                                     \
+   ATTR(uint32_t, remoteSystemLimitTotal, remoteSystemLimitTotalDefault)     \
    ATTR(bool, dot1xLldpBypass, false)                                        \
    ECOLL(Wire::IntfId, CliPortConfig, cliPortConfig)
 // clang-format on

@@ -23,6 +23,7 @@ bool anyRemote(const PortStatus& ps, Pred pred) {
 }  // namespace
 
 bool PortStatus::anyLldpMedReceived() const {
+   if (senderTracking_) return !medSenders_.empty();
    return anyRemote(*this, [](const RemoteSystem& r) { return r.anyLldpMedReceived(); });
 }
 
@@ -31,7 +32,82 @@ bool PortStatus::networkPolicyTlvReceived() const {
 }
 
 bool PortStatus::powerViaMdiTlvReceived() const {
+   if (senderTracking_) return !powerSenders_.empty();
    return anyRemote(*this, [](const RemoteSystem& r) { return r.powerViaMdiTlvReceived(); });
+}
+
+void PortStatus::senderTrackingIs(bool on) {
+   senderTracking_ = on;
+   medSenders_.clear();
+   powerSenders_.clear();
+   if (!on) return;
+   for (const auto& [index, remote] : remoteSystem()) remoteSystemSenderIs(index);
+}
+
+const RemoteSystem* PortStatus::remoteSystemAt(int index) const {
+   if (remoteSystem_.empty()) return nullptr;
+   const auto last = remoteSystem_.rbegin();
+   if (last->first == index) return last->second.ptr();
+   if (last->first < index) return nullptr;
+   const auto it = remoteSystem_.find(index);
+   return it == remoteSystem_.end() ? nullptr : it->second.ptr();
+}
+
+void PortStatus::remoteSystemSenderIs(int index) {
+   if (!senderTracking_) return;
+   const RemoteSystem* r = remoteSystemAt(index);
+   if (r && r->anyLldpMedReceived()) {
+      medSenders_.insert(index);
+   } else {
+      medSenders_.erase(index);
+   }
+   if (r && r->powerViaMdiTlvReceived()) {
+      powerSenders_.insert(index);
+   } else {
+      powerSenders_.erase(index);
+   }
+}
+
+// ---------------------------------------------------------------------------------------
+// RemoteSystemTally.
+
+uint64_t RemoteSystemTally::count(const Vel::Ptr<const PortStatus>& port) {
+   if (!slot_.count(port.ptr())) {
+      auto w = std::make_unique<Watch>();
+      w->tally = this;
+      w->port = port.ptr();
+      w->counted = port->remoteSystem().size();
+      w->notifierIs(port);
+      total_ += w->counted;
+      slot_[port.ptr()] = watches_.size();
+      watches_.push_back(std::move(w));
+   }
+   pruneOne();
+   return total_;
+}
+
+void RemoteSystemTally::Watch::remoteSystemChanged(const int&) {
+   const size_t now = port->remoteSystem().size();
+   tally->total_ = tally->total_ + now - counted;
+   counted = now;
+}
+
+// Checks one port per call, in turn: one that only this tally still holds, with no
+// neighbours left, is dropped. A port removed from its status thus costs nothing for long.
+void RemoteSystemTally::pruneOne() {
+   if (watches_.empty()) return;
+   if (next_ >= watches_.size()) next_ = 0;
+   Watch& w = *watches_[next_];
+   if (w.counted != 0 || w.port->refCount() > 1) {
+      ++next_;
+      return;
+   }
+   slot_.erase(w.port);
+   if (next_ + 1 != watches_.size()) {
+      std::swap(watches_[next_], watches_.back());
+      slot_[watches_[next_]->port] = next_;
+   }
+   watches_.pop_back();
 }
 
 }  // namespace Lldp

@@ -2,6 +2,11 @@
 // the counters, the neighbour table and the VLAN names advertised.
 #pragma once
 
+#include <memory>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
 #include "Framework/Vel/Entity.h"
 #include "Records/LldpRemoteSystem.h"
 #include "Records/LldpValues.h"
@@ -13,7 +18,9 @@ using VrfName = Vel::FixedString<64>;
 namespace Lldp {
 
 // `rxNeighborsRefused` counts the LLDPDUs of new neighbours that found the port's
-// neighbour table full (each such LLDPDU counts, as the table keeps no record of them).
+// neighbour table full (each such LLDPDU counts, as the table keeps no record of them);
+// `rxNeighborsRefusedTotalLimit` those that found the neighbours of all ports together at
+// their limit (`remoteSystemLimitTotal`).
 // clang-format off
 #define LLDP_PORT_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                                  \
@@ -30,6 +37,7 @@ namespace Lldp {
    COUNTER(uint32_t, rxAgeoutsTotal)                                          \
    COUNTER(uint32_t, rxLldpdusRateLimited)                                    \
    COUNTER(uint32_t, rxNeighborsRefused)                                      \
+   COUNTER(uint32_t, rxNeighborsRefusedTotalLimit)                            \
    ATTR(Vel::Seconds, lastTxTime, 0)                                          \
    COUNTER(uint32_t, nextRemoteSystemIndex)                                   \
    ECOLL(int, RemoteSystem, remoteSystem)                                     \
@@ -49,6 +57,21 @@ class PortStatus : public Vel::Entity {
    bool anyLldpMedReceived() const;
    bool networkPolicyTlvReceived() const;
    bool powerViaMdiTlvReceived() const;
+   // While tracked, the neighbours that sent LLDP-MED or Power via MDI TLVs are kept as
+   // they change (the port's protocol machine re-examines each neighbour added, changed or
+   // removed), so that the two questions above cost the same on a port of a hundred
+   // thousand neighbours as on an empty one; untracked, they look at every neighbour.
+   void senderTrackingIs(bool on);
+   void remoteSystemSenderIs(int index);
+   // The neighbour with this index, or null. The newest (highest index, the one just
+   // added) is found at once; the machines that watch the table ask for it at every new
+   // neighbour, and a search from the top of a table of 100,000 would cost each of them.
+   const RemoteSystem* remoteSystemAt(int index) const;
+
+private:
+   bool senderTracking_ = false;
+   std::unordered_set<int> medSenders_;
+   std::unordered_set<int> powerSenders_;
 };
 
 // clang-format off
@@ -67,6 +90,33 @@ class StatusBase : public Vel::Entity {
    VEL_ENTITY(StatusBase, LLDP_STATUS_BASE_ATTRS)
 };
 
+// The number of neighbours on a set of ports together, kept up to date as each port's
+// table changes (whoever adds or removes them), so that reading it costs the same with a
+// hundred thousand neighbours as with none. A port is counted from the first time it is
+// asked about; a port nobody else holds any more is let go once its table is empty.
+class RemoteSystemTally {
+public:
+   RemoteSystemTally() = default;
+   RemoteSystemTally(const RemoteSystemTally&) = delete;
+   RemoteSystemTally& operator=(const RemoteSystemTally&) = delete;
+   // The neighbours of every port counted so far, `port` included.
+   uint64_t count(const Vel::Ptr<const PortStatus>& port);
+   size_t ports() const { return watches_.size(); }
+
+private:
+   struct Watch : PortStatus::Notifiee {
+      RemoteSystemTally* tally = nullptr;
+      const PortStatus* port = nullptr;
+      size_t counted = 0;
+      void remoteSystemChanged(const int&) override;
+   };
+   void pruneOne();
+   std::vector<std::unique_ptr<Watch>> watches_;
+   std::unordered_map<const PortStatus*, size_t> slot_;  // port -> its watch in watches_
+   size_t next_ = 0;                                     // the next watch pruneOne() checks
+   uint64_t total_ = 0;
+};
+
 // clang-format off
 #define LLDP_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ECOLL(Wire::IntfId, PortStatus, portStatus)
@@ -74,6 +124,12 @@ class StatusBase : public Vel::Entity {
 
 class Status : public StatusBase {
    VEL_ENTITY_DERIVED(Status, StatusBase, LLDP_STATUS_ATTRS)
+   // The neighbours of all ports together, for the limit across ports (the receive
+   // processor counts the ports it stores neighbours on).
+   RemoteSystemTally& remoteSystemTally() { return remoteSystemTally_; }
+
+private:
+   RemoteSystemTally remoteSystemTally_;
 };
 
 // The status the command line reads: the remote-table counters of every supervisor added

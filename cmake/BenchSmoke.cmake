@@ -17,3 +17,10 @@ if(TARGET scale_bench)
     LABELS bench-smoke TIMEOUT 300
     ENVIRONMENT "LLDP_SCALE_PORTS=20;LLDP_SCALE_IDLE=2")
 endif()
+# The floods against the daemon, a few hundred neighbours each.
+if(TARGET flood_bench)
+  add_test(NAME BenchSmoke.flood_bench COMMAND flood_bench)
+  set_tests_properties(BenchSmoke.flood_bench PROPERTIES
+    LABELS bench-smoke TIMEOUT 300 FAIL_REGULAR_EXPRESSION "flood check failed"
+    ENVIRONMENT "LLDP_FLOOD_AT=0,300;LLDP_FLOOD_WINDOW=200;LLDP_FLOOD_DROPS=500;LLDP_FLOOD_TOTAL=2000;LLDP_FLOOD_PORTS=4;LLDP_FLOOD_LIMIT=500")
+endif()

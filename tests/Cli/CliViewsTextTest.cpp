@@ -214,6 +214,7 @@ TEST(CliViews, ViewsGroupPortsAndRefuseUnknownInterfaces) {
    auto port = status->portStatusIs(Wire::IntfId("eth1"), 0.0);
    port->rxFramesTotalInc(4);
    port->rxNeighborsRefusedInc(3);
+   port->rxNeighborsRefusedTotalLimitInc(5);
    all->portStatusIs(Wire::IntfId("eth1"), port);
    all->remTablesInsertsIs(2);
    all->remTablesLastChangeTimeIs(129);
@@ -222,8 +223,9 @@ TEST(CliViews, ViewsGroupPortsAndRefuseUnknownInterfaces) {
    EXPECT_EQ(v.json["interfaces"]["eth1"]["rxFramesTotal"], 4);
    EXPECT_EQ(v.json["interfaces"]["eth1"]["rxNeighborsRefused"], 3);
    const std::string text = Cli::statisticsText(v.json);
-   EXPECT_NE(text.find("RateLimited  NbrRefused"), std::string::npos) << text;
-   EXPECT_NE(text.find("0            3"), std::string::npos) << text;
+   EXPECT_EQ(v.json["interfaces"]["eth1"]["rxNeighborsRefusedTotalLimit"], 5);
+   EXPECT_NE(text.find("RateLimited  NbrRefused  NbrRefusedTotal"), std::string::npos) << text;
+   EXPECT_NE(text.find("0            3           5"), std::string::npos) << text;
    EXPECT_EQ(v.json["remTablesInserts"], 2);
    EXPECT_EQ(v.json["currentTime"], 130);
    EXPECT_EQ(v.json["currentTimestamp"], "2023-11-14T22:13:20.500Z");

@@ -66,6 +66,7 @@ TEST(ConfigLanguageTest, FormsSetWhatTheySay) {
         ""},
        {"lldp management-address all", "/mgmtAddrTxMode", int(Lldp::mgmtAddrTxModeAll)},
        {"lldp neighbor-limit 1000000", "/remoteSystemLimit", 1000000},
+       {"lldp neighbor-limit total 10000000", "/remoteSystemLimitTotal", 10000000},
        {"lldp system-name  core switch  1  ! the big one", "/sysName", "core switch  1"},
        {R"(lldp system-description "says \"hi\" ! not a comment\x41\\")", "/sysDesc",
         "says \"hi\" ! not a commentA\\"},
@@ -78,6 +79,8 @@ TEST(ConfigLanguageTest, FormsSetWhatTheySay) {
        {"interface e1\nlldp neighbor-limit 7", "/remoteSystemLimit", 64},
        {"interface e1\nexit\nlldp neighbor-limit 7", "/remoteSystemLimit", 7},
        {"interface e1\nlldp timer 9\nlldp neighbor-limit 7", "/remoteSystemLimit", 7},
+       // The limit across ports has no per-port form: it is global inside a block too.
+       {"interface e1\nlldp neighbor-limit total 7", "/remoteSystemLimitTotal", 7},
        {"interface e1\nno lldp transmit\ninterface e2\nno lldp receive",
         "/cliPortConfig/1/adminStatus", 1},
        // Outside a block, indentation does not matter.
@@ -123,12 +126,14 @@ TEST(ConfigLanguageTest, FormsSetWhatTheySay) {
    good(*c,
         "no lldp run\nlldp timer 5\nlldp hold-time 9\nlldp timer reinitialization 3\n"
         "lldp receive packet tagged drop\nlldp management-address vrf m\n"
-        "lldp management-address all\nlldp neighbor-limit 9\nlldp system-name x\n"
+        "lldp management-address all\nlldp neighbor-limit 9\nlldp neighbor-limit total 9\n"
+        "lldp system-name x\n"
         "lldp system-description y");
    good(*c,
         "lldp run\nno lldp timer\nno lldp hold-time\nno lldp timer reinitialization\n"
         "no lldp receive packet tagged drop\nno lldp management-address vrf\n"
-        "no lldp management-address\nno lldp neighbor-limit\nno lldp system-name\n"
+        "no lldp management-address\nno lldp neighbor-limit\nno lldp neighbor-limit total\n"
+        "no lldp system-name\n"
         "no lldp system-description");
    EXPECT_EQ(Vel::toJson(*c), Vel::toJson(*fresh()));
    // Per port likewise; `no` only switches the rate limit off, its numbers stay for the next
@@ -195,6 +200,9 @@ TEST(ConfigLanguageTest, BadLinesChangeNothing) {
        {"exit\nlldp neighbor-limit 0", "lldp neighbor-limit: 0 is out of range 1..1000000"},
        {"lldp neighbor-limit 0", "lldp neighbor-limit: 0 is out of range 1..1000000"},
        {"lldp neighbor-limit 1000001", "lldp neighbor-limit: 1000001 is out of range 1..1000000"},
+       {"lldp neighbor-limit total 0", "lldp neighbor-limit total: 0 is out of range 1..10000000"},
+       {"lldp neighbor-limit total",
+        "lldp neighbor-limit total: expected 'lldp neighbor-limit total COUNT'"},
        {"lldp foo", "unknown command 'lldp foo'"},
        {"LLDP run", "unknown command 'LLDP run'"},
        {"lldp", "unknown command 'lldp'"},
@@ -304,6 +312,7 @@ lldp receive packet tagged drop
 lldp management-address interface Management1
 lldp management-address vrf mgmt
 lldp neighbor-limit 5000
+lldp neighbor-limit total 20000
 dot1x lldp bypass
 interface Ethernet1
    no lldp transmit

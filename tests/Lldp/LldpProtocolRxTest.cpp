@@ -460,6 +460,64 @@ TEST_F(LldpProtocolRxTest, NeighbourLimitRefusesCountsAndLogsOnce) {
    Vel::Log::clockIs(nullptr);
 }
 
+// The limit on all ports together: new neighbours beyond it are refused on whichever port
+// they come (counted apart from the port's own limit), and room made by any removal --
+// a shutdown frame, a cleared table, a port's table emptied on another path -- is
+// room again.
+TEST_F(LldpProtocolRxTest, NeighbourLimitAcrossPortsRefusesAndCountsOnEveryPort) {
+   Vel::Trace::configure("");
+   Vel::Log::clockIs(+[] { return 2e9; });
+   auto config2 = Vel::make<Lldp::PortConfig>(Wire::IntfId("Ethernet2"));
+   auto port2 = status->portStatusIs(Wire::IntfId("Ethernet2"), 0.0);
+   auto rx2 = [&](Pdu pdu) {
+      Bytes frame = pdu.data();
+      return processRxLldpdu(frame.data(), frame.data() + frame.size(), config2, status, port2,
+                             localPort, pamSm, mac);
+   };
+   config->remoteSystemLimitTotalIs(5);
+   config2->remoteSystemLimitTotalIs(5);
+   for (int n = 1; n <= 3; ++n) ASSERT_TRUE(rx(neighbour(n)));
+   for (int n = 11; n <= 12; ++n) ASSERT_TRUE(rx2(neighbour(n)));
+   logs.clear();
+   EXPECT_FALSE(rx(neighbour(4)));
+   EXPECT_FALSE(rx2(neighbour(13)));
+   EXPECT_FALSE(rx2(neighbour(14)));
+   EXPECT_EQ(port->rxNeighborsRefusedTotalLimit(), 1u);
+   EXPECT_EQ(port2->rxNeighborsRefusedTotalLimit(), 2u);
+   EXPECT_EQ(port2->rxFramesDiscardedTotal(), 2u);
+   EXPECT_EQ(port2->rxNeighborsRefused(), 0u);
+   EXPECT_EQ(port2->rxFramesErrors(), 0u);
+   EXPECT_EQ(port->remoteSystem().size() + port2->remoteSystem().size(), 5u);
+   ASSERT_EQ(logs.size(), 1u);  // once a minute
+   EXPECT_EQ(logs[0].key, "LLDP_NEIGHBOR_LIMIT_TOTAL");
+   EXPECT_EQ(logs[0].text,
+             "LLDP neighbor tables full (limit 5 neighbors on all interfaces): new neighbor on "
+             "interface Ethernet1 refused");
+   // Known neighbours are still refreshed and updated.
+   auto r = rx2(neighbour(11).tlv(5, "still updated"));
+   ASSERT_TRUE(r);
+   EXPECT_EQ(r->sysName().value(), "still updated");
+
+   // A shutdown frame on one port makes room on the other.
+   EXPECT_FALSE(rx(neighbour(1, 0)));
+   EXPECT_TRUE(rx2(neighbour(13)));
+   EXPECT_FALSE(rx2(neighbour(14)));
+   // So does a table emptied without the processor (a clear request, a link going down).
+   port->remoteSystemByMsapDelAll();
+   port->remoteSystemDelAll();
+   for (int n = 14; n <= 15; ++n) EXPECT_TRUE(rx2(neighbour(n)));
+   EXPECT_FALSE(rx2(neighbour(16)));
+   EXPECT_EQ(port2->remoteSystem().size(), 5u);
+   // The port's own limit still applies below the total, counted as its own.
+   config2->remoteSystemLimitTotalIs(100);
+   config2->remoteSystemLimitIs(6);
+   EXPECT_TRUE(rx2(neighbour(16)));
+   EXPECT_FALSE(rx2(neighbour(17)));
+   EXPECT_EQ(port2->rxNeighborsRefused(), 1u);
+   EXPECT_EQ(port2->rxNeighborsRefusedTotalLimit(), 4u);
+   Vel::Log::clockIs(nullptr);
+}
+
 // ---------------------------------------------------------------------------------------
 // A changed power request hurries the next transmission.
 

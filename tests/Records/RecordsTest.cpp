@@ -63,6 +63,51 @@ TEST(RemoteSystemTables, DerivedQueriesLookAtEveryNeighbour) {
    EXPECT_TRUE(ps->powerViaMdiTlvReceived());
    EXPECT_TRUE(ps->networkPolicyTlvReceived());
    EXPECT_TRUE(ps->anyLldpMedReceived());
+
+   // Tracked, the answers come from the neighbours as last re-examined: the same answers,
+   // and they follow each neighbour that changes or goes.
+   ps->senderTrackingIs(true);
+   EXPECT_TRUE(ps->powerViaMdiTlvReceived());
+   EXPECT_TRUE(ps->anyLldpMedReceived());
+   second->powerViaMdiTlvReceivedIs(false);
+   ps->remoteSystemSenderIs(2);
+   EXPECT_FALSE(ps->powerViaMdiTlvReceived());
+   EXPECT_TRUE(ps->anyLldpMedReceived());
+   auto third = ps->remoteSystemIs(3, Lldp::Msap());
+   third->medCapabilitiesTlvReceivedIs(true);
+   ps->remoteSystemSenderIs(3);
+   ps->remoteSystemDel(2);
+   ps->remoteSystemSenderIs(2);
+   EXPECT_TRUE(ps->anyLldpMedReceived());
+   ps->remoteSystemDel(3);
+   ps->remoteSystemSenderIs(3);
+   EXPECT_FALSE(ps->anyLldpMedReceived());
+   third->powerViaMdiTlvReceivedIs(true);  // no longer on the port: not asked about
+   ps->remoteSystemSenderIs(3);
+   EXPECT_FALSE(ps->powerViaMdiTlvReceived());
+}
+
+// The neighbours of several ports together, however they come and go, and a port that is
+// gone everywhere else is let go once empty.
+TEST(RemoteSystemTables, TallyCountsEveryPortsNeighbours) {
+   Lldp::RemoteSystemTally tally;
+   auto a = Vel::make<Lldp::PortStatus>(Wire::IntfId("Ethernet1"), 0.0);
+   auto b = Vel::make<Lldp::PortStatus>(Wire::IntfId("Ethernet2"), 0.0);
+   a->remoteSystemIs(1, Lldp::Msap());
+   EXPECT_EQ(tally.count(a), 1u);  // what the port held already counts
+   for (int i = 1; i <= 3; ++i) b->remoteSystemIs(i, Lldp::Msap());
+   EXPECT_EQ(tally.count(b), 4u);
+   a->remoteSystemIs(2, Lldp::Msap());
+   b->remoteSystemDel(1);
+   EXPECT_EQ(tally.count(a), 4u);
+   b->remoteSystemDelAll();
+   EXPECT_EQ(tally.count(a), 2u);
+   EXPECT_EQ(tally.ports(), 2u);
+   b = nullptr;  // nobody else holds it, and it is empty
+   tally.count(a);
+   tally.count(a);
+   EXPECT_EQ(tally.ports(), 1u);
+   EXPECT_EQ(tally.count(a), 2u);
 }
 
 TEST(Records, CountersCollectionsAndReset) {
