@@ -6,7 +6,9 @@ add_library(cli_service STATIC ${PROJECT_SOURCE_DIR}/Daemon/CliViews.cpp
             ${PROJECT_SOURCE_DIR}/Daemon/NeighborWatch.cpp ${PROJECT_SOURCE_DIR}/Daemon/CliService.cpp
             ${PROJECT_SOURCE_DIR}/Daemon/PowerView.cpp ${PROJECT_SOURCE_DIR}/Daemon/PowerAgentService.cpp)
 target_link_libraries(cli_service PUBLIC control_socket records)
-target_link_libraries(lldp-agent PRIVATE cli_service)
+if(TARGET lldp-agent)
+  target_link_libraries(lldp-agent PRIVATE cli_service)
+endif()
 
 add_library(cli_text STATIC ${PROJECT_SOURCE_DIR}/Cli/CliText.cpp)
 target_link_libraries(cli_text PUBLIC framework)

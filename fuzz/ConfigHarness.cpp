@@ -1,0 +1,55 @@
+#include "fuzz/ConfigHarness.h"
+
+#include "Config/ConfigLanguage.h"
+
+namespace Fuzz {
+
+namespace {
+
+const std::string configPath = "config";
+
+}  // namespace
+
+ConfigHarness::ConfigHarness() : config_(db_.mount<Lldp::CliConfig>(configPath)) {}
+
+void ConfigHarness::feed(const uint8_t* data, size_t size) {
+   if (size == 0) return;
+   if (config_->cliPortConfig().size() > portLimit) Config::load("", *config_);
+   const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
+   const Vel::Json before = db_.json(configPath);
+   Config::Result result;
+   size_t lineCount = 0;
+   if (data[0] & 1) {
+      lineCount = Config::splitLines(text).size();
+      result = Config::load(text, *config_);
+   } else {
+      const std::vector<std::string> lines = Config::splitLines(text);
+      lineCount = lines.size();
+      result = Config::apply(lines, *config_);
+   }
+   if (!result) {
+      if (db_.json(configPath) != before) {
+         wrong_ = "a refused text changed the configuration: " + result.error->message();
+      } else if (result.error->line < 1 || size_t(result.error->line) > lineCount) {
+         wrong_ = "the refusal names line " + std::to_string(result.error->line) + " of " +
+                  std::to_string(lineCount);
+      } else if (result.error->reason.empty()) {
+         wrong_ = "a refusal without a reason";
+      }
+      return;
+   }
+   // What is in force renders to a file that reproduces it exactly, and loading that
+   // file over the configuration it came from changes nothing.
+   const std::string rendered = Config::render(*config_);
+   Vel::StateDb scratch;
+   auto copy = scratch.mount<Lldp::CliConfig>(configPath);
+   if (auto r = Config::load(rendered, *copy); !r) {
+      wrong_ = "the rendered configuration does not load: " + r.error->message() + "\n" + rendered;
+   } else if (scratch.json(configPath) != db_.json(configPath)) {
+      wrong_ = "the rendered configuration loads to another configuration:\n" + rendered;
+   } else if (Config::render(*copy) != rendered) {
+      wrong_ = "the rendered configuration renders differently once loaded:\n" + rendered;
+   }
+}
+
+}  // namespace Fuzz

@@ -1,0 +1,203 @@
+#include "fuzz/ControlHarness.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "Config/ConfigLanguage.h"
+#include "Framework/Vel/Dir.h"
+#include "Framework/Vel/EventLoop.h"
+#include "Framework/Vel/StateDb.h"
+#include "Records/LldpExternalTlv.h"
+#include "Records/LldpLocalSystem.h"
+
+namespace Fuzz {
+
+namespace {
+
+Vel::EventLoop& loop() {
+   return Vel::EventLoop::instance();
+}
+Vel::StateDb& db() {
+   return Vel::StateDb::instance();
+}
+
+const char* const cliConfigPath = "l2discovery/lldp/cliConfig";
+const char* const externalTlvsPath = "l2discovery/lldp/externalTlvs";
+const char* const powerAgentsPath = "environment/power/status/poePort";
+
+// The published records a request may write, each exported whole.
+template <class E>
+Vel::Json dirJson(const char* path) {
+   Vel::Json j = Vel::Json::object();
+   if (auto dir = db().entityAs<Vel::Dir>(path)) {
+      for (const auto& [name, entry] : dir->entry()) {
+         auto e = dir->entryAs<E>(name);
+         j[name] = e ? Vel::toJson(*e) : Vel::Json("other");
+      }
+   }
+   return j;
+}
+
+}  // namespace
+
+ControlHarness::ControlHarness() {
+   rx_.replayCorpus();
+   db().entityIs("l2discovery/lldp/config", rx_.config());
+   db().entityIs("l2discovery/lldp/localSystem", rx_.localSystem());
+   db().entityIs("l2discovery/lldp/status/local", rx_.status());
+   auto all = db().mount<Lldp::AllStatus>("l2discovery/lldp/status/all");
+   auto intfs = db().mount<Interface::AllIntfStatusDir>("interface/status/all");
+   for (size_t i = 0; i < RxHarness::portCount; ++i) {
+      intfs->intfStatusIs(rx_.intf(i))->ifIndexIs(uint32_t(i + 1));
+      all->portStatusIs(rx_.intf(i), rx_.portStatus(i));
+   }
+   db().mount<Lldp::RemTablesStatus>("l2discovery/lldp/remTablesStatus");
+
+   char tmpl[] = "/tmp/lldp-control-fuzz.XXXXXX";
+   if (!mkdtemp(tmpl)) std::abort();
+   dir_ = tmpl;
+   cliConfig_ = db().mount<Lldp::CliConfig>(cliConfigPath);
+   socket_ = std::make_unique<Daemon::ControlSocket>(cliConfig_);
+   std::string error;
+   if (!socket_->listen(dir_ + "/lldp.sock", &error)) std::abort();
+   cli_ = std::make_unique<Cli::CliService>(*socket_, db());
+   externalTlvs_ = std::make_unique<Daemon::ExternalTlvService>(*socket_, db(), cliConfig_);
+   power_ = std::make_unique<Cli::PowerAgentService>(*socket_, db());
+   loop().advanceBy(0);
+}
+
+ControlHarness::~ControlHarness() {
+   power_.reset();
+   externalTlvs_.reset();
+   cli_.reset();
+   socket_.reset();
+   std::filesystem::remove_all(dir_);
+}
+
+Vel::Json ControlHarness::writable() const {
+   return {{"cliConfig", db().json(cliConfigPath)},
+           {"externalTlvs", dirJson<Lldp::ExternalTlvConfig>(externalTlvsPath)},
+           {"powerAgents", dirJson<Environment::Power::PoePortStatus>(powerAgentsPath)},
+           {"remTablesCliConfig", db().json("l2discovery/lldp/remTablesCliConfig")},
+           {"dot1x", db().json("identity/dot1x/status")},
+           {"macsec", db().json("identity/macsec/status")}};
+}
+
+void ControlHarness::trim() {
+   if (cliConfig_->cliPortConfig().size() > objectLimit) Config::load("", *cliConfig_);
+   if (auto dir = db().entityAs<Vel::Dir>(externalTlvsPath);
+       dir && dir->entry().size() > objectLimit) {
+      std::vector<std::string> names;
+      for (const auto& [name, e] : dir->entry()) names.push_back(name);
+      for (const auto& name : names) externalTlvs_->clientIs(name, nullptr);
+   }
+   if (auto dir = db().entityAs<Vel::Dir>(powerAgentsPath);
+       dir && dir->entry().size() > objectLimit) {
+      std::vector<std::string> names;
+      for (const auto& [name, e] : dir->entry()) names.push_back(name);
+      for (const auto& name : names) {
+         power_->powerAgent({{"op", "power-agent"}, {"agent", name}, {"withdraw", true}});
+      }
+   }
+}
+
+int ControlHarness::connect() {
+   int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+   sockaddr_un addr{};
+   addr.sun_family = AF_UNIX;
+   std::strncpy(addr.sun_path, socket_->path().c_str(), sizeof addr.sun_path - 1);
+   if (fd < 0 || ::connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0) {
+      std::abort();
+   }
+   const size_t before = socket_->clientCount();
+   loop().runUntil([&] { return socket_->clientCount() > before; }, 5);
+   return fd;
+}
+
+bool ControlHarness::exchange(int fd, const std::string& bytes, bool wantReply, Vel::Json* reply) {
+   size_t sent = 0;
+   bool failed = false;
+   bool done = loop().runUntil(
+       [&] {
+          while (sent < bytes.size()) {
+             ssize_t n = ::send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+             if (n < 0 && errno == EAGAIN) break;
+             if (n <= 0) return failed = true;
+             sent += size_t(n);
+          }
+          char chunk[65536];
+          ssize_t n;
+          while ((n = ::recv(fd, chunk, sizeof chunk, MSG_DONTWAIT)) > 0)
+             in_.append(chunk, size_t(n));
+          if (n == 0) return failed = true;
+          if (sent < bytes.size()) return false;
+          if (!wantReply) return true;
+          for (size_t nl; (nl = in_.find('\n')) != std::string::npos;) {
+             Vel::Json line = Vel::Json::parse(in_.substr(0, nl), nullptr, false);
+             in_.erase(0, nl + 1);
+             // Lines of a watch stream are events; the reply carries "ok".
+             if (line.is_object() && line.contains("ok")) {
+                *reply = std::move(line);
+                return true;
+             }
+          }
+          return false;
+       },
+       10);
+   return done && !failed;
+}
+
+void ControlHarness::feed(const uint8_t* data, size_t size) {
+   trim();
+   in_.clear();
+   const int fd = connect();
+   const std::string stream(reinterpret_cast<const char*>(data), size);
+   // What the records held before each request: what the last one left.
+   Vel::Json before = writable();
+   size_t pos = 0;
+   while (pos < stream.size() && wrong_.empty()) {
+      const size_t nl = stream.find('\n', pos);
+      const size_t end = nl == std::string::npos ? stream.size() : nl + 1;
+      const std::string line = stream.substr(pos, end - pos);
+      pos = end;
+      // The server answers every complete line that is not blank.
+      const bool complete = nl != std::string::npos;
+      const bool blank = line.find_first_not_of(" \t\r\n") == std::string::npos;
+      Vel::Json reply;
+      if (!exchange(fd, line, complete && !blank, &reply)) {
+         if (complete && !blank) wrong_ = "no reply to a request: " + line.substr(0, 200);
+         break;
+      }
+      if (!complete || blank) continue;
+      // What the request set in motion settles first.
+      loop().advanceBy(0);
+      Vel::Json after = writable();
+      if (!reply.is_object() || !reply["ok"].is_boolean()) {
+         wrong_ = "a reply without \"ok\": " + reply.dump().substr(0, 200);
+      } else if (!reply["ok"].get<bool>() && after != before) {
+         wrong_ = "a refused request changed the records: " + line.substr(0, 200) + " -> " +
+                  reply.dump().substr(0, 200);
+      }
+      before = std::move(after);
+   }
+   ::shutdown(fd, SHUT_WR);
+   loop().runUntil(
+       [&] {
+          char chunk[65536];
+          while (::recv(fd, chunk, sizeof chunk, MSG_DONTWAIT) > 0) {
+          }
+          return socket_->clientCount() == 0;
+       },
+       10);
+   ::close(fd);
+   loop().runUntil([&] { return socket_->clientCount() == 0; }, 10);
+   loop().advanceBy(0);
+}
+
+}  // namespace Fuzz
