@@ -12,8 +12,8 @@
 #include <memory>
 #include <string>
 
-#include "Cli/CliService.h"
-#include "Cli/PowerAgentService.h"
+#include "Daemon/CliService.h"
+#include "Daemon/PowerAgentService.h"
 #include "Daemon/ControlSocket.h"
 #include "Daemon/ExternalTlvService.h"
 #include "fuzz/RxHarness.h"
