@@ -13,9 +13,9 @@
 #include <string>
 
 #include "Daemon/CliService.h"
-#include "Daemon/PowerAgentService.h"
 #include "Daemon/ControlSocket.h"
 #include "Daemon/ExternalTlvService.h"
+#include "Daemon/PowerAgentService.h"
 #include "fuzz/RxHarness.h"
 
 namespace Fuzz {
