@@ -85,4 +85,9 @@ using LineOut = std::function<void(const std::string&)>;
 void renderTlvAndBypass(const CliConfig& c, const LineOut& line);
 void renderPortTlvAndBypass(const CliPortConfig& p, const LineOut& line);
 
+// Neighbour classification and telephone bypass (ConfigClassification.cpp).
+void addClassificationForms(std::vector<Form>& forms);
+void renderClassification(const CliConfig& c, const LineOut& line);
+void renderPortClassification(const CliPortConfig& p, const LineOut& line);
+
 }  // namespace Config::detail

@@ -476,6 +476,7 @@ const std::vector<Form>& forms() {
                       });
                    }});
       addTlvAndBypassForms(f);
+      addClassificationForms(f);
       // LLDP-MED network policies (Config/NetworkPolicyLanguage.h).
       f.push_back({Scope::port,
                    {"lldp", "med", "network-policy"},
@@ -633,7 +634,7 @@ void syncPort(const CliPortConfig& from, CliPortConfig& to) {
 
 void sync(const CliConfig& from, CliConfig& to) {
    LLDP_CLI_CONFIG_ATTRS(CONFIG_SYNC_NONE2, CONFIG_SYNC_ATTR, CONFIG_SYNC_NONE2,
-                         CONFIG_SYNC_UNKNOWN, CONFIG_SYNC_UNKNOWN, CONFIG_SYNC_NONE3,
+                         CONFIG_SYNC_UNKNOWN, CONFIG_SYNC_VALUES, CONFIG_SYNC_NONE3,
                          CONFIG_SYNC_NONE4)
    std::vector<Wire::IntfId> gone;
    for (const auto& [intf, p] : to.cliPortConfig()) {
@@ -749,6 +750,7 @@ std::string render(const CliConfig& c) {
       line("lldp neighbor-limit " + std::to_string(c.remoteSystemLimit()));
    }
    renderTlvAndBypass(c, line);
+   renderClassification(c, line);
 
    const CliPortConfig& pd = portDefaults();
    for (const auto& [intf, p] : c.cliPortConfig()) {
@@ -776,6 +778,7 @@ std::string render(const CliConfig& c) {
          line("   lldp neighbor-limit " + std::to_string(p->remoteSystemLimit()));
       }
       renderPortTlvAndBypass(*p, line);
+      renderPortClassification(*p, line);
       for (const auto& [app, policy] : p->networkPolicyConfig()) {
          if (!networkPolicyAppName(app).empty()) line("   " + renderNetworkPolicy(policy));
       }

@@ -160,8 +160,8 @@ void Agent::doInit() {
    powerAgentDir_ = group.mount<Vel::Dir>("environment/power/status/poePort", "r");
    powerRequestStatus_ =
        group.mount<Lldp::PowerRequestStatus>("l2discovery/lldp/status/powerRequest", "w");
-   nbrClassificationStatus_ = group.mount<Identity::NbrClassification::Status>(
-       "identity/nbrClassification/status", "w");
+   nbrClassificationStatus_ =
+       group.mount<Identity::NbrClassification::Status>("identity/nbrClassification/status", "w");
    nbrClassificationCliConfig_ = group.mount<Identity::NbrClassification::CliConfig>(
        "identity/nbrClassification/cliConfig", "r");
    identityDot1xStatus_ = group.mount<Identity::Dot1x::Status>("identity/dot1x/status", "r");

@@ -18,8 +18,7 @@ using Identity::NbrClassification::NbrClassSource;
 constinit const Vel::Log::Handle LLDP_NEIGHBOR_CLASSIFICATION_CLEARED(
     "LLDP_NEIGHBOR_CLASSIFICATION_CLEARED", 5,
     "LLDP neighbor classification (%s) cleared by %s on %s",
-    "Learnt LLDP neighbor classifications were cleared by a CLI command.", "no action required",
-    0);
+    "Learnt LLDP neighbor classifications were cleared by a CLI command.", "no action required", 0);
 
 namespace {
 
@@ -72,9 +71,9 @@ private:
    Lldp::PortStatus::PtrConst portStatus_;
 };
 
-NbrClassificationSm::NbrClassificationSm(
-    Lldp::Status::PtrConst lldpStatus, Identity::NbrClassification::Status::Ptr status,
-    Identity::NbrClassification::CliConfig::PtrConst cliConfig)
+NbrClassificationSm::NbrClassificationSm(Lldp::Status::PtrConst lldpStatus,
+                                         Identity::NbrClassification::Status::Ptr status,
+                                         Identity::NbrClassification::CliConfig::PtrConst cliConfig)
     : lldpStatus_(std::move(lldpStatus)),
       status_(std::move(status)),
       cliConfig_(std::move(cliConfig)) {
@@ -228,7 +227,8 @@ void NbrClassificationSm::handleGlobalClass(const Wire::EthAddr& ethAddr) {
 }
 
 void NbrClassificationSm::handleIntfClass(const EntryKey& key) {
-   VEL_TRACE(traceLldpNbrClassification, 6, "NbrClassificationSm::handleIntfClass( " << key << " )");
+   VEL_TRACE(traceLldpNbrClassification, 6,
+             "NbrClassificationSm::handleIntfClass( " << key << " )");
    doSyncEntry(key);
 }
 
@@ -266,7 +266,8 @@ void NbrClassificationSm::doSyncEntry(const EntryKey& key) {
       status_->entryIs(key, entry);
       return;
    }
-   if (entry->nbrClass() == nbrClass && entry->source() == source && entry->neighbor() == neighbor) {
+   if (entry->nbrClass() == nbrClass && entry->source() == source &&
+       entry->neighbor() == neighbor) {
       return;
    }
    if (entry->nbrClass() != nbrClass || entry->source() != source) {

@@ -3,6 +3,7 @@
 
 add_library(config_language STATIC ${PROJECT_SOURCE_DIR}/Config/ConfigLanguage.cpp
                                    ${PROJECT_SOURCE_DIR}/Config/ConfigTlvAndBypass.cpp
+                                   ${PROJECT_SOURCE_DIR}/Config/ConfigClassification.cpp
                                    ${PROJECT_SOURCE_DIR}/Config/NetworkPolicyLanguage.cpp)
 target_link_libraries(config_language PUBLIC records)
 
