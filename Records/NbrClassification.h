@@ -129,4 +129,18 @@ class CliConfig : public Vel::Entity {
    }
 };
 
+// What the platform made of the classifications: the telephones it lets through ports
+// that 802.1X holds (`fdbEntry`: the forwarding entries it added, by port and address),
+// its writes to the forwarding database and those the kernel refused.
+// clang-format off
+#define IDENTITY_NBR_CLASSIFICATION_BYPASS_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
+   MAP(EntryKey, bool, fdbEntry)                                                                       \
+   COUNTER(uint64_t, fdbWrites)                                                                        \
+   COUNTER(uint64_t, fdbWritesRefused)
+// clang-format on
+
+class BypassStatus : public Vel::Entity {
+   VEL_ENTITY(BypassStatus, IDENTITY_NBR_CLASSIFICATION_BYPASS_STATUS_ATTRS)
+};
+
 }  // namespace Identity::NbrClassification
