@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Cli/CliViews.h"
+#include "Cli/NbrClassificationWatch.h"
 #include "Cli/NeighborWatch.h"
 #include "Cli/PowerView.h"
 #include "Framework/Vel/EventLoop.h"
@@ -134,6 +135,13 @@ Vel::Json CliService::watch(const Vel::Ptr<Daemon::ControlConnection>& connectio
       if (!status) return ControlSocket::errorReply("the agent has not published its status yet");
       watch_ = std::make_unique<NeighborWatch>(status, [this](const Vel::Json& e) { send(e); });
    }
+   if (!classificationWatch_) {
+      if (auto classes = db_.entityAs<Identity::NbrClassification::Status>(
+              "identity/nbrClassification/status")) {
+         classificationWatch_ = std::make_unique<NbrClassificationWatch>(
+             classes, [this](const Vel::Json& e) { send(e); });
+      }
+   }
    watchers_.push_back(connection);
    return ControlSocket::okReply();
 }
@@ -145,7 +153,10 @@ void CliService::send(const Vel::Json& event) {
    if (watchers_.empty() && watch_) {
       // Not from inside the watch's own call: let it finish first.
       Vel::EventLoop::instance().post([this, alive = std::weak_ptr<bool>(alive_)] {
-         if (alive.lock() && watchers_.empty()) watch_.reset();
+         if (alive.lock() && watchers_.empty()) {
+            watch_.reset();
+            classificationWatch_.reset();
+         }
       });
    }
 }

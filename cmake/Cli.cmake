@@ -4,6 +4,7 @@
 
 add_library(cli_service STATIC ${PROJECT_SOURCE_DIR}/Cli/CliViews.cpp
             ${PROJECT_SOURCE_DIR}/Cli/NeighborWatch.cpp ${PROJECT_SOURCE_DIR}/Cli/CliService.cpp
+            ${PROJECT_SOURCE_DIR}/Cli/NbrClassificationWatch.cpp
             ${PROJECT_SOURCE_DIR}/Cli/PowerView.cpp ${PROJECT_SOURCE_DIR}/Cli/PowerAgentService.cpp)
 target_link_libraries(cli_service PUBLIC control_socket records)
 target_link_libraries(lldp-agent PRIVATE cli_service)
