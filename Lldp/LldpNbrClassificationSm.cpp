@@ -24,6 +24,22 @@ namespace {
 
 constexpr uint8_t medVoiceApplication = 1;
 
+// Moves the status's count of one class and source by `sign`.
+void countEntry(Identity::NbrClassification::Status& status,
+                Identity::NbrClassification::NbrClass c, NbrClassSource s, int sign) {
+   using C = Identity::NbrClassification::NbrClass;
+   using Status = Identity::NbrClassification::Status;
+   const bool telephone = c == C::telephone;
+   const bool configured = s == NbrClassSource::configured;
+   const uint32_t& (Status::*get)() const =
+       configured ? (telephone ? &Status::configuredTelephones : &Status::configuredDevices)
+                  : (telephone ? &Status::lldpTelephones : &Status::lldpDevices);
+   void (Status::*set)(const uint32_t&) =
+       configured ? (telephone ? &Status::configuredTelephonesIs : &Status::configuredDevicesIs)
+                  : (telephone ? &Status::lldpTelephonesIs : &Status::lldpDevicesIs);
+   (status.*set)(uint32_t(int64_t((status.*get)()) + sign));
+}
+
 bool isMedEndpoint(uint8_t deviceType) {
    return deviceType >= 1 && deviceType <= 3;
 }
@@ -87,6 +103,7 @@ void NbrClassificationSm::handleInitialized() {
    VEL_TRACE(traceLldpNbrClassification, 8, "NbrClassificationSm::handleInitialized()");
    // Whatever an earlier run left is derived afresh.
    status_->entryDelAll();
+   doResetCounts();
    initialized_ = true;
    cliReactor_.notifierIs(cliConfig_);
    statusReactor_.notifierIs(lldpStatus_);
@@ -94,6 +111,13 @@ void NbrClassificationSm::handleInitialized() {
    for (const auto& [intf, ps] : lldpStatus_->portStatus()) handlePortStatus(intf);
    // A request made before the agent started is history, not a request.
    status_->lastClearTimeIs(cliConfig_->clearRequestTime());
+}
+
+void NbrClassificationSm::doResetCounts() {
+   status_->lldpTelephonesIs(0);
+   status_->lldpDevicesIs(0);
+   status_->configuredTelephonesIs(0);
+   status_->configuredDevicesIs(0);
 }
 
 void NbrClassificationSm::doClose() {
@@ -105,6 +129,7 @@ void NbrClassificationSm::doClose() {
    portSm_.clear();
    stations_.clear();
    status_->entryDelAll();
+   doResetCounts();
 }
 
 void NbrClassificationSm::handlePortStatus(const Wire::IntfId& intf) {
@@ -246,7 +271,9 @@ void NbrClassificationSm::doSyncEntry(const EntryKey& key) {
       nbrClass = s->telephones ? NbrClass::telephone : NbrClass::device;
       source = NbrClassSource::lldp;
    } else {
-      if (status_->entryDel(key)) {
+      if (auto gone = status_->entry(key)) {
+         countEntry(*status_, gone->nbrClass(), gone->source(), -1);
+         status_->entryDel(key);
          VEL_TRACE(traceLldpNbrClassification, 4, "NbrClassification: removed " << key);
       }
       return;
@@ -263,6 +290,7 @@ void NbrClassificationSm::doSyncEntry(const EntryKey& key) {
       entry->neighborIs(neighbor);
       VEL_TRACE(traceLldpNbrClassification, 4,
                 "NbrClassification: " << key << " is a " << nbrClass << " (" << source << ")");
+      countEntry(*status_, nbrClass, source, +1);
       status_->entryIs(key, entry);
       return;
    }
@@ -274,6 +302,8 @@ void NbrClassificationSm::doSyncEntry(const EntryKey& key) {
       VEL_TRACE(traceLldpNbrClassification, 4,
                 "NbrClassification: " << key << " is now a " << nbrClass << " (" << source << ")");
       entry->sinceIs(now);
+      countEntry(*status_, entry->nbrClass(), entry->source(), -1);
+      countEntry(*status_, nbrClass, source, +1);
    }
    entry->nbrClassIs(nbrClass);
    entry->sourceIs(source);

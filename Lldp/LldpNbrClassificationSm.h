@@ -77,6 +77,7 @@ private:
    // Brings the station's entry in line with its neighbours and the configuration.
    void doSyncEntry(const EntryKey& key);
    void doForget(PortSm& port, int index, Learned& l);
+   void doResetCounts();
 
    Lldp::Status::PtrConst lldpStatus_;
    Identity::NbrClassification::Status::Ptr status_;

@@ -92,11 +92,16 @@ class Entry : public Vel::Entity {
    EntryKey key() const { return EntryKey({.intfId = intfId_, .ethAddr = ethAddr_}); }
 };
 
-// `lastClearTime` is the time of the latest clear request served.
+// `lastClearTime` is the time of the latest clear request served. The four counts say
+// how many entries there are of each class and source, so readers need not walk them.
 // clang-format off
 #define IDENTITY_NBR_CLASSIFICATION_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ECOLL(EntryKey, Entry, entry)                                                                \
-   ATTR(Vel::Seconds, lastClearTime, 0)
+   ATTR(Vel::Seconds, lastClearTime, 0)                                                         \
+   ATTR(uint32_t, lldpTelephones, 0)                                                            \
+   ATTR(uint32_t, lldpDevices, 0)                                                               \
+   ATTR(uint32_t, configuredTelephones, 0)                                                      \
+   ATTR(uint32_t, configuredDevices, 0)
 // clang-format on
 
 class Status : public Vel::Entity {

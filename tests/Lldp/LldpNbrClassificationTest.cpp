@@ -159,6 +159,12 @@ TEST_F(NbrClassificationTest, ClearsForgetWhatTheyMatchUntilTheNextLldpdu) {
              entry("eth2", 4);
    };
    ASSERT_EQ(all(), "telephone/lldp telephone/configured device/lldp telephone/lldp");
+   const auto counts = [&] {
+      return std::to_string(status->lldpTelephones()) + std::to_string(status->lldpDevices()) +
+             std::to_string(status->configuredTelephones()) +
+             std::to_string(status->configuredDevices());
+   };
+   EXPECT_EQ(counts(), "2110");
 
    clear(1, nullptr);  // by address: on every port
    EXPECT_EQ(all(), " telephone/configured  telephone/lldp");
@@ -176,6 +182,7 @@ TEST_F(NbrClassificationTest, ClearsForgetWhatTheyMatchUntilTheNextLldpdu) {
 
    clear(0, nullptr);  // all: configured classes stay
    EXPECT_EQ(all(), " telephone/configured  ");
+   EXPECT_EQ(counts(), "0010");
    EXPECT_GT(status->lastClearTime(), 0);
    // A request not later than the last one served is not served again.
    n1->lastRefreshTimeIs(202);
