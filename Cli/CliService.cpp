@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "Cli/CliViews.h"
-#include "Cli/NbrClassificationWatch.h"
 #include "Cli/NeighborWatch.h"
 #include "Cli/PowerView.h"
 #include "Framework/Vel/EventLoop.h"
@@ -135,13 +134,6 @@ Vel::Json CliService::watch(const Vel::Ptr<Daemon::ControlConnection>& connectio
       if (!status) return ControlSocket::errorReply("the agent has not published its status yet");
       watch_ = std::make_unique<NeighborWatch>(status, [this](const Vel::Json& e) { send(e); });
    }
-   if (!classificationWatch_) {
-      if (auto classes = db_.entityAs<Identity::NbrClassification::Status>(
-              "identity/nbrClassification/status")) {
-         classificationWatch_ = std::make_unique<NbrClassificationWatch>(
-             classes, [this](const Vel::Json& e) { send(e); });
-      }
-   }
    watchers_.push_back(connection);
    return ControlSocket::okReply();
 }
@@ -153,10 +145,7 @@ void CliService::send(const Vel::Json& event) {
    if (watchers_.empty() && watch_) {
       // Not from inside the watch's own call: let it finish first.
       Vel::EventLoop::instance().post([this, alive = std::weak_ptr<bool>(alive_)] {
-         if (alive.lock() && watchers_.empty()) {
-            watch_.reset();
-            classificationWatch_.reset();
-         }
+         if (alive.lock() && watchers_.empty()) watch_.reset();
       });
    }
 }

@@ -8,8 +8,7 @@
 //        (from the kernel), WHO as the client's own word when it differs, and WHERE
 //    {"op":"watch"}
 //        {"ok":true} at once, then one line per neighbour event (Cli/NeighborWatch.h)
-//        until the client hangs up, and one per neighbour classification event
-//        (Cli/NbrClassificationWatch.h)
+//        until the client hangs up
 // Records are looked up in the state database on every request, so the service can be
 // set up before the agent publishes them (a view without them is an error reply).
 #pragma once
@@ -23,7 +22,6 @@
 namespace Cli {
 
 class NeighborWatch;
-class NbrClassificationWatch;
 
 class CliService {
 public:
@@ -41,8 +39,6 @@ private:
    Vel::StateDb& db_;
    // One watch serves every watching client; it goes when the last one has gone.
    std::unique_ptr<NeighborWatch> watch_;
-   // Neighbour classification events go to the same watchers (when the agent publishes them).
-   std::unique_ptr<NbrClassificationWatch> classificationWatch_;
    std::vector<Vel::Ptr<Daemon::ControlConnection>> watchers_;
    // Lets a posted clean-up tell whether this service still exists when it runs.
    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);

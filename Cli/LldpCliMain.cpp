@@ -60,6 +60,9 @@ Commands:
         LLDPDU; configured classifications stay.
   watch
         Prints each neighbour added, changed or removed as it happens, until interrupted.
+  watch classification
+        Prints each neighbour classified, reclassified or unclassified as it happens,
+        until interrupted.
   topology [--format dot|svg|png] [--output FILE] [--prometheus URL]
         The links between systems as a Graphviz graph: this system and its neighbours,
         or with --prometheus every agent a Prometheus server scrapes (e.g.
@@ -299,9 +302,11 @@ int clear(const Options& o, Client& c) {
 }
 
 int watch(const Options& o, Client& c) {
-   if (o.words.size() != 1) fail("watch: unexpected '" + o.words[1] + "'");
+   const bool classification = o.words.size() == 2 && o.words[1] == "classification";
+   if (o.words.size() != 1 && !classification) fail("watch: unexpected '" + o.words[1] + "'");
    // No time limit: events come when they come.
-   Vel::Json reply = Vel::Json::parse(c.exchange({{"op", "watch"}}, 0), nullptr, false);
+   const Vel::Json req = {{"op", classification ? "watch-classification" : "watch"}};
+   Vel::Json reply = Vel::Json::parse(c.exchange(req, 0), nullptr, false);
    if (reply.is_discarded() || !reply.value("ok", false)) {
       fail(reply.is_object() ? reply.value("error", std::string("watch refused"))
                              : std::string("malformed reply from the agent"));

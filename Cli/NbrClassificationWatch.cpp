@@ -36,7 +36,9 @@ void NbrClassificationWatch::flush() {
              {{"event", was ? "reclassified" : "classified"}, {"classification", Vel::toJson(*e)}});
       } else if (was) {
          known_.erase(key);
-         sink_({{"event", "unclassified"}, {"classification", Vel::toJson(key)}});
+         sink_({{"event", "unclassified"},
+                {"interface", key.intfId().stringValue()},
+                {"classification", Vel::toJson(key)}});
       }
    }
 }

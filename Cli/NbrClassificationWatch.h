@@ -1,7 +1,7 @@
 // Follows the neighbour classification status and reports each station classified,
-// reclassified or no longer classified, for `lldp watch`. Changes are gathered during a
-// loop turn and reported after it, one event per station:
-//    {"event": "classified" | "reclassified" | "unclassified",
+// reclassified or no longer classified, for `lldp watch classification`. Changes are gathered
+// during a loop turn and reported after it, one event per station:
+//    {"event": "classified" | "reclassified" | "unclassified", "interface": "eth1",
 //     "classification": {"intfId", "ethAddr", "nbrClass", "source", "since", "neighbor"}}
 // An unclassified station is reported with its port and address only.
 #pragma once

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "Cli/NbrClassificationWatch.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Records/LldpStatus.h"
 
@@ -45,6 +46,10 @@ NbrClassificationService::NbrClassificationService(ControlSocket& socket, Vel::S
           return clear(req, c->peer());
        },
        ControlSocket::Access::write);
+   socket.opIs(
+       "watch-classification",
+       [this](const Vel::Json&, const Vel::Ptr<ControlConnection>& c) { return watch(c); },
+       ControlSocket::Access::read);
    notifierIs(config_);
    // What an earlier configuration left goes; then the configuration in force.
    classConfig_->globalClassDelAll();
@@ -56,6 +61,29 @@ NbrClassificationService::NbrClassificationService(ControlSocket& socket, Vel::S
 NbrClassificationService::~NbrClassificationService() {
    notifierIs(nullptr);
    ports_.clear();
+}
+
+Vel::Json NbrClassificationService::watch(const Vel::Ptr<ControlConnection>& connection) {
+   if (!watch_) {
+      auto status = db_.entityAs<Identity::NbrClassification::Status>(statusPath);
+      if (!status) return ControlSocket::errorReply("the agent has not published its status yet");
+      watch_ = std::make_unique<Cli::NbrClassificationWatch>(
+          status, [this](const Vel::Json& e) { send(e); });
+   }
+   watchers_.push_back(connection);
+   return ControlSocket::okReply();
+}
+
+void NbrClassificationService::send(const Vel::Json& event) {
+   std::erase_if(watchers_, [](const auto& c) { return c->closed(); });
+   for (const auto& c : watchers_) c->send(event);
+   std::erase_if(watchers_, [](const auto& c) { return c->closed(); });
+   if (watchers_.empty() && watch_) {
+      // Not from inside the watch's own call: let it finish first.
+      Vel::EventLoop::instance().post([this, alive = std::weak_ptr<bool>(alive_)] {
+         if (alive.lock() && watchers_.empty()) watch_.reset();
+      });
+   }
 }
 
 void NbrClassificationService::nbrClassificationChanged(const Wire::EthAddr& mac) {

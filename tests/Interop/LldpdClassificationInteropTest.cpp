@@ -34,6 +34,11 @@ TEST_F(LldpdInterop, MedTelephoneAndPlainHostClassifiedConfiguredWinsClearsForge
       return "";
    };
 
+   const std::string watchOut = TestSupport::tmpName("classwatch.out");
+   Process watcher({LLDP_CLI, "--socket", agent.socket(), "watch", "classification", "--json"},
+                   watchOut);
+   ASSERT_TRUE(watcher.running());
+
    Lldpd host(ns_->nsB(), "h", hostLink.second);
    ASSERT_TRUE(host.running()) << host.log();
    Lldpd phone(ns_->nsB(), "t", phoneLink.second, 3);
@@ -76,6 +81,15 @@ TEST_F(LldpdInterop, MedTelephoneAndPlainHostClassifiedConfiguredWinsClearsForge
    EXPECT_GE(waitFor([&] { return classOf(phonePort, phoneMac) == "telephone/lldp"; }, 4), 0);
    phone.stop(SIGTERM);
    EXPECT_GE(waitFor([&] { return classOf(phonePort, phoneMac).empty(); }, 4), 0);
+
+   // The watch saw the telephone classified (a device first), reclassified and gone.
+   watcher.stop(SIGTERM);
+   const std::string events = readFile(watchOut);
+   ::unlink(watchOut.c_str());
+   for (const char* e : {"\"classified\"", "\"reclassified\"", "\"unclassified\""}) {
+      EXPECT_NE(events.find(e), std::string::npos) << e << "\n" << events;
+   }
+   EXPECT_NE(events.find("\"interface\":\"" + phonePort + "\""), std::string::npos) << events;
 }
 
 }  // namespace
