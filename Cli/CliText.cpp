@@ -430,7 +430,31 @@ std::string powerText(const Json& view) {
    return out;
 }
 
+std::string classificationText(const Json& view) {
+   Table t(
+       {"Interface", "MAC address", "Class", "Source", "Since", "Bypass", "Chassis ID", "Port ID"});
+   for (const Json& c : member(view, "classifications")) {
+      const Json& n = member(c, "neighbor");
+      t.row({str(c, "intfId"), str(c, "ethAddr"), str(c, "nbrClass"), str(c, "source"),
+             durationText(num(c, "age")), c.value("bypass", false) ? "yes" : "no",
+             str(member(n, "chassisIdentifier"), "value"),
+             str(member(n, "portIdentifier"), "value")});
+   }
+   std::string out = t.str();
+   const double refused = num(view, "fdbWritesRefused");
+   if (refused > 0) {
+      out += "Forwarding entries the kernel refused: " + str(view, "fdbWritesRefused") + "\n";
+   }
+   return out;
+}
+
 std::string watchEventText(const Json& event) {
+   if (event.contains("classification")) {
+      const Json& c = member(event, "classification");
+      std::string s = str(event, "event") + "  " + str(c, "intfId") + "  " + str(c, "ethAddr");
+      if (c.contains("nbrClass")) s += "  " + str(c, "nbrClass") + " (" + str(c, "source") + ")";
+      return s;
+   }
    const Json& r = member(event, "remoteSystem");
    std::string s = str(event, "event");
    s.append(s.size() < 8 ? 8 - s.size() : 0, ' ');

@@ -14,6 +14,8 @@ std::string neighborsText(const Vel::Json& view, bool detail);
 std::string statisticsText(const Vel::Json& view);
 std::string localText(const Vel::Json& view);
 std::string powerText(const Vel::Json& view);
+// `show classification`: the stations classified on each port.
+std::string classificationText(const Vel::Json& view);
 // One line for a neighbour event of `lldp watch`.
 std::string watchEventText(const Vel::Json& event);
 

@@ -41,6 +41,10 @@ Commands:
         PoE per port: what the power agent reports, the neighbour whose power request
         the port answers (requested and allocated power in watts, type, class,
         priority, source) and the Power via MDI TLV the port sends.
+  show classification [interface NAME]
+        The neighbours classified on each port by MAC address: telephone or device,
+        learnt from LLDP or configured, since when, whether a locked port lets the
+        telephone through (`dot1x telephone bypass`) and the neighbour it came from.
   show configuration
         The configuration in force, in the configuration language (save it as a
         configuration file as it stands).
@@ -53,8 +57,15 @@ Commands:
         Applies the lines of FILE the same way ('-' reads standard input).
   clear neighbors
         Empties every neighbour table (the agent logs who asked).
+  clear classification [mac MAC | interface NAME]
+        Forgets the classifications learnt from LLDP: of one address, of one port or
+        all (the agent logs who asked). They come back with the neighbour's next
+        LLDPDU; configured classifications stay.
   watch
         Prints each neighbour added, changed or removed as it happens, until interrupted.
+  watch classification
+        Prints each neighbour classified, reclassified or unclassified as it happens,
+        until interrupted.
   topology [--format dot|svg|png] [--output FILE] [--prometheus URL]
         The links between systems as a Graphviz graph: this system and its neighbours,
         or with --prometheus every agent a Prometheus server scrapes (e.g.
@@ -216,8 +227,21 @@ std::string whereAmI() {
 
 int show(const Options& o, Client& c) {
    const auto& w = o.words;
-   if (w.size() < 2) fail("show: neighbors, statistics, local, power or configuration?");
+   if (w.size() < 2) {
+      fail("show: neighbors, statistics, local, power, classification or configuration?");
+   }
    const std::string& what = w[1];
+   if (what == "classification") {
+      const ShowArgs a = showArgs(w, 2, false);
+      Vel::Json req = {{"op", "show-classification"}};
+      if (!a.intf.empty()) req["interface"] = a.intf;
+      if (o.json) {
+         c.printData(req);
+      } else {
+         std::cout << Cli::classificationText(c.call(req));
+      }
+      return 0;
+   }
    if (what == "configuration") {
       if (w.size() > 2) fail("show configuration: unexpected '" + w[2] + "'");
       if (o.json) {
@@ -228,7 +252,8 @@ int show(const Options& o, Client& c) {
       return 0;
    }
    if (what != "neighbors" && what != "statistics" && what != "local" && what != "power") {
-      fail("show: unknown '" + what + "' (neighbors, statistics, local, power or configuration)");
+      fail("show: unknown '" + what +
+           "' (neighbors, statistics, local, power, classification or configuration)");
    }
    const ShowArgs a = showArgs(w, 2, what == "neighbors");
    Vel::Json req = {{"op", "show"}, {"view", what}, {"detail", a.detail}};
@@ -267,8 +292,28 @@ int configure(const Options& o, Client& c) {
    return 0;
 }
 
+int clearClassification(const Options& o, Client& c) {
+   const auto& w = o.words;
+   Vel::Json req = {{"op", "clear-classification"}, {"user", whoAmI()}, {"terminal", whereAmI()}};
+   if (w.size() == 4 && (w[2] == "mac" || w[2] == "interface")) {
+      req[w[2]] = w[3];
+   } else if (w.size() != 2) {
+      fail("clear classification: expected 'clear classification [mac MAC | interface NAME]'");
+   }
+   const Vel::Json data = c.call(req);
+   if (o.json) {
+      c.printJson(data);
+   } else {
+      std::cout << "Cleared " << data.value("classificationsCleared", 0) << " classifications.\n";
+   }
+   return 0;
+}
+
 int clear(const Options& o, Client& c) {
-   if (o.words.size() != 2 || o.words[1] != "neighbors") fail("clear: only 'clear neighbors'");
+   if (o.words.size() >= 2 && o.words[1] == "classification") return clearClassification(o, c);
+   if (o.words.size() != 2 || o.words[1] != "neighbors") {
+      fail("clear: 'clear neighbors' or 'clear classification'");
+   }
    const Vel::Json data =
        c.call({{"op", "clear-neighbors"}, {"user", whoAmI()}, {"terminal", whereAmI()}});
    if (o.json) {
@@ -280,9 +325,11 @@ int clear(const Options& o, Client& c) {
 }
 
 int watch(const Options& o, Client& c) {
-   if (o.words.size() != 1) fail("watch: unexpected '" + o.words[1] + "'");
+   const bool classification = o.words.size() == 2 && o.words[1] == "classification";
+   if (o.words.size() != 1 && !classification) fail("watch: unexpected '" + o.words[1] + "'");
    // No time limit: events come when they come.
-   Vel::Json reply = Vel::Json::parse(c.exchange({{"op", "watch"}}, 0), nullptr, false);
+   const Vel::Json req = {{"op", classification ? "watch-classification" : "watch"}};
+   Vel::Json reply = Vel::Json::parse(c.exchange(req, 0), nullptr, false);
    if (reply.is_discarded() || !reply.value("ok", false)) {
       fail(reply.is_object() ? reply.value("error", std::string("watch refused"))
                              : std::string("malformed reply from the agent"));

@@ -114,5 +114,9 @@ void renderPortTlvAndBypass(const CliPortConfig& p, const LineOut& line);
 // The limit on all ports' neighbours together (ConfigNeighborLimit.cpp).
 void addNeighborLimitForms(std::vector<Form>& forms);
 void renderNeighborLimit(const CliConfig& c, const LineOut& line);
+// Neighbour classification and telephone bypass (ConfigClassification.cpp).
+void addClassificationForms(std::vector<Form>& forms);
+void renderClassification(const CliConfig& c, const LineOut& line);
+void renderPortClassification(const CliPortConfig& p, const LineOut& line);
 
 }  // namespace Config::detail

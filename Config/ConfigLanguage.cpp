@@ -16,6 +16,7 @@ const std::vector<Form>& forms() {
       addTlvAndBypassForms(f);
       addNetworkPolicyForms(f);
       addNeighborLimitForms(f);
+      addClassificationForms(f);
       return f;
    }();
    return table;
@@ -153,7 +154,7 @@ void syncPort(const CliPortConfig& from, CliPortConfig& to) {
 
 void sync(const CliConfig& from, CliConfig& to) {
    LLDP_CLI_CONFIG_ATTRS(CONFIG_SYNC_NONE2, CONFIG_SYNC_ATTR, CONFIG_SYNC_NONE2,
-                         CONFIG_SYNC_UNKNOWN, CONFIG_SYNC_UNKNOWN, CONFIG_SYNC_NONE3,
+                         CONFIG_SYNC_UNKNOWN, CONFIG_SYNC_VALUES, CONFIG_SYNC_NONE3,
                          CONFIG_SYNC_NONE4)
    std::vector<Wire::IntfId> gone;
    for (const auto& [intf, p] : to.cliPortConfig()) {
@@ -210,10 +211,12 @@ std::string render(const CliConfig& c) {
    renderCore(c, line);
    renderNeighborLimit(c, line);
    renderTlvAndBypass(c, line);
+   renderClassification(c, line);
    for (const auto& [intf, p] : c.cliPortConfig()) {
       line("interface " + intf.stringValue());
       renderPortCore(*p, line);
       renderPortTlvAndBypass(*p, line);
+      renderPortClassification(*p, line);
       renderPortNetworkPolicies(*p, line);
    }
    return out;

@@ -21,6 +21,7 @@
 #include "Daemon/ControlSocket.h"
 #include "Daemon/ExternalTlvService.h"
 #include "Daemon/MetricsExporter.h"
+#include "Daemon/NbrClassificationService.h"
 #include "Daemon/PowerAgentService.h"
 #include "Daemon/Privilege.h"
 #include "Framework/Log.h"
@@ -288,6 +289,8 @@ public:
       if (!control_->listen(args_.socket, &error, args_.socketGroup)) return fail(error);
       cliService_ = std::make_unique<Cli::CliService>(*control_, db);
       externalTlvs_ = std::make_unique<::Daemon::ExternalTlvService>(*control_, db, cliConfig_);
+      classification_ =
+          std::make_unique<::Daemon::NbrClassificationService>(*control_, db, cliConfig_);
       powerAgentService_ = std::make_unique<Cli::PowerAgentService>(*control_, db);
       if (!args_.metrics.empty()) {
          metrics_ = std::make_unique<::Daemon::MetricsExporter>(db);
@@ -314,6 +317,7 @@ public:
       agent_->doCleanup();
       agent_ = nullptr;
       externalTlvs_.reset();
+      classification_.reset();
       cliService_.reset();
       powerAgentService_.reset();
       control_.reset();
@@ -444,6 +448,7 @@ private:
    std::unique_ptr<::Daemon::ControlSocket> control_;
    std::unique_ptr<Cli::CliService> cliService_;
    std::unique_ptr<::Daemon::ExternalTlvService> externalTlvs_;
+   std::unique_ptr<::Daemon::NbrClassificationService> classification_;
    std::unique_ptr<Cli::PowerAgentService> powerAgentService_;
    std::unique_ptr<::Daemon::MetricsExporter> metrics_;
    Vel::Ptr<Lldp::Agent::Agent> agent_;

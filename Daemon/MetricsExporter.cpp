@@ -110,6 +110,10 @@ struct MetricsExporter::Impl {
                       db.entityAs<const Lldp::RemTablesStatus>("l2discovery/lldp/remTablesStatus"),
                       db.entityAs<const Lldp::Config>("l2discovery/lldp/config"),
                       db.entityAs<const Lldp::LocalSystem>("l2discovery/lldp/localSystem"));
+      builder->classificationIs(db.entityAs<const Identity::NbrClassification::Status>(
+                                    "identity/nbrClassification/status"),
+                                db.entityAs<const Identity::NbrClassification::BypassStatus>(
+                                    "identity/nbrClassification/bypassStatus"));
       builder->start(Vel::EventLoop::instance().now(), unixNow());
       slice();
    }

@@ -90,6 +90,16 @@ void MetricsSnapshotBuilder::start(double clockNow, double unixNow) {
       snap_.localSysName = local_->sysName().stringValue();
    }
    if (remTables_) snap_.remTablesLastClearTime = remTables_->remTablesLastClearTime();
+   if (classification_) {
+      snap_.classified[0][0] = classification_->lldpTelephones();
+      snap_.classified[0][1] = classification_->configuredTelephones();
+      snap_.classified[1][0] = classification_->lldpDevices();
+      snap_.classified[1][1] = classification_->configuredDevices();
+   }
+   if (bypass_) {
+      snap_.fdbWrites = bypass_->fdbWrites();
+      snap_.fdbWritesRefused = bypass_->fdbWritesRefused();
+   }
    if (!status_) return;
    snap_.remTablesInserts = status_->remTablesInserts();
    snap_.remTablesDeletes = status_->remTablesDeletes();
@@ -275,6 +285,34 @@ std::vector<MetricFamily> metricFamilies(const MetricsSnapshot& snap) {
    for (const auto& g : global) {
       MetricFamily f = family(g.name, g.help, MetricType::Counter);
       add(f, {}, g.value);
+      out.push_back(std::move(f));
+   }
+   MetricFamily classified =
+       family("lldp_classified_neighbors",
+              "Stations classified on the ports, by class (telephone, device) and source (lldp, "
+              "configured).",
+              MetricType::Gauge);
+   for (int c = 0; c < 2; ++c) {
+      for (int s = 0; s < 2; ++s) {
+         add(classified,
+             {{"class", c ? "device" : "telephone"}, {"source", s ? "configured" : "lldp"}},
+             snap.classified[c][s]);
+      }
+   }
+   out.push_back(std::move(classified));
+   const struct {
+      const char* name;
+      const char* help;
+      uint64_t value;
+   } fdb[] = {
+       {"lldp_telephone_bypass_fdb_writes_total",
+        "Forwarding-database writes for telephones on locked ports.", snap.fdbWrites},
+       {"lldp_telephone_bypass_fdb_writes_refused_total",
+        "Forwarding-database writes for telephones the kernel refused.", snap.fdbWritesRefused},
+   };
+   for (const auto& g : fdb) {
+      MetricFamily f = family(g.name, g.help, MetricType::Counter);
+      add(f, {}, double(g.value));
       out.push_back(std::move(f));
    }
    MetricFamily change = family("lldp_remote_tables_last_change_timestamp_seconds",

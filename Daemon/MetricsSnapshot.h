@@ -20,6 +20,7 @@
 
 #include "Framework/Vel/Ptr.h"
 #include "Framework/Wire/IntfId.h"
+#include "Records/Identity.h"
 #include "Records/LldpConfig.h"
 #include "Records/LldpLocalSystem.h"
 #include "Records/LldpStatus.h"
@@ -57,6 +58,10 @@ struct MetricsSnapshot {
    // Times on the agent's clock; `clockToUnix` turns them into seconds since the epoch.
    double remTablesLastChangeTime = 0, remTablesLastClearTime = 0, clockToUnix = 0;
    std::string localChassisId, localSysName;  // formatted: there are only two
+   // Classified stations by class (telephone, device) and source (lldp, configured), and
+   // the telephone bypass's forwarding-database writes.
+   uint32_t classified[2][2] = {};
+   uint64_t fdbWrites = 0, fdbWritesRefused = 0;
    bool complete = false;
 };
 
@@ -70,6 +75,12 @@ public:
                           Vel::Ptr<const Lldp::RemTablesStatus> remTables,
                           Vel::Ptr<const Lldp::Config> config,
                           Vel::Ptr<const Lldp::LocalSystem> local);
+   // Neighbour classification (either may be null: then nothing is reported of it).
+   void classificationIs(Vel::Ptr<const Identity::NbrClassification::Status> status,
+                         Vel::Ptr<const Identity::NbrClassification::BypassStatus> bypass) {
+      classification_ = std::move(status);
+      bypass_ = std::move(bypass);
+   }
    // Starts a new snapshot: the global values now, the table from its first port.
    void start(double clockNow, double unixNow);
    // Copies up to `budget` neighbours (the ports met on the way cost one each); true once
@@ -82,6 +93,8 @@ private:
    Vel::Ptr<const Lldp::RemTablesStatus> remTables_;
    Vel::Ptr<const Lldp::Config> config_;
    Vel::Ptr<const Lldp::LocalSystem> local_;
+   Vel::Ptr<const Identity::NbrClassification::Status> classification_;
+   Vel::Ptr<const Identity::NbrClassification::BypassStatus> bypass_;
    MetricsSnapshot snap_;
    // Where the next slice resumes: the port (and whether its own values are taken) and
    // the last neighbour index copied on it.

@@ -160,6 +160,10 @@ void Agent::doInit() {
    powerAgentDir_ = group.mount<Vel::Dir>("environment/power/status/poePort", "r");
    powerRequestStatus_ =
        group.mount<Lldp::PowerRequestStatus>("l2discovery/lldp/status/powerRequest", "w");
+   nbrClassificationStatus_ =
+       group.mount<Identity::NbrClassification::Status>("identity/nbrClassification/status", "w");
+   nbrClassificationCliConfig_ = group.mount<Identity::NbrClassification::CliConfig>(
+       "identity/nbrClassification/cliConfig", "r");
    identityDot1xStatus_ = group.mount<Identity::Dot1x::Status>("identity/dot1x/status", "r");
    identityMacsecStatus_ = group.mount<Identity::Macsec::Status>("identity/macsec/status", "r");
 
@@ -269,6 +273,7 @@ void Agent::handleStandbyMode() {
    inputRoot_->activeEthIntfStatusDirSmIs(ethPhyIntfStatusDir_, ethLagIntfStatusDir_);
    inputRoot_->identityDot1xStatusSmIs();
    inputRoot_->identityMacsecStatusSmIs();
+   inputRoot_->nbrClassificationSmIs(nbrClassificationStatus_, nbrClassificationCliConfig_);
    inputRoot_->networkPolicySmIs();
 }
 
@@ -330,6 +335,8 @@ void Agent::doReleaseMounts() {
    externalTlvsDir_ = nullptr;
    identityDot1xStatus_ = nullptr;
    identityMacsecStatus_ = nullptr;
+   nbrClassificationStatus_ = nullptr;
+   nbrClassificationCliConfig_ = nullptr;
    powerAgentDir_ = nullptr;
    powerRequestStatus_ = nullptr;
    entmibStatus_ = nullptr;

@@ -135,6 +135,8 @@ private:
    Vel::Ptr<Vel::Dir> externalTlvsDir_;
    Identity::Dot1x::Status::Ptr identityDot1xStatus_;
    Identity::Macsec::Status::Ptr identityMacsecStatus_;
+   Identity::NbrClassification::Status::Ptr nbrClassificationStatus_;
+   Identity::NbrClassification::CliConfig::Ptr nbrClassificationCliConfig_;
    Vel::Ptr<Vel::Dir> powerAgentDir_;
    Lldp::PowerRequestStatus::Ptr powerRequestStatus_;
    EntityMib::Status::Ptr entmibStatus_;

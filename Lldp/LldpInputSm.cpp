@@ -185,7 +185,20 @@ void Root::poeSmDel() {
    if (auto sm = std::exchange(poeSm_, nullptr)) sm->doClose();
 }
 
+void Root::nbrClassificationSmIs(Identity::NbrClassification::Status::Ptr status,
+                                 Identity::NbrClassification::CliConfig::PtrConst cliConfig) {
+   if (nbrClassificationSm_ || !status || !cliConfig) return;
+   nbrClassificationSm_ =
+       Vel::make<NbrClassificationSm>(status_, std::move(status), std::move(cliConfig));
+   nbrClassificationSm_->handleInitialized();
+}
+
+void Root::nbrClassificationSmDel() {
+   if (auto sm = std::exchange(nbrClassificationSm_, nullptr)) sm->doClose();
+}
+
 void Root::doClose() {
+   nbrClassificationSmDel();
    poeSmDel();
    networkPolicySmDel();
    identityDot1xStatusSmDel();

@@ -41,6 +41,7 @@
 #include "Lldp/LldpInputPortAttrs.h"
 #include "Lldp/LldpInputPorts.h"
 #include "Lldp/LldpInputRemTables.h"
+#include "Lldp/LldpNbrClassificationSm.h"
 #include "Records/Bridging.h"
 #include "Records/IntfStatus.h"
 #include "Records/Lldp.h"
@@ -48,6 +49,7 @@
 
 namespace Lldp::Agent::Input {
 
+using Lldp::Agent::NbrClassificationSm;
 class InputSm;
 
 // Trace handle of the input machines (shared with the rest of the agent).
@@ -202,6 +204,12 @@ public:
    void poeSmIs(Vel::Ptr<const Vel::Dir> powerAgentDir,
                 Lldp::PowerRequestStatus::Ptr powerRequestStatus);
    void poeSmDel();
+   // Neighbour classification (LldpNbrClassificationSm): follows the status given to the
+   // root and the operator's classifications, and publishes into `status`.
+   const Vel::Ptr<NbrClassificationSm>& nbrClassificationSm() const { return nbrClassificationSm_; }
+   void nbrClassificationSmIs(Identity::NbrClassification::Status::Ptr status,
+                              Identity::NbrClassification::CliConfig::PtrConst cliConfig);
+   void nbrClassificationSmDel();
    // Closes the machines (each removes what it published).
    void doClose();
 
@@ -258,6 +266,7 @@ private:
    Vel::Ptr<RemTablesClearRequestSm> remTablesClearRequestSm_;
    Vel::Ptr<NetworkPolicySm> networkPolicySm_;
    Vel::Ptr<PoeSm> poeSm_;
+   Vel::Ptr<NbrClassificationSm> nbrClassificationSm_;
    std::map<Wire::IntfId, Lags> portToLagsMap_;
    Lldp::ManagementAddress::Key fallbackManagementAddressKey_;
    bool fallbackManagementAddressKeyPresent_ = false;

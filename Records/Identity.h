@@ -5,6 +5,8 @@
 
 #include "Framework/Vel/Entity.h"
 #include "Framework/Wire/IntfId.h"
+// Neighbour classification (telephones and other devices) has a file of its own.
+#include "Records/NbrClassification.h"
 
 namespace Identity::Dot1x {
 

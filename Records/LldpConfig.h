@@ -4,6 +4,7 @@
 
 #include "Framework/Vel/Entity.h"
 #include "Records/LldpValues.h"
+#include "Records/NbrClassification.h"
 
 namespace Lldp {
 
@@ -108,6 +109,8 @@ enum MgmtAddrTxMode : uint8_t {
 // What the operator configured for one port. `adminStatus` numbering as in PortConfig.
 // `remoteSystemLimit` 0 means the port follows the global limit. `networkPolicyConfig`
 // holds the LLDP-MED network policy of each application (keyed by its type, 1..8).
+// `nbrClassification` classes stations on this port by MAC address (over the global
+// ones); `dot1xTelephoneBypass` lets telephones through the port while 802.1X holds it.
 // clang-format off
 #define LLDP_CLI_PORT_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                                      \
@@ -119,6 +122,8 @@ enum MgmtAddrTxMode : uint8_t {
    ATTR(uint32_t, poeAllocatedPowerFallback, 0)                                   \
    ATTR(uint32_t, remoteSystemLimit, 0)                                           \
    ATTR(bool, macsecLldpBypass, false)                                            \
+   ATTR(bool, dot1xTelephoneBypass, false)                                        \
+   MAP(Wire::EthAddr, Identity::NbrClassification::NbrClass, nbrClassification)   \
    COLL(Lldp::UnknownOrgDefTlv::Key, Lldp::UnknownOrgDefTlv, externalTlv) \
    COLL(uint8_t, Lldp::NetworkPolicyConfig, networkPolicyConfig)
 // clang-format on
@@ -133,7 +138,8 @@ class CliPortConfig : public Vel::Entity {
 // switches select optional TLVs for every port. A non-empty `sysName` or `sysDesc`
 // replaces the value taken from the system. `remoteSystemLimit` is the neighbour limit of
 // every port that does not set its own; `remoteSystemLimitTotal` the limit on all ports'
-// neighbours together.
+// neighbours together. `nbrClassification` classes stations by MAC address on every
+// port.
 // clang-format off
 #define LLDP_CLI_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ATTR(bool, enabled, true)                                                 \
@@ -160,6 +166,7 @@ class CliPortConfig : public Vel::Entity {
    ATTR(uint32_t, remoteSystemLimit, 64)                                     \
    ATTR(uint32_t, remoteSystemLimitTotal, remoteSystemLimitTotalDefault)     \
    ATTR(bool, dot1xLldpBypass, false)                                        \
+   MAP(Wire::EthAddr, Identity::NbrClassification::NbrClass, nbrClassification) \
    ECOLL(Wire::IntfId, CliPortConfig, cliPortConfig)
 // clang-format on
 

@@ -4,6 +4,7 @@
 
 add_library(cli_service STATIC ${PROJECT_SOURCE_DIR}/Daemon/CliViews.cpp
             ${PROJECT_SOURCE_DIR}/Daemon/NeighborWatch.cpp ${PROJECT_SOURCE_DIR}/Daemon/CliService.cpp
+            ${PROJECT_SOURCE_DIR}/Daemon/NbrClassificationWatch.cpp
             ${PROJECT_SOURCE_DIR}/Daemon/PowerView.cpp ${PROJECT_SOURCE_DIR}/Daemon/PowerAgentService.cpp)
 target_link_libraries(cli_service PUBLIC control_socket records)
 if(TARGET lldp-agent)

@@ -1,11 +1,12 @@
-#The configuration language and the daemon's control socket, with their tests. Included
-#from the top - level CMakeLists.txt after the tests directory, whose lldp_test() it uses.
+# The configuration language and the daemon's control socket, with their tests. Included
+# from the top-level CMakeLists.txt after the tests directory, whose lldp_test() it uses.
 
 add_library(config_language STATIC ${PROJECT_SOURCE_DIR}/Config/ConfigLanguage.cpp
                                    ${PROJECT_SOURCE_DIR}/Config/ConfigWords.cpp
                                    ${PROJECT_SOURCE_DIR}/Config/ConfigCoreForms.cpp
                                    ${PROJECT_SOURCE_DIR}/Config/ConfigTlvAndBypass.cpp
                                    ${PROJECT_SOURCE_DIR}/Config/ConfigNeighborLimit.cpp
+                                   ${PROJECT_SOURCE_DIR}/Config/ConfigClassification.cpp
                                    ${PROJECT_SOURCE_DIR}/Config/NetworkPolicyLanguage.cpp)
 target_link_libraries(config_language PUBLIC records)
 

@@ -39,9 +39,10 @@ void LinuxPlatform::SockFree::operator()(nl_sock* s) const {
 }
 
 LinuxPlatform::LinuxPlatform(const Options& options, Vel::StateDb& db)
-    : options_(options), publisher_(db), bridgeCapability_(db) {}
+    : options_(options), db_(db), publisher_(db), bridgeCapability_(db) {}
 
 LinuxPlatform::~LinuxPlatform() {
+   telephoneBypass_.reset();
    reactor_.reset();
 }
 
@@ -193,6 +194,8 @@ void LinuxPlatform::publish() {
    if (!netconfDumped_) readForwardingFile();
    publisher_.publish(model_, options_);
    bridgeCapability_.bridgingIs(publisher_.anyBridgePort);
+   if (!telephoneBypass_) telephoneBypass_ = std::make_unique<TelephoneBypassSm>(db_);
+   telephoneBypass_->modelIs(model_);
 }
 
 int LinuxPlatform::eventFd() const {

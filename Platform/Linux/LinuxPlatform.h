@@ -25,6 +25,7 @@
 #include "Platform/Linux/BridgeCapabilitySm.h"
 #include "Platform/Linux/NetlinkModel.h"
 #include "Platform/Linux/PlatformPublisher.h"
+#include "Platform/Linux/TelephoneBypassSm.h"
 
 struct nl_sock;
 struct nl_msg;
@@ -74,8 +75,11 @@ private:
    static int onMessage(nl_msg* msg, void* self);
 
    Options options_;
+   Vel::StateDb& db_;
    PlatformPublisher publisher_;
    BridgeCapabilitySm bridgeCapability_;
+   // Classified telephones through locked ports (created once the model is first read).
+   std::unique_ptr<TelephoneBypassSm> telephoneBypass_;
    NetModel model_;
    bool netconfDumped_ = false;
    uint64_t resyncs_ = 0;

@@ -67,6 +67,9 @@ TEST(ConfigLanguageTest, FormsSetWhatTheySay) {
        {"lldp management-address all", "/mgmtAddrTxMode", int(Lldp::mgmtAddrTxModeAll)},
        {"lldp neighbor-limit 1000000", "/remoteSystemLimit", 1000000},
        {"lldp neighbor-limit total 10000000", "/remoteSystemLimitTotal", 10000000},
+       {"lldp classification mac 00:1c:73:aa:bb:cc device", "/nbrClassification/0/value", "device"},
+       {"interface e1\nlldp classification mac 00:1c:73:aa:bb:cc device", "/nbrClassification",
+        J::array()},
        {"lldp system-name  core switch  1  ! the big one", "/sysName", "core switch  1"},
        {R"(lldp system-description "says \"hi\" ! not a comment\x41\\")", "/sysDesc",
         "says \"hi\" ! not a commentA\\"},
@@ -101,6 +104,12 @@ TEST(ConfigLanguageTest, FormsSetWhatTheySay) {
        {"  lldp ztp vlan 4094", "ztpBootVlan", 4094},
        {"  lldp power-via-mdi fallback 15400", "poeAllocatedPowerFallback", 15400},
        {"lldp neighbor-limit 5000", "remoteSystemLimit", 5000},
+       // Inside a block a classification is the port's alone; the global list stays empty.
+       {"lldp classification mac 00:1C:73:AA:BB:CC telephone\n"
+        "lldp classification mac 00:1c:73:aa:bb:dd device\n"
+        "no lldp classification mac 00:1c:73:aa:bb:dd",
+        "nbrClassification", J::parse(R"([{"key": "00:1c:73:aa:bb:cc", "value": "telephone"}])")},
+       {"dot1x telephone bypass", "dot1xTelephoneBypass", true},
        // Options in any order; a second line for an application replaces the first.
        {"lldp med network-policy voice vlan 9\n"
         "lldp med network-policy voice dscp 46 untagged vlan 10 priority 5",
@@ -275,6 +284,19 @@ TEST(ConfigLanguageTest, BadLinesChangeNothing) {
         "lldp tlv oui: info is 508 bytes, at most 507 allowed"},
        {"lldp tlv oui 00-80-c2 type 1 info 00",
         "lldp tlv oui: expected 'subtype' after the OUI, not 'type'"},
+       {"lldp classification mac 00:1c:73:aa:bb telephone",
+        "lldp classification mac: '00:1c:73:aa:bb' is not a MAC address (as 00:1c:73:aa:bb:cc)"},
+       {"exit\nlldp classification mac 01:80:c2:00:00:0e telephone",
+        "lldp classification mac: '01:80:c2:00:00:0e' is not a station's address (zero or "
+        "multicast)"},
+       {"lldp classification mac 00:1c:73:aa:bb:cc phone",
+        "lldp classification mac: 'phone' is not a class (telephone or device)"},
+       {"lldp classification mac 00:1c:73:aa:bb:cc",
+        "lldp classification mac: expected 'lldp classification mac MAC telephone|device'"},
+       {"no lldp classification mac zz",
+        "no lldp classification mac: 'zz' is not a MAC address (as 00:1c:73:aa:bb:cc)"},
+       {"exit\ndot1x telephone bypass",
+        "'dot1x telephone bypass' is a per-port command: put it after 'interface NAME'"},
    };
    for (const auto& [text, reason] : cases) {
       auto c = fresh();
@@ -314,7 +336,14 @@ lldp management-address vrf mgmt
 lldp neighbor-limit 5000
 lldp neighbor-limit total 20000
 dot1x lldp bypass
+lldp classification mac 00:1c:73:aa:bb:01 telephone
+lldp classification mac 00:1c:73:aa:bb:02 telephone
+lldp classification mac 00:1c:73:aa:bb:02 device
+lldp classification mac 00:1c:73:aa:bb:03 device
+no lldp classification mac 00:1c:73:aa:bb:03
 interface Ethernet1
+   dot1x telephone bypass
+   lldp classification mac 00:1c:73:aa:bb:01 device
    no lldp transmit
    lldp receive rate-limit 7 interval 0.1
    no lldp receive rate-limit

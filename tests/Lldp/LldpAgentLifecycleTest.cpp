@@ -74,6 +74,8 @@ TEST_F(LldpAgentTest, MountsInOrderDirectoriesThroughTheMounterAndAllGivenBack) 
        "hardware/entmib",
        "environment/power/status/poePort",
        "l2discovery/lldp/status/powerRequest",
+       "identity/nbrClassification/status",
+       "identity/nbrClassification/cliConfig",
        "identity/dot1x/status",
        "identity/macsec/status",
        "interface/status/all",

@@ -1,0 +1,357 @@
+#include "Lldp/LldpNbrClassificationSm.h"
+
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "Framework/Log.h"
+#include "Framework/Vel/EventLoop.h"
+
+namespace Lldp::Agent {
+
+Vel::Trace::Handle traceLldpNbrClassification("LldpNbrClassification");
+
+using Identity::NbrClassification::Entry;
+using Identity::NbrClassification::NbrClassSource;
+
+// Arguments: what was cleared ("all", "mac ...", "interface ..."), who asked and where.
+constinit const Vel::Log::Handle LLDP_NEIGHBOR_CLASSIFICATION_CLEARED(
+    "LLDP_NEIGHBOR_CLASSIFICATION_CLEARED", 5,
+    "LLDP neighbor classification (%s) cleared by %s on %s",
+    "Learnt LLDP neighbor classifications were cleared by a CLI command.", "no action required", 0);
+
+namespace {
+
+constexpr uint8_t medVoiceApplication = 1;
+
+// Moves the status's count of one class and source by `sign`.
+void countEntry(Identity::NbrClassification::Status& status,
+                Identity::NbrClassification::NbrClass c, NbrClassSource s, int sign) {
+   using C = Identity::NbrClassification::NbrClass;
+   using Status = Identity::NbrClassification::Status;
+   const bool telephone = c == C::telephone;
+   const bool configured = s == NbrClassSource::configured;
+   const uint32_t& (Status::*get)() const =
+       configured ? (telephone ? &Status::configuredTelephones : &Status::configuredDevices)
+                  : (telephone ? &Status::lldpTelephones : &Status::lldpDevices);
+   void (Status::*set)(const uint32_t&) =
+       configured ? (telephone ? &Status::configuredTelephonesIs : &Status::configuredDevicesIs)
+                  : (telephone ? &Status::lldpTelephonesIs : &Status::lldpDevicesIs);
+   (status.*set)(uint32_t(int64_t((status.*get)()) + sign));
+}
+
+bool isMedEndpoint(uint8_t deviceType) {
+   return deviceType >= 1 && deviceType <= 3;
+}
+
+}  // namespace
+
+Identity::NbrClassification::NbrClass lldpClassOf(const Lldp::RemoteSystem& remote) {
+   using C = Identity::NbrClassification::NbrClass;
+   if (remote.systemCapabilities().enabled().telephone()) return C::telephone;
+   if (remote.medCapabilitiesTlvReceived() &&
+       isMedEndpoint(remote.medCapabilitiesInfo().deviceType()) &&
+       remote.networkPolicyTlv(medVoiceApplication)) {
+      return C::telephone;
+   }
+   return C::device;
+}
+
+struct NbrClassificationSm::Learned {
+   // Tells the machine when a neighbour forgotten by a clear request sends again.
+   struct RefreshWatch : Lldp::RemoteSystem::Notifiee {
+      NbrClassificationSm* sm;
+      Wire::IntfId intf;
+      int index;
+      void lastRefreshTimeChanged() override { sm->handleRefresh(intf, index); }
+   };
+   Wire::EthAddr ethAddr;
+   NbrClass nbrClass;
+   Lldp::Msap neighbor;
+   bool cleared = false;
+   std::unique_ptr<RefreshWatch> watch;
+};
+
+class NbrClassificationSm::PortSm : public Vel::RefCounted, public Lldp::PortStatus::Notifiee {
+public:
+   PortSm(NbrClassificationSm* sm, Lldp::PortStatus::PtrConst ps)
+       : sm_(sm), portStatus_(std::move(ps)) {}
+   const Lldp::PortStatus::PtrConst& portStatus() const { return portStatus_; }
+   std::unordered_map<int, Learned> learned;
+
+private:
+   void remoteSystemChanged(const int& index) override {
+      sm_->handleRemoteSystem(portStatus_->intfId(), index);
+   }
+   NbrClassificationSm* sm_;
+   Lldp::PortStatus::PtrConst portStatus_;
+};
+
+NbrClassificationSm::NbrClassificationSm(Lldp::Status::PtrConst lldpStatus,
+                                         Identity::NbrClassification::Status::Ptr status,
+                                         Identity::NbrClassification::CliConfig::PtrConst cliConfig)
+    : lldpStatus_(std::move(lldpStatus)),
+      status_(std::move(status)),
+      cliConfig_(std::move(cliConfig)) {
+   cliReactor_.sm = this;
+   statusReactor_.sm = this;
+}
+
+NbrClassificationSm::~NbrClassificationSm() = default;
+
+void NbrClassificationSm::handleInitialized() {
+   VEL_TRACE(traceLldpNbrClassification, 8, "NbrClassificationSm::handleInitialized()");
+   // Whatever an earlier run left is derived afresh.
+   status_->entryDelAll();
+   doResetCounts();
+   initialized_ = true;
+   cliReactor_.notifierIs(cliConfig_);
+   statusReactor_.notifierIs(lldpStatus_);
+   for (const auto& [key, c] : cliConfig_->intfClass()) doSyncEntry(key);
+   for (const auto& [intf, ps] : lldpStatus_->portStatus()) handlePortStatus(intf);
+   // A request made before the agent started is history, not a request.
+   status_->lastClearTimeIs(cliConfig_->clearRequestTime());
+}
+
+void NbrClassificationSm::doResetCounts() {
+   status_->lldpTelephonesIs(0);
+   status_->lldpDevicesIs(0);
+   status_->configuredTelephonesIs(0);
+   status_->configuredDevicesIs(0);
+}
+
+void NbrClassificationSm::doClose() {
+   VEL_TRACE(traceLldpNbrClassification, 8, "NbrClassificationSm::doClose()");
+   initialized_ = false;
+   cliReactor_.notifierIs(nullptr);
+   statusReactor_.notifierIs(nullptr);
+   for (auto& [intf, port] : portSm_) port->notifierIs(nullptr);
+   portSm_.clear();
+   stations_.clear();
+   status_->entryDelAll();
+   doResetCounts();
+}
+
+void NbrClassificationSm::handlePortStatus(const Wire::IntfId& intf) {
+   if (!initialized_) return;
+   auto ps = lldpStatus_->portStatus(intf);
+   auto it = portSm_.find(intf);
+   if (it != portSm_.end() && it->second->portStatus() != ps) {
+      VEL_TRACE(traceLldpNbrClassification, 6,
+                "NbrClassificationSm::handlePortStatus( " << intf << " ) removing port");
+      const Vel::Ptr<PortSm> port = it->second;
+      portSm_.erase(it);
+      port->notifierIs(nullptr);
+      std::vector<EntryKey> keys;
+      for (auto& [index, l] : port->learned) {
+         doCount(intf, l, -1);
+         keys.push_back(EntryKey({.intfId = intf, .ethAddr = l.ethAddr}));
+      }
+      for (const auto& key : keys) doSyncEntry(key);
+      it = portSm_.end();
+   }
+   if (ps && it == portSm_.end()) {
+      VEL_TRACE(traceLldpNbrClassification, 6,
+                "NbrClassificationSm::handlePortStatus( " << intf << " ) adding port");
+      auto port = Vel::make<PortSm>(this, ps);
+      portSm_[intf] = port;
+      port->notifierIs(ps);
+      for (const auto& [index, remote] : ps->remoteSystem()) handleRemoteSystem(intf, index);
+   }
+}
+
+void NbrClassificationSm::doCount(const Wire::IntfId& intf, const Learned& l, int sign) {
+   if (l.ethAddr.isZero()) return;  // no source address: not a station
+   const EntryKey key({.intfId = intf, .ethAddr = l.ethAddr});
+   Station& s = stations_[key];
+   const auto add = [sign](uint32_t& n) { n = uint32_t(int64_t(n) + sign); };
+   if (l.cleared) {
+      add(s.cleared);
+   } else if (l.nbrClass == NbrClass::telephone) {
+      add(s.telephones);
+   } else {
+      add(s.devices);
+   }
+   if (sign > 0) s.neighbor = l.neighbor;
+   if (s.telephones == 0 && s.devices == 0 && s.cleared == 0) stations_.erase(key);
+}
+
+void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index) {
+   if (!initialized_) return;
+   auto it = portSm_.find(intf);
+   if (it == portSm_.end()) return;
+   PortSm& port = *it->second;
+   const auto remote = port.portStatus()->remoteSystem(index);
+   auto l = port.learned.find(index);
+   if (!remote) {
+      if (l == port.learned.end()) return;
+      VEL_TRACE(traceLldpNbrClassification, 6,
+                "NbrClassificationSm: neighbor " << index << " gone from " << intf);
+      doCount(intf, l->second, -1);
+      const EntryKey key({.intfId = intf, .ethAddr = l->second.ethAddr});
+      port.learned.erase(l);
+      doSyncEntry(key);
+      return;
+   }
+   const NbrClass nbrClass = lldpClassOf(*remote);
+   const Wire::EthAddr& ethAddr = remote->ethAddr();
+   // A neighbour that changed something else says nothing new about what it is.
+   if (l != port.learned.end() && !l->second.cleared && l->second.ethAddr == ethAddr &&
+       l->second.nbrClass == nbrClass) {
+      return;
+   }
+   std::optional<EntryKey> oldKey;
+   if (l != port.learned.end()) {
+      doCount(intf, l->second, -1);
+      if (l->second.ethAddr != ethAddr) {
+         oldKey = EntryKey({.intfId = intf, .ethAddr = l->second.ethAddr});
+      }
+   } else {
+      l = port.learned.emplace(index, Learned()).first;
+   }
+   Learned& n = l->second;
+   n.ethAddr = ethAddr;
+   n.nbrClass = nbrClass;
+   n.neighbor = remote->msap();
+   n.cleared = false;
+   n.watch.reset();
+   VEL_TRACE(traceLldpNbrClassification, 6,
+             "NbrClassificationSm: " << ethAddr << " on " << intf << " says " << nbrClass);
+   doCount(intf, n, +1);
+   if (oldKey) doSyncEntry(*oldKey);
+   doSyncEntry(EntryKey({.intfId = intf, .ethAddr = ethAddr}));
+}
+
+void NbrClassificationSm::handleRefresh(const Wire::IntfId& intf, int index) {
+   auto it = portSm_.find(intf);
+   if (it == portSm_.end()) return;
+   auto l = it->second->learned.find(index);
+   if (l == it->second->learned.end() || !l->second.cleared) return;
+   // The watch that called goes once the call has returned to it.
+   auto watch = std::move(l->second.watch);
+   watch->notifierIs(nullptr);
+   VEL_TRACE(traceLldpNbrClassification, 6,
+             "NbrClassificationSm: cleared neighbor " << index << " on " << intf << " is back");
+   doCount(intf, l->second, -1);
+   l->second.cleared = false;
+   doCount(intf, l->second, +1);
+   doSyncEntry(EntryKey({.intfId = intf, .ethAddr = l->second.ethAddr}));
+}
+
+void NbrClassificationSm::handleGlobalClass(const Wire::EthAddr& ethAddr) {
+   VEL_TRACE(traceLldpNbrClassification, 6,
+             "NbrClassificationSm::handleGlobalClass( " << ethAddr << " )");
+   // The station may be on any port, and there are few ports.
+   for (const auto& [intf, port] : portSm_) {
+      doSyncEntry(EntryKey({.intfId = intf, .ethAddr = ethAddr}));
+   }
+   // Configured for a port without neighbours yet.
+   for (const auto& [key, c] : cliConfig_->intfClass()) {
+      if (key.ethAddr() == ethAddr && !portSm_.count(key.intfId())) doSyncEntry(key);
+   }
+}
+
+void NbrClassificationSm::handleIntfClass(const EntryKey& key) {
+   VEL_TRACE(traceLldpNbrClassification, 6,
+             "NbrClassificationSm::handleIntfClass( " << key << " )");
+   doSyncEntry(key);
+}
+
+void NbrClassificationSm::doSyncEntry(const EntryKey& key) {
+   auto st = stations_.find(key);
+   const Station* s = st == stations_.end() ? nullptr : &st->second;
+   const NbrClass configured = cliConfig_->configuredClass(key);
+   const bool portConfigured = cliConfig_->intfClass(key) != nullptr;
+   NbrClass nbrClass;
+   NbrClassSource source;
+   if (configured != NbrClass::none && (portConfigured || s)) {
+      nbrClass = configured;
+      source = NbrClassSource::configured;
+   } else if (s && (s->telephones || s->devices)) {
+      nbrClass = s->telephones ? NbrClass::telephone : NbrClass::device;
+      source = NbrClassSource::lldp;
+   } else {
+      if (auto gone = status_->entry(key)) {
+         countEntry(*status_, gone->nbrClass(), gone->source(), -1);
+         status_->entryDel(key);
+         VEL_TRACE(traceLldpNbrClassification, 4, "NbrClassification: removed " << key);
+      }
+      return;
+   }
+   const Lldp::Msap neighbor = s ? s->neighbor : Lldp::Msap();
+   const Vel::Seconds now = Vel::EventLoop::instance().now();
+   auto entry = status_->entry(key);
+   if (!entry) {
+      // Filled before it is published, so readers see it whole.
+      entry = Vel::make<Entry>(key);
+      entry->nbrClassIs(nbrClass);
+      entry->sourceIs(source);
+      entry->sinceIs(now);
+      entry->neighborIs(neighbor);
+      VEL_TRACE(traceLldpNbrClassification, 4,
+                "NbrClassification: " << key << " is a " << nbrClass << " (" << source << ")");
+      countEntry(*status_, nbrClass, source, +1);
+      status_->entryIs(key, entry);
+      return;
+   }
+   if (entry->nbrClass() == nbrClass && entry->source() == source &&
+       entry->neighbor() == neighbor) {
+      return;
+   }
+   if (entry->nbrClass() != nbrClass || entry->source() != source) {
+      VEL_TRACE(traceLldpNbrClassification, 4,
+                "NbrClassification: " << key << " is now a " << nbrClass << " (" << source << ")");
+      entry->sinceIs(now);
+      countEntry(*status_, entry->nbrClass(), entry->source(), -1);
+      countEntry(*status_, nbrClass, source, +1);
+   }
+   entry->nbrClassIs(nbrClass);
+   entry->sourceIs(source);
+   entry->neighborIs(neighbor);
+   status_->entryTouched(key);
+}
+
+void NbrClassificationSm::doForget(PortSm& port, int index, Learned& l) {
+   const Wire::IntfId& intf = port.portStatus()->intfId();
+   doCount(intf, l, -1);
+   l.cleared = true;
+   doCount(intf, l, +1);
+   if (auto remote = port.portStatus()->remoteSystem(index)) {
+      l.watch = std::make_unique<Learned::RefreshWatch>();
+      l.watch->sm = this;
+      l.watch->intf = intf;
+      l.watch->index = index;
+      l.watch->notifierIs(remote);
+   }
+}
+
+void NbrClassificationSm::handleClearRequest() {
+   const Vel::Seconds requestTime = cliConfig_->clearRequestTime();
+   const Vel::Seconds lastClearTime = status_->lastClearTime();
+   VEL_TRACE(traceLldpNbrClassification, 4,
+             "NbrClassificationSm::handleClearRequest(): request from "
+                 << requestTime << ", last clear time " << lastClearTime);
+   if (!(lastClearTime < requestTime)) return;
+   status_->lastClearTimeIs(requestTime);
+   const Wire::EthAddr& ethAddr = cliConfig_->clearRequestEthAddr();
+   const Wire::IntfId& onlyIntf = cliConfig_->clearRequestIntfId();
+   std::set<EntryKey> keys;
+   for (auto& [intf, port] : portSm_) {
+      if (!onlyIntf.empty() && intf != onlyIntf) continue;
+      for (auto& [index, l] : port->learned) {
+         if (l.cleared || (!ethAddr.isZero() && l.ethAddr != ethAddr)) continue;
+         doForget(*port, index, l);
+         keys.insert(EntryKey({.intfId = intf, .ethAddr = l.ethAddr}));
+      }
+   }
+   for (const auto& key : keys) doSyncEntry(key);
+   std::string what = "all";
+   if (!ethAddr.isZero()) what = "mac " + ethAddr.stringValue();
+   if (!onlyIntf.empty()) {
+      what = (ethAddr.isZero() ? "" : what + " ") + "interface " + onlyIntf.stringValue();
+   }
+   LLDP_NEIGHBOR_CLASSIFICATION_CLEARED.log(what, cliConfig_->clearRequestedBy(),
+                                            cliConfig_->clearRequestedOn());
+}
+
+}  // namespace Lldp::Agent
