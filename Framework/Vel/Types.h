@@ -60,14 +60,18 @@ public:
    FixedString(std::string_view s) { assign(s.data(), s.size()); }
    FixedString(const char* s) : FixedString(std::string_view(s)) {}
    FixedString(const std::string& s) : FixedString(std::string_view(s)) {}
-   FixedString(const FixedString& o) { assign(o.data(), o.size()); }
+   FixedString(const FixedString& o) {
+      if (!o.empty()) assign(o.data(), o.size());
+   }
    FixedString(FixedString&& o) noexcept { take(o); }
    FixedString& operator=(const FixedString& o) {
+      if (o.empty()) return clear();  // an empty one's bytes were never written
       if (this != &o) assign(o.data(), o.size());
       return *this;
    }
    FixedString& operator=(FixedString&& o) noexcept {
       if (this == &o) return *this;
+      if (o.empty()) return clear();
       if (!o.onHeap() || (onHeap() && capacity() >= o.size())) {
          assign(o.data(), o.size());  // keeps this one's buffer
          return *this;
@@ -78,6 +82,11 @@ public:
    }
    ~FixedString() { release(); }
    static FixedString create(std::string_view s) { return FixedString(s); }
+   // Empties the value, keeping any heap room.
+   FixedString& clear() {
+      len_ = static_cast<uint16_t>(len_ & heapFlag);
+      return *this;
+   }
 
    // Replaces the value; a failed assignment (too long) throws and keeps the old value.
    void assign(const char* p, size_t n) {
