@@ -339,7 +339,8 @@ TlvParseResult parseTlv(int infoLen, const char* info, const char* name,
           "Error: LLDP-MED " << name << " TLV is too short (orgDefInfoLen=" << infoLen << ")");
       return TlvParseResultFatalError;
    }
-   Lldp::BoundedString32Tlv value;
+   // Kept from TLV to TLV, so a value too long to sit inline reuses its heap room.
+   static Lldp::BoundedString32Tlv value;
    value.assign(info, static_cast<size_t>(infoLen));
    store(value);
    VEL_TRACE(traceLldpMed, 6, "LLDP-MED " << name << " TLV has value: " << value);

@@ -210,12 +210,21 @@ void decodeOid(const char* bytes, int len, Snmp::ObjectIdentifier* oid) {
    }
 }
 
+// A string of the frame in a buffer kept from frame to frame: a long one is copied into the
+// record without allocating once its like has been seen.
+template <class S>
+const S& keptString(const char* p, size_t n) {
+   static S s;
+   s.assign(p, n);
+   return s;
+}
+
 TlvParseResult parseBoundedString(int infoLen, const char* info, const char* what,
                                   void (Lldp::RemoteSystem::*set)(const Lldp::BoundedString255Tlv&),
                                   Lldp::RemoteSystem& remote) {
    // Longer strings than the record holds are cut, never refused.
    const size_t len = std::min<size_t>(static_cast<size_t>(infoLen), 255);
-   const auto value = Lldp::BoundedString255Tlv::create(std::string_view(info, len));
+   const auto& value = keptString<Lldp::BoundedString255Tlv>(info, len);
    (remote.*set)(value);
    VEL_TRACE(traceLldpProtocol, 6, what << ": " << value);
    return TlvParseResultOk;
@@ -284,13 +293,14 @@ TlvParseResult parseManagementAddress(int infoLen, const char* info, Lldp::Remot
                     << ", oidStringLen=" << oidLen << ")");
       return TlvParseResultFatalError;
    }
-   // Value types clear their whole inline storage when made afresh, so the ones decoded
-   // here are kept and overwritten field by field instead.
+   // The ones decoded here are kept and overwritten field by field, so they keep the room
+   // their strings and OID grew to and decoding the next one does not allocate.
    static Lldp::ManagementAddress addr;
    addr.keyIs(Lldp::ManagementAddress::Key({.subtype = subtype, .address = address}));
    addr.ifNumberingSubtypeIs(ifSubtype);
    addr.ifNumberIs(ifNumber);
-   Snmp::ObjectIdentifier oid;
+   static Snmp::ObjectIdentifier oid;
+   oid.clear();
    if (oidLen == 0) {
       VEL_TRACE(traceLldpProtocol, 8, "Empty OID string");
    } else {
@@ -313,7 +323,7 @@ TlvParseResult parseUnknownOrgDefTlv(Lldp::Oui oui, int subtype, int len, const 
                                           .subtype = static_cast<uint8_t>(subtype),
                                           .index = static_cast<int>(counter.count())}));
    // At most 511 - 4 bytes follow the subtype, which is what the record holds.
-   tlv.valueIs(Vel::FixedString<507>(std::string_view(value, size_t(len))));
+   tlv.valueIs(keptString<Vel::FixedString<507>>(value, size_t(len)));
    remote.unknownOrgDefTlvIs(tlv);
    VEL_TRACE(traceLldpProtocol, 6, "Unknown Organizationally Specific TLV: " << tlv);
    return TlvParseResultUnrecognized;
@@ -388,7 +398,7 @@ TlvParseResult parseOptionalTlv(int type, int infoLen, const char* info,
          // Reserved types 9..126: kept as they came, one per type.
          static Lldp::UnknownTlv tlv;
          tlv.typeIs(Lldp::UnknownTlvType(static_cast<uint8_t>(type)));
-         tlv.valueIs(Vel::FixedString<511>(std::string_view(info, size_t(infoLen))));
+         tlv.valueIs(keptString<Vel::FixedString<511>>(info, size_t(infoLen)));
          remote->unknownTlvIs(tlv);
          VEL_TRACE(traceLldpProtocol, 6, "Unrecognized TLV: " << tlv);
          return TlvParseResultUnrecognized;
@@ -407,7 +417,7 @@ const Identifier& readIdentifier(int infoLen, const char* info, const char* unkn
       subtype = 8;
    }
    id.subtypeIs(subtype);
-   id.valueIs(Lldp::IdentifierValue(std::string_view(info + 1, size_t(infoLen - 1))));
+   id.valueIs(keptString<Lldp::IdentifierValue>(info + 1, size_t(infoLen - 1)));
    return id;
 }
 
@@ -547,7 +557,7 @@ Lldp::RemoteSystem::PtrConst processRxLldpdu(
       return discardFrame(*portStatus);
    }
    // The frame's MSAP, the key for the lookup and for a new record. It is rebuilt in place
-   // frame after frame, as a fresh one would first clear its 500 bytes of inline storage.
+   // frame after frame, so long identifiers reuse its buffers instead of allocating.
    static Lldp::Msap msap;
    msap.chassisIdentifierIs(
        readIdentifier<Lldp::ChassisIdentifier>(infoLen, info, "Unknown chassid ID subtype "));

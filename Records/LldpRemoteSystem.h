@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "Framework/Vel/Entity.h"
+#include "Framework/Vel/SharedBytes.h"
 #include "Records/LldpValues.h"
 
 namespace Lldp {
@@ -82,9 +83,10 @@ public:
    // decoded without error, with the number of unrecognised TLVs it held and the decoder
    // settings it was decoded under. A neighbour that sends the same bytes again changes
    // nothing here, so the receive path then skips decoding altogether. Not an attribute:
-   // it is never exported, printed or notified, and only the receive path writes it.
+   // it is never exported, printed or notified, and only the receive path writes it. The
+   // bytes are shared with every other neighbour that last sent the same ones.
    struct RxCache {
-      std::string optionalTlvs;  // keeps its capacity, so refreshing does not allocate
+      Vel::SharedBytes optionalTlvs;
       uint32_t unrecognizedTlvs = 0;
       uint8_t decoderSettings = 0;
       bool valid = false;
@@ -92,12 +94,15 @@ public:
    const RxCache& rxCache() const { return rxCache_; }
    void rxCacheIs(std::string_view optionalTlvs, uint32_t unrecognizedTlvs,
                   uint8_t decoderSettings) {
-      rxCache_.optionalTlvs.assign(optionalTlvs);
+      rxCache_.optionalTlvs.assign(optionalTlvs);  // no copy when they did not change
       rxCache_.unrecognizedTlvs = unrecognizedTlvs;
       rxCache_.decoderSettings = decoderSettings;
       rxCache_.valid = true;
    }
-   void rxCacheDel() { rxCache_.valid = false; }
+   void rxCacheDel() {
+      rxCache_.optionalTlvs.clear();
+      rxCache_.valid = false;
+   }
 
 private:
    RxCache rxCache_;

@@ -3,7 +3,8 @@
 # longer starts, crashes, or no longer drives what it claims to (the daemon, a veth).
 # Included from the top-level CMakeLists.txt after every benchmark target exists.
 foreach(bench lldp_bench eventloop_bench linux_pam_bench input_bench cli_bench metrics_bench
-              snmp_walk_bench nbr_classification_bench)
+              snmp_walk_bench nbr_classification_bench
+              memory_bench)
   if(TARGET ${bench})
     add_test(NAME BenchSmoke.${bench}
              COMMAND ${bench} --benchmark_min_time=0.001 --benchmark_repetitions=1)

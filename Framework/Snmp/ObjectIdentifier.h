@@ -1,12 +1,16 @@
-// An SNMP object identifier held inline (at most 129 sub-identifiers, the most a
-// Management Address TLV's OID string can carry).
+// An SNMP object identifier (at most 129 sub-identifiers, the most a Management Address
+// TLV's OID string can carry). The sub-identifiers live on the heap, as many as it held
+// at most: most management addresses carry none, and those then cost no more than the
+// object itself. Assigning a shorter or equal one reuses the room it has.
 #pragma once
 
+#include <algorithm>
 #include <compare>
 #include <cstdint>
 #include <cstring>
 #include <ostream>
 #include <string>
+#include <utility>
 
 #include "Framework/Vel/Types.h"
 
@@ -15,19 +19,32 @@ namespace Snmp {
 class ObjectIdentifier {
 public:
    static constexpr size_t maxSubIds = 129;
-   // User-provided so that value-initialisation (`= {}`) does not clear 516 bytes that
-   // nothing reads past len_.
-   ObjectIdentifier() {}
-   ObjectIdentifier(const ObjectIdentifier& o) : len_(o.len_) {
-      std::memcpy(ids_, o.ids_, len_ * sizeof(uint32_t));
-   }
+   ObjectIdentifier() = default;
+   ObjectIdentifier(const ObjectIdentifier& o) { *this = o; }
+   ObjectIdentifier(ObjectIdentifier&& o) noexcept
+       : ids_(std::exchange(o.ids_, nullptr)),
+         len_(std::exchange(o.len_, 0)),
+         cap_(std::exchange(o.cap_, 0)) {}
    ObjectIdentifier& operator=(const ObjectIdentifier& o) {
+      if (this == &o) return *this;
+      if (o.len_ > cap_) reserve(o.len_);
       len_ = o.len_;
-      std::memmove(ids_, o.ids_, len_ * sizeof(uint32_t));
+      if (len_) std::memcpy(ids_, o.ids_, len_ * sizeof(uint32_t));
       return *this;
    }
+   ObjectIdentifier& operator=(ObjectIdentifier&& o) noexcept {
+      if (this != &o) {
+         delete[] ids_;
+         ids_ = std::exchange(o.ids_, nullptr);
+         len_ = std::exchange(o.len_, 0);
+         cap_ = std::exchange(o.cap_, 0);
+      }
+      return *this;
+   }
+   ~ObjectIdentifier() { delete[] ids_; }
    bool push(uint32_t id) {
       if (len_ >= maxSubIds) return false;
+      if (len_ == cap_) reserve(std::min<size_t>(maxSubIds, cap_ ? cap_ * 2u : 8));
       ids_[len_++] = id;
       return true;
    }
@@ -64,8 +81,18 @@ public:
    }
 
 private:
+   // Room for n sub-identifiers, keeping those held.
+   void reserve(size_t n) {
+      auto* ids = new uint32_t[n];
+      if (len_) std::memcpy(ids, ids_, len_ * sizeof(uint32_t));
+      delete[] ids_;
+      ids_ = ids;
+      cap_ = static_cast<uint8_t>(n);
+   }
+
+   uint32_t* ids_ = nullptr;
    uint8_t len_ = 0;
-   uint32_t ids_[maxSubIds];
+   uint8_t cap_ = 0;
 };
 
 }  // namespace Snmp

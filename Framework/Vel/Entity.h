@@ -75,7 +75,8 @@ private:
    };
    void attach(NotifieeBase* n) const;
    void detach(NotifieeBase* n) const;
-   mutable std::vector<NotifieeBase*> notifiees_;
+   // One word while nobody watches (most records, most of the time).
+   mutable SmallVector<NotifieeBase*> notifiees_;
    mutable uint32_t notifyDepth_ = 0;
    mutable bool detachedDuringNotify_ = false;
 };

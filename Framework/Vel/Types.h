@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "Framework/Vel/SmallVector.h"
+
 namespace Vel {
 
 using String = std::string;  // an arbitrary byte string
@@ -38,36 +40,72 @@ std::string colonHex(std::string_view bytes);
 
 [[noreturn]] void throwStringBound(size_t max);
 
-// A byte string of at most N bytes held inline. Copies move only the used bytes.
+// A byte string of at most N bytes. Short values (up to 22 bytes, or N when N is small)
+// live inline; a longer one lives in a heap buffer sized for it, which the string keeps
+// when it is assigned a shorter value again. Records hold dozens of these and most LLDP
+// strings are short, so a record pays for what its neighbour sent, not for the bound; a
+// scratch string that is refilled frame after frame stops allocating once it has seen
+// its longest value.
 template <size_t N>
 class FixedString {
+   static constexpr size_t inlineBytes = N <= 30 ? N : 22;
+   static constexpr uint16_t heapFlag = 0x8000;
+   static_assert(N < heapFlag, "FixedString bound too large");
+   static constexpr bool spills = N > inlineBytes;  // else every value fits inline
+   static_assert(!spills || inlineBytes >= sizeof(char*) + sizeof(uint16_t));
+
 public:
    static constexpr size_t maxBytes = N;
-   // User-provided so that value-initialisation (`= {}`) does not clear the buffer:
-   // nothing reads past len_, and records hold many of these.
    FixedString() {}
    FixedString(std::string_view s) { assign(s.data(), s.size()); }
    FixedString(const char* s) : FixedString(std::string_view(s)) {}
    FixedString(const std::string& s) : FixedString(std::string_view(s)) {}
-   FixedString(const FixedString& o) : len_(o.len_) { std::memcpy(buf_, o.buf_, len_); }
+   FixedString(const FixedString& o) {
+      if (!o.empty()) assign(o.data(), o.size());
+   }
+   FixedString(FixedString&& o) noexcept { take(o); }
    FixedString& operator=(const FixedString& o) {
-      len_ = o.len_;
-      std::memmove(buf_, o.buf_, len_);
+      if (o.empty()) return clear();  // an empty one's bytes were never written
+      if (this != &o) assign(o.data(), o.size());
       return *this;
    }
+   FixedString& operator=(FixedString&& o) noexcept {
+      if (this == &o) return *this;
+      if (o.empty()) return clear();
+      if (!o.onHeap() || (onHeap() && capacity() >= o.size())) {
+         assign(o.data(), o.size());  // keeps this one's buffer
+         return *this;
+      }
+      release();
+      take(o);
+      return *this;
+   }
+   ~FixedString() { release(); }
    static FixedString create(std::string_view s) { return FixedString(s); }
+   // Empties the value, keeping any heap room.
+   FixedString& clear() {
+      len_ = static_cast<uint16_t>(len_ & heapFlag);
+      return *this;
+   }
 
+   // Replaces the value; a failed assignment (too long) throws and keeps the old value.
    void assign(const char* p, size_t n) {
       if (n > N) throwStringBound(N);
-      std::memmove(buf_, p, n);
-      len_ = static_cast<uint16_t>(n);
+      if (n > capacity()) {
+         replaceBuffer(p, n);  // p may point into the old buffer
+         return;
+      }
+      std::memmove(buffer(), p, n);
+      len_ = static_cast<uint16_t>((len_ & heapFlag) | n);
    }
-   std::string_view value() const { return {buf_, len_}; }
+   std::string_view value() const { return {data(), size()}; }
    std::string stringValue() const { return std::string(value()); }
-   const char* data() const { return buf_; }
-   size_t size() const { return len_; }
-   bool empty() const { return len_ == 0; }
-   uint8_t operator[](size_t i) const { return static_cast<uint8_t>(buf_[i]); }
+   const char* data() const { return onHeap() ? heapPtr() : buf_; }
+   size_t size() const { return len_ & ~heapFlag; }
+   bool empty() const { return size() == 0; }
+   uint8_t operator[](size_t i) const { return static_cast<uint8_t>(data()[i]); }
+   // Heap bytes held beyond the object itself (0 for an inline value).
+   size_t heapBytes() const { return onHeap() ? capacity() : 0; }
 
    bool operator==(const FixedString& o) const { return value() == o.value(); }
    std::strong_ordering operator<=>(const FixedString& o) const { return value() <=> o.value(); }
@@ -78,8 +116,53 @@ public:
    }
 
 private:
-   uint16_t len_ = 0;
-   char buf_[N];
+   bool onHeap() const {
+      if constexpr (spills) return (len_ & heapFlag) != 0;
+      return false;
+   }
+   // A heap value keeps its pointer and its capacity in the inline bytes.
+   char* heapPtr() const {
+      char* p = nullptr;
+      if constexpr (spills) std::memcpy(&p, buf_, sizeof(p));
+      return p;
+   }
+   size_t capacity() const {
+      if (!onHeap()) return inlineBytes;
+      uint16_t c = 0;
+      if constexpr (spills) std::memcpy(&c, buf_ + sizeof(char*), sizeof(c));
+      return c;
+   }
+   char* buffer() { return onHeap() ? heapPtr() : buf_; }
+   void replaceBuffer(const char* src, size_t n) {
+      if constexpr (spills) {  // else never called: every value fits inline
+         // Rounded up to what the allocator hands out anyway (16-byte steps).
+         const size_t cap = std::min(N, ((n + 8 + 15) & ~size_t(15)) - 8);
+         char* p = new char[cap];
+         std::memcpy(p, src, n);
+         release();
+         const uint16_t c = static_cast<uint16_t>(cap);
+         std::memcpy(buf_, &p, sizeof(p));
+         std::memcpy(buf_ + sizeof(char*), &c, sizeof(c));
+         len_ = static_cast<uint16_t>(heapFlag | n);
+      }
+   }
+   // Moves o's value here (this holds no buffer); o is left empty and inline.
+   void take(FixedString& o) {
+      len_ = o.len_;
+      if constexpr (spills) {
+         std::memcpy(buf_, o.buf_,
+                     onHeap() ? sizeof(char*) + sizeof(uint16_t) : std::min(size(), inlineBytes));
+      } else {
+         std::memcpy(buf_, o.buf_, size());
+      }
+      o.len_ = 0;
+   }
+   void release() {
+      if (onHeap()) delete[] heapPtr();
+   }
+
+   uint16_t len_ = 0;  // the length, with heapFlag when the bytes are on the heap
+   char buf_[inlineBytes];
 };
 
 // Hash functor for framework and record types: uses a member hash() when there is one.
@@ -99,13 +182,14 @@ inline size_t hashCombine(size_t seed, size_t h) {
 }
 
 // A map kept as a sorted vector. Record collections are small (a handful of addresses,
-// policies or VLAN names), so this is faster than a node map, and clear() keeps the
-// capacity: a scratch record that is refilled frame after frame stops allocating.
+// policies or VLAN names), so this is faster than a node map, costs a pointer while empty,
+// and clear() keeps the capacity: a scratch record that is refilled frame after frame
+// stops allocating.
 template <class K, class V>
 class FlatMap {
 public:
    using value_type = std::pair<K, V>;
-   using const_iterator = typename std::vector<value_type>::const_iterator;
+   using const_iterator = const value_type*;
 
    const V* find(const K& k) const {
       auto it = lower(k);
@@ -157,7 +241,7 @@ private:
       return std::lower_bound(items_.begin(), items_.end(), k,
                               [](const value_type& a, const K& b) { return a.first < b; });
    }
-   std::vector<value_type> items_;
+   SmallVector<value_type> items_;
 };
 
 }  // namespace Vel

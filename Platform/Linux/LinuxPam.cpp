@@ -329,32 +329,39 @@ int LinuxPam::fd() const {
 void LinuxPam::frameIs(const char* hdr) {
    // A waiting reader takes the frame straight from the ring (unless older frames wait:
    // order is kept); anyone else gets a copy later.
-   if (notifiee() && waiting_.empty()) {
+   if (notifiee() && waitingCount() == 0) {
       offered_ = hdr;
       notifiee()->handleReadableCount();
       if (!offered_) return;
       offered_ = nullptr;
    }
-   if (waiting_.size() >= waitingLimit) {
+   if (waitingCount() >= waitingLimit) {
       ++rxDropsNoPkt_;
       VEL_TRACE(trace, 2, intfId() << ": dropped a frame: " << waitingLimit << " already wait");
       return;
    }
    Vel::Ptr<Wire::Pkt> pkt = frameToPkt(hdr);
    if (!pkt) return;
+   if (waiting_.size() >= waitingLimit) {  // room left only in front: moved down
+      waiting_.erase(waiting_.begin(), waiting_.begin() + std::ptrdiff_t(waitingHead_));
+      waitingHead_ = 0;
+   }
    waiting_.push_back(std::move(pkt));
    readableNotifyLater();
 }
 
 uint32_t LinuxPam::readableCount() const {
-   return uint32_t(waiting_.size()) + (offered_ ? 1 : 0);
+   return uint32_t(waitingCount()) + (offered_ ? 1 : 0);
 }
 
 Vel::Ptr<Wire::Pkt> LinuxPam::rxPkt() {
    Vel::Ptr<Wire::Pkt> pkt;
-   if (!waiting_.empty()) {
-      pkt = std::move(waiting_.front());
-      waiting_.pop_front();
+   if (waitingCount() > 0) {
+      pkt = std::move(waiting_[waitingHead_++]);
+      if (waitingHead_ == waiting_.size()) {
+         waiting_.clear();
+         waitingHead_ = 0;
+      }
    } else if (offered_) {
       pkt = frameToPkt(std::exchange(offered_, nullptr));
    }

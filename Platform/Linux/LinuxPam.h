@@ -35,9 +35,9 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Wire/Addr.h"
@@ -121,7 +121,13 @@ private:
    Wire::EthAddr ethAddr_;
    bool member_ = false;            // joined the LLDP group address on the interface
    const char* offered_ = nullptr;  // the ring's frame offered to the reader right now
-   std::deque<Vel::Ptr<Wire::Pkt>> waiting_;
+   // Frames kept for the reader, oldest at waitingHead_. A vector rather than a deque: an
+   // idle port's empty queue then holds no memory (a deque allocates on construction).
+   // The vector never holds more than waitingLimit slots: taken ones are dropped from the
+   // front when it is emptied, or when a frame needs their room.
+   size_t waitingCount() const { return waiting_.size() - waitingHead_; }
+   std::vector<Vel::Ptr<Wire::Pkt>> waiting_;
+   size_t waitingHead_ = 0;
 };
 
 }  // namespace Platform::Linux

@@ -1,10 +1,13 @@
-// Framework value types: bounded strings, sorted maps, interface IDs and addresses.
+// Framework value types: bounded strings, shared byte strings, sorted maps, interface IDs
+// and addresses.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <sstream>
 
 #include "Framework/Bridging/VlanId.h"
 #include "Framework/Vel/Ptr.h"
+#include "Framework/Vel/SharedBytes.h"
 #include "Framework/Vel/Types.h"
 #include "Framework/Wire/Addr.h"
 #include "Framework/Wire/IntfId.h"
@@ -28,6 +31,61 @@ TEST(FixedString, ComparesBytesAndPrintsNonPrintableEscaped) {
    EXPECT_EQ(os.str(), "a\\x00b");
 }
 
+// Long values live on the heap, short ones inline; a string keeps the room it grew to, so
+// refilling it (a decoder's scratch value) stops allocating; moves hand the buffer over.
+TEST(FixedString, LongValuesKeepTheirRoomAndMovesHandItOver) {
+   const std::string longText(200, 'x');
+   Vel::FixedString<255> s(longText);
+   EXPECT_EQ(s.value(), longText);
+   EXPECT_GE(s.heapBytes(), 200u);
+   EXPECT_LT(sizeof(s), 32u);
+   {
+      TestSupport::AllocScope scope;
+      s = Vel::FixedString<255>("short");
+      s.assign(longText.data(), 150);
+      EXPECT_EQ(scope.count(), 0u);
+   }
+   EXPECT_EQ(s.value(), longText.substr(0, 150));
+   s.assign(s.data() + 100, 50);  // from its own bytes
+   EXPECT_EQ(s.value(), longText.substr(0, 50));
+   Vel::FixedString<255> t(std::move(s));
+   EXPECT_EQ(t.value(), longText.substr(0, 50));
+   EXPECT_TRUE(s.empty());
+   Vel::FixedString<255> u(t);
+   EXPECT_EQ(u, t);
+   EXPECT_EQ(Vel::FixedString<255>().heapBytes(), 0u);
+   EXPECT_THROW(t.assign(longText.data(), 256), std::range_error);
+   EXPECT_EQ(t.value(), longText.substr(0, 50));
+}
+
+// Holders of equal bytes share one copy, which goes when its last holder does; a sole
+// holder whose bytes change rewrites its copy in place.
+TEST(SharedBytes, EqualValuesShareOneCopy) {
+   const size_t before = Vel::SharedBytes::distinctValues();
+   {
+      Vel::SharedBytes a, b, c;
+      a.assign("optional tlvs one");
+      b.assign("optional tlvs one");
+      EXPECT_EQ(a.value().data(), b.value().data());
+      EXPECT_EQ(Vel::SharedBytes::distinctValues(), before + 1);
+      c = a;
+      b.assign("optional tlvs two");
+      EXPECT_EQ(Vel::SharedBytes::distinctValues(), before + 2);
+      {
+         TestSupport::AllocScope scope;
+         b.assign("optional tlvs 2");
+         EXPECT_EQ(scope.count(), 0u);
+      }
+      EXPECT_EQ(b, std::string_view("optional tlvs 2"));
+      a.assign("optional tlvs 2");  // now shares b's, c keeps the first value
+      EXPECT_EQ(a.value().data(), b.value().data());
+      EXPECT_EQ(c, std::string_view("optional tlvs one"));
+      c.clear();
+      EXPECT_EQ(Vel::SharedBytes::distinctValues(), before + 1);
+   }
+   EXPECT_EQ(Vel::SharedBytes::distinctValues(), before);
+}
+
 TEST(FlatMap, KeepsKeyOrderReplacesAndKeepsCapacityOnClear) {
    Vel::FlatMap<int, std::string> m;
    m.set(3, "c");
@@ -45,9 +103,38 @@ TEST(FlatMap, KeepsKeyOrderReplacesAndKeepsCapacityOnClear) {
    Vel::FlatMap<int, int> n;
    for (int i = 0; i < 8; ++i) n.set(i, i);
    n.clear();
-   TestSupport::AllocScope scope;
-   for (int i = 0; i < 8; ++i) n.set(7 - i, i);
-   EXPECT_EQ(scope.count(), 0u);
+   {
+      TestSupport::AllocScope scope;
+      for (int i = 0; i < 8; ++i) n.set(7 - i, i);
+      EXPECT_EQ(scope.count(), 0u);
+   }
+   // Copies, comparison and erasure against a model, with values that own memory.
+   Vel::FlatMap<int, std::string> a;
+   std::map<int, std::string> model;
+   for (int i = 0; i < 300; ++i) {
+      const int k = (i * 37) % 101;
+      if (i % 4 == 3) {
+         EXPECT_EQ(a.erase(k), model.erase(k) == 1);
+      } else {
+         a.set(k, std::string(size_t(20 + k), char('a' + k % 26)));
+         model[k] = std::string(size_t(20 + k), char('a' + k % 26));
+      }
+   }
+   ASSERT_EQ(a.size(), model.size());
+   auto it = model.begin();
+   for (const auto& [k, v] : a) {
+      EXPECT_EQ(k, it->first);
+      EXPECT_EQ(v, it->second);
+      ++it;
+   }
+   Vel::FlatMap<int, std::string> b = a;
+   EXPECT_EQ(b, a);
+   b.slot(model.begin()->first) += "!";
+   EXPECT_NE(b, a);
+   EXPECT_LT(a, b);
+   b = a;
+   EXPECT_EQ(b, a);
+   EXPECT_EQ(sizeof(a), sizeof(void*));
 }
 
 TEST(IntfId, ParsesSwitchNamesAndKeepsLinuxNames) {
