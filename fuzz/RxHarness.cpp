@@ -188,7 +188,7 @@ std::string RxHarness::portInconsistency(const Port& port) const {
                              remote->networkPolicyTlv().size();
       if (entries > maxFrameBytes / 2)
          return "a neighbour holds more entries than a frame has TLVs";
-      if (remote->rxCache().optionalTlvs.size() > maxFrameBytes) {
+      if (remote->rxCache().optionalTlvs.value().size() > maxFrameBytes) {
          return "a neighbour keeps more bytes than a frame has";
       }
    }
