@@ -14,10 +14,10 @@
 #include <span>
 #include <string>
 
-#include "Daemon/PowerAgentService.h"
 #include "Daemon/ClientLimits.h"
 #include "Daemon/ControlSocket.h"
 #include "Daemon/ExternalTlvService.h"
+#include "Daemon/PowerAgentService.h"
 #include "Framework/Vel/StateDb.h"
 #include "tests/Support/ControlCall.h"
 
