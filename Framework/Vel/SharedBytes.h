@@ -50,7 +50,7 @@ public:
          // Nobody else holds the old value: rewritten in place, its table node reused, so
          // a neighbour whose LLDPDU changes costs no allocation.
          auto node = t.extract(find(blob_));
-         std::memcpy(blob_->bytes(), bytes.data(), bytes.size());
+         if (!bytes.empty()) std::memcpy(blob_->bytes(), bytes.data(), bytes.size());
          blob_->len = static_cast<uint32_t>(bytes.size());
          blob_->hash = h;
          node.key() = h;
@@ -61,7 +61,7 @@ public:
          const auto n = static_cast<uint32_t>(bytes.size());
          void* mem = ::operator new(sizeof(Blob) + n);
          found = new (mem) Blob{h, 0, n, n};
-         std::memcpy(found->bytes(), bytes.data(), n);
+         if (n) std::memcpy(found->bytes(), bytes.data(), n);
          t.emplace(h, found);
       }
       ++found->refs;
