@@ -15,21 +15,9 @@ namespace Cli {
 namespace {
 
 using Daemon::ControlSocket;
+using Daemon::stringArg;
 
 const char* const allStatusPath = "l2discovery/lldp/status/all";
-
-// A string member of a request; `fallback` when absent. False when present but not a
-// string.
-bool stringArg(const Vel::Json& req, const char* name, std::string* out, std::string fallback) {
-   auto it = req.find(name);
-   if (it == req.end() || it->is_null()) {
-      *out = std::move(fallback);
-      return true;
-   }
-   if (!it->is_string()) return false;
-   *out = it->get<std::string>();
-   return true;
-}
 
 }  // namespace
 

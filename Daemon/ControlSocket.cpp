@@ -609,4 +609,15 @@ bool request(const std::string& socketPath, const Vel::Json& req, Vel::Json* rep
    return true;
 }
 
+bool stringArg(const Vel::Json& req, const char* name, std::string* out, std::string fallback) {
+   auto it = req.find(name);
+   if (it == req.end() || it->is_null()) {
+      *out = std::move(fallback);
+      return true;
+   }
+   if (!it->is_string()) return false;
+   *out = it->get<std::string>();
+   return true;
+}
+
 }  // namespace Daemon

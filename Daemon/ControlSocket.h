@@ -176,4 +176,8 @@ private:
 bool request(const std::string& socketPath, const Vel::Json& req, Vel::Json* reply,
              std::string* error, Vel::Seconds timeout = 30);
 
+// A string member of a request into `out`, or `fallback` when it is absent or null. False
+// when it is present but not a string.
+bool stringArg(const Vel::Json& req, const char* name, std::string* out, std::string fallback);
+
 }  // namespace Daemon

@@ -13,17 +13,6 @@ namespace {
 
 const char* const statusPath = "identity/nbrClassification/status";
 
-bool stringArg(const Vel::Json& req, const char* name, std::string* out, std::string fallback) {
-   auto it = req.find(name);
-   if (it == req.end() || it->is_null()) {
-      *out = std::move(fallback);
-      return true;
-   }
-   if (!it->is_string()) return false;
-   *out = it->get<std::string>();
-   return true;
-}
-
 Lldp::BoundedString255 bounded(std::string s) {
    if (s.size() > Lldp::BoundedString255::maxBytes) s.resize(Lldp::BoundedString255::maxBytes);
    return Lldp::BoundedString255(s);

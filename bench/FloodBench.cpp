@@ -47,6 +47,7 @@
 #include <vector>
 
 #include "Daemon/ControlSocket.h"
+#include "bench/VethPorts.h"
 #include "tests/Support/IpCmd.h"
 #include "tests/Support/NetNs.h"
 #include "tests/Support/Poll.h"
@@ -67,70 +68,7 @@ long envNum(const char* name, long fallback) {
    return v && *v ? std::atol(v) : fallback;
 }
 
-// Two namespaces and N veth pairs: "fa<i>" on the daemon's side, "fb<i>" facing it.
-class Ports {
-public:
-   explicit Ports(int n) : n_(n) {
-      const std::string tag = std::to_string(::getpid());
-      nsA_ = "lldp-flood-a" + tag;
-      nsB_ = "lldp-flood-b" + tag;
-      for (const std::string& ns : {nsA_, nsB_}) {
-         if (!TestSupport::runCmd("ip netns add " + ns)) {
-            error_ = "cannot create network namespace " + ns;
-            return;
-         }
-         created_.push_back(ns);
-         // Without IPv6 the links carry nothing but the flood (no neighbour discovery or
-         // multicast reports), so the interfaces' counts are the flood's frames alone.
-         TestSupport::runCmd("ip netns exec " + ns +
-                             " sysctl -qw net.ipv6.conf.all.disable_ipv6=1"
-                             " net.ipv6.conf.default.disable_ipv6=1");
-      }
-      std::string add, upA, upB;
-      for (int i = 0; i < n; ++i) {
-         add += "link add fa" + std::to_string(i) + " type veth peer name fb" + std::to_string(i) +
-                " netns " + nsB_ + "\n";
-         upA += "link set fa" + std::to_string(i) + " up\n";
-         upB += "link set fb" + std::to_string(i) + " up\n";
-      }
-      if (!batch(nsA_, add) || !batch(nsA_, upA) || !batch(nsB_, upB)) {
-         error_ = "cannot create " + std::to_string(n) + " veth pairs";
-      }
-   }
-   ~Ports() {
-      for (const std::string& ns : created_) TestSupport::runCmd("ip netns del " + ns);
-   }
-   const std::string& error() const { return error_; }
-   const std::string& nsA() const { return nsA_; }
-   const std::string& nsB() const { return nsB_; }
-   int count() const { return n_; }
-   // Frames the daemon's side of the links received, all ports together.
-   uint64_t rxPackets() const {
-      TestSupport::NetNsScope in(nsA_);
-      uint64_t n = 0;
-      ifaddrs* list = nullptr;
-      if (::getifaddrs(&list) != 0) return 0;
-      for (ifaddrs* a = list; a; a = a->ifa_next) {
-         if (!a->ifa_addr || a->ifa_addr->sa_family != AF_PACKET || !a->ifa_data) continue;
-         if (std::strncmp(a->ifa_name, "fa", 2) != 0) continue;
-         n += static_cast<const rtnl_link_stats*>(a->ifa_data)->rx_packets;
-      }
-      ::freeifaddrs(list);
-      return n;
-   }
-
-private:
-   static bool batch(const std::string& ns, const std::string& cmds) {
-      const std::string path = "/tmp/lldp-flood-" + std::to_string(::getpid()) + ".batch";
-      std::ofstream(path) << cmds;
-      const bool ok = TestSupport::runCmd("ip -n " + ns + " -batch " + path);
-      ::unlink(path.c_str());
-      return ok;
-   }
-   int n_;
-   std::string nsA_, nsB_, error_;
-   std::vector<std::string> created_;
-};
+using Ports = Bench::VethPorts;
 
 // Writes forged LLDPDUs into the far ends of the links: neighbour k has chassis ID
 // "flood-<k>" and source MAC 02:00:<k>, and goes to port k % ports.
@@ -375,7 +313,7 @@ void BM_NewNeighbourCpu(benchmark::State& state) {
    const uint64_t at = uint64_t(state.range(0));
    const uint64_t window = uint64_t(envNum("LLDP_FLOOD_WINDOW", 5000));
    const double rate = double(envNum("LLDP_FLOOD_RATE", 20000));
-   Ports ports(1);
+   Ports ports("flood", "fa", "fb", 1, true);
    if (!ports.error().empty()) return state.SkipWithError(ports.error().c_str());
    Agent daemon(ports, "lldp neighbor-limit 1000000\nlldp neighbor-limit total 10000000\n");
    Sender sender(ports);
@@ -399,7 +337,7 @@ void BM_KernelDrops(benchmark::State& state) {
    if (skipUnlessRoot(state)) return;
    const uint64_t n = uint64_t(envNum("LLDP_FLOOD_DROPS", 50000));
    const double rate = double(envNum("LLDP_FLOOD_RATE", 20000));
-   Ports ports(1);
+   Ports ports("flood", "fa", "fb", 1, true);
    if (!ports.error().empty()) return state.SkipWithError(ports.error().c_str());
    Agent daemon(ports, "lldp neighbor-limit 1000000\nlldp neighbor-limit total 10000000\n");
    Sender sender(ports);
@@ -418,7 +356,7 @@ void BM_FloodAcrossPorts(benchmark::State& state) {
    const int portCount = int(envNum("LLDP_FLOOD_PORTS", 100));
    const uint64_t total = uint64_t(envNum("LLDP_FLOOD_TOTAL", 100000));
    const long limit = envNum("LLDP_FLOOD_LIMIT", 20000);
-   Ports ports(portCount);
+   Ports ports("flood", "fa", "fb", portCount, true);
    if (!ports.error().empty()) return state.SkipWithError(ports.error().c_str());
    // Every port could hold the whole flood: the limit across ports is what bounds it.
    Agent daemon(ports, "lldp neighbor-limit 1000000\nlldp neighbor-limit total " +

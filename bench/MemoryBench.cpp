@@ -25,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/VethPorts.h"
 #include "tests/Support/Frames.h"
 #include "tests/Support/IpCmd.h"
 #include "tests/Support/NetNs.h"
@@ -40,35 +41,6 @@ std::string envOr(const char* name, const char* fallback) {
    return v && *v ? v : fallback;
 }
 
-// Two namespaces joined by "memA" (the daemon's side) and "memB" (the neighbours' side).
-class Link {
-public:
-   Link() {
-      const std::string tag = std::to_string(::getpid());
-      nsA_ = "lldp-mem-a" + tag;
-      nsB_ = "lldp-mem-b" + tag;
-      for (const std::string& ns : {nsA_, nsB_}) {
-         if (!TestSupport::runCmd("ip netns add " + ns)) return;
-         created_.push_back(ns);
-      }
-      ok_ = TestSupport::runCmd("ip -n " + nsA_ + " link add memA type veth peer name memB netns " +
-                                nsB_) &&
-            TestSupport::runCmd("ip -n " + nsA_ + " link set memA up") &&
-            TestSupport::runCmd("ip -n " + nsB_ + " link set memB up");
-   }
-   ~Link() {
-      for (const std::string& ns : created_) TestSupport::runCmd("ip netns del " + ns);
-   }
-   bool ok() const { return ok_; }
-   const std::string& nsA() const { return nsA_; }
-   const std::string& nsB() const { return nsB_; }
-
-private:
-   std::string nsA_, nsB_;
-   std::vector<std::string> created_;
-   bool ok_ = false;
-};
-
 double rssKb(pid_t pid) {
    std::istringstream status(readFile("/proc/" + std::to_string(pid) + "/status"));
    std::string line;
@@ -79,10 +51,10 @@ double rssKb(pid_t pid) {
 }
 
 // The daemon's run of the agent: `ip netns exec` execs it, so the spawned pid is its pid.
-pid_t startAgent(const Link& link, const std::string& base) {
+pid_t startAgent(const Bench::VethPorts& link, const std::string& base) {
    // No receive rate limit: the neighbours all arrive at once, each a first time.
    std::ofstream(base + ".conf") << "lldp timer 30\nlldp neighbor-limit 1000000\n"
-                                 << "interface memA\n   no lldp receive rate-limit\n";
+                                 << "interface memA0\n   no lldp receive rate-limit\n";
    return TestSupport::spawn(
        {"ip", "netns", "exec", link.nsA(), envOr("LLDP_MEM_AGENT", LLDP_AGENT), "--config",
         base + ".conf", "--socket", base + ".sock", "--foreground"},
@@ -113,13 +85,13 @@ long inserts(const std::string& sock) {
 
 // Sends neighbour n's frame for every n in [0, count) from the far side: the chassis ID's
 // last four bytes and the source MAC's last three carry n.
-bool sendNeighbours(const Link& link, const TestSupport::Bytes& rich, uint32_t count) {
+bool sendNeighbours(const Bench::VethPorts& link, const TestSupport::Bytes& rich, uint32_t count) {
    TestSupport::NetNsScope in(link.nsB());
    const int fd = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
    if (fd < 0) return false;
    sockaddr_ll to{};
    to.sll_family = AF_PACKET;
-   to.sll_ifindex = int(::if_nametoindex("memB"));
+   to.sll_ifindex = int(::if_nametoindex("memB0"));
    to.sll_halen = 6;
    TestSupport::Bytes frame = rich;
    // Ethernet header, then the Chassis ID TLV: 2 header bytes, its subtype, its value.
@@ -151,8 +123,8 @@ void BM_NeighbourMemory(benchmark::State& state) {
       state.SkipWithError("reference-rich.pcap not found");
       return;
    }
-   Link link;
-   if (!link.ok()) {
+   Bench::VethPorts link("mem", "memA", "memB", 1);
+   if (!link.error().empty()) {
       state.SkipWithError("cannot create the namespaces and their veth pair");
       return;
    }

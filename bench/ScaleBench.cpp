@@ -32,6 +32,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/VethPorts.h"
 #include "tests/Support/IpCmd.h"
 #include "tests/Support/NetNs.h"
 #include "tests/Support/Poll.h"
@@ -54,50 +55,7 @@ std::string envOr(const char* name, const char* fallback) {
    return v && *v ? v : fallback;
 }
 
-// The two namespaces and N veth pairs ("sa<i>" on the daemon's side, "sb<i>" facing it),
-// made in two batches of `ip` commands so that a thousand ports take seconds.
-class Ports {
-public:
-   explicit Ports(int n) {
-      const std::string tag = std::to_string(::getpid());
-      nsA_ = "lldp-scale-a" + tag;
-      nsB_ = "lldp-scale-b" + tag;
-      for (const std::string& ns : {nsA_, nsB_}) {
-         if (!TestSupport::runCmd("ip netns add " + ns)) {
-            error_ = "cannot create network namespace " + ns;
-            return;
-         }
-         created_.push_back(ns);
-      }
-      std::string add, upA, upB;
-      for (int i = 0; i < n; ++i) {
-         const std::string a = "sa" + std::to_string(i), b = "sb" + std::to_string(i);
-         add += "link add " + a + " type veth peer name " + b + " netns " + nsB_ + "\n";
-         upA += "link set " + a + " up\n";
-         upB += "link set " + b + " up\n";
-      }
-      if (!batch(nsA_, add) || !batch(nsA_, upA) || !batch(nsB_, upB)) {
-         error_ = "cannot create " + std::to_string(n) + " veth pairs";
-      }
-   }
-   ~Ports() {
-      for (const std::string& ns : created_) TestSupport::runCmd("ip netns del " + ns);
-   }
-   const std::string& error() const { return error_; }
-   const std::string& nsA() const { return nsA_; }
-   const std::string& nsB() const { return nsB_; }
-
-private:
-   static bool batch(const std::string& ns, const std::string& cmds) {
-      const std::string path = "/tmp/lldp-scale-" + std::to_string(::getpid()) + ".batch";
-      std::ofstream(path) << cmds;
-      const bool ok = TestSupport::runCmd("ip -n " + ns + " -batch " + path);
-      ::unlink(path.c_str());
-      return ok;
-   }
-   std::string nsA_, nsB_, error_;
-   std::vector<std::string> created_;
-};
+using Ports = Bench::VethPorts;
 
 // Every LLDPDU arriving on any interface of the far namespace: the time the first one
 // reached each interface.
@@ -227,7 +185,7 @@ void BM_ScaleIdle(benchmark::State& state) {
       return;
    }
    const double idleSeconds = std::atof(envOr("LLDP_SCALE_IDLE", "30").c_str());
-   Ports net(ports);
+   Ports net("scale", "sa", "sb", ports);
    if (!net.error().empty()) {
       state.SkipWithError(net.error().c_str());
       return;
