@@ -55,7 +55,8 @@ public:
    uint32_t operator[](size_t i) const { return ids_[i]; }
 
    bool operator==(const ObjectIdentifier& o) const {
-      return len_ == o.len_ && std::memcmp(ids_, o.ids_, len_ * sizeof(uint32_t)) == 0;
+      return len_ == o.len_ &&
+             (len_ == 0 || std::memcmp(ids_, o.ids_, len_ * sizeof(uint32_t)) == 0);
    }
    std::strong_ordering operator<=>(const ObjectIdentifier& o) const {
       for (size_t i = 0; i < len_ && i < o.len_; ++i) {
