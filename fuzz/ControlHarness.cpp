@@ -147,9 +147,50 @@ void ControlHarness::disconnect() {
    loop().advanceBy(0);
 }
 
-bool ControlHarness::exchange(std::string_view bytes, bool wantReply, Vel::Json* reply) {
+ControlHarness::Reply ControlHarness::replyOf(std::string_view line) {
+   // The server writes each message as one JSON object on a line; a reply has "ok" among
+   // its top-level members, an event of a watch stream does not.
+   size_t i = line.find_first_not_of(" \t\r");
+   if (i == std::string_view::npos || line[i] != '{') return Reply::none;
+   int depth = 0;
+   bool inString = false;
+   char last = 0;  // the last character outside a string that was not a blank
+   for (; i < line.size(); ++i) {
+      const char c = line[i];
+      if (inString) {
+         if (c == '\\')
+            ++i;
+         else if (c == '"')
+            inString = false;
+         continue;
+      }
+      if (c == '"') {
+         if (depth == 1 && (last == '{' || last == ',') && line.substr(i, 4) == "\"ok\"") {
+            size_t v = line.find_first_not_of(" \t", i + 4);
+            if (v == std::string_view::npos || line[v] != ':') return Reply::malformed;
+            v = line.find_first_not_of(" \t", v + 1);
+            if (v == std::string_view::npos) return Reply::malformed;
+            if (line.substr(v, 4) == "true") return Reply::accepted;
+            if (line.substr(v, 5) == "false") return Reply::refused;
+            return Reply::malformed;
+         }
+         inString = true;
+         last = c;
+         continue;
+      }
+      if (c == '{' || c == '[')
+         ++depth;
+      else if (c == '}' || c == ']')
+         --depth;
+      if (c != ' ' && c != '\t') last = c;
+   }
+   return Reply::none;
+}
+
+ControlHarness::Reply ControlHarness::exchange(std::string_view bytes, bool wantReply) {
    size_t sent = 0;
    bool failed = false;
+   Reply reply = Reply::none;
    bool done = loop().runUntil(
        [&] {
           while (sent < bytes.size()) {
@@ -166,12 +207,11 @@ bool ControlHarness::exchange(std::string_view bytes, bool wantReply, Vel::Json*
           if (sent < bytes.size()) return false;
           if (!wantReply) return true;
           for (size_t nl; (nl = in_.find('\n', scanned_)) != std::string::npos;) {
-             Vel::Json line = Vel::Json::parse(in_.begin() + ptrdiff_t(scanned_),
-                                               in_.begin() + ptrdiff_t(nl), nullptr, false);
+             const std::string_view line(in_.data() + scanned_, nl - scanned_);
              scanned_ = nl + 1;
-             // Lines of a watch stream are events; the reply carries "ok".
-             if (line.is_object() && line.contains("ok")) {
-                *reply = std::move(line);
+             reply = replyOf(line);
+             if (reply != Reply::none) {
+                replyText_.assign(line.substr(0, 200));
                 in_.erase(0, scanned_);
                 scanned_ = 0;
                 return true;
@@ -180,7 +220,7 @@ bool ControlHarness::exchange(std::string_view bytes, bool wantReply, Vel::Json*
           return false;
        },
        10);
-   return done && !failed;
+   return done && !failed ? (wantReply ? reply : Reply::accepted) : Reply::none;
 }
 
 bool ControlHarness::mayWrite(std::string_view line) {
@@ -218,8 +258,8 @@ void ControlHarness::feed(const uint8_t* data, size_t size) {
       // that changed them left (a refused one leaves them as they were).
       const bool checked = request && mayWrite(line);
       if (checked && !known_) known_ = writable();
-      Vel::Json reply;
-      if (!exchange(line, request, &reply)) {
+      const Reply reply = exchange(line, request);
+      if (reply == Reply::none) {
          if (request) wrong_ = "no reply to a request: " + std::string(line.substr(0, 200));
          disconnect();
          return;
@@ -231,14 +271,13 @@ void ControlHarness::feed(const uint8_t* data, size_t size) {
       if (blank) continue;
       // What the request set in motion settles first.
       loop().advanceBy(0);
-      const Vel::Json* ok = reply.is_object() ? &reply["ok"] : nullptr;
-      if (!ok || !ok->is_boolean()) {
-         wrong_ = "a reply without \"ok\": " + reply.dump().substr(0, 200);
-      } else if (ok->get<bool>()) {
+      if (reply == Reply::malformed) {
+         wrong_ = "a reply without \"ok\": " + replyText_;
+      } else if (reply == Reply::accepted) {
          known_.reset();
       } else if (checked && writable() != *known_) {
          wrong_ = "a refused request changed the records: " + std::string(line.substr(0, 200)) +
-                  " -> " + reply.dump().substr(0, 200);
+                  " -> " + replyText_;
       }
    }
    if (midLine || !wrong_.empty()) disconnect();

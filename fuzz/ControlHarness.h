@@ -45,9 +45,14 @@ private:
    bool trim();
    int connect();
    void disconnect();
-   // Sends the bytes and, when `wantReply`, reads lines until one is a reply; false when
-   // the connection failed or no reply came.
-   bool exchange(std::string_view bytes, bool wantReply, Vel::Json* reply);
+   enum class Reply : uint8_t { none, accepted, refused, malformed };
+   // What a line from the server is: not a reply, or one whose "ok" is true, false or
+   // neither.
+   static Reply replyOf(std::string_view line);
+   // Sends the bytes and, when `wantReply`, reads lines until one is a reply (its text
+   // goes to replyText_); none when the connection failed or no reply came, accepted
+   // when no reply was wanted and the bytes went.
+   Reply exchange(std::string_view bytes, bool wantReply);
    // Whether the request line may name an operation that writes.
    static bool mayWrite(std::string_view line);
 
@@ -64,6 +69,7 @@ private:
    // The writable records as they were after the last request that may have changed
    // them; empty when they have to be exported again.
    std::optional<Vel::Json> known_;
+   std::string replyText_;
    std::string wrong_;
 };
 
