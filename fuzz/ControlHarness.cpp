@@ -44,6 +44,11 @@ Vel::Json dirJson(const char* path) {
    return j;
 }
 
+bool dirEmpty(const char* path) {
+   auto dir = db().entityAs<Vel::Dir>(path);
+   return !dir || dir->entry().empty();
+}
+
 }  // namespace
 
 ControlHarness::ControlHarness() {
@@ -142,7 +147,7 @@ void ControlHarness::disconnect() {
    ::close(fd_);
    fd_ = -1;
    // What a client leaves behind goes with it (its external TLVs, its power agent's ports).
-   known_.reset();
+   if (!dirEmpty(externalTlvsPath) || !dirEmpty(powerAgentsPath)) known_.reset();
    loop().runUntil([&] { return socket_->clientCount() == 0; }, 10);
    loop().advanceBy(0);
 }
@@ -274,7 +279,7 @@ void ControlHarness::feed(const uint8_t* data, size_t size) {
       if (reply == Reply::malformed) {
          wrong_ = "a reply without \"ok\": " + replyText_;
       } else if (reply == Reply::accepted) {
-         known_.reset();
+         if (checked) known_.reset();
       } else if (checked && writable() != *known_) {
          wrong_ = "a refused request changed the records: " + std::string(line.substr(0, 200)) +
                   " -> " + replyText_;

@@ -6,7 +6,8 @@
 // requests go one at a time and each reply is read (and otherwise discarded) before the
 // next goes. Checks after each request: every request gets exactly one reply, and one
 // that may write and is refused changes none of the records that requests write (the
-// records are exported only around those, and only again once a request succeeded).
+// records are exported only around those, and again only once such a request succeeded or
+// a client that may have held external TLVs or power agents left).
 #pragma once
 
 #include <cstddef>
