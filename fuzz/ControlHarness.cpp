@@ -44,6 +44,11 @@ Vel::Json dirJson(const char* path) {
    return j;
 }
 
+bool dirEmpty(const char* path) {
+   auto dir = db().entityAs<Vel::Dir>(path);
+   return !dir || dir->entry().empty();
+}
+
 }  // namespace
 
 ControlHarness::ControlHarness() {
@@ -73,6 +78,7 @@ ControlHarness::ControlHarness() {
 }
 
 ControlHarness::~ControlHarness() {
+   disconnect();
    power_.reset();
    externalTlvs_.reset();
    cli_.reset();
@@ -89,13 +95,18 @@ Vel::Json ControlHarness::writable() const {
            {"macsec", db().json("identity/macsec/status")}};
 }
 
-void ControlHarness::trim() {
-   if (cliConfig_->cliPortConfig().size() > objectLimit) Config::load("", *cliConfig_);
+bool ControlHarness::trim() {
+   bool trimmed = false;
+   if (cliConfig_->cliPortConfig().size() > objectLimit) {
+      Config::load("", *cliConfig_);
+      trimmed = true;
+   }
    if (auto dir = db().entityAs<Vel::Dir>(externalTlvsPath);
        dir && dir->entry().size() > objectLimit) {
       std::vector<std::string> names;
       for (const auto& [name, e] : dir->entry()) names.push_back(name);
       for (const auto& name : names) externalTlvs_->clientIs(name, nullptr);
+      trimmed = true;
    }
    if (auto dir = db().entityAs<Vel::Dir>(powerAgentsPath);
        dir && dir->entry().size() > objectLimit) {
@@ -104,7 +115,9 @@ void ControlHarness::trim() {
       for (const auto& name : names) {
          power_->powerAgent({{"op", "power-agent"}, {"agent", name}, {"withdraw", true}});
       }
+      trimmed = true;
    }
+   return trimmed;
 }
 
 int ControlHarness::connect() {
@@ -120,83 +133,159 @@ int ControlHarness::connect() {
    return fd;
 }
 
-bool ControlHarness::exchange(int fd, const std::string& bytes, bool wantReply, Vel::Json* reply) {
+void ControlHarness::disconnect() {
+   if (fd_ < 0) return;
+   ::shutdown(fd_, SHUT_WR);
+   loop().runUntil(
+       [&] {
+          char chunk[4096];
+          while (::recv(fd_, chunk, sizeof chunk, MSG_DONTWAIT) > 0) {
+          }
+          return socket_->clientCount() == 0;
+       },
+       10);
+   ::close(fd_);
+   fd_ = -1;
+   // What a client leaves behind goes with it (its external TLVs, its power agent's ports).
+   if (!dirEmpty(externalTlvsPath) || !dirEmpty(powerAgentsPath)) known_.reset();
+   loop().runUntil([&] { return socket_->clientCount() == 0; }, 10);
+   loop().advanceBy(0);
+}
+
+ControlHarness::Reply ControlHarness::replyOf(std::string_view line) {
+   // The server writes each message as one JSON object on a line; a reply has "ok" among
+   // its top-level members, an event of a watch stream does not.
+   size_t i = line.find_first_not_of(" \t\r");
+   if (i == std::string_view::npos || line[i] != '{') return Reply::none;
+   int depth = 0;
+   bool inString = false;
+   char last = 0;  // the last character outside a string that was not a blank
+   for (; i < line.size(); ++i) {
+      const char c = line[i];
+      if (inString) {
+         if (c == '\\')
+            ++i;
+         else if (c == '"')
+            inString = false;
+         continue;
+      }
+      if (c == '"') {
+         if (depth == 1 && (last == '{' || last == ',') && line.substr(i, 4) == "\"ok\"") {
+            size_t v = line.find_first_not_of(" \t", i + 4);
+            if (v == std::string_view::npos || line[v] != ':') return Reply::malformed;
+            v = line.find_first_not_of(" \t", v + 1);
+            if (v == std::string_view::npos) return Reply::malformed;
+            if (line.substr(v, 4) == "true") return Reply::accepted;
+            if (line.substr(v, 5) == "false") return Reply::refused;
+            return Reply::malformed;
+         }
+         inString = true;
+         last = c;
+         continue;
+      }
+      if (c == '{' || c == '[')
+         ++depth;
+      else if (c == '}' || c == ']')
+         --depth;
+      if (c != ' ' && c != '\t') last = c;
+   }
+   return Reply::none;
+}
+
+ControlHarness::Reply ControlHarness::exchange(std::string_view bytes, bool wantReply) {
    size_t sent = 0;
    bool failed = false;
+   Reply reply = Reply::none;
    bool done = loop().runUntil(
        [&] {
           while (sent < bytes.size()) {
-             ssize_t n = ::send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+             ssize_t n = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
              if (n < 0 && errno == EAGAIN) break;
              if (n <= 0) return failed = true;
              sent += size_t(n);
           }
-          char chunk[65536];
+          char chunk[16384];
           ssize_t n;
-          while ((n = ::recv(fd, chunk, sizeof chunk, MSG_DONTWAIT)) > 0)
+          while ((n = ::recv(fd_, chunk, sizeof chunk, MSG_DONTWAIT)) > 0)
              in_.append(chunk, size_t(n));
           if (n == 0) return failed = true;
           if (sent < bytes.size()) return false;
           if (!wantReply) return true;
-          for (size_t nl; (nl = in_.find('\n')) != std::string::npos;) {
-             Vel::Json line = Vel::Json::parse(in_.substr(0, nl), nullptr, false);
-             in_.erase(0, nl + 1);
-             // Lines of a watch stream are events; the reply carries "ok".
-             if (line.is_object() && line.contains("ok")) {
-                *reply = std::move(line);
+          for (size_t nl; (nl = in_.find('\n', scanned_)) != std::string::npos;) {
+             const std::string_view line(in_.data() + scanned_, nl - scanned_);
+             scanned_ = nl + 1;
+             reply = replyOf(line);
+             if (reply != Reply::none) {
+                replyText_.assign(line.substr(0, 200));
+                in_.erase(0, scanned_);
+                scanned_ = 0;
                 return true;
              }
           }
           return false;
        },
        10);
-   return done && !failed;
+   return done && !failed ? (wantReply ? reply : Reply::accepted) : Reply::none;
+}
+
+bool ControlHarness::mayWrite(std::string_view line) {
+   // The operations that write (the others are served as reads), or an escape that could
+   // spell one.
+   for (std::string_view word :
+        {"configure", "load", "clear-neighbors", "external-tlvs", "power-agent", "\\"}) {
+      if (line.find(word) != std::string_view::npos) return true;
+   }
+   return false;
 }
 
 void ControlHarness::feed(const uint8_t* data, size_t size) {
-   trim();
-   in_.clear();
-   const int fd = connect();
-   const std::string stream(reinterpret_cast<const char*>(data), size);
-   // What the records held before each request: what the last one left.
-   Vel::Json before = writable();
+   if (trim()) known_.reset();
+   // One connection serves input after input, the way a long-lived client's does; a new
+   // one replaces it when the last input left it closed or in the middle of a line.
+   if (fd_ < 0) {
+      in_.clear();
+      scanned_ = 0;
+      fd_ = connect();
+   }
+   const std::string_view stream(reinterpret_cast<const char*>(data), size);
    size_t pos = 0;
+   bool midLine = false;
    while (pos < stream.size() && wrong_.empty()) {
       const size_t nl = stream.find('\n', pos);
-      const size_t end = nl == std::string::npos ? stream.size() : nl + 1;
-      const std::string line = stream.substr(pos, end - pos);
+      const size_t end = nl == std::string_view::npos ? stream.size() : nl + 1;
+      const std::string_view line = stream.substr(pos, end - pos);
       pos = end;
       // The server answers every complete line that is not blank.
-      const bool complete = nl != std::string::npos;
-      const bool blank = line.find_first_not_of(" \t\r\n") == std::string::npos;
-      Vel::Json reply;
-      if (!exchange(fd, line, complete && !blank, &reply)) {
-         if (complete && !blank) wrong_ = "no reply to a request: " + line.substr(0, 200);
-         break;
+      const bool complete = nl != std::string_view::npos;
+      const bool blank = line.find_first_not_of(" \t\r\n") == std::string_view::npos;
+      const bool request = complete && !blank;
+      // What the records held before a request that may write: what the last request
+      // that changed them left (a refused one leaves them as they were).
+      const bool checked = request && mayWrite(line);
+      if (checked && !known_) known_ = writable();
+      const Reply reply = exchange(line, request);
+      if (reply == Reply::none) {
+         if (request) wrong_ = "no reply to a request: " + std::string(line.substr(0, 200));
+         disconnect();
+         return;
       }
-      if (!complete || blank) continue;
+      if (!complete) {
+         midLine = true;
+         continue;
+      }
+      if (blank) continue;
       // What the request set in motion settles first.
       loop().advanceBy(0);
-      Vel::Json after = writable();
-      if (!reply.is_object() || !reply["ok"].is_boolean()) {
-         wrong_ = "a reply without \"ok\": " + reply.dump().substr(0, 200);
-      } else if (!reply["ok"].get<bool>() && after != before) {
-         wrong_ = "a refused request changed the records: " + line.substr(0, 200) + " -> " +
-                  reply.dump().substr(0, 200);
+      if (reply == Reply::malformed) {
+         wrong_ = "a reply without \"ok\": " + replyText_;
+      } else if (reply == Reply::accepted) {
+         if (checked) known_.reset();
+      } else if (checked && writable() != *known_) {
+         wrong_ = "a refused request changed the records: " + std::string(line.substr(0, 200)) +
+                  " -> " + replyText_;
       }
-      before = std::move(after);
    }
-   ::shutdown(fd, SHUT_WR);
-   loop().runUntil(
-       [&] {
-          char chunk[65536];
-          while (::recv(fd, chunk, sizeof chunk, MSG_DONTWAIT) > 0) {
-          }
-          return socket_->clientCount() == 0;
-       },
-       10);
-   ::close(fd);
-   loop().runUntil([&] { return socket_->clientCount() == 0; }, 10);
+   if (midLine || !wrong_.empty()) disconnect();
    loop().advanceBy(0);
 }
 

@@ -1,16 +1,21 @@
 // A control-socket session against the daemon's operations: the socket itself (get, list,
 // configure, load, show-configuration), the command line's (show, clear-neighbors,
 // watch), external TLVs and power agents, over neighbour tables filled from the receive
-// fuzz corpus. Each input is the byte stream one client sends on a fresh connection; the
+// fuzz corpus. Each input is the byte stream one client sends; the connection carries on
+// from input to input until an input leaves it closed or in the middle of a line. The
 // requests go one at a time and each reply is read (and otherwise discarded) before the
-// next goes. Checks after each request: one refused changes none of the records that
-// requests write, and every request gets exactly one reply.
+// next goes. Checks after each request: every request gets exactly one reply, and one
+// that may write and is refused changes none of the records that requests write (the
+// records are exported only around those, and again only once such a request succeeded or
+// a client that may have held external TLVs or power agents left).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "Daemon/CliService.h"
 #include "Daemon/ControlSocket.h"
@@ -37,11 +42,20 @@ public:
 private:
    // What requests may write, as JSON.
    Vel::Json writable() const;
-   void trim();
+   // True when it removed something.
+   bool trim();
    int connect();
-   // Sends the bytes and, when `wantReply`, reads lines until one is a reply; false when
-   // the connection failed or no reply came.
-   bool exchange(int fd, const std::string& bytes, bool wantReply, Vel::Json* reply);
+   void disconnect();
+   enum class Reply : uint8_t { none, accepted, refused, malformed };
+   // What a line from the server is: not a reply, or one whose "ok" is true, false or
+   // neither.
+   static Reply replyOf(std::string_view line);
+   // Sends the bytes and, when `wantReply`, reads lines until one is a reply (its text
+   // goes to replyText_); none when the connection failed or no reply came, accepted
+   // when no reply was wanted and the bytes went.
+   Reply exchange(std::string_view bytes, bool wantReply);
+   // Whether the request line may name an operation that writes.
+   static bool mayWrite(std::string_view line);
 
    RxHarness rx_;
    std::string dir_;
@@ -50,7 +64,13 @@ private:
    std::unique_ptr<Cli::CliService> cli_;
    std::unique_ptr<Daemon::ExternalTlvService> externalTlvs_;
    std::unique_ptr<Cli::PowerAgentService> power_;
-   std::string in_;
+   int fd_ = -1;
+   std::string in_;      // what the server sent and the harness has not consumed
+   size_t scanned_ = 0;  // how much of in_ has been looked at for a reply
+   // The writable records as they were after the last request that may have changed
+   // them; empty when they have to be exported again.
+   std::optional<Vel::Json> known_;
+   std::string replyText_;
    std::string wrong_;
 };
 
