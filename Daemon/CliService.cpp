@@ -117,25 +117,14 @@ Vel::Json CliService::clearNeighbors(const Vel::Json& req, const Daemon::Peer& p
 }
 
 Vel::Json CliService::watch(const Vel::Ptr<Daemon::ControlConnection>& connection) {
-   if (!watch_) {
+   if (!watch_.started()) {
       auto status = db_.entityAs<Lldp::AllStatus>(allStatusPath);
       if (!status) return ControlSocket::errorReply("the agent has not published its status yet");
-      watch_ = std::make_unique<NeighborWatch>(status, [this](const Vel::Json& e) { send(e); });
+      watch_.start(
+          std::make_unique<NeighborWatch>(status, [this](const Vel::Json& e) { watch_.send(e); }));
    }
-   watchers_.push_back(connection);
+   watch_.add(connection);
    return ControlSocket::okReply();
-}
-
-void CliService::send(const Vel::Json& event) {
-   std::erase_if(watchers_, [](const auto& c) { return c->closed(); });
-   for (const auto& c : watchers_) c->send(event);
-   std::erase_if(watchers_, [](const auto& c) { return c->closed(); });
-   if (watchers_.empty() && watch_) {
-      // Not from inside the watch's own call: let it finish first.
-      Vel::EventLoop::instance().post([this, alive = std::weak_ptr<bool>(alive_)] {
-         if (alive.lock() && watchers_.empty()) watch_.reset();
-      });
-   }
 }
 
 }  // namespace Cli

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "Daemon/ControlSocket.h"
+#include "Daemon/WatchFanout.h"
 #include "Framework/Vel/StateDb.h"
 
 namespace Cli {
@@ -34,14 +35,9 @@ private:
    Vel::Json show(const Vel::Json& request) const;
    Vel::Json clearNeighbors(const Vel::Json& request, const Daemon::Peer& peer);
    Vel::Json watch(const Vel::Ptr<Daemon::ControlConnection>& connection);
-   void send(const Vel::Json& event);
 
    Vel::StateDb& db_;
-   // One watch serves every watching client; it goes when the last one has gone.
-   std::unique_ptr<NeighborWatch> watch_;
-   std::vector<Vel::Ptr<Daemon::ControlConnection>> watchers_;
-   // Lets a posted clean-up tell whether this service still exists when it runs.
-   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+   Daemon::WatchFanout<NeighborWatch> watch_;
 };
 
 }  // namespace Cli

@@ -53,26 +53,14 @@ NbrClassificationService::~NbrClassificationService() {
 }
 
 Vel::Json NbrClassificationService::watch(const Vel::Ptr<ControlConnection>& connection) {
-   if (!watch_) {
+   if (!watch_.started()) {
       auto status = db_.entityAs<Identity::NbrClassification::Status>(statusPath);
       if (!status) return ControlSocket::errorReply("the agent has not published its status yet");
-      watch_ = std::make_unique<Cli::NbrClassificationWatch>(
-          status, [this](const Vel::Json& e) { send(e); });
+      watch_.start(std::make_unique<Cli::NbrClassificationWatch>(
+          status, [this](const Vel::Json& e) { watch_.send(e); }));
    }
-   watchers_.push_back(connection);
+   watch_.add(connection);
    return ControlSocket::okReply();
-}
-
-void NbrClassificationService::send(const Vel::Json& event) {
-   std::erase_if(watchers_, [](const auto& c) { return c->closed(); });
-   for (const auto& c : watchers_) c->send(event);
-   std::erase_if(watchers_, [](const auto& c) { return c->closed(); });
-   if (watchers_.empty() && watch_) {
-      // Not from inside the watch's own call: let it finish first.
-      Vel::EventLoop::instance().post([this, alive = std::weak_ptr<bool>(alive_)] {
-         if (alive.lock() && watchers_.empty()) watch_.reset();
-      });
-   }
 }
 
 void NbrClassificationService::nbrClassificationChanged(const Wire::EthAddr& mac) {

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "Daemon/ControlSocket.h"
+#include "Daemon/WatchFanout.h"
 #include "Framework/Vel/StateDb.h"
 #include "Records/Identity.h"
 #include "Records/LldpConfig.h"
@@ -53,16 +54,12 @@ private:
    void cliPortConfigChanged(const Wire::IntfId& intf) override;
    void syncPort(const Wire::IntfId& intf, const Wire::EthAddr& mac);
    bool knownInterface(const Wire::IntfId& intf) const;
-   void send(const Vel::Json& event);
 
    Vel::StateDb& db_;
    Vel::Ptr<Lldp::CliConfig> config_;
    Identity::NbrClassification::CliConfig::Ptr classConfig_;
    std::map<Wire::IntfId, std::unique_ptr<PortWatch>> ports_;
-   // One watch serves every watching client; it goes when the last one has gone.
-   std::unique_ptr<Cli::NbrClassificationWatch> watch_;
-   std::vector<Vel::Ptr<ControlConnection>> watchers_;
-   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+   WatchFanout<Cli::NbrClassificationWatch> watch_;
 };
 
 }  // namespace Daemon
