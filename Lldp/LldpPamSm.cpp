@@ -98,6 +98,8 @@ void LldpPamSm::handleInitialized() {
    initialized_ = true;
    txClockAt(Vel::never);
    txFsmStateIs(txFsmDisabled);
+   // Neighbours already in the table are aged from the first firing on.
+   ageQueue_.rebuildFrom(portStatus_->remoteSystem());
    ageClock_.timeMinIs(0);
    // The first rate-limit interval starts now. Its clock sleeps until an LLDPDU counts
    // (a port that hears nothing never wakes for it).
@@ -266,7 +268,11 @@ void LldpPamSm::doCheckStillTransmitting(bool conditionHolds, const char* stopTr
 void LldpPamSm::handleRemoteSystem(int index) {
    if (!initialized_) return;
    portStatus_->remoteSystemSenderIs(index);
-   if (portStatus_->remoteSystemAt(index)) doProcessSomethingChangedLocal();
+   const Lldp::RemoteSystem* remote = portStatus_->remoteSystemAt(index);
+   if (!remote) return;
+   // New, or changed with its expiry perhaps earlier: either way it needs an entry now.
+   ageQueue_.queueIs(*remote, portStatus_->remoteSystem());
+   doProcessSomethingChangedLocal();
 }
 
 void LldpPamSm::doProcessSomethingChangedLocal() {
@@ -384,7 +390,13 @@ void LldpPamSm::handleReadableCount() {
    Lldp::RemoteSystem::PtrConst remote =
        processRxLldpdu(frame + header, frame + pkt->bytes(), portConfig_, root_->status(),
                        portStatus_, localPort_, Vel::Ptr<LldpPamSm>(this), source);
-   if (remote && remote->expiryTime() < ageClock_.timeMin()) {
+   if (!remote) return;
+   // A refresh moves the expiry later, which the queue finds out for itself; one that may
+   // have moved it earlier than its entry (a shorter time to live) is queued again.
+   if (remote->expiryTime() < ageQueue_.latestQueued()) {
+      ageQueue_.queueIs(*remote, portStatus_->remoteSystem());
+   }
+   if (remote->expiryTime() < ageClock_.timeMin()) {
       VEL_TRACE(traceLldpProtocolSm, 8, "Setting ageClock to expire at " << remote->expiryTime());
       ageClock_.timeMinIs(remote->expiryTime());
    }
@@ -425,18 +437,11 @@ void LldpPamSm::handleRxRateLimitInterval() {
 void LldpPamSm::handleAgeClock() {
    VEL_ASSERT(initialized(), "initialized()");
    const Vel::Seconds now = loopNow();
-   Vel::Seconds next = Vel::never;
    Lldp::Status& status = *root_->status();
-   // Collect first: deleting while walking the table would invalidate the walk.
-   std::vector<Lldp::RemoteSystem::Ptr> expired;
-   for (const auto& [index, remote] : portStatus_->remoteSystem()) {
-      if (now >= remote->expiryTime()) {
-         expired.push_back(remote);
-      } else {
-         next = std::min(next, remote->expiryTime());
-      }
-   }
-   for (const auto& remote : expired) {
+   // Taken first: deleting while the queue is read would change what it reads.
+   ageQueue_.expiredAt(now, portStatus_->remoteSystem(), expired_);
+   const Vel::Seconds next = ageQueue_.front();
+   for (const auto& remote : expired_) {
       VEL_TRACE(traceLldpProtocolSm, 4, "Aging RemoteSystem for " << remote->msap());
       portStatus_->remoteSystemByMsapDel(remote->msap());
       portStatus_->remoteSystemDel(remote->index());
@@ -447,6 +452,7 @@ void LldpPamSm::handleAgeClock() {
                                       remote->msap().portIdentifier().stringValue(), intfId_);
       status.remTablesLastChangeTimeIs(now);
    }
+   expired_.clear();
    VEL_TRACE(traceLldpProtocolSm, 8, "Setting ageClock to expire at " << next);
    ageClock_.timeMinIs(next);
 }
@@ -471,6 +477,7 @@ void LldpPamSm::doDeleteAllRemoteSystems() {
       status.remTablesDeletesInc();
    }
    // Nothing left to age.
+   ageQueue_.clear();
    ageClock_.timeMinIs(Vel::never);
 }
 

@@ -4,11 +4,13 @@
 
 #include <cstdint>
 #include <ostream>
+#include <vector>
 
 #include "Framework/Trace.h"
 #include "Framework/Vel/Entity.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Wire/Pam.h"
+#include "Lldp/LldpAgeQueue.h"
 #include "Records/IntfStatus.h"
 #include "Records/Lldp.h"
 
@@ -68,6 +70,7 @@ public:
    const Vel::Clock& txClock() const { return txClock_; }
    const Vel::Clock& ageClock() const { return ageClock_; }
    const Vel::Clock& rxRateLimitClock() const { return rxRateLimitClock_; }
+   const LldpAgeQueue& ageQueue() const { return ageQueue_; }
 
    void handleInitialized();
    void doClose();
@@ -139,6 +142,10 @@ private:
    Vel::Seconds rxRateLimitEnd_ = 0;
    Vel::Seconds rxRateLimitInterval_ = 0;
    bool initialized_ = false;
+   // The port's neighbours by expiry, and the ones an age-timer firing found expired (kept
+   // to reuse its room).
+   LldpAgeQueue ageQueue_;
+   std::vector<Lldp::RemoteSystem::Ptr> expired_;
    PortConfigReactor portConfigReactor_;
    IntfStatusReactor intfStatusReactor_;
    PortStatusReactor portStatusReactor_;

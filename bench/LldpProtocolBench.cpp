@@ -1,19 +1,22 @@
 // The receive and transmit hot paths: refreshing a known neighbour, creating neighbours
-// as a port's table grows, and building a full LLDPDU. Each reports heap allocations per
-// operation beside its time.
+// as a port's table grows, building a full LLDPDU, and the age timer firing on a large
+// table. Each reports heap allocations per operation beside its time.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "Framework/Log.h"
 #include "Framework/Trace.h"
 #include "Lldp/LldpProtocol.h"
 #include "Lldp/LldpProtocolSm.h"
+#include "Records/IntfStatus.h"
 #include "tests/Support/AllocCounter.h"
 #include "tests/Support/Frames.h"
 #include "tests/Support/FullPort.h"
+#include "tests/Support/PortRecords.h"
 
 namespace {
 
@@ -164,5 +167,46 @@ BENCHMARK(BM_BuildFullLldpdu)
     ->Args({0, 1})
     ->Args({100'000, 1})
     ->Args({100'000, 0});
+
+// One firing of a port's age timer that finds nothing expired, the common case: the
+// neighbour the timer was set for has been refreshed since. Each iteration refreshes the
+// neighbour due first (as its LLDPDU would) and fires the timer, on a port of
+// state.range(0) neighbours; the cost stays flat as the table grows.
+void BM_AgeClockNothingExpired(benchmark::State& state) {
+   const int count = int(state.range(0));
+   Vel::EventLoop& loop = Vel::EventLoop::instance();
+   loop.virtualTimeIs(true, 1000);
+   Vel::Log::syslogIs(false);
+   Vel::Trace::textTraceIs("-");
+   TestSupport::PortRecords port("Ethernet1", std::string("\x02\0\0\0\0\x01", 6), "sw1");
+   auto intfs = Vel::make<Interface::EthPhyIntfStatusDir>();
+   intfs->intfStatusIs(port.intf)->linkStatusIs(Interface::linkStatusUnknown);  // no sending
+   port.root->ethPhyIntfStatusDirIs(intfs);
+   auto sm = Vel::make<Lldp::Agent::Protocol::LldpPamSm>(port.intf, nullptr, port.root);
+   sm->handleInitialized();
+   std::vector<Lldp::RemoteSystem::Ptr> byExpiry;
+   for (int i = 1; i <= count; ++i) {
+      byExpiry.push_back(port.portStatus->remoteSystemIs(i, Lldp::Msap()));
+      byExpiry.back()->expiryTimeIs(1100 + i * 1e-3);
+   }
+   sm->handleAgeClock();  // queues every neighbour at its expiry
+   Vel::Seconds latest = 1100 + count * 1e-3;
+   size_t due = 0;
+   TestSupport::AllocScope allocs;
+   for (auto _ : state) {
+      latest += 1e-3;
+      byExpiry[due]->expiryTimeIs(latest);
+      due = (due + 1) % byExpiry.size();
+      sm->handleAgeClock();
+   }
+   reportAllocations(state, allocs);
+   if (port.portStatus->remoteSystem().size() != size_t(count)) {
+      state.SkipWithError("a neighbour aged out");
+   }
+   sm->doClose();
+   loop.virtualTimeIs(false);
+   Vel::Log::syslogIs(true);
+}
+BENCHMARK(BM_AgeClockNothingExpired)->Arg(10)->Arg(10'000)->Arg(100'000);
 
 }  // namespace

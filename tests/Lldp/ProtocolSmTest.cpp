@@ -5,6 +5,7 @@
 // off; each port is cabled to a far end the test sends and listens on.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
@@ -223,6 +224,65 @@ TEST_F(LldpPamSmTest, OtherTypesIgnoredTaggedAcceptedAgeingAtExpiryLinkDownVersu
    EXPECT_EQ(a->portStatus->rxAgeoutsTotal(), 1u);
    at(30);  // nothing left to age: the clock is parked
    EXPECT_EQ(a->sm->ageClock().timeMin(), Vel::never);
+}
+
+// A few neighbours expire among hundreds refreshed every 30 s: each at its exact expiry,
+// including one whose time to live shrank while the timer was set for another, and those
+// that expire together are timed out in table order; the timer always waits for the
+// earliest expiry left.
+TEST_F(LldpPamSmTest, AgeingAmongManyRefreshedNeighbours) {
+   std::vector<std::string> timedOut;
+   Vel::Log::sinkIs([&](const Vel::Log::Message& m) {
+      if (m.key == "LLDP_NEIGHBOR_TIMEOUT")
+         timedOut.push_back(m.text.substr(m.text.find("chassisId ") + 10, 3));
+   });
+   a->portConfig->rxRateLimitEnabledIs(false);
+   a->portConfig->remoteSystemLimitIs(1000);
+   a->sm->handleInitialized();
+   const auto refreshAll = [&](double t, bool withN07) {
+      at(t);
+      for (int i = 0; i < 300; ++i) {
+         char name[8];
+         std::snprintf(name, sizeof(name), "n%02d", i);
+         if (withN07 || i != 7) inject(*pamB, name, 120);
+      }
+      at(t);
+   };
+   refreshAll(0.5, true);
+   inject(*pamB, "erl", 35);  // expires at 35.5
+   inject(*pamB, "srt", 120);
+   for (const char* q : {"q_1", "q_2", "q_3", "q_4"}) inject(*pamB, q, 120);
+   at(0.5);
+   ASSERT_EQ(a->neighbours(), 306u);
+   refreshAll(30.5, true);
+   inject(*pamB, "srt", 10);  // now expires at 40.5, after the timer's 35.5
+   at(30.5);
+   at(35.5);
+   EXPECT_EQ(timedOut, (std::vector<std::string>{"erl"}));
+   EXPECT_EQ(a->sm->ageClock().timeMin(), t0 + 40.5);
+   at(40.4);
+   EXPECT_EQ(a->neighbours(), 305u);
+   at(40.5);
+   EXPECT_EQ(timedOut, (std::vector<std::string>{"erl", "srt"}));
+   at(50.5);  // refreshed in reverse order, all to expire at 70.5
+   for (const char* q : {"q_4", "q_3", "q_2", "q_1"}) inject(*pamB, q, 20);
+   at(50.5);
+   refreshAll(60.5, true);
+   at(70.4);
+   EXPECT_EQ(a->neighbours(), 304u);
+   at(70.5);
+   EXPECT_EQ(timedOut, (std::vector<std::string>{"erl", "srt", "q_1", "q_2", "q_3", "q_4"}));
+   for (double t = 90.5; t < 180; t += 30) refreshAll(t, false);  // n07 last heard at 60.5
+   at(180.4);
+   EXPECT_EQ(a->neighbours(), 300u);
+   at(180.5);
+   EXPECT_EQ(a->neighbours(), 299u);
+   EXPECT_EQ(timedOut.back(), "n07");
+   EXPECT_EQ(a->portStatus->rxAgeoutsTotal(), 7u);
+   EXPECT_EQ(a->status->remTablesAgeouts(), 7u);
+   EXPECT_EQ(a->sm->ageClock().timeMin(), t0 + 150.5 + 120);
+   // The queue holds about one entry per neighbour however many refreshes went by.
+   EXPECT_LE(a->sm->ageQueue().entries(), 299u * 3 / 2 + 16);
 }
 
 // Keeps what arrives at the far end of a link, and the end itself (released last).
