@@ -318,7 +318,15 @@ std::string statisticsText(const Json& view) {
    out += "Last change " + ago("remTablesLastChangeTime") + ", last cleared " +
           ago("remTablesLastClearTime") + "\n";
    out += "Frames the kernel dropped before the agent read them: " +
-          str(view, "rxFramesDroppedByKernel") + "\n\n";
+          str(view, "rxFramesDroppedByKernel") + "\n";
+   if (view.contains("clientLimits")) {
+      const Json& l = view["clientLimits"];
+      out += "Control clients refused for a limit: " + str(l, "clientsRefused") + " connections, " +
+             str(l, "requestsTooLong") + " requests too long, " + str(l, "clientsDroppedUnread") +
+             " dropped unread, " + str(l, "externalTlvSetsRefused") + " external TLV sets, " +
+             str(l, "powerRequestsRefused") + " power requests\n";
+   }
+   out += "\n";
    Table t({"Interface", "TxFrames", "RxFrames", "RxDiscarded", "RxErrors", "TLVsDiscarded",
             "TLVsUnknown", "Ageouts", "RateLimited", "NbrRefused", "NbrRefusedTotal", "TxTooLong",
             "TxNoMem", "TxErrors"});

@@ -58,7 +58,8 @@ Vel::Json CliService::show(const Vel::Json& req) const {
       v = neighborsView(*status, wantDetail, intf, now);
    } else if (view == "statistics") {
       auto remTables = db_.entityAs<Lldp::RemTablesStatus>("l2discovery/lldp/remTablesStatus");
-      v = statisticsView(*status, remTables.ptr(), intf, now);
+      auto limits = db_.entityAs<Daemon::ClientLimits>(Daemon::ClientLimits::path);
+      v = statisticsView(*status, remTables.ptr(), intf, now, limits.ptr());
    } else if (view == "local") {
       auto local = db_.entityAs<Lldp::LocalSystem>("l2discovery/lldp/localSystem");
       auto config = db_.entityAs<Lldp::Config>("l2discovery/lldp/config");

@@ -227,7 +227,8 @@ View neighborsView(const Lldp::AllStatus& status, bool detail, const std::string
 }
 
 View statisticsView(const Lldp::AllStatus& status, const Lldp::RemTablesStatus* remTables,
-                    const std::string& intf, const ViewTime& time) {
+                    const std::string& intf, const ViewTime& time,
+                    const Daemon::ClientLimits* clientLimits) {
    View v = perInterface(
        status.portStatus(), intf, time, [&](Vel::Json& out, const Lldp::PortStatus& port) {
           out = attrsExcept(port, {"intfId", "remoteSystem", "vlanName", "sentVlanName",
@@ -239,6 +240,7 @@ View statisticsView(const Lldp::AllStatus& status, const Lldp::RemTablesStatus* 
    Vel::Json global = attrsExcept(status, {"portStatus", "mgmtAddrVrf"});
    v.json.update(global);
    if (remTables) v.json["remTablesLastClearTime"] = remTables->remTablesLastClearTime();
+   if (clientLimits) v.json["clientLimits"] = attrsExcept(*clientLimits, {});
    addTimestamps(v.json, time,
                  {"remTablesLastChangeTime", "lastPacketParsedTime", "remTablesLastClearTime"});
    return v;

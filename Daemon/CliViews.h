@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "Daemon/ClientLimits.h"
 #include "Framework/Vel/Dir.h"
 #include "Framework/Vel/Json.h"
 #include "Records/IntfStatus.h"
@@ -61,9 +62,11 @@ Vel::Json powerViaMdiJson(const Lldp::PowerViaMdiInfo& info);
 View neighborsView(const Lldp::AllStatus& status, bool detail, const std::string& intf,
                    const ViewTime& time);
 // The per-port counters and the global remote-table counters (with the last clear time
-// when `remTables` is given), each time with its timestamp.
+// when `remTables` is given), each time with its timestamp; with `clientLimits`, the
+// control socket's limits and what it refused for them ("clientLimits").
 View statisticsView(const Lldp::AllStatus& status, const Lldp::RemTablesStatus* remTables,
-                    const std::string& intf, const ViewTime& time);
+                    const std::string& intf, const ViewTime& time,
+                    const Daemon::ClientLimits* clientLimits = nullptr);
 // The local system and each local port as advertised, with the timers that set the TTL
 // and each port's admin status and advertised VLAN names. "advertisedManagementAddress"
 // lists the management addresses in the order they go on the wire, each with the

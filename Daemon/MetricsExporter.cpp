@@ -114,6 +114,7 @@ struct MetricsExporter::Impl {
                                     "identity/nbrClassification/status"),
                                 db.entityAs<const Identity::NbrClassification::BypassStatus>(
                                     "identity/nbrClassification/bypassStatus"));
+      builder->clientLimitsIs(db.entityAs<const ClientLimits>(ClientLimits::path));
       builder->start(Vel::EventLoop::instance().now(), unixNow());
       slice();
    }

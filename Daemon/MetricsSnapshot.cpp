@@ -3,6 +3,7 @@
 #include <prometheus/metric_family.h>
 
 #include <algorithm>
+#include <iterator>
 
 namespace Daemon {
 
@@ -99,6 +100,14 @@ void MetricsSnapshotBuilder::start(double clockNow, double unixNow) {
    if (bypass_) {
       snap_.fdbWrites = bypass_->fdbWrites();
       snap_.fdbWritesRefused = bypass_->fdbWritesRefused();
+   }
+   if (clientLimits_) {
+      const ClientLimits& l = *clientLimits_;
+      snap_.clientLimitHits[0] = l.clientsRefused();
+      snap_.clientLimitHits[1] = l.requestsTooLong();
+      snap_.clientLimitHits[2] = l.clientsDroppedUnread();
+      snap_.clientLimitHits[3] = l.externalTlvSetsRefused();
+      snap_.clientLimitHits[4] = l.powerRequestsRefused();
    }
    if (!status_) return;
    snap_.remTablesInserts = status_->remTablesInserts();
@@ -315,6 +324,19 @@ std::vector<MetricFamily> metricFamilies(const MetricsSnapshot& snap) {
       add(f, {}, double(g.value));
       out.push_back(std::move(f));
    }
+   MetricFamily refused = family(
+       "lldp_control_limit_hits_total",
+       "What the control socket refused for a limit: connections past maxClients (clients), "
+       "request lines past maxRequestBytes (request_bytes), clients dropped past "
+       "maxReplyBacklogBytes (reply_backlog), external TLV sets and power requests past their "
+       "limits (external_tlvs, power_ports).",
+       MetricType::Counter);
+   const char* const limitNames[] = {"clients", "request_bytes", "reply_backlog", "external_tlvs",
+                                     "power_ports"};
+   for (size_t i = 0; i < std::size(limitNames); ++i) {
+      add(refused, {{"limit", limitNames[i]}}, double(snap.clientLimitHits[i]));
+   }
+   out.push_back(std::move(refused));
    MetricFamily change = family("lldp_remote_tables_last_change_timestamp_seconds",
                                 "When a neighbour was last added, changed or deleted (Unix "
                                 "time; 0 never).",

@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Daemon/ClientLimits.h"
 #include "Framework/Vel/Ptr.h"
 #include "Framework/Wire/IntfId.h"
 #include "Records/Identity.h"
@@ -62,6 +63,8 @@ struct MetricsSnapshot {
    // the telephone bypass's forwarding-database writes.
    uint32_t classified[2][2] = {};
    uint64_t fdbWrites = 0, fdbWritesRefused = 0;
+   // What the control socket refused for a limit (ClientLimits' counters, in their order).
+   uint64_t clientLimitHits[5] = {};
    bool complete = false;
 };
 
@@ -81,6 +84,8 @@ public:
       classification_ = std::move(status);
       bypass_ = std::move(bypass);
    }
+   // The control socket's limits (null: nothing is reported of them).
+   void clientLimitsIs(Vel::Ptr<const ClientLimits> limits) { clientLimits_ = std::move(limits); }
    // Starts a new snapshot: the global values now, the table from its first port.
    void start(double clockNow, double unixNow);
    // Copies up to `budget` neighbours (the ports met on the way cost one each); true once
@@ -95,6 +100,7 @@ private:
    Vel::Ptr<const Lldp::LocalSystem> local_;
    Vel::Ptr<const Identity::NbrClassification::Status> classification_;
    Vel::Ptr<const Identity::NbrClassification::BypassStatus> bypass_;
+   Vel::Ptr<const ClientLimits> clientLimits_;
    MetricsSnapshot snap_;
    // Where the next slice resumes: the port (and whether its own values are taken) and
    // the last neighbour index copied on it.

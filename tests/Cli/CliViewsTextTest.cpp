@@ -218,14 +218,23 @@ TEST(CliViews, ViewsGroupPortsAndRefuseUnknownInterfaces) {
    all->portStatusIs(Wire::IntfId("eth1"), port);
    all->remTablesInsertsIs(2);
    all->remTablesLastChangeTimeIs(129);
-   Cli::View v = Cli::statisticsView(*all, nullptr, "", viewTime);
+   auto limits = Vel::make<Daemon::ClientLimits>();
+   limits->clientsRefusedInc(7);
+   limits->powerRequestsRefusedInc(2);
+   Cli::View v = Cli::statisticsView(*all, nullptr, "", viewTime, limits.ptr());
    ASSERT_TRUE(v.ok());
+   EXPECT_EQ(v.json["clientLimits"]["clientsRefused"], 7);
+   EXPECT_EQ(v.json["clientLimits"]["maxClients"], 256);
    EXPECT_EQ(v.json["interfaces"]["eth1"]["rxFramesTotal"], 4);
    EXPECT_EQ(v.json["interfaces"]["eth1"]["rxNeighborsRefused"], 3);
    const std::string text = Cli::statisticsText(v.json);
    EXPECT_EQ(v.json["interfaces"]["eth1"]["rxNeighborsRefusedTotalLimit"], 5);
    EXPECT_NE(text.find("RateLimited  NbrRefused  NbrRefusedTotal"), std::string::npos) << text;
    EXPECT_NE(text.find("0            3           5"), std::string::npos) << text;
+   EXPECT_NE(text.find("refused for a limit: 7 connections, 0 requests too long, 0 dropped "
+                       "unread, 0 external TLV sets, 2 power requests\n"),
+             std::string::npos)
+       << text;
    EXPECT_EQ(v.json["remTablesInserts"], 2);
    EXPECT_EQ(v.json["currentTime"], 130);
    EXPECT_EQ(v.json["currentTimestamp"], "2023-11-14T22:13:20.500Z");

@@ -203,6 +203,7 @@ TEST(LldpAgentEndToEnd, FramesTheKernelDropsAreCounted) {
    ASSERT_TRUE(agent.running());
    const auto stats = [&] { return agent.cli({"show", "statistics"}); };
    ASSERT_GE(waitFor([&] { return stats().contains("rxFramesDroppedByKernel"); }, 10), 0);
+   EXPECT_TRUE(stats().contains("clientLimits"));  // what the control socket refused
    TestSupport::RawSender peer(ns.nsB(), ns.intfB());
    const TestSupport::Bytes frame = TestSupport::lldpFrame("flood", 120);
 

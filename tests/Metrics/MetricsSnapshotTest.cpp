@@ -1,6 +1,7 @@
 // The loop's side of a scrape: a snapshot taken in slices while the table changes between
 // them holds each neighbour that stayed exactly once; label bytes become valid UTF-8.
 #include <gtest/gtest.h>
+#include <prometheus/metric_family.h>
 
 #include <set>
 #include <string>
@@ -26,6 +27,9 @@ TEST(MetricsSnapshot, SlicesResumeByKeyWhileTheTableChanges) {
       all->portStatusIs(Wire::IntfId(intf), port);
    }
    Daemon::MetricsSnapshotBuilder b(all, nullptr, nullptr, nullptr);
+   auto limits = Vel::make<Daemon::ClientLimits>();
+   limits->requestsTooLongInc(3);
+   b.clientLimitsIs(limits);
    b.start(0, 0);
    ASSERT_FALSE(b.step(3));  // eth1 and two of its neighbours
    // Between slices: one not yet copied goes, a new one comes behind the resume point,
@@ -37,6 +41,17 @@ TEST(MetricsSnapshot, SlicesResumeByKeyWhileTheTableChanges) {
    while (!b.step(3)) ASSERT_LT(++slices, 10u);
    const Daemon::MetricsSnapshot snap = b.take();
    ASSERT_TRUE(snap.complete);
+   // The control socket's refusals, one series per limit.
+   int found = 0;
+   for (const auto& f : Daemon::metricFamilies(snap)) {
+      if (f.name != "lldp_control_limit_hits_total") continue;
+      ++found;
+      ASSERT_EQ(f.metric.size(), 5u);
+      EXPECT_EQ(f.metric[1].label[0].value, "request_bytes");
+      EXPECT_EQ(f.metric[1].counter.value, 3);
+      EXPECT_EQ(f.metric[2].counter.value, 0);
+   }
+   EXPECT_EQ(found, 1);
    ASSERT_EQ(snap.ports.size(), 2u);
    EXPECT_EQ(snap.ports[1].name, "eth3");
    std::multiset<std::string> seen;
