@@ -21,6 +21,7 @@
 #include "tests/Support/IpCmd.h"
 #include "tests/Support/NetNs.h"
 #include "tests/Support/Poll.h"
+#include "tests/Support/Snmpd.h"
 
 namespace {
 
@@ -45,42 +46,14 @@ std::map<std::string, std::string> procStatus(pid_t pid) {
    return out;
 }
 
-// snmpd in a namespace as AgentX master, its socket open to the test user's group only.
-class Snmpd {
+// snmpd as AgentX master, its socket open to the test user's group only.
+class Snmpd : public TestSupport::Snmpd {
 public:
-   Snmpd(const std::string& ns) : ns_(ns), base_(tmpName("priv-snmpd")) {
-      ::mkdir((base_ + "-state").c_str(), 0700);
-      std::ofstream(base_ + ".conf")
-          << "master agentx\nagentXSocket unix:" << agentx() << "\nagentXPerms 0660 0755 root "
-          << testUser << "\nagentaddress udp:127.0.0.1:1161\n"
-          << "rocommunity public 127.0.0.1\n";
-      start();
-   }
-   ~Snmpd() {
-      proc_.stop(SIGKILL);
-      runCmd("rm -rf " + base_ + "*");
-   }
-   std::string agentx() const { return base_ + ".agentx"; }
-   void start() {
-      proc_.start(
-          {"ip", "netns", "exec", ns_, "env", "SNMP_PERSISTENT_DIR=" + base_ + "-state", "snmpd",
-           "-f", "-Lf", base_ + ".log", "-C", "-c", base_ + ".conf", "-p", base_ + ".pid"},
-          base_ + ".out");
-   }
-   void stop() { proc_.stop(SIGTERM); }
-   // lldpRemPortId of every neighbour, as snmpwalk prints the column.
-   std::string remotePortIds() const {
-      std::string out;
-      TestSupport::runIn(ns_,
-                         "snmpwalk -v2c -c public -On -Oq -t 1 -r 0 127.0.0.1:1161 "
-                         ".1.0.8802.1.1.2.1.4.1.1.7",
-                         &out);
-      return out;
-   }
-
-private:
-   std::string ns_, base_;
-   Process proc_;
+   explicit Snmpd(const std::string& ns)
+       : TestSupport::Snmpd(ns, "priv-snmpd", "agentXPerms 0660 0755 root " + testUser + "\n") {}
+   // lldpRemPortId of every neighbour, as snmpwalk prints the column (quickly empty while
+   // snmpd is down).
+   std::string remotePortIds() const { return walkText(".1.0.8802.1.1.2.1.4.1.1.7", "-t 1 -r 0"); }
 };
 
 Vel::Json control(const std::string& socket, const Vel::Json& req) {

@@ -21,6 +21,7 @@
 #include "tests/Support/IpCmd.h"
 #include "tests/Support/NetNs.h"
 #include "tests/Support/Poll.h"
+#include "tests/Support/Snmpd.h"
 
 namespace {
 
@@ -35,51 +36,14 @@ using namespace std::string_literals;
 const std::string lldpMib = ".1.0.8802.1.1.2";
 const std::string remTable = lldpMib + ".1.4.1.1";
 
-// OID -> value as `snmpwalk -On -Oq` prints it (quotes taken off strings).
-using Walk = std::map<std::string, std::string>;
+using Walk = TestSupport::SnmpWalk;
 
-// A namespace's snmpd as AgentX master, answering community "public" on 127.0.0.1 only,
-// sending notifications to a trap receiver on the namespace's loopback.
-class Snmpd {
+// The namespace's snmpd, also sending notifications to a trap receiver on the namespace's
+// loopback.
+class Snmpd : public TestSupport::Snmpd {
 public:
-   Snmpd(const std::string& ns, const std::string& name) : ns_(ns), base_(tmpName(name)) {
-      ::mkdir((base_ + "-state").c_str(), 0700);
-      std::ofstream(base_ + ".conf") << "master agentx\nagentXSocket unix:" << agentx()
-                                     << "\nagentaddress udp:127.0.0.1:1161\n"
-                                     << "rocommunity public 127.0.0.1\n"
-                                     << "trap2sink 127.0.0.1:1162 public\n";
-      start();
-   }
-   ~Snmpd() {
-      proc_.stop(SIGKILL);
-      runCmd("rm -rf " + base_ + "*");
-   }
-   std::string agentx() const { return base_ + ".agentx"; }
-   void start() {
-      proc_.start(
-          {"ip", "netns", "exec", ns_, "env", "SNMP_PERSISTENT_DIR=" + base_ + "-state", "snmpd",
-           "-f", "-Lf", base_ + ".log", "-C", "-c", base_ + ".conf", "-p", base_ + ".pid"},
-          base_ + ".out");
-   }
-   void stop() { proc_.stop(SIGTERM); }
-   Walk walk(const std::string& oid) const {
-      std::string out;
-      runIn(ns_, "snmpwalk -v2c -c public -On -Oq -t 2 -r 1 127.0.0.1:1161 " + oid, &out);
-      Walk w;
-      std::istringstream lines(out);
-      for (std::string line; std::getline(lines, line);) {
-         const size_t sp = line.find(' ');
-         if (line.empty() || line[0] != '.' || sp == std::string::npos) continue;
-         std::string v = line.substr(sp + 1);
-         if (v.size() >= 2 && v.front() == '"' && v.back() == '"') v = v.substr(1, v.size() - 2);
-         w[line.substr(0, sp)] = v;
-      }
-      return w;
-   }
-
-private:
-   std::string ns_, base_;
-   Process proc_;
+   Snmpd(const std::string& ns, const std::string& name)
+       : TestSupport::Snmpd(ns, name, "trap2sink 127.0.0.1:1162 public\n") {}
 };
 
 // The values of one column of a walk, whatever their index.
