@@ -1,6 +1,7 @@
 #include "fuzz/ConfigHarness.h"
 
 #include "Config/ConfigLanguage.h"
+#include "fuzz/RecordBytes.h"
 
 namespace Fuzz {
 
@@ -14,9 +15,12 @@ ConfigHarness::ConfigHarness() : config_(db_.mount<Lldp::CliConfig>(configPath))
 
 void ConfigHarness::feed(const uint8_t* data, size_t size) {
    if (size == 0) return;
-   if (config_->cliPortConfig().size() > portLimit) Config::load("", *config_);
+   if (config_->cliPortConfig().size() > portLimit) {
+      Config::load("", *config_);
+      known_.reset();
+   }
    const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
-   const Vel::Json before = db_.json(configPath);
+   if (!known_) appendRecordBytes(known_.emplace(), *config_);
    Config::Result result;
    size_t lineCount = 0;
    if (data[0] & 1) {
@@ -28,7 +32,9 @@ void ConfigHarness::feed(const uint8_t* data, size_t size) {
       result = Config::apply(lines, *config_);
    }
    if (!result) {
-      if (db_.json(configPath) != before) {
+      now_.clear();
+      appendRecordBytes(now_, *config_);
+      if (now_ != *known_) {
          wrong_ = "a refused text changed the configuration: " + result.error->message();
       } else if (result.error->line < 1 || size_t(result.error->line) > lineCount) {
          wrong_ = "the refusal names line " + std::to_string(result.error->line) + " of " +
@@ -43,9 +49,12 @@ void ConfigHarness::feed(const uint8_t* data, size_t size) {
    const std::string rendered = Config::render(*config_);
    Vel::StateDb scratch;
    auto copy = scratch.mount<Lldp::CliConfig>(configPath);
+   known_.emplace();
+   appendRecordBytes(*known_, *config_);
+   now_.clear();
    if (auto r = Config::load(rendered, *copy); !r) {
       wrong_ = "the rendered configuration does not load: " + r.error->message() + "\n" + rendered;
-   } else if (scratch.json(configPath) != db_.json(configPath)) {
+   } else if (appendRecordBytes(now_, *copy), now_ != *known_) {
       wrong_ = "the rendered configuration loads to another configuration:\n" + rendered;
    } else if (Config::render(*copy) != rendered) {
       wrong_ = "the rendered configuration renders differently once loaded:\n" + rendered;

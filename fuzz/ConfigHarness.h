@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "Framework/Vel/StateDb.h"
@@ -29,6 +30,12 @@ public:
 private:
    Vel::StateDb db_;
    Lldp::CliConfig::Ptr config_;
+   // The configuration as bytes (RecordBytes.h) after the last text that changed it; empty
+   // when it has to be read again. Only an accepted text changes it (a refused one that did
+   // is what the harness reports), so most inputs read it once, not twice. And the bytes
+   // of the configuration to compare with it.
+   std::optional<std::string> known_;
+   std::string now_;
    std::string wrong_;
 };
 

@@ -13,8 +13,10 @@
 #include "Framework/Vel/Dir.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Vel/StateDb.h"
+#include "Records/Identity.h"
 #include "Records/LldpExternalTlv.h"
 #include "Records/LldpLocalSystem.h"
+#include "fuzz/RecordBytes.h"
 
 namespace Fuzz {
 
@@ -31,17 +33,34 @@ const char* const cliConfigPath = "l2discovery/lldp/cliConfig";
 const char* const externalTlvsPath = "l2discovery/lldp/externalTlvs";
 const char* const powerAgentsPath = "environment/power/status/poePort";
 
-// The published records a request may write, each exported whole.
+// The published records a request may write, each whole, as bytes.
 template <class E>
-Vel::Json dirJson(const char* path) {
-   Vel::Json j = Vel::Json::object();
-   if (auto dir = db().entityAs<Vel::Dir>(path)) {
-      for (const auto& [name, entry] : dir->entry()) {
-         auto e = dir->entryAs<E>(name);
-         j[name] = e ? Vel::toJson(*e) : Vel::Json("other");
+void appendDir(std::string& out, const char* path) {
+   auto dir = db().entityAs<Vel::Dir>(path);
+   if (!dir) {
+      out += '~';
+      return;
+   }
+   appendRecordBytes(out, uint32_t(dir->entry().size()));
+   for (const auto& [name, entry] : dir->entry()) {
+      appendRecordBytes(out, name);
+      if (auto e = dir->entryAs<E>(name)) {
+         appendRecordBytes(out, *e);
+      } else {
+         out += '?';  // something else under the name
       }
    }
-   return j;
+}
+
+// A record at `path`, typed E as a rule; anything else there as its JSON export.
+template <class E>
+void appendRecord(std::string& out, const std::string& path) {
+   if (auto e = db().entityAs<E>(path)) {
+      out += '*';
+      appendRecordBytes(out, *e);
+   } else {
+      appendJson(out, db().json(path));
+   }
 }
 
 bool dirEmpty(const char* path) {
@@ -86,13 +105,14 @@ ControlHarness::~ControlHarness() {
    std::filesystem::remove_all(dir_);
 }
 
-Vel::Json ControlHarness::writable() const {
-   return {{"cliConfig", db().json(cliConfigPath)},
-           {"externalTlvs", dirJson<Lldp::ExternalTlvConfig>(externalTlvsPath)},
-           {"powerAgents", dirJson<Environment::Power::PoePortStatus>(powerAgentsPath)},
-           {"remTablesCliConfig", db().json("l2discovery/lldp/remTablesCliConfig")},
-           {"dot1x", db().json("identity/dot1x/status")},
-           {"macsec", db().json("identity/macsec/status")}};
+void ControlHarness::writable(std::string& out) const {
+   out.clear();
+   appendRecord<Lldp::CliConfig>(out, cliConfigPath);
+   appendDir<Lldp::ExternalTlvConfig>(out, externalTlvsPath);
+   appendDir<Environment::Power::PoePortStatus>(out, powerAgentsPath);
+   appendRecord<Lldp::RemTablesCliConfig>(out, "l2discovery/lldp/remTablesCliConfig");
+   appendRecord<Identity::Dot1x::Status>(out, "identity/dot1x/status");
+   appendRecord<Identity::Macsec::Status>(out, "identity/macsec/status");
 }
 
 bool ControlHarness::trim() {
@@ -262,7 +282,7 @@ void ControlHarness::feed(const uint8_t* data, size_t size) {
       // What the records held before a request that may write: what the last request
       // that changed them left (a refused one leaves them as they were).
       const bool checked = request && mayWrite(line);
-      if (checked && !known_) known_ = writable();
+      if (checked && !known_) writable(known_.emplace());
       const Reply reply = exchange(line, request);
       if (reply == Reply::none) {
          if (request) wrong_ = "no reply to a request: " + std::string(line.substr(0, 200));
@@ -280,7 +300,7 @@ void ControlHarness::feed(const uint8_t* data, size_t size) {
          wrong_ = "a reply without \"ok\": " + replyText_;
       } else if (reply == Reply::accepted) {
          if (checked) known_.reset();
-      } else if (checked && writable() != *known_) {
+      } else if (checked && (writable(now_), now_ != *known_)) {
          wrong_ = "a refused request changed the records: " + std::string(line.substr(0, 200)) +
                   " -> " + replyText_;
       }

@@ -6,8 +6,8 @@
 // requests go one at a time and each reply is read (and otherwise discarded) before the
 // next goes. Checks after each request: every request gets exactly one reply, and one
 // that may write and is refused changes none of the records that requests write (the
-// records are exported only around those, and again only once such a request succeeded or
-// a client that may have held external TLVs or power agents left).
+// records are read whole, as bytes, only around those, and again only once such a request
+// succeeded or a client that may have held external TLVs or power agents left).
 #pragma once
 
 #include <cstddef>
@@ -40,8 +40,8 @@ public:
    std::string inconsistency() { return std::move(wrong_); }
 
 private:
-   // What requests may write, as JSON.
-   Vel::Json writable() const;
+   // What requests may write, as bytes (RecordBytes.h) into `out`.
+   void writable(std::string& out) const;
    // True when it removed something.
    bool trim();
    int connect();
@@ -68,8 +68,9 @@ private:
    std::string in_;      // what the server sent and the harness has not consumed
    size_t scanned_ = 0;  // how much of in_ has been looked at for a reply
    // The writable records as they were after the last request that may have changed
-   // them; empty when they have to be exported again.
-   std::optional<Vel::Json> known_;
+   // them; empty when they have to be read again. And as they are after a refusal.
+   std::optional<std::string> known_;
+   std::string now_;
    std::string replyText_;
    std::string wrong_;
 };

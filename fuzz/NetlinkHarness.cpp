@@ -105,7 +105,11 @@ NetlinkHarness::NetlinkHarness() {
 
 void NetlinkHarness::feed(const uint8_t* data, size_t size) {
    if (size == 0) return;
-   if (model_.links.size() > objectLimit || model_.addrs.size() > objectLimit) model_.clear();
+   bool anyApplied = false;
+   if (model_.links.size() > objectLimit || model_.addrs.size() > objectLimit) {
+      model_.clear();
+      anyApplied = true;
+   }
    buffer_.assign((size + sizeof(uint64_t) - 1) / sizeof(uint64_t), 0);
    std::memcpy(buffer_.data(), data, size);
    auto* msg = reinterpret_cast<nlmsghdr*>(buffer_.data());
@@ -115,6 +119,7 @@ void NetlinkHarness::feed(const uint8_t* data, size_t size) {
       const int index = indexOf(msg);
       const Around before = around(model_, index);
       const bool applied = model_.apply(msg);
+      anyApplied = anyApplied || applied;
       if (model_.malformed < malformed) {
          wrong_ = "the count of malformed messages went back";
          return;
@@ -125,7 +130,9 @@ void NetlinkHarness::feed(const uint8_t* data, size_t size) {
          return;
       }
    }
-   publisher_.publish(model_, options_);
+   // A read whose every message the model refused left it as it was (checked above), and
+   // that model was published already: only a model that may have changed is published.
+   if (anyApplied) publisher_.publish(model_, options_);
 }
 
 }  // namespace Fuzz

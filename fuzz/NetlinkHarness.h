@@ -1,8 +1,8 @@
 // Feeds rtnetlink messages to the platform's netlink model and publishes the model after
-// each input, as the platform does after each read, with the model persisting from input
-// to input. Checks after each message: one the model refuses changes nothing (neither the
-// interface it names nor how many objects there are), and the count of malformed messages
-// only grows.
+// each input that it took a message of, as the platform does after each read, with the
+// model persisting from input to input. Checks after each message: one the model refuses changes
+// nothing (neither the interface it names nor how many objects there are), and the count of
+// malformed messages only grows.
 //
 // An input is what one read from a netlink socket returns: messages one after another,
 // each with its header, walked the way libnl walks a receive buffer.

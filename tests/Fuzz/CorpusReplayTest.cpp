@@ -6,12 +6,16 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <string>
 #include <vector>
 
+#include "Records/LldpConfig.h"
 #include "fuzz/ConfigHarness.h"
 #include "fuzz/ControlHarness.h"
 #include "fuzz/NetlinkHarness.h"
+#include "fuzz/RecordBytes.h"
 #include "fuzz/RxHarness.h"
 #include "fuzz/SnmpHarness.h"
 
@@ -38,6 +42,32 @@ void replay(Harness& harness, const std::string& target, size_t atLeast) {
                                  std::istreambuf_iterator<char>());
       harness.feed(bytes.data(), bytes.size());
       ASSERT_EQ(harness.inconsistency(), "") << target << "/" << path.filename().string();
+   }
+}
+
+// What the harnesses compare records by: any change, however deep, changes the bytes, and
+// equal records give equal bytes.
+TEST(RecordBytes, EveryChangeShows) {
+   const auto bytes = [](const Lldp::CliConfig& c) {
+      std::string out;
+      Fuzz::appendRecordBytes(out, c);
+      return out;
+   };
+   auto a = Vel::make<Lldp::CliConfig>(), b = Vel::make<Lldp::CliConfig>();
+   for (auto* c : {&a, &b}) (*c)->cliPortConfigIs(Wire::IntfId("et1"))->remoteSystemLimitIs(5);
+   const std::string same = bytes(*a);
+   EXPECT_EQ(same, bytes(*b));
+   const std::vector<std::function<void(Lldp::CliConfig&)>> changes = {
+       [](auto& c) { c.cliPortConfig(Wire::IntfId("et1"))->remoteSystemLimitIs(6); },
+       [](auto& c) { c.cliPortConfigIs(Wire::IntfId("et2")); },
+       [](auto& c) { c.sysNameIs(Lldp::BoundedString255("x")); },
+       [](auto& c) { c.messageTxIntervalIs(31); },
+   };
+   for (size_t i = 0; i < changes.size(); ++i) {
+      auto c = Vel::make<Lldp::CliConfig>();
+      c->cliPortConfigIs(Wire::IntfId("et1"))->remoteSystemLimitIs(5);
+      changes[i](*c);
+      EXPECT_NE(bytes(*c), same) << "change " << i;
    }
 }
 
