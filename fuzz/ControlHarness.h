@@ -30,6 +30,9 @@ public:
    // Past this many configured ports, external TLV clients or power agents they are
    // removed, so that a long run does not slow down.
    static constexpr size_t objectLimit = 8;
+   // Neighbours per port in the table the views show: the requests, not the table, are
+   // what this harness explores, and every view of it is serialised in full.
+   static constexpr uint32_t neighbourLimit = 3;
 
    ControlHarness();
    ~ControlHarness();
@@ -57,7 +60,7 @@ private:
    // Whether the request line may name an operation that writes.
    static bool mayWrite(std::string_view line);
 
-   RxHarness rx_;
+   RxHarness rx_{neighbourLimit};
    std::string dir_;
    Vel::Ptr<Lldp::CliConfig> cliConfig_;
    std::unique_ptr<Daemon::ControlSocket> socket_;

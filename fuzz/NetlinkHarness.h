@@ -23,7 +23,7 @@ class NetlinkHarness {
 public:
    // Past this many links or addressed interfaces the model is read afresh (cleared), so
    // that a long run does not slow down.
-   static constexpr size_t objectLimit = 16;
+   static constexpr size_t objectLimit = 8;
 
    NetlinkHarness();
    void feed(const uint8_t* data, size_t size);

@@ -27,7 +27,7 @@ Vel::Seconds stepSeconds(uint8_t step) {
 
 }  // namespace
 
-RxHarness::RxHarness() {
+RxHarness::RxHarness(uint32_t limit) : limit_(limit) {
    Vel::Log::syslogIs(false);
    Vel::Log::sinkIs([](const Vel::Log::Message&) {});
    Vel::Trace::textTraceIs("-");
@@ -50,7 +50,7 @@ RxHarness::RxHarness() {
       p->localPort->portIdentifierIs(
           Lldp::PortIdentifier({.subtype = 5, .value = "Ethernet" + std::to_string(i + 1)}));
       p->config = config_->portConfigIs(p->intf);
-      p->config->remoteSystemLimitIs(neighbourLimit);
+      p->config->remoteSystemLimitIs(limit_);
       p->status = status_->portStatusIs(p->intf, 0.0);
       p->intfStatus = intfDir_->intfStatusIs(p->intf);
       const uint8_t mac[6] = {0x02, 0, 0, 0, 0, uint8_t(i + 1)};
@@ -167,7 +167,7 @@ std::vector<uint64_t> RxHarness::counters() const {
 std::string RxHarness::portInconsistency(const Port& port) const {
    const Lldp::PortStatus& ps = *port.status;
    const size_t stored = ps.remoteSystem().size();
-   if (stored > neighbourLimit) return "more neighbours than the limit";
+   if (stored > limit_) return "more neighbours than the limit";
    if (ps.remoteSystemByMsap().size() != stored) return "MSAP index and table differ in size";
    const Vel::Seconds now = loop().now();
    for (const auto& [index, remote] : ps.remoteSystem()) {

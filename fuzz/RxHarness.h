@@ -30,7 +30,9 @@ public:
    // The largest frame a port takes in, and so what one neighbour may hold at most.
    static constexpr size_t maxFrameBytes = 1522;
 
-   RxHarness();
+   // `limit`: the neighbours a port holds at most (a harness that only needs a populated
+   // table may keep it smaller, and every request over it cheaper).
+   explicit RxHarness(uint32_t limit = neighbourLimit);
    ~RxHarness();
    RxHarness(const RxHarness&) = delete;
    RxHarness& operator=(const RxHarness&) = delete;
@@ -71,6 +73,7 @@ private:
    Lldp::Status::Ptr status_;
    Interface::EthPhyIntfStatusDir::Ptr intfDir_;
    Vel::Ptr<Lldp::Agent::Protocol::Root> root_;
+   uint32_t limit_;
    std::vector<std::unique_ptr<Port>> ports_;
    std::vector<uint64_t> lastCounters_;
 };

@@ -23,7 +23,8 @@ namespace Fuzz {
 
 class SnmpHarness {
 public:
-   static constexpr size_t maxRepetitions = 64;
+   // A GETBULK walks at most this many steps (each checked, and read again with a GET).
+   static constexpr size_t maxRepetitions = 32;
 
    SnmpHarness();
    ~SnmpHarness();
