@@ -38,7 +38,7 @@ using Platform::Linux::PlatformOptions;
 using Wire::IntfId;
 using Wire::IntfKind;
 
-constexpr Vel::Seconds changeTimeout = 3;
+constexpr Vel::Seconds changeTimeout = 10;
 
 class LinuxPlatformTest : public ::testing::Test {
 protected:
