@@ -8,6 +8,7 @@
 #include "Framework/Assert.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Platform/Linux/LinuxPam.h"
+#include "Records/LldpRedundancy.h"
 
 namespace Lldp::Agent {
 
@@ -181,6 +182,8 @@ void Agent::doInit() {
    // Where the agent asks the packet access manager for ports.
    desiredIntfDir_ =
        group.mount<Interface::PamDesiredIntfDir>("interface/pam/lldp/desiredIntf", "w");
+   // The status of the peer cells, one entry per cell (a standby mirrors the active's).
+   lldpStatusDir_ = group.mount<Vel::Dir>(Lldp::lldpStatusDirPath, "wi");
    pamCollection_ = Vel::make<Wire::PamCollection>();
    Vel::Ptr<Agent> self(this);
    group.closeWith([self] { self->doMountsComplete(); });

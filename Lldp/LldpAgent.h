@@ -96,6 +96,8 @@ public:
    const Lldp::CliConfig::Ptr& cliConfig() const { return cliConfig_; }
    const Lldp::RemTablesCliConfig::Ptr& remTablesCliConfig() const { return remTablesCliConfig_; }
    const Lldp::Status::Ptr& lldpStatusLocal() const { return lldpStatusLocal_; }
+   // The peer cells' status, one `Lldp::Status` per cell, named by the cell's number.
+   const Vel::Ptr<Vel::Dir>& lldpStatusDir() const { return lldpStatusDir_; }
    const Interface::AllIntfStatusLocalDir::Ptr& allIntfStatusLocalDir() const {
       return allIntfStatusLocalDir_;
    }
@@ -123,6 +125,7 @@ private:
    Lldp::RemTablesStatus::Ptr remTablesStatus_;
    Lldp::Config::Ptr config_;
    Lldp::Status::Ptr lldpStatusLocal_;
+   Vel::Ptr<Vel::Dir> lldpStatusDir_;
    Lldp::AllStatus::Ptr allStatus_;
    Lldp::LocalSystem::Ptr localSystem_;
    Bridging::Config::Ptr bridgingConfig_;
