@@ -55,7 +55,7 @@ public:
 
    struct Options {
       bool standby = false;
-      ActiveGoneProbe activeGone;
+      ActiveGoneProbe activeGone = nullptr;
       // How often a standby that lost its peer checks whether the active agent is gone.
       Vel::Seconds probeInterval = 0.02;
    };
