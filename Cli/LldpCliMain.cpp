@@ -45,6 +45,13 @@ Commands:
         The neighbours classified on each port by MAC address: telephone or device,
         learnt from LLDP or configured, since when, whether a locked port lets the
         telephone through (`dot1x telephone bypass`) and the neighbour it came from.
+  show redundancy
+        The agent's redundancy role (active or standby), its peer, the mirror of the
+        active agent's status (in sync, changes behind, resynchronisations) and the
+        last switchover with its reason.
+  show redundancy neighbors [detail] [interface NAME]
+        On a standby: the neighbours it holds, mirrored from the active agent, as
+        `show neighbors` shows them.
   show configuration
         The configuration in force, in the configuration language (save it as a
         configuration file as it stands).
@@ -228,9 +235,25 @@ std::string whereAmI() {
 int show(const Options& o, Client& c) {
    const auto& w = o.words;
    if (w.size() < 2) {
-      fail("show: neighbors, statistics, local, power, classification or configuration?");
+      fail(
+          "show: neighbors, statistics, local, power, classification, redundancy or "
+          "configuration?");
    }
    const std::string& what = w[1];
+   if (what == "redundancy") {
+      const bool mirrored = w.size() > 2 && w[2] == "neighbors";
+      const ShowArgs a = mirrored ? showArgs(w, 3, true) : showArgs(w, 2, false);
+      Vel::Json req = {{"op", "show-redundancy"}};
+      if (mirrored) req.update({{"neighbors", true}, {"detail", a.detail}});
+      if (!a.intf.empty()) req["interface"] = a.intf;
+      if (o.json) {
+         c.printData(req);
+      } else {
+         const Vel::Json view = c.call(req);
+         std::cout << (mirrored ? Cli::neighborsText(view, a.detail) : Cli::redundancyText(view));
+      }
+      return 0;
+   }
    if (what == "classification") {
       const ShowArgs a = showArgs(w, 2, false);
       Vel::Json req = {{"op", "show-classification"}};
@@ -253,7 +276,8 @@ int show(const Options& o, Client& c) {
    }
    if (what != "neighbors" && what != "statistics" && what != "local" && what != "power") {
       fail("show: unknown '" + what +
-           "' (neighbors, statistics, local, power, classification or configuration)");
+           "' (neighbors, statistics, local, power, classification, redundancy or "
+           "configuration)");
    }
    const ShowArgs a = showArgs(w, 2, what == "neighbors");
    Vel::Json req = {{"op", "show"}, {"view", what}, {"detail", a.detail}};
