@@ -68,6 +68,12 @@ Commands:
         Forgets the classifications learnt from LLDP: of one address, of one port or
         all (the agent logs who asked). They come back with the neighbour's next
         LLDPDU; configured classifications stay.
+  switchover
+        Asks the active agent (root only) to hand over to its standby agent (started
+        with `lldp-agent --standby`): once the standby has every change, the active
+        agent exits without shutdown LLDPDUs and the standby takes over its socket
+        path, ports, SNMP and metrics, keeping every neighbour. Refused, with the
+        reason, when no standby is in sync. The agent logs who asked.
   watch
         Prints each neighbour added, changed or removed as it happens, until interrupted.
   watch classification
@@ -348,6 +354,26 @@ int clear(const Options& o, Client& c) {
    return 0;
 }
 
+int switchover(const Options& o, Client& c) {
+   if (o.words.size() != 1) fail("switchover: unexpected '" + o.words[1] + "'");
+   Vel::Json data = c.call({{"op", "switchover"}, {"user", whoAmI()}, {"terminal", whereAmI()}});
+   // Handing over: the final word follows once the standby has confirmed.
+   if (data.value("state", std::string()) == "handingOver") {
+      std::string line, error;
+      if (!c.connection().readLine(&line, &error)) fail("switchover: " + error);
+      Vel::Json reply = Vel::Json::parse(line, nullptr, false);
+      if (reply.is_discarded() || !reply.is_object()) fail("malformed reply from the agent");
+      if (!reply.value("ok", false)) fail(reply.value("error", std::string("switchover failed")));
+      data = reply.value("data", Vel::Json());
+   }
+   if (o.json) {
+      c.printJson(data);
+   } else {
+      std::cout << "Handed over to the standby agent.\n";
+   }
+   return 0;
+}
+
 int watch(const Options& o, Client& c) {
    const bool classification = o.words.size() == 2 && o.words[1] == "classification";
    if (o.words.size() != 1 && !classification) fail("watch: unexpected '" + o.words[1] + "'");
@@ -381,6 +407,7 @@ int main(int argc, char** argv) {
    if (cmd == "configure") return configure(o, c);
    if (cmd == "clear") return clear(o, c);
    if (cmd == "watch") return watch(o, c);
+   if (cmd == "switchover") return switchover(o, c);
    if (cmd == "topology") {
       const std::string error =
           Cli::topologyCommand(o.words, [&](const Vel::Json& req) { return c.call(req); });

@@ -239,6 +239,8 @@ void Agent::doMountsComplete() {
       });
    }
    doMountsCompleteStep2();
+   // The peer cells' copies a standby's mirror keeps.
+   standbyLldpStatusDirSm_ = Vel::make<StandbyLldpStatusDirSm>(lldpStatusDir_);
 }
 
 void Agent::doMountsCompleteStep2() {
@@ -361,7 +363,12 @@ void Agent::doAdoptPeerStatus(uint32_t peerCell) {
          ps->nextRemoteSystemIndexIs(uint32_t(remotes.rbegin()->first));
       }
       neighbours += remotes.size();
-      lldpStatusLocal_->portStatusIs(intf, ps);
+      // The stream names a port by its name alone: keyed here as the platform knows it
+      // (its kind decides whether it runs LLDP).
+      Wire::IntfId key = intf;
+      const auto& known = ethPhyIntfStatusDir_->intfStatus();
+      if (auto it = known.find(intf); it != known.end()) key = it->first;
+      lldpStatusLocal_->portStatusIs(key, ps);
    }
    VEL_TRACE(traceLldpAgent, 4,
              "Agent::doAdoptPeerStatus(): cell " << peerCell << ", " << ports.size() << " ports, "
@@ -399,7 +406,9 @@ void Agent::doCleanup() {
    if (inputRoot_) inputRoot_->doClose();
    if (protocolRoot_) protocolRoot_->doClose();
    if (statusAccumulatorSm_) statusAccumulatorSm_->doClose();
+   if (standbyLldpStatusDirSm_) standbyLldpStatusDirSm_->doClose();
    statusAccumulatorSm_ = nullptr;
+   standbyLldpStatusDirSm_ = nullptr;
    redundancyStatusSm_ = nullptr;
    redundancyStatus_ = nullptr;
    onOffSwitchDue_ = false;

@@ -20,6 +20,7 @@
 #include "Lldp/LldpInputSm.h"
 #include "Lldp/LldpProtocolSm.h"
 #include "Lldp/LldpRedundancyStatusSm.h"
+#include "Lldp/LldpStandbyLldpStatusDirSm.h"
 
 namespace Lldp::Agent {
 
@@ -119,6 +120,11 @@ public:
    const Vel::Ptr<StatusAccumulatorSm>& statusAccumulatorSm() const { return statusAccumulatorSm_; }
    const Vel::Ptr<RedundancyStatusSm>& redundancyStatusSm() const { return redundancyStatusSm_; }
    const Hardware::CellInfo::Ptr& cellInfo() const { return cellInfo_; }
+   const Lldp::RedundancyStatus::Ptr& redundancyStatus() const { return redundancyStatus_; }
+   // The standby's copies of the peer cells' status, which its mirror keeps.
+   const Vel::Ptr<StandbyLldpStatusDirSm>& standbyLldpStatusDirSm() const {
+      return standbyLldpStatusDirSm_;
+   }
    const Lldp::CliConfig::Ptr& cliConfig() const { return cliConfig_; }
    const Lldp::RemTablesCliConfig::Ptr& remTablesCliConfig() const { return remTablesCliConfig_; }
    const Lldp::Status::Ptr& lldpStatusLocal() const { return lldpStatusLocal_; }
@@ -189,6 +195,7 @@ private:
    Vel::Ptr<StatusAccumulatorSm> statusAccumulatorSm_;
    Vel::Ptr<RedundancyStatusSm> redundancyStatusSm_;
    Lldp::RedundancyStatus::Ptr redundancyStatus_;
+   Vel::Ptr<StandbyLldpStatusDirSm> standbyLldpStatusDirSm_;
 };
 
 Vel::Ptr<Agent> agentFactory(const std::string& name);

@@ -80,9 +80,12 @@ void RedundancyStatusSm::handlePeerConnectionLost(PeerLoss why) {
    VEL_TRACE(traceLldpAgent, 4,
              "RedundancyStatusSm::handlePeerConnectionLost(): " << lossName(why)
                                                                 << "; checking the active agent");
-   // A handover or a clean stop said so is the better reason; a later broken connection
-   // (the same agent closing) does not hide it.
-   if (why != PeerLoss::connectionBroken || probeClock_.timeMin() == Vel::never) lastLoss_ = why;
+   // What the active agent said is the better reason: a later broken connection (the
+   // same agent closing) does not hide it, and a handover stays a handover.
+   if (lastLoss_ != PeerLoss::handedOver &&
+       (why != PeerLoss::connectionBroken || probeClock_.timeMin() == Vel::never)) {
+      lastLoss_ = why;
+   }
    handleProbeClock();
 }
 

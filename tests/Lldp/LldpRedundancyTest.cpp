@@ -51,7 +51,8 @@ protected:
    // (expiring at 105) and 7 (at 130), its counters, and the remote-table counters.
    Lldp::Status::Ptr mirrorActive() {
       auto s = Vel::make<Lldp::Status>();
-      auto ps = s->portStatusIs(eth("eth1"), 20.0);
+      // Named as the stream names it: by the name alone, without the platform's kind.
+      auto ps = s->portStatusIs(IntfId("eth1"), 20.0);
       for (auto [index, created, expiry] : {std::tuple{3, 50.0, 105.0}, {7, 60.0, 130.0}}) {
          auto r = Vel::make<Lldp::RemoteSystem>(
              index, Lldp::Msap({.chassisIdentifier = Lldp::ChassisIdentifier(
@@ -180,6 +181,7 @@ TEST_F(LldpStandbyTest, TakeoverWithoutMirrorCreatesPeerEntryAndCleanupRemovesWh
    // A handover: the active agent exits soon after saying so.
    auto sm = agent->redundancyStatusSm();
    sm->handlePeerConnectionLost(Lldp::Agent::PeerLoss::handedOver);
+   sm->handlePeerConnectionLost(Lldp::Agent::PeerLoss::peerStopping);
    sm->handlePeerConnectionLost(Lldp::Agent::PeerLoss::connectionBroken);
    loop().advanceBy(0.5);
    EXPECT_TRUE(sm->standby());
