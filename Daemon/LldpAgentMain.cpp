@@ -64,6 +64,9 @@ Options:
                           or hands over with `lldp switchover`
   --peer-socket PATH      the active agent's control socket, for --standby (default
                           /run/lldp-agent.sock)
+  --auto-standby          when an agent already serves --socket, start as its standby
+                          (--standby --peer-socket that path) instead of failing: a
+                          restart beside a running agent then loses no neighbour
   --socket-group NAME     members of group NAME may read through the socket (show,
                           get, list, watch); changes stay with root
   --interfaces PATTERN    run on the ports whose names match this shell pattern
@@ -110,6 +113,7 @@ struct Args {
    std::string socket = defaultSocket;
    bool socketGiven = false;
    bool standby = false;
+   bool autoStandby = false;
    std::string peerSocket = defaultSocket;
    uint32_t socketGroup = ::Daemon::ControlSocket::noGroup;
    std::string trace;
@@ -200,6 +204,8 @@ Args parseArgs(int argc, char** argv) {
          args.socketGiven = true;
       } else if (opt == "--standby") {
          args.standby = true;
+      } else if (opt == "--auto-standby") {
+         args.autoStandby = true;
       } else if (opt == "--peer-socket") {
          args.peerSocket = value();
          if (args.peerSocket.empty()) badUsage("--peer-socket: empty path");
@@ -346,10 +352,20 @@ public:
       platform_ = Platform::Linux::LinuxPlatform::open(args_.platform, db, &error);
       if (!platform_) return fail("cannot read the interfaces: " + error);
 
+      if (args_.autoStandby && !args_.standby) {
+         lockFd_ = takeLock(lockPathFor(args_.socket));
+         if (lockFd_ < 0 && errno == EWOULDBLOCK) {
+            args_.standby = true;
+            args_.peerSocket = args_.socket;
+            args_.socket = standbySocketFor(args_.socket);
+            std::cerr << "lldp-agent: an agent serves " << args_.peerSocket
+                      << ": starting as its standby on " << args_.socket << "\n";
+         }
+      }
       control_ = std::make_unique<::Daemon::ControlSocket>(cliConfig_);
       if (!control_->listen(args_.socket, &error, args_.socketGroup)) return fail(error);
       // Held until the process ends: the sign, for a standby, that this agent lives.
-      lockFd_ = takeLock(lockPathFor(args_.socket));
+      if (lockFd_ < 0) lockFd_ = takeLock(lockPathFor(args_.socket));
       if (lockFd_ < 0) {
          return fail(errno == EWOULDBLOCK
                          ? "another agent holds " + lockPathFor(args_.socket)
