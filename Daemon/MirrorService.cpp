@@ -258,7 +258,7 @@ void MirrorService::doStop() {
 
 void MirrorService::doBeginSnapshot() {
    phase_ = Phase::snapshot;
-   cursor_ = Key{Wire::IntfId(), INT32_MIN};
+   cursorSet_ = false;
    dirty_.clear();
    globalDirty_ = false;
    doSend(Vel::Json{{"m", "begin"}}, 32);
@@ -270,7 +270,7 @@ uint64_t MirrorService::unacked() const {
 }
 
 bool MirrorService::sentAlready(const Key& key) const {
-   return phase_ == Phase::live || (phase_ == Phase::snapshot && key <= cursor_);
+   return phase_ == Phase::live || (phase_ == Phase::snapshot && cursorSet_ && key <= cursor_);
 }
 
 void MirrorService::doSend(Vel::Json message, size_t estimate) {
@@ -317,8 +317,8 @@ void MirrorService::doPump() {
       Key next;
       bool found = false;
       // The next neighbour on the port at the cursor, else the next port.
-      if (const Vel::Ptr<const Lldp::PortStatus>* p = ports.find(cursor_.intf);
-          p && *p && cursor_.index >= portAttrs) {
+      const Vel::Ptr<const Lldp::PortStatus>* p = cursorSet_ ? ports.find(cursor_.intf) : nullptr;
+      if (p && *p && cursor_.index >= portAttrs) {
          const auto& rs = (*p)->remoteSystem();
          auto r = rs.upper_bound(cursor_.index);
          if (r != rs.end()) {
@@ -327,8 +327,11 @@ void MirrorService::doPump() {
          }
       }
       if (!found) {
-         auto it = std::lower_bound(ports.begin(), ports.end(), cursor_.intf, byIntf);
-         if (it != ports.end() && it->first == cursor_.intf && cursor_.index >= portAttrs) ++it;
+         auto it = ports.begin();
+         if (cursorSet_) {
+            it = std::lower_bound(ports.begin(), ports.end(), cursor_.intf, byIntf);
+            if (it != ports.end() && it->first == cursor_.intf) ++it;
+         }
          while (it != ports.end() && !it->second) ++it;
          if (it == ports.end()) {
             // Everything is sent: the global counters close the snapshot.
@@ -345,6 +348,7 @@ void MirrorService::doPump() {
          next = Key{it->first, portAttrs};
       }
       cursor_ = next;
+      cursorSet_ = true;
       doSendItem(next);
       if (!alive()) return;
    }

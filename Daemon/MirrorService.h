@@ -110,6 +110,7 @@ private:
    std::deque<std::pair<uint64_t, uint64_t>> inFlight_;
    // The snapshot's position: everything before it has been sent.
    Key cursor_;
+   bool cursorSet_ = false;  // nothing sent yet while false
    std::set<Key> dirty_;
    bool globalDirty_ = false;
    bool flushPosted_ = false;

@@ -19,6 +19,8 @@
 #include <thread>
 #include <vector>
 
+#include "Daemon/MirrorClient.h"
+#include "Daemon/MirrorService.h"
 #include "tests/Support/AgentProcess.h"
 #include "tests/Support/Frames.h"
 #include "tests/Support/NetNs.h"
@@ -315,6 +317,78 @@ TEST(Mirror, APeerThatIsNotAnAgentOrAlreadyMirroredIsRefusedWithTheReason) {
    // The first standby is not disturbed by either.
    EXPECT_TRUE(first.mirrorIs("inSync"));
    EXPECT_EQ(active.redundancy()["mirrorStandbys"], 1);
+}
+
+// Both ends in this process, on one loop, through a real socket: switch-style port names,
+// whole ports coming and going, and a standby made to fall behind by a tiny buffer bound.
+TEST(Mirror, AStandbyThatFallsBehindIsResynchronisedNotQueuedFor) {
+   auto& loop = Vel::EventLoop::instance();
+   auto owner = Vel::make<Lldp::Status>();
+   auto table = Vel::make<Lldp::AllStatus>();
+   auto addPort = [&](int p, int neighbours) {
+      std::string name = "Ethernet";
+      name += std::to_string(p);
+      const Wire::IntfId intf(name);
+      auto port = owner->portStatusIs(intf, double(p));
+      for (int i = 1; i <= neighbours; ++i) {
+         std::string chassis = "n";
+         chassis += std::to_string(p * 1000 + i);
+         Lldp::Msap msap({.chassisIdentifier = Lldp::ChassisIdentifier(
+                              {.subtype = Lldp::chassisIdSubtypeLocal, .value = chassis})});
+         auto r = Vel::make<Lldp::RemoteSystem>(i, msap);
+         r->expiryTimeIs(100 + i);
+         port->remoteSystemByMsapIs(r);
+         port->remoteSystemIs(i, r);
+      }
+      table->portStatusIs(intf, port);
+   };
+   for (int p = 1; p <= 3; ++p) addPort(p, 400);
+
+   const std::string path = tmpName("mirror-inproc.sock");
+   Daemon::ControlSocket socket(Vel::make<Lldp::CliConfig>());
+   std::string error;
+   ASSERT_TRUE(socket.listen(path, &error)) << error;
+   auto activeRec = Vel::make<Lldp::RedundancyStatus>();
+   Daemon::MirrorService service(socket, table, activeRec,
+                                 {.windowBytes = 8192, .maxLagBytes = 32768});
+   auto dir = Vel::make<Vel::Dir>();
+   auto standbyRec = Vel::make<Lldp::RedundancyStatus>();
+   Daemon::MirrorClient client({.peerSocket = path},
+                               Vel::make<Lldp::Agent::StandbyLldpStatusDirSm>(dir), standbyRec,
+                               nullptr);
+   client.start();
+   auto copyEqual = [&] {
+      if (standbyRec->mirrorState() != Lldp::MirrorStateNames::mirrorInSync ||
+          !service.standbyInSync()) {
+         return false;
+      }
+      auto copy = dir->entryAs<Lldp::Status>("1");
+      if (!copy || copy->portStatus().size() != table->portStatus().size()) return false;
+      for (const auto& [intf, port] : table->portStatus()) {
+         auto c = copy->portStatus(intf);
+         if (!c || Vel::toJson(c->remoteSystem()) != Vel::toJson(port->remoteSystem())) {
+            return false;
+         }
+      }
+      return true;
+   };
+   ASSERT_TRUE(loop.runUntil(copyEqual, 20)) << Vel::toJson(*standbyRec).dump();
+   EXPECT_EQ(service.resyncs(), 0u);
+
+   // Every neighbour refreshed at once: far more than the standby may lag by.
+   for (const auto& [intf, port] : table->portStatus()) {
+      for (const auto& [i, r] : port->remoteSystem()) {
+         const_cast<Lldp::RemoteSystem&>(*r).expiryTimeIs(5000 + i);
+      }
+   }
+   owner->portStatusDel(Wire::IntfId("Ethernet2"));
+   table->portStatusDel(Wire::IntfId("Ethernet2"));
+   addPort(4, 10);
+   ASSERT_TRUE(loop.runUntil(copyEqual, 20)) << Vel::toJson(*standbyRec).dump();
+   EXPECT_GE(service.resyncs(), 1u);
+   EXPECT_GE(standbyRec->mirrorResyncs(), 1u);
+   client.stop();
+   EXPECT_EQ(standbyRec->mirrorState(), Lldp::MirrorStateNames::mirrorNotMirroring);
 }
 
 }  // namespace
