@@ -151,6 +151,10 @@ MirrorService::MirrorService(ControlSocket& socket, Lldp::AllStatus::PtrConst st
    socket_.opIs("mirror-ack", [this](const Json& req, const Vel::Ptr<ControlConnection>& c) {
       return handleAck(req, c);
    });
+   // A standby that hangs up is noticed within a second even when nothing changes.
+   livenessClock_.handlerIs([this] {
+      if (alive()) livenessClock_.timeMinIs(Vel::EventLoop::instance().now() + 1);
+   });
    handOverClock_.handlerIs([this] {
       if (!handOverDone_) return;
       auto done = std::move(handOverDone_);
@@ -204,6 +208,7 @@ Vel::Json MirrorService::handleMirror(const Vel::Json& req, const Vel::Ptr<Contr
    doStop();
    client_ = c;
    redundancy_->mirrorStandbysIs(1);
+   livenessClock_.timeMinIs(Vel::EventLoop::instance().now() + 1);
    // The reply goes out first, then the stream.
    Vel::EventLoop::instance().post([this, c, a = std::weak_ptr<bool>(alive_)] {
       if (a.lock() && client_ == c && !c->closed()) doStart(c);

@@ -119,6 +119,7 @@ private:
    uint64_t handOverSeq_ = 0;
    std::function<void(bool, const std::string&)> handOverDone_;
    Vel::Clock handOverClock_;
+   Vel::Clock livenessClock_;
    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
