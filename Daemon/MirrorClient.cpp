@@ -74,6 +74,7 @@ void MirrorClient::stop() {
    retryClock_.timeMinIs(Vel::never);
    redundancy_->mirrorStateIs(Lldp::MirrorStateNames::mirrorNotMirroring);
    redundancy_->mirrorLagChangesIs(0);
+   redundancy_->mirrorErrorIs({});
 }
 
 void MirrorClient::doClose() {
