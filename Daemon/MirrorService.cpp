@@ -47,6 +47,7 @@ Vel::Trace::Handle traceMirror("Mirror");
 namespace Lldp::Mirror {
 
 struct ChangeSink {
+   virtual ~ChangeSink() = default;
    virtual void changed(const Wire::IntfId& intf, int index) = 0;
    virtual void globalChanged() = 0;
 };
@@ -125,7 +126,7 @@ private:
 
 namespace Daemon {
 
-class MirrorService::Watch : public Lldp::Mirror::ChangeSink {
+class MirrorService::Watch final : public Lldp::Mirror::ChangeSink {
 public:
    Watch(MirrorService* s, const Lldp::AllStatus::PtrConst& st) : service_(s), status_(this, st) {}
    void changed(const Wire::IntfId& intf, int index) override {

@@ -75,7 +75,7 @@ public:
       } else if constexpr (Bounded<T>) {
          bytes(v.value());
       } else if constexpr (Fields<T>) {
-         v.visitFields([this](const char*, const auto& f) { put(f); });
+         v.visitFields([this](const char*, const auto& f) { this->put(f); });
       } else if constexpr (Bits<T>) {
          raw(v.value());
       } else if constexpr (Map<T>) {
