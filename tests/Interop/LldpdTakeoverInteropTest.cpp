@@ -143,8 +143,9 @@ TEST_F(LldpdTakeover, KillAndSwitchoverLoseNoNeighbourOnEitherSide) {
    for (const char* p : {"snmpd", "snmpwalk"}) {
       if (!Interop::haveProgram(p)) GTEST_SKIP() << p << " is not installed";
    }
-   const auto [ours, theirs] = addLink();
-   const auto [ours2, theirs2] = addLink();
+   const auto link = addLink(), link2 = addLink();
+   const std::string ours = link.first, theirs = link.second;
+   const std::string ours2 = link2.first, theirs2 = link2.second;
    TestSupport::ipIn(ns_->nsA(), "link set lo up");  // snmpd answers on 127.0.0.1
    snmpd = std::make_unique<Snmpd>(ns_->nsA(), "takeover-snmpd");
    Lldpd peer(ns_->nsB(), "takeover-peer", theirs);
