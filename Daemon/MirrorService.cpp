@@ -234,7 +234,7 @@ Vel::Json MirrorService::handleAck(const Vel::Json& req, const Vel::Ptr<ControlC
       auto done = std::move(handOverDone_);
       handOverDone_ = nullptr;
       done(true, "");
-   } else if (phase_ == Phase::behind && unacked() <= options_.windowBytes / 4) {
+   } else if (phase_ == Phase::behind && unacked() <= window() / 4) {
       ++resyncs_;
       VEL_TRACE(traceMirror, 2, "the standby fell behind, resynchronising it");
       doSend(Vel::Json{{"m", "resync"}, {"reason", "the standby fell behind"}}, 64);
@@ -273,6 +273,16 @@ void MirrorService::doBeginSnapshot() {
 
 uint64_t MirrorService::unacked() const {
    return inFlight_.empty() ? 0 : bytesSent_ - inFlight_.front().second;
+}
+
+// Within what the control socket lets one client fall behind by, whatever its limit: a
+// standby is resynchronised, never dropped for not reading.
+uint64_t MirrorService::maxLag() const {
+   return std::min(options_.maxLagBytes, socket_.limits()->maxReplyBacklogBytes() / 2);
+}
+
+uint64_t MirrorService::window() const {
+   return std::min(options_.windowBytes, maxLag() / 2);
 }
 
 bool MirrorService::sentAlready(const Key& key) const {
@@ -319,7 +329,7 @@ void MirrorService::doPump() {
    if (phase_ != Phase::snapshot || !alive()) return;
    const auto& ports = status_->portStatus();
    auto byIntf = [](const auto& item, const Wire::IntfId& k) { return item.first < k; };
-   while (unacked() < options_.windowBytes) {
+   while (unacked() < window()) {
       Key next;
       bool found = false;
       // The next neighbour on the port at the cursor, else the next port.
@@ -395,7 +405,7 @@ void MirrorService::doFlush() {
       Lldp::Mirror::appendHex(scratch_, hex_);
       doSend(Vel::Json{{"m", "global"}, {"d", hex_}}, 32 + hex_.size());
    }
-   if (unacked() > options_.maxLagBytes) {
+   if (unacked() > maxLag()) {
       // Too far behind to queue more: nothing more until it catches up, then a snapshot.
       VEL_TRACE(traceMirror, 2,
                 "the standby is " << unacked() << " bytes behind; it will be resynchronised");

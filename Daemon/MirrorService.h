@@ -24,7 +24,9 @@
 // Bounded buffering: at most `windowBytes` of the stream may wait for the standby's
 // acknowledgement while a snapshot is sent; a standby more than `maxLagBytes` behind gets
 // nothing more until it has caught up, then "resync" and a fresh snapshot, so a slow
-// standby costs a bounded amount of memory however fast the tables change.
+// standby costs a bounded amount of memory however fast the tables change. Both stay
+// within half the control socket's limit on a client's unread replies (and the window
+// within half the lag), so a standby is resynchronised rather than dropped.
 //
 // One standby per active agent: a second one is refused, and so is `mirror` on an agent
 // that is itself a standby.
@@ -91,6 +93,8 @@ private:
    bool alive();
    bool sentAlready(const Key& key) const;
    uint64_t unacked() const;
+   uint64_t maxLag() const;
+   uint64_t window() const;
    // Called by the watch as the tables change.
    void changed(const Key& key);
    void globalChanged();
