@@ -165,8 +165,12 @@ std::string lockPathFor(const std::string& socket) {
 
 // Takes the exclusive lock on `path` without waiting: the descriptor, or -1 (errno set;
 // EWOULDBLOCK while another process holds it).
+int openLock(const std::string& path) {
+   return ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+}
+
 int takeLock(const std::string& path) {
-   const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+   const int fd = openLock(path);
    if (fd < 0) return -1;
    if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
       const int err = errno;
@@ -427,6 +431,7 @@ public:
       platform_.reset();
       if (lockFd_ >= 0) ::close(lockFd_);
       if (peerLockFd_ >= 0) ::close(peerLockFd_);
+      if (peerLockProbeFd_ >= 0) ::close(peerLockProbeFd_);
       return exitCode_;
    }
 
@@ -441,8 +446,11 @@ private:
    // no other agent starts on that path while this one serves it.
    bool probeActiveGone() {
       if (peerLockFd_ >= 0) return true;
-      peerLockFd_ = takeLock(lockPathFor(args_.peerSocket));
-      return peerLockFd_ >= 0;
+      // The descriptor opened at start (as root, when --user gives root up later).
+      if (peerLockProbeFd_ < 0) peerLockProbeFd_ = openLock(lockPathFor(args_.peerSocket));
+      if (peerLockProbeFd_ < 0 || ::flock(peerLockProbeFd_, LOCK_EX | LOCK_NB) != 0) return false;
+      peerLockFd_ = std::exchange(peerLockProbeFd_, -1);
+      return true;
    }
 
    // The standby becomes the active agent, before its machines start: the mirror stops
@@ -644,6 +652,12 @@ private:
          return;
       }
       sm->takeoverHandlerIs([this](Lldp::SwitchoverReason reason) { takeover(reason); });
+      peerLockProbeFd_ = openLock(lockPathFor(args_.peerSocket));
+      if (!args_.user.empty()) {
+         std::cerr << "lldp-agent: warning: a standby run as user " << args_.user
+                   << " keeps serving " << args_.socket << " when it takes over: the user may "
+                   << "not make " << args_.peerSocket << " nor bind the metrics listener\n";
+      }
       ::Daemon::MirrorClient::Options options;
       options.peerSocket = args_.peerSocket;
       mirrorClient_ = std::make_unique<::Daemon::MirrorClient>(
@@ -664,8 +678,9 @@ private:
    std::unique_ptr<Snmp::AgentxSubagent> snmp_;
    std::unique_ptr<::Daemon::MirrorService> mirrorService_;
    std::unique_ptr<::Daemon::MirrorClient> mirrorClient_;
-   int lockFd_ = -1;      // this agent's lock, beside its own socket
-   int peerLockFd_ = -1;  // the former active agent's, once taken over
+   int lockFd_ = -1;           // this agent's lock, beside its own socket
+   int peerLockFd_ = -1;       // the former active agent's, once taken over
+   int peerLockProbeFd_ = -1;  // the active agent's lock file, for probing
    bool handedOver_ = false;
    int signalFd_ = -1;
    std::unique_ptr<Vel::FdReactor> signals_;
