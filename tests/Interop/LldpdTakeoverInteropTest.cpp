@@ -2,7 +2,8 @@
 // in one namespace, lldpd as the neighbour in the other, snmpd as the AgentX master of
 // both agents. Our side sends every 2 s with a time to live of 6 s, so a takeover that
 // kept lldpd waiting 4 s would cost us lldpd's entry. Checked across `kill -9` of the
-// active agent and across `lldp switchover`: lldpd never loses us; the original socket
+// active agent, across `lldp switchover` and across a plain restart beside a running
+// agent (--auto-standby, as the systemd units run it): lldpd never loses us; the original socket
 // path shows the same neighbours with the same index and creation time; no counter goes
 // down; the SNMP remote table keeps its rows; and a neighbour that fell silent before the
 // switch ages out when its mirrored time to live runs out, not later.
@@ -73,12 +74,13 @@ protected:
    // One of our agents: the active one on `socket`, or (peer given) the standby of the
    // agent on `peer`.
    std::unique_ptr<Process> agent(const std::string& name, const std::string& socket,
-                                  const std::string& peer = "") {
+                                  const std::string& peer = "", bool autoStandby = false) {
       std::vector<std::string> args = {"ip",       "netns",        "exec",       ns_->nsA(),
                                        LLDP_AGENT, "--config",     configPath(), "--socket",
                                        socket,     "--interfaces", ourPorts(),   "--foreground",
                                        "--agentx", snmpd->agentx()};
       if (!peer.empty()) args.insert(args.end(), {"--standby", "--peer-socket", peer});
+      if (autoStandby) args.push_back("--auto-standby");
       auto p = std::make_unique<Process>(args, logOf(name));
       logs.push_back(logOf(name));
       return p;
@@ -227,6 +229,17 @@ TEST_F(LldpdTakeover, KillAndSwitchoverLoseNoNeighbourOnEitherSide) {
    const auto refused = runCli(sock, {"switchover"});
    EXPECT_EQ(refused.status, 2);
    EXPECT_NE(refused.err.find("no standby"), std::string::npos) << refused.err;
+
+   // A plain restart beside it (what the systemd units do): the new agent, finding the
+   // path served, becomes the standby; the running one stopped cleanly hands over.
+   auto restarted = agent("restarted", sock, "", true);
+   const std::string restartedSock = tmpName("takeover-standby.sock");
+   ASSERT_GE(waitFor([&] { return inSync(restartedSock); }, 10), 0);
+   EXPECT_EQ(third->stop(SIGTERM), 0);
+   EXPECT_EQ(missedLooks(peer, theirs, 6), 0) << "lldpd lost us across a restart";
+   EXPECT_EQ(neighbours(sock, ours), before);
+   EXPECT_EQ(Interop::at(cli(sock, {"show", "redundancy"}), {"lastSwitchoverReason"}),
+             "peerStopped");
 }
 
 }  // namespace
