@@ -208,17 +208,4 @@ TEST_F(LldpStandbyTest, TakeoverWithoutMirrorCreatesPeerEntryAndCleanupRemovesWh
    EXPECT_TRUE(local->localPort().empty());
 }
 
-// A standby closed before it ever took over leaves nothing it published behind.
-TEST_F(LldpStandbyTest, StandbyCleanupLeavesNoWantedInterfaces) {
-   addPort("eth1", 1);
-   mirrorActive();
-   auto desired = db.entityAs<Interface::PamDesiredIntfDir>("interface/pam/lldp/desiredIntf");
-   EXPECT_FALSE(desired->intfDesired().empty());
-   agent->doCleanup();
-   agent = nullptr;
-   EXPECT_TRUE(desired->intfDesired().empty());
-   // The mirror's entry is the mirror's, left as it was.
-   EXPECT_EQ(cells->entryAs<Lldp::Status>("1")->portStatus().size(), 1u);
-}
-
 }  // namespace
