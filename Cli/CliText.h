@@ -16,6 +16,8 @@ std::string localText(const Vel::Json& view);
 std::string powerText(const Vel::Json& view);
 // `show classification`: the stations classified on each port.
 std::string classificationText(const Vel::Json& view);
+// `show redundancy`: role, peer, mirror and last switchover (Daemon/RedundancyView.h).
+std::string redundancyText(const Vel::Json& view);
 // One line for a neighbour event of `lldp watch`.
 std::string watchEventText(const Vel::Json& event);
 

@@ -45,6 +45,13 @@ Commands:
         The neighbours classified on each port by MAC address: telephone or device,
         learnt from LLDP or configured, since when, whether a locked port lets the
         telephone through (`dot1x telephone bypass`) and the neighbour it came from.
+  show redundancy
+        The agent's redundancy role (active or standby), its peer, the mirror of the
+        active agent's status (in sync, changes behind, resynchronisations) and the
+        last switchover with its reason.
+  show redundancy neighbors [detail] [interface NAME]
+        On a standby: the neighbours it holds, mirrored from the active agent, as
+        `show neighbors` shows them.
   show configuration
         The configuration in force, in the configuration language (save it as a
         configuration file as it stands).
@@ -61,6 +68,12 @@ Commands:
         Forgets the classifications learnt from LLDP: of one address, of one port or
         all (the agent logs who asked). They come back with the neighbour's next
         LLDPDU; configured classifications stay.
+  switchover
+        Asks the active agent (root only) to hand over to its standby agent (started
+        with `lldp-agent --standby`): once the standby has every change, the active
+        agent exits without shutdown LLDPDUs and the standby takes over its socket
+        path, ports, SNMP and metrics, keeping every neighbour. Refused, with the
+        reason, when no standby is in sync. The agent logs who asked.
   watch
         Prints each neighbour added, changed or removed as it happens, until interrupted.
   watch classification
@@ -228,9 +241,25 @@ std::string whereAmI() {
 int show(const Options& o, Client& c) {
    const auto& w = o.words;
    if (w.size() < 2) {
-      fail("show: neighbors, statistics, local, power, classification or configuration?");
+      fail(
+          "show: neighbors, statistics, local, power, classification, redundancy or "
+          "configuration?");
    }
    const std::string& what = w[1];
+   if (what == "redundancy") {
+      const bool mirrored = w.size() > 2 && w[2] == "neighbors";
+      const ShowArgs a = mirrored ? showArgs(w, 3, true) : showArgs(w, 2, false);
+      Vel::Json req = {{"op", "show-redundancy"}};
+      if (mirrored) req.update({{"neighbors", true}, {"detail", a.detail}});
+      if (!a.intf.empty()) req["interface"] = a.intf;
+      if (o.json) {
+         c.printData(req);
+      } else {
+         const Vel::Json view = c.call(req);
+         std::cout << (mirrored ? Cli::neighborsText(view, a.detail) : Cli::redundancyText(view));
+      }
+      return 0;
+   }
    if (what == "classification") {
       const ShowArgs a = showArgs(w, 2, false);
       Vel::Json req = {{"op", "show-classification"}};
@@ -253,7 +282,8 @@ int show(const Options& o, Client& c) {
    }
    if (what != "neighbors" && what != "statistics" && what != "local" && what != "power") {
       fail("show: unknown '" + what +
-           "' (neighbors, statistics, local, power, classification or configuration)");
+           "' (neighbors, statistics, local, power, classification, redundancy or "
+           "configuration)");
    }
    const ShowArgs a = showArgs(w, 2, what == "neighbors");
    Vel::Json req = {{"op", "show"}, {"view", what}, {"detail", a.detail}};
@@ -324,6 +354,26 @@ int clear(const Options& o, Client& c) {
    return 0;
 }
 
+int switchover(const Options& o, Client& c) {
+   if (o.words.size() != 1) fail("switchover: unexpected '" + o.words[1] + "'");
+   Vel::Json data = c.call({{"op", "switchover"}, {"user", whoAmI()}, {"terminal", whereAmI()}});
+   // Handing over: the final word follows once the standby has confirmed.
+   if (data.value("state", std::string()) == "handingOver") {
+      std::string line, error;
+      if (!c.connection().readLine(&line, &error)) fail("switchover: " + error);
+      Vel::Json reply = Vel::Json::parse(line, nullptr, false);
+      if (reply.is_discarded() || !reply.is_object()) fail("malformed reply from the agent");
+      if (!reply.value("ok", false)) fail(reply.value("error", std::string("switchover failed")));
+      data = reply.value("data", Vel::Json());
+   }
+   if (o.json) {
+      c.printJson(data);
+   } else {
+      std::cout << "Handed over to the standby agent.\n";
+   }
+   return 0;
+}
+
 int watch(const Options& o, Client& c) {
    const bool classification = o.words.size() == 2 && o.words[1] == "classification";
    if (o.words.size() != 1 && !classification) fail("watch: unexpected '" + o.words[1] + "'");
@@ -357,6 +407,7 @@ int main(int argc, char** argv) {
    if (cmd == "configure") return configure(o, c);
    if (cmd == "clear") return clear(o, c);
    if (cmd == "watch") return watch(o, c);
+   if (cmd == "switchover") return switchover(o, c);
    if (cmd == "topology") {
       const std::string error =
           Cli::topologyCommand(o.words, [&](const Vel::Json& req) { return c.call(req); });

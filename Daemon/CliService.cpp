@@ -5,6 +5,7 @@
 #include "Daemon/CliViews.h"
 #include "Daemon/NeighborWatch.h"
 #include "Daemon/PowerView.h"
+#include "Daemon/RedundancyView.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Records/LldpConfig.h"
 #include "Records/LldpLocalSystem.h"
@@ -35,6 +36,7 @@ CliService::CliService(ControlSocket& socket, Vel::StateDb& db) : db_(db) {
        "watch",
        [this](const Vel::Json&, const Vel::Ptr<Daemon::ControlConnection>& c) { return watch(c); },
        Access::read);
+   serveRedundancyView(socket, db);
 }
 
 CliService::~CliService() = default;

@@ -182,18 +182,18 @@ size_t ControlSocket::clientCount() const {
    return clients_.size();
 }
 
-bool ControlSocket::listen(const std::string& path, std::string* error, uint32_t readGroup) {
+// Makes the listening socket at `path`: the socket file's identity in `st`.
+static bool bindListener(const std::string& path, uint32_t readGroup, int* out, struct stat& st,
+                         std::string* error) {
    auto fail = [&](const std::string& text) {
       if (error) *error = text;
       VEL_TRACE(traceControl, 0, text);
       return false;
    };
-   if (listenFd_ >= 0) return fail("control socket already listening on " + path_);
    sockaddr_un addr;
    if (!unixAddress(path, addr, error)) return false;
 
    // A socket file left by a daemon that died is replaced; one that answers is not.
-   struct stat st;
    if (lstat(path.c_str(), &st) == 0) {
       if (!S_ISSOCK(st.st_mode)) return fail(path + " exists and is not a socket");
       int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -222,7 +222,7 @@ bool ControlSocket::listen(const std::string& path, std::string* error, uint32_t
       return fail(errnoText("cannot bind " + path));
    }
    // The group's members may connect once the file is theirs too: group first, then mode.
-   const bool grouped = readGroup != noGroup;
+   const bool grouped = readGroup != ControlSocket::noGroup;
    if ((grouped && chown(path.c_str(), uid_t(-1), gid_t(readGroup)) != 0) ||
        chmod(path.c_str(), grouped ? 0660 : 0600) != 0 || lstat(path.c_str(), &st) != 0 ||
        ::listen(fd, 64) != 0) {
@@ -231,6 +231,20 @@ bool ControlSocket::listen(const std::string& path, std::string* error, uint32_t
       close(fd);
       return fail(text);
    }
+   *out = fd;
+   return true;
+}
+
+bool ControlSocket::listen(const std::string& path, std::string* error, uint32_t readGroup) {
+   auto fail = [&](const std::string& text) {
+      if (error) *error = text;
+      VEL_TRACE(traceControl, 0, text);
+      return false;
+   };
+   if (listenFd_ >= 0) return fail("control socket already listening on " + path_);
+   struct stat st;
+   int fd = -1;
+   if (!bindListener(path, readGroup, &fd, st, error)) return false;
    int wfd = epoll_create1(EPOLL_CLOEXEC);
    if (wfd < 0) {
       std::string text = errnoText("epoll_create1");
@@ -251,6 +265,33 @@ bool ControlSocket::listen(const std::string& path, std::string* error, uint32_t
       return fail("cannot watch the control socket on the event loop");
    }
    VEL_TRACE(traceControl, 4, "listening on " << path);
+   return true;
+}
+
+bool ControlSocket::relisten(const std::string& path, std::string* error) {
+   if (listenFd_ < 0) return listen(path, error, readGroup_);
+   struct stat st;
+   int fd = -1;
+   if (!bindListener(path, readGroup_, &fd, st, error)) return false;
+   auto reactor = std::make_unique<Vel::FdReactor>(fd, [this] { onAcceptable(); });
+   if (!reactor->registered()) {
+      unlink(path.c_str());
+      close(fd);
+      if (error) *error = "cannot watch the control socket on the event loop";
+      return false;
+   }
+   // The old socket file goes, if it is still the one this server made.
+   struct stat old;
+   if (lstat(path_.c_str(), &old) == 0 && old.st_dev == boundDev_ && old.st_ino == boundIno_) {
+      unlink(path_.c_str());
+   }
+   listenReactor_ = std::move(reactor);
+   close(listenFd_);
+   listenFd_ = fd;
+   boundDev_ = st.st_dev;
+   boundIno_ = st.st_ino;
+   VEL_TRACE(traceControl, 4, "moved from " << path_ << " to " << path);
+   path_ = path;
    return true;
 }
 

@@ -95,6 +95,9 @@ public:
    // in `error`.
    bool listen(const std::string& path, std::string* error, uint32_t readGroup = noGroup);
    const std::string& path() const { return path_; }
+   // Moves the listener to `path` (a standby agent taking over its active agent's path),
+   // with the same rules as listen(); connected clients stay, the old socket file goes.
+   bool relisten(const std::string& path, std::string* error);
 
    // Adds or replaces an operation. Handlers return the whole reply (okReply/errorReply);
    // an exception from a handler becomes an error reply. An operation is for root only

@@ -1,8 +1,16 @@
 // lldp-agent: the LLDP daemon. Reads its configuration file, fills the platform records
 // from the kernel, starts the agent, serves the control socket, and runs the event loop
 // until SIGTERM or SIGINT; SIGHUP re-reads the configuration file.
+//
+// With --standby it is the standby of the agent on --peer-socket: it mirrors that agent's
+// status, sends and hears nothing, and takes over when that agent is gone. Every agent
+// holds an exclusive lock on "<its socket>.lock" for its whole life; the kernel lets go
+// of it however the process ends (kill -9 included), so a standby that can take the
+// active agent's lock knows that agent is gone, where a broken connection proves nothing.
+#include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/signalfd.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
@@ -13,6 +21,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 
@@ -21,6 +30,8 @@
 #include "Daemon/ControlSocket.h"
 #include "Daemon/ExternalTlvService.h"
 #include "Daemon/MetricsExporter.h"
+#include "Daemon/MirrorClient.h"
+#include "Daemon/MirrorService.h"
 #include "Daemon/NbrClassificationService.h"
 #include "Daemon/PowerAgentService.h"
 #include "Daemon/Privilege.h"
@@ -45,7 +56,17 @@ Options:
   --config FILE           configuration file (the configuration language of `lldp
                           configure`; `vlan ID name NAME` lines name VLANs); re-read on
                           SIGHUP
-  --socket PATH           control socket for `lldp` (default /run/lldp-agent.sock)
+  --socket PATH           control socket for `lldp` (default /run/lldp-agent.sock; for a
+                          standby, the peer socket's name with -standby before .sock)
+  --standby               start as the standby of the agent on --peer-socket: mirror its
+                          neighbours and counters, send and receive no frames, and take
+                          over (its socket path, SNMP, metrics, the ports) when it is gone
+                          or hands over with `lldp switchover`
+  --peer-socket PATH      the active agent's control socket, for --standby (default
+                          /run/lldp-agent.sock)
+  --auto-standby          when an agent already serves --socket, start as its standby
+                          (--standby --peer-socket that path) instead of failing: a
+                          restart beside a running agent then loses no neighbour
   --socket-group NAME     members of group NAME may read through the socket (show,
                           get, list, watch); changes stay with root
   --interfaces PATTERN    run on the ports whose names match this shell pattern
@@ -90,6 +111,10 @@ Power agents publish their ports' PoE status through the socket (see
 struct Args {
    std::string config;
    std::string socket = defaultSocket;
+   bool socketGiven = false;
+   bool standby = false;
+   bool autoStandby = false;
+   std::string peerSocket = defaultSocket;
    uint32_t socketGroup = ::Daemon::ControlSocket::noGroup;
    std::string trace;
    std::string metrics;
@@ -124,6 +149,38 @@ void limitsIs(::Daemon::ClientLimits& l, const std::map<std::string, uint64_t>& 
    }
 }
 
+// A standby's own socket when none is given: /run/lldp-agent.sock -> /run/lldp-agent-standby.sock.
+std::string standbySocketFor(const std::string& peer) {
+   const std::string suffix = ".sock";
+   if (peer.size() > suffix.size() && peer.ends_with(suffix)) {
+      return peer.substr(0, peer.size() - suffix.size()) + "-standby" + suffix;
+   }
+   return peer + "-standby";
+}
+
+// The lock an agent holds for its whole life, beside its control socket.
+std::string lockPathFor(const std::string& socket) {
+   return socket + ".lock";
+}
+
+// Takes the exclusive lock on `path` without waiting: the descriptor, or -1 (errno set;
+// EWOULDBLOCK while another process holds it).
+int openLock(const std::string& path) {
+   return ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+}
+
+int takeLock(const std::string& path) {
+   const int fd = openLock(path);
+   if (fd < 0) return -1;
+   if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+      const int err = errno;
+      ::close(fd);
+      errno = err;
+      return -1;
+   }
+   return fd;
+}
+
 [[noreturn]] void badUsage(const std::string& why) {
    std::cerr << "lldp-agent: " << why << "\nTry 'lldp-agent --help'.\n";
    std::exit(2);
@@ -148,6 +205,14 @@ Args parseArgs(int argc, char** argv) {
          args.config = value();
       } else if (opt == "--socket") {
          args.socket = value();
+         args.socketGiven = true;
+      } else if (opt == "--standby") {
+         args.standby = true;
+      } else if (opt == "--auto-standby") {
+         args.autoStandby = true;
+      } else if (opt == "--peer-socket") {
+         args.peerSocket = value();
+         if (args.peerSocket.empty()) badUsage("--peer-socket: empty path");
       } else if (opt == "--socket-group") {
          const std::string name = value();
          group gr;
@@ -191,6 +256,12 @@ Args parseArgs(int argc, char** argv) {
          args.limits[opt] = n;
       } else {
          badUsage("unknown option '" + opt + "'");
+      }
+   }
+   if (args.standby) {
+      if (!args.socketGiven) args.socket = standbySocketFor(args.peerSocket);
+      if (args.socket == args.peerSocket) {
+         badUsage("--standby: --socket must differ from --peer-socket (" + args.peerSocket + ")");
       }
    }
    return args;
@@ -285,21 +356,41 @@ public:
       platform_ = Platform::Linux::LinuxPlatform::open(args_.platform, db, &error);
       if (!platform_) return fail("cannot read the interfaces: " + error);
 
+      if (args_.autoStandby && !args_.standby) {
+         lockFd_ = takeLock(lockPathFor(args_.socket));
+         if (lockFd_ < 0 && errno == EWOULDBLOCK) {
+            args_.standby = true;
+            args_.peerSocket = args_.socket;
+            args_.socket = standbySocketFor(args_.socket);
+            std::cerr << "lldp-agent: an agent serves " << args_.peerSocket
+                      << ": starting as its standby on " << args_.socket << "\n";
+         }
+      }
       control_ = std::make_unique<::Daemon::ControlSocket>(cliConfig_);
       if (!control_->listen(args_.socket, &error, args_.socketGroup)) return fail(error);
+      // Held until the process ends: the sign, for a standby, that this agent lives.
+      if (lockFd_ < 0) lockFd_ = takeLock(lockPathFor(args_.socket));
+      if (lockFd_ < 0) {
+         return fail(errno == EWOULDBLOCK
+                         ? "another agent holds " + lockPathFor(args_.socket)
+                         : lockPathFor(args_.socket) + ": " + std::strerror(errno));
+      }
       cliService_ = std::make_unique<Cli::CliService>(*control_, db);
       externalTlvs_ = std::make_unique<::Daemon::ExternalTlvService>(*control_, db, cliConfig_);
       classification_ =
           std::make_unique<::Daemon::NbrClassificationService>(*control_, db, cliConfig_);
       powerAgentService_ = std::make_unique<Cli::PowerAgentService>(*control_, db);
-      if (!args_.metrics.empty()) {
-         metrics_ = std::make_unique<::Daemon::MetricsExporter>(db);
-         if (!metrics_->listen(args_.metrics, &error)) return fail(error);
-      }
+      // A standby serves metrics and SNMP only once it has taken over.
+      if (!args_.standby && !startMetrics(&error)) return fail(error);
 
-      agent_ = Lldp::Agent::agentFactory("lldp-agent");
+      Lldp::Agent::Agent::Options agentOptions;
+      agentOptions.standby = args_.standby;
+      agentOptions.activeGone = [this] { return probeActiveGone(); };
+      agent_ = Vel::make<Lldp::Agent::Agent>("lldp-agent", std::move(agentOptions), db);
       agent_->doInit();
-      if (args_.snmp.enabled) snmp_ = Snmp::AgentxSubagent::start(args_.snmp, db);
+      if (args_.snmp.enabled && !args_.standby) {
+         snmp_ = Snmp::AgentxSubagent::start(args_.snmp, db);
+      }
       std::cerr << (args_.foreground ? "lldp-agent: running; control socket " + args_.socket + "\n"
                                      : std::string());
       control_->opIs(
@@ -308,12 +399,28 @@ public:
              return privilegeReply(req, c->peer());
           },
           ::Daemon::ControlSocket::Access::read);
+      control_->opIs(
+          "switchover",
+          [this](const Vel::Json& req, const Vel::Ptr<::Daemon::ControlConnection>& c) {
+             return switchover(req, c);
+          },
+          ::Daemon::ControlSocket::Access::write);
       Vel::EventLoop::instance().post([this] { finishStart(); });
       Vel::EventLoop::instance().run();
       ::sd_notify(0, "STOPPING=1");
 
+      // The standby hears that this agent stops before the clean-up empties the tables.
+      if (const auto& sm = agent_->redundancyStatusSm(); sm && !handedOver_) sm->doActiveStopping();
+      mirrorClient_.reset();
+      mirrorService_.reset();
       snmp_.reset();
       metrics_.reset();
+      if (handedOver_) {
+         // The standby is waiting for this agent's socket path and lock: give them up
+         // before the clean-up, which sends nothing (no shutdown LLDPDUs).
+         control_.reset();
+         ::close(std::exchange(lockFd_, -1));
+      }
       agent_->doCleanup();
       agent_ = nullptr;
       externalTlvs_.reset();
@@ -322,10 +429,102 @@ public:
       powerAgentService_.reset();
       control_.reset();
       platform_.reset();
+      if (lockFd_ >= 0) ::close(lockFd_);
+      if (peerLockFd_ >= 0) ::close(peerLockFd_);
+      if (peerLockProbeFd_ >= 0) ::close(peerLockProbeFd_);
       return exitCode_;
    }
 
 private:
+   bool startMetrics(std::string* error) {
+      if (args_.metrics.empty()) return true;
+      metrics_ = std::make_unique<::Daemon::MetricsExporter>(Vel::StateDb::instance());
+      return metrics_->listen(args_.metrics, error);
+   }
+
+   // Whether the active agent is gone: its lock can be taken. Once taken it is kept, so
+   // no other agent starts on that path while this one serves it.
+   bool probeActiveGone() {
+      if (peerLockFd_ >= 0) return true;
+      // The descriptor opened at start (as root, when --user gives root up later).
+      if (peerLockProbeFd_ < 0) peerLockProbeFd_ = openLock(lockPathFor(args_.peerSocket));
+      if (peerLockProbeFd_ < 0 || ::flock(peerLockProbeFd_, LOCK_EX | LOCK_NB) != 0) return false;
+      peerLockFd_ = std::exchange(peerLockProbeFd_, -1);
+      return true;
+   }
+
+   // The standby becomes the active agent, before its machines start: the mirror stops
+   // for good, the active agent's socket path is served from now on (the dead agent's
+   // socket file replaced, now that it is proven gone), then metrics and SNMP.
+   void takeover(Lldp::SwitchoverReason reason) {
+      std::cerr << "lldp-agent: taking over from the active agent (" << reason << ")\n";
+      if (mirrorClient_) mirrorClient_->stop();
+      std::string error;
+      if (control_->relisten(args_.peerSocket, &error)) {
+         // This agent is now the one on that path: its lock is the one to hold, and the
+         // standby's path is free for the next standby.
+         ::close(std::exchange(lockFd_, std::exchange(peerLockFd_, -1)));
+         args_.socket = args_.peerSocket;
+      } else {
+         std::cerr << "lldp-agent: takeover: cannot serve " << args_.peerSocket << ": " << error
+                   << "; still serving " << control_->path() << "\n";
+      }
+      if (!startMetrics(&error)) std::cerr << "lldp-agent: takeover: " << error << "\n";
+      if (args_.snmp.enabled) {
+         snmp_ = Snmp::AgentxSubagent::start(args_.snmp, Vel::StateDb::instance());
+      }
+      startMirrorService();
+      ::sd_notify(0, "STATUS=active (took over)");
+   }
+
+   // The active agent's side of the mirror, for a standby of its own.
+   void startMirrorService() {
+      auto& db = Vel::StateDb::instance();
+      mirrorService_ = std::make_unique<::Daemon::MirrorService>(
+          *control_, db.mount<Lldp::AllStatus>("l2discovery/lldp/status/all"),
+          agent_->redundancyStatus());
+      agent_->redundancyStatusSm()->mirrorServerIs(mirrorService_->hooks());
+   }
+
+   // {"op":"switchover","user":U,"terminal":T}: hands over to the standby in sync, then
+   // exits without shutdown LLDPDUs; refused with the reason when there is none.
+   Vel::Json switchover(const Vel::Json& req, const Vel::Ptr<::Daemon::ControlConnection>& c) {
+      const auto& sm = agent_->redundancyStatusSm();
+      if (!sm) return ::Daemon::ControlSocket::errorReply("switchover: the agent is not ready");
+      std::string who = c->peer().user + " pid " + std::to_string(c->peer().pid);
+      if (auto u = req.find("user");
+          u != req.end() && u->is_string() && u->get<std::string>() != c->peer().user) {
+         who += " (client says " + Vel::printableBytes(u->get<std::string>()) + ")";
+      }
+      if (auto t = req.find("terminal"); t != req.end() && t->is_string()) {
+         who += " on " + Vel::printableBytes(t->get<std::string>());
+      }
+      if (who.size() > 255) who.resize(255);
+      sm->exitHandlerIs([this] {
+         handedOver_ = true;
+         Vel::EventLoop::instance().stop();
+      });
+      // Refused at once, or handed over at once, or later (the standby confirms): then
+      // the final word goes after the first.
+      auto answer = std::make_shared<std::optional<std::string>>();
+      auto inCall = std::make_shared<bool>(true);
+      Vel::Ptr<::Daemon::ControlConnection> conn = c;
+      sm->switchoverRequest(who, [answer, inCall, conn](const std::string& why) {
+         if (*inCall) {
+            *answer = why;
+         } else if (!conn->closed()) {
+            conn->send(switchoverReply(why));
+         }
+      });
+      *inCall = false;
+      if (answer->has_value()) return switchoverReply(**answer);
+      return ::Daemon::ControlSocket::okReply({{"state", "handingOver"}});
+   }
+   static Vel::Json switchoverReply(const std::string& why) {
+      if (!why.empty()) return ::Daemon::ControlSocket::errorReply("switchover: " + why);
+      return ::Daemon::ControlSocket::okReply({{"state", "handedOver"}});
+   }
+
    // Started by systemd (Type=notify): ready once the control socket listens and the
    // agent's mounts have completed, on the loop's first turn, and root is given up.
    void finishStart() {
@@ -333,6 +532,7 @@ private:
          Vel::EventLoop::instance().post([this] { finishStart(); });
          return;
       }
+      startRedundancy();
       if (!args_.user.empty()) {
          std::string error;
          if (!dropPrivilege(&error)) {
@@ -442,6 +642,29 @@ private:
       platform_->vlanNamesIs(file.vlanNames);
    }
 
+   // The role, once the agent's machines exist: an active agent serves a standby's mirror;
+   // a standby mirrors the active agent and takes over from it.
+   void startRedundancy() {
+      const auto& sm = agent_->redundancyStatusSm();
+      agent_->redundancyStatus()->peerSocketIs(args_.standby ? args_.peerSocket : std::string());
+      if (!sm->standby()) {
+         startMirrorService();
+         return;
+      }
+      sm->takeoverHandlerIs([this](Lldp::SwitchoverReason reason) { takeover(reason); });
+      peerLockProbeFd_ = openLock(lockPathFor(args_.peerSocket));
+      if (!args_.user.empty()) {
+         std::cerr << "lldp-agent: warning: a standby run as user " << args_.user
+                   << " keeps serving " << args_.socket << " when it takes over: the user may "
+                   << "not make " << args_.peerSocket << " nor bind the metrics listener\n";
+      }
+      ::Daemon::MirrorClient::Options options;
+      options.peerSocket = args_.peerSocket;
+      mirrorClient_ = std::make_unique<::Daemon::MirrorClient>(
+          options, agent_->standbyLldpStatusDirSm(), agent_->redundancyStatus(), sm);
+      mirrorClient_->start();
+   }
+
    Args args_;
    Lldp::CliConfig::Ptr cliConfig_;
    std::unique_ptr<Platform::Linux::LinuxPlatform> platform_;
@@ -453,6 +676,12 @@ private:
    std::unique_ptr<::Daemon::MetricsExporter> metrics_;
    Vel::Ptr<Lldp::Agent::Agent> agent_;
    std::unique_ptr<Snmp::AgentxSubagent> snmp_;
+   std::unique_ptr<::Daemon::MirrorService> mirrorService_;
+   std::unique_ptr<::Daemon::MirrorClient> mirrorClient_;
+   int lockFd_ = -1;           // this agent's lock, beside its own socket
+   int peerLockFd_ = -1;       // the former active agent's, once taken over
+   int peerLockProbeFd_ = -1;  // the active agent's lock file, for probing
+   bool handedOver_ = false;
    int signalFd_ = -1;
    std::unique_ptr<Vel::FdReactor> signals_;
    int exitCode_ = 0;

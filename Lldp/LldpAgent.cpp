@@ -8,6 +8,7 @@
 #include "Framework/Assert.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Platform/Linux/LinuxPam.h"
+#include "Records/LldpRedundancy.h"
 
 namespace Lldp::Agent {
 
@@ -20,6 +21,7 @@ StatusAccumulatorSm::StatusAccumulatorSm(Lldp::Status::PtrConst local, Lldp::All
     : lldpStatusLocal_(std::move(local)), allStatus_(std::move(all)) {
    localReactor_.sm = remoteReactor_.sm = this;
    localReactor_.local = true;
+   dirReactor_.sm = this;
 }
 
 StatusAccumulatorSm::~StatusAccumulatorSm() = default;
@@ -36,7 +38,35 @@ void StatusAccumulatorSm::handleInitialized() {
 void StatusAccumulatorSm::doClose() {
    localReactor_.notifierIs(nullptr);
    remoteReactor_.notifierIs(nullptr);
+   dirReactor_.notifierIs(nullptr);
    allStatus_->portStatusDelAll();
+   if (!createdEntry_.empty() && lldpStatusDir_) lldpStatusDir_->entryDel(createdEntry_);
+   createdEntry_.clear();
+}
+
+void StatusAccumulatorSm::lldpStatusDirIs(Vel::Ptr<Vel::Dir> dir) {
+   lldpStatusDir_ = std::move(dir);
+   dirReactor_.notifierIs(lldpStatusDir_);
+}
+
+void StatusAccumulatorSm::handlePeerLldpStatus(uint32_t cell) {
+   if (!lldpStatusDir_) return;
+   const std::string name = Lldp::lldpStatusDirName(cell);
+   Lldp::Status::Ptr peer = lldpStatusDir_->entryAs<Lldp::Status>(name);
+   if (!peer) {
+      VEL_TRACE(traceLldpAgent, 4, " Creating lldpStatusDir entity for cell:" << cell);
+      peer = Vel::make<Lldp::Status>();
+      createdEntry_ = name;
+      lldpStatusDir_->entryIs(name, Vel::Ptr<Vel::Entity>(peer));
+   }
+   peerEntry_ = name;
+   lldpStatusRemoteIs(peer);
+}
+
+// The peer's entry replaced or removed by its owner: the peer's status follows it.
+void StatusAccumulatorSm::handleLldpStatusDirEntry(const std::string& name) {
+   if (name != peerEntry_) return;
+   lldpStatusRemoteIs(lldpStatusDir_->entryAs<Lldp::Status>(name));
 }
 
 void StatusAccumulatorSm::lldpStatusRemoteIs(Lldp::Status::PtrConst remote) {
@@ -181,6 +211,8 @@ void Agent::doInit() {
    // Where the agent asks the packet access manager for ports.
    desiredIntfDir_ =
        group.mount<Interface::PamDesiredIntfDir>("interface/pam/lldp/desiredIntf", "w");
+   // The status of the peer cells, one entry per cell (a standby mirrors the active's).
+   lldpStatusDir_ = group.mount<Vel::Dir>(Lldp::lldpStatusDirPath, "wi");
    pamCollection_ = Vel::make<Wire::PamCollection>();
    Vel::Ptr<Agent> self(this);
    group.closeWith([self] { self->doMountsComplete(); });
@@ -207,6 +239,8 @@ void Agent::doMountsComplete() {
       });
    }
    doMountsCompleteStep2();
+   // The peer cells' copies a standby's mirror keeps.
+   standbyLldpStatusDirSm_ = Vel::make<StandbyLldpStatusDirSm>(lldpStatusDir_);
 }
 
 void Agent::doMountsCompleteStep2() {
@@ -237,14 +271,38 @@ void Agent::doMountsCompleteStep2() {
    inputRoot_->identityDot1xStatusIs(identityDot1xStatus_);
    inputRoot_->identityMacsecStatusIs(identityMacsecStatus_);
 
-   // A single supervisor: never a standby.
-   handleStandbyMode();
-   protocolRoot_->onOffSwitchSmIs();
+   // The role: its reactor runs handleStandbyMode() now and again on leaving standby.
+   redundancyStatus_ = db_.mount<Lldp::RedundancyStatus>(Lldp::redundancyStatusPath);
+   Vel::Ptr<Agent> self(this);
+   redundancyStatusSm_ = Vel::make<RedundancyStatusSm>(
+       cellInfo_, redundancyStatus_,
+       RedundancyStatusSm::Options{.standby = options_.standby, .activeGone = options_.activeGone},
+       [self] { self->handleStandbyMode(); });
+   redundancyStatusSm_->handleInitialized();
+   // Packet access is switched on once active: at once, or when a standby takes over.
+   onOffSwitchDue_ = true;
+   if (!redundancyStatusSm_->standby()) {
+      protocolRoot_->onOffSwitchSmIs();
+   } else {
+      // A standby only marks the capable interfaces wanted for packet access; with the
+      // switch off, nothing opens on them.
+      inputRoot_->standbyEthIntfStatusDirSmIs(ethPhyIntfStatusDir_);
+   }
 }
 
 void Agent::handleStandbyMode() {
-   if (statusAccumulatorSm_) return;  // already active
+   if (statusAccumulatorSm_ || !redundancyStatusSm_) return;  // already active, or closed
+   if (redundancyStatusSm_->standby()) {
+      VEL_TRACE(traceLldpAgent, 4,
+                "Agent::handleStandbyMode(): standby, cell " << cellInfo_->cellId());
+      return;
+   }
    VEL_TRACE(traceLldpAgent, 4, "Agent::handleStandbyMode(): active, cell " << cellInfo_->cellId());
+   // A standby taking over: the former active agent's status, mirrored, becomes ours.
+   const bool tookOver = options_.standby;
+   uint32_t peerCell = redundancyStatus_->peerCellId();
+   if (tookOver && peerCell == 0) peerCell = cellInfo_->cellId() == 1 ? 2 : 1;
+   if (tookOver) doAdoptPeerStatus(peerCell);
    // Records left by an earlier run keep only what the active supervisor publishes.
    doRemoveIncapablePorts();
    for (const auto& [intf, localPort] : localSystem_->localPort()) {
@@ -260,6 +318,9 @@ void Agent::handleStandbyMode() {
    localSystem_->managementAddressDelAll();
 
    statusAccumulatorSm_ = Vel::make<StatusAccumulatorSm>(lldpStatusLocal_, allStatus_);
+   statusAccumulatorSm_->lldpStatusDirIs(lldpStatusDir_);
+   // The former active agent's counters count on as the peer cell's.
+   if (tookOver) statusAccumulatorSm_->handlePeerLldpStatus(peerCell);
    statusAccumulatorSm_->handleInitialized();
    inputRoot_->inputSmIs({.cliConfig = cliConfig_,
                           .ethPhyIntfConfigDir = ethPhyIntfConfigDir_,
@@ -270,11 +331,48 @@ void Agent::handleStandbyMode() {
                           .ip6Status = ip6Status_,
                           .externalTlvsDir = externalTlvsDir_});
    inputRoot_->poeSmIs(powerAgentDir_, powerRequestStatus_);
+   inputRoot_->standbyEthIntfStatusDirSmDel();
    inputRoot_->activeEthIntfStatusDirSmIs(ethPhyIntfStatusDir_, ethLagIntfStatusDir_);
    inputRoot_->identityDot1xStatusSmIs();
    inputRoot_->identityMacsecStatusSmIs();
    inputRoot_->nbrClassificationSmIs(nbrClassificationStatus_, nbrClassificationCliConfig_);
    inputRoot_->networkPolicySmIs();
+   // A standby taking over: packet access now, the ports' machines with it.
+   if (onOffSwitchDue_) protocolRoot_->onOffSwitchSmIs();
+}
+
+void Agent::doAdoptPeerStatus(uint32_t peerCell) {
+   Lldp::Status::Ptr peer =
+       lldpStatusDir_ ? lldpStatusDir_->entryAs<Lldp::Status>(Lldp::lldpStatusDirName(peerCell))
+                      : nullptr;
+   if (!peer) {
+      VEL_TRACE(traceLldpAgent, 2,
+                "Agent::doAdoptPeerStatus(): nothing mirrored from cell " << peerCell);
+      return;
+   }
+   std::vector<Wire::IntfId> ports;
+   for (const auto& [intf, ps] : peer->portStatus()) ports.push_back(intf);
+   size_t neighbours = 0;
+   for (const Wire::IntfId& intf : ports) {
+      Lldp::PortStatus::Ptr ps = peer->portStatus(intf);
+      peer->portStatusDel(intf);
+      if (lldpStatusLocal_->portStatus(intf)) continue;  // ours already (never on a standby)
+      // New neighbours take indices above every one in use, as they would have.
+      const auto& remotes = ps->remoteSystem();
+      if (!remotes.empty() && ps->nextRemoteSystemIndex() < uint32_t(remotes.rbegin()->first)) {
+         ps->nextRemoteSystemIndexIs(uint32_t(remotes.rbegin()->first));
+      }
+      neighbours += remotes.size();
+      // The stream names a port by its name alone: keyed here as the platform knows it
+      // (its kind decides whether it runs LLDP).
+      Wire::IntfId key = intf;
+      const auto& known = ethPhyIntfStatusDir_->intfStatus();
+      if (auto it = known.find(intf); it != known.end()) key = it->first;
+      lldpStatusLocal_->portStatusIs(key, ps);
+   }
+   VEL_TRACE(traceLldpAgent, 4,
+             "Agent::doAdoptPeerStatus(): cell " << peerCell << ", " << ports.size() << " ports, "
+                                                 << neighbours << " neighbours");
 }
 
 // Removes every entry of an interface that must not run LLDP from one per-port collection.
@@ -304,10 +402,16 @@ void Agent::doCleanup() {
    // Frames stop first; then the ports' records go, and with them their machines and
    // neighbours.
    if (protocolRoot_) protocolRoot_->onOffSwitchSmDel();
+   if (redundancyStatusSm_) redundancyStatusSm_->doClose();
    if (inputRoot_) inputRoot_->doClose();
    if (protocolRoot_) protocolRoot_->doClose();
    if (statusAccumulatorSm_) statusAccumulatorSm_->doClose();
+   if (standbyLldpStatusDirSm_) standbyLldpStatusDirSm_->doClose();
    statusAccumulatorSm_ = nullptr;
+   standbyLldpStatusDirSm_ = nullptr;
+   redundancyStatusSm_ = nullptr;
+   redundancyStatus_ = nullptr;
+   onOffSwitchDue_ = false;
    inputRoot_ = nullptr;
    protocolRoot_ = nullptr;
    mountsComplete_ = false;
@@ -323,6 +427,7 @@ void Agent::doReleaseMounts() {
    remTablesStatus_ = nullptr;
    config_ = nullptr;
    lldpStatusLocal_ = nullptr;
+   lldpStatusDir_ = nullptr;
    allStatus_ = nullptr;
    localSystem_ = nullptr;
    bridgingConfig_ = nullptr;

@@ -2,8 +2,13 @@
 // the input root once the mounts are in place, publishes the accumulated status, and
 // tears everything down again on clean-up.
 //
-// There is one supervisor here, always active, so the machines that only an active
-// supervisor runs start as soon as the roots exist.
+// An agent is the active supervisor unless it starts as the standby of another agent.
+// The active one runs the machines that read platform state, opens packet access and
+// publishes its status at once. A standby does none of that: it opens no packet access,
+// sends nothing and publishes no ports, while its mirror keeps the active agent's status
+// in the peer cells' directory. When it takes over, that status becomes its own (the
+// neighbours with their indices and times, each port's counters) and the former active
+// agent's remote-table counters stay as the peer cell's, added into what is published.
 #pragma once
 
 #include <memory>
@@ -14,6 +19,8 @@
 #include "Framework/Vel/StateDb.h"
 #include "Lldp/LldpInputSm.h"
 #include "Lldp/LldpProtocolSm.h"
+#include "Lldp/LldpRedundancyStatusSm.h"
+#include "Lldp/LldpStandbyLldpStatusDirSm.h"
 
 namespace Lldp::Agent {
 
@@ -28,6 +35,10 @@ public:
    // The peer supervisor's status comes and goes with the peer.
    void lldpStatusRemoteIs(Lldp::Status::PtrConst remote);
    const Lldp::Status::PtrConst& lldpStatusRemote() const { return lldpStatusRemote_; }
+   // The peer cells' status directory; the peer's status is its entry for the peer cell.
+   void lldpStatusDirIs(Vel::Ptr<Vel::Dir> dir);
+   // Takes the entry of `cell` as the peer's status, creating it when it is missing.
+   void handlePeerLldpStatus(uint32_t cell);
 
    void handleRemTablesInserts();
    void handleRemTablesDeletes();
@@ -56,9 +67,18 @@ private:
          if (local) sm->handleIntfId(intf);
       }
    };
+   struct DirReactor : Vel::Dir::Notifiee {
+      StatusAccumulatorSm* sm;
+      void entryChanged(const std::string& name) override { sm->handleLldpStatusDirEntry(name); }
+   };
+   void handleLldpStatusDirEntry(const std::string& name);
    uint32_t sum(uint32_t (Lldp::StatusBase::*counter)() const) const;
    Lldp::Status::PtrConst lldpStatusLocal_;
    Lldp::Status::PtrConst lldpStatusRemote_;
+   Vel::Ptr<Vel::Dir> lldpStatusDir_;
+   DirReactor dirReactor_;
+   std::string peerEntry_;     // the name of the peer cell's entry, once there is a peer
+   std::string createdEntry_;  // the entry this machine created, removed by doClose
    Lldp::AllStatus::Ptr allStatus_;
    SourceReactor localReactor_;
    SourceReactor remoteReactor_;
@@ -72,6 +92,9 @@ public:
       // Packet access only on interfaces of the agent's network namespace; on by default
       // with the Linux sockets.
       bool filterByNetNs = false;
+      // Start as the standby of another agent; `activeGone` tells when that agent is gone.
+      bool standby = false;
+      RedundancyStatusSm::ActiveGoneProbe activeGone = nullptr;
    };
    static constexpr uint64_t fdLimit = 1200;
 
@@ -84,8 +107,10 @@ public:
    bool mountsComplete() const { return mountsComplete_; }
    void doMountsComplete();
    void doMountsCompleteStep2();
-   // Leaving standby: the records as the active supervisor keeps them, then the machines
-   // that only an active supervisor runs. Nothing happens while they run already.
+   // The role's reactor. While standby nothing runs that reads platform state. Leaving
+   // standby: the mirrored status of the former active agent becomes this agent's, the
+   // records as the active supervisor keeps them, then the machines that only an active
+   // supervisor runs and packet access. Nothing happens while they run already.
    void handleStandbyMode();
    // Closes the roots, each machine removing what it published, and gives the mounts back.
    void doCleanup();
@@ -93,9 +118,18 @@ public:
    const Vel::Ptr<Protocol::Root>& protocolRoot() const { return protocolRoot_; }
    const Vel::Ptr<Input::Root>& inputRoot() const { return inputRoot_; }
    const Vel::Ptr<StatusAccumulatorSm>& statusAccumulatorSm() const { return statusAccumulatorSm_; }
+   const Vel::Ptr<RedundancyStatusSm>& redundancyStatusSm() const { return redundancyStatusSm_; }
+   const Hardware::CellInfo::Ptr& cellInfo() const { return cellInfo_; }
+   const Lldp::RedundancyStatus::Ptr& redundancyStatus() const { return redundancyStatus_; }
+   // The standby's copies of the peer cells' status, which its mirror keeps.
+   const Vel::Ptr<StandbyLldpStatusDirSm>& standbyLldpStatusDirSm() const {
+      return standbyLldpStatusDirSm_;
+   }
    const Lldp::CliConfig::Ptr& cliConfig() const { return cliConfig_; }
    const Lldp::RemTablesCliConfig::Ptr& remTablesCliConfig() const { return remTablesCliConfig_; }
    const Lldp::Status::Ptr& lldpStatusLocal() const { return lldpStatusLocal_; }
+   // The peer cells' status, one `Lldp::Status` per cell, named by the cell's number.
+   const Vel::Ptr<Vel::Dir>& lldpStatusDir() const { return lldpStatusDir_; }
    const Interface::AllIntfStatusLocalDir::Ptr& allIntfStatusLocalDir() const {
       return allIntfStatusLocalDir_;
    }
@@ -108,12 +142,19 @@ public:
 private:
    // Removes the per-port entries of interfaces that must not run LLDP.
    void doRemoveIncapablePorts();
+   // Makes the mirrored status of the former active agent (cell `peerCell`) this agent's:
+   // every port's status with its neighbours and counters moves to the local status; the
+   // remote-table counters stay with the peer cell's entry.
+   void doAdoptPeerStatus(uint32_t peerCell);
    void doReleaseMounts();
 
    std::string name_;
    Options options_;
    Vel::StateDb& db_;
    bool mountsComplete_ = false;
+   // The on/off switch of packet access is due: an active agent gets it at once, a
+   // standby when it takes over.
+   bool onOffSwitchDue_ = false;
    // Packet access through the Linux sockets (the default factory).
    bool linuxSockets_ = false;
    std::unique_ptr<Vel::StateDb::MountGroup> mountGroup_;
@@ -123,6 +164,7 @@ private:
    Lldp::RemTablesStatus::Ptr remTablesStatus_;
    Lldp::Config::Ptr config_;
    Lldp::Status::Ptr lldpStatusLocal_;
+   Vel::Ptr<Vel::Dir> lldpStatusDir_;
    Lldp::AllStatus::Ptr allStatus_;
    Lldp::LocalSystem::Ptr localSystem_;
    Bridging::Config::Ptr bridgingConfig_;
@@ -151,6 +193,9 @@ private:
    Vel::Ptr<Protocol::Root> protocolRoot_;
    Vel::Ptr<Input::Root> inputRoot_;
    Vel::Ptr<StatusAccumulatorSm> statusAccumulatorSm_;
+   Vel::Ptr<RedundancyStatusSm> redundancyStatusSm_;
+   Lldp::RedundancyStatus::Ptr redundancyStatus_;
+   Vel::Ptr<StandbyLldpStatusDirSm> standbyLldpStatusDirSm_;
 };
 
 Vel::Ptr<Agent> agentFactory(const std::string& name);

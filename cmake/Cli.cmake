@@ -5,13 +5,15 @@
 add_library(cli_service STATIC ${PROJECT_SOURCE_DIR}/Daemon/CliViews.cpp
             ${PROJECT_SOURCE_DIR}/Daemon/NeighborWatch.cpp ${PROJECT_SOURCE_DIR}/Daemon/CliService.cpp
             ${PROJECT_SOURCE_DIR}/Daemon/NbrClassificationWatch.cpp
-            ${PROJECT_SOURCE_DIR}/Daemon/PowerView.cpp ${PROJECT_SOURCE_DIR}/Daemon/PowerAgentService.cpp)
+            ${PROJECT_SOURCE_DIR}/Daemon/PowerView.cpp ${PROJECT_SOURCE_DIR}/Daemon/PowerAgentService.cpp
+            ${PROJECT_SOURCE_DIR}/Daemon/RedundancyView.cpp)
 target_link_libraries(cli_service PUBLIC control_socket records)
 if(TARGET lldp-agent)
   target_link_libraries(lldp-agent PRIVATE cli_service)
 endif()
 
-add_library(cli_text STATIC ${PROJECT_SOURCE_DIR}/Cli/CliText.cpp)
+add_library(cli_text STATIC ${PROJECT_SOURCE_DIR}/Cli/CliText.cpp
+            ${PROJECT_SOURCE_DIR}/Cli/RedundancyText.cpp)
 target_link_libraries(cli_text PUBLIC framework)
 
 # The target is lldp-cli (`lldp` names the protocol library); the program is `lldp`.

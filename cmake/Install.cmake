@@ -2,7 +2,7 @@
 # example configuration. Included from the top-level CMakeLists.txt after the programs.
 #
 #   PREFIX/sbin/lldp-agent, PREFIX/bin/lldp
-#   PREFIX/lib/systemd/system/lldp-agent.service
+#   PREFIX/lib/systemd/system/lldp-agent.service, lldp-agent-standby.service
 #   PREFIX/lib/sysusers.d/lldp-agent.conf (the user the unit runs the daemon as)
 #   PREFIX/share/man/man8/lldp-agent.8, lldp.8, PREFIX/share/man/man5/lldp-agent.conf.5
 #   PREFIX/share/bash-completion/completions/lldp, lldp-agent
@@ -61,6 +61,11 @@ install(CODE [=[
   set(unit "${LLDP_UNIT_OUT_DIR}/${tree}/lldp-agent.service")
   configure_file("${LLDP_UNIT_TEMPLATE}" "${unit}" @ONLY)
   file(INSTALL "${unit}" DESTINATION "${prefix}/lib/systemd/system")
+  # The second agent, standby of the running one.
+  string(REPLACE ".service.in" "-standby.service.in" standbyTemplate "${LLDP_UNIT_TEMPLATE}")
+  set(standbyUnit "${LLDP_UNIT_OUT_DIR}/${tree}/lldp-agent-standby.service")
+  configure_file("${standbyTemplate}" "${standbyUnit}" @ONLY)
+  file(INSTALL "${standbyUnit}" DESTINATION "${prefix}/lib/systemd/system")
   if(EXISTS "$ENV{DESTDIR}${sysconf}/lldp-agent.conf")
     message(STATUS "Keeping: $ENV{DESTDIR}${sysconf}/lldp-agent.conf")
   else()

@@ -44,7 +44,7 @@ TEST(Completion, LldpCompletesCommandsInterfacesAndConfigurationKeywords) {
       const char* offers;
    };
    for (const Case& c : std::initializer_list<Case>{
-            {{""}, "show\nconfigure\nclear\nwatch\ntopology\n"},
+            {{""}, "show\nconfigure\nclear\nwatch\ntopology\nswitchover\n"},
             {{"--json", "show", "st"}, "statistics\n"},
             {{"show", "neighbors", ""}, "detail\ninterface\n"},
             {{"show", "neighbors", "detail", ""}, "interface\n"},

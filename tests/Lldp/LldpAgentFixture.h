@@ -67,8 +67,7 @@ protected:
       bridging->bridgeMacAddrIs(*Wire::EthAddr::parse("02:00:00:00:aa:01"));
       phyDir = db.mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy/all");
       mountPlatform();
-      agent = Vel::make<Lldp::Agent::Agent>("lldp-agent",
-                                            Lldp::Agent::Agent::Options{links.factory()}, db);
+      agent = Vel::make<Lldp::Agent::Agent>("lldp-agent", agentOptions(), db);
       agent->doInit();
       loop().advanceBy(0);  // mounts complete from the loop
       local = db.entityAs<Lldp::LocalSystem>("l2discovery/lldp/localSystem");
@@ -102,6 +101,9 @@ protected:
       s->linkStatusIs(Interface::linkStatusUp);
       s->forwardingModelIs(forwardingModel);
       return s;
+   }
+   virtual Lldp::Agent::Agent::Options agentOptions() {
+      return Lldp::Agent::Agent::Options{links.factory()};
    }
    virtual void mountPlatform() {
       netStatus = db.mount<System::NetStatus>("sys/net/status");

@@ -84,6 +84,7 @@ TEST_F(LldpAgentTest, MountsInOrderDirectoriesThroughTheMounterAndAllGivenBack) 
        "interface/config/eth/phy/all",
        "interface/status/eth/lag",
        "interface/pam/lldp/desiredIntf",
+       "l2discovery/lldp/status/cell",
    };
    std::vector<std::string> paths;
    for (const auto& m : agent->mounts()) paths.push_back(m.path);

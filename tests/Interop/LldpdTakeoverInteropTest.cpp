@@ -1,0 +1,245 @@
+// A standby agent taking over from the active one, between real processes: our agents
+// in one namespace, lldpd as the neighbour in the other, snmpd as the AgentX master of
+// both agents. Our side sends every 2 s with a time to live of 6 s, so a takeover that
+// kept lldpd waiting 4 s would cost us lldpd's entry. Checked across `kill -9` of the
+// active agent, across `lldp switchover` and across a plain restart beside a running
+// agent (--auto-standby, as the systemd units run it): lldpd never loses us; the original socket
+// path shows the same neighbours with the same index and creation time; no counter goes
+// down; the SNMP remote table keeps its rows; and a neighbour that fell silent before the
+// switch ages out when its mirrored time to live runs out, not later.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "tests/Interop/LldpdInteropFixture.h"
+
+namespace {
+
+using Interop::Json;
+using Interop::Lldpd;
+using TestSupport::Process;
+using TestSupport::runCli;
+using TestSupport::tmpName;
+using TestSupport::waitFor;
+
+// snmpd as the AgentX master of the namespace, answering "public" on 127.0.0.1 only.
+class Snmpd {
+public:
+   Snmpd(const std::string& ns, const std::string& name) : ns_(ns), base_(tmpName(name)) {
+      ::mkdir((base_ + "-state").c_str(), 0700);
+      std::ofstream(base_ + ".conf") << "master agentx\nagentXSocket unix:" << agentx()
+                                     << "\nagentaddress udp:127.0.0.1:1161\n"
+                                     << "rocommunity public 127.0.0.1\n";
+      proc_.start(
+          {"ip", "netns", "exec", ns_, "env", "SNMP_PERSISTENT_DIR=" + base_ + "-state", "snmpd",
+           "-f", "-Lf", base_ + ".log", "-C", "-c", base_ + ".conf", "-p", base_ + ".pid"},
+          base_ + ".out");
+   }
+   ~Snmpd() {
+      proc_.stop(SIGKILL);
+      TestSupport::runCmd("rm -rf " + base_ + "*");
+   }
+   std::string agentx() const { return base_ + ".agentx"; }
+   // The OIDs under `oid` (-On), with their values.
+   std::map<std::string, std::string> walk(const std::string& oid) const {
+      std::string out;
+      TestSupport::runIn(ns_, "snmpwalk -v2c -c public -On -Oq -t 2 -r 1 127.0.0.1:1161 " + oid,
+                         &out);
+      std::map<std::string, std::string> w;
+      std::istringstream lines(out);
+      for (std::string line; std::getline(lines, line);) {
+         const size_t sp = line.find(' ');
+         if (!line.empty() && line[0] == '.' && sp != std::string::npos) {
+            w[line.substr(0, sp)] = line.substr(sp + 1);
+         }
+      }
+      return w;
+   }
+
+private:
+   std::string ns_, base_;
+   Process proc_;
+};
+
+// lldpRemTable: its rows (time mark 0, local port, neighbour index) with every column.
+const std::string remTable = ".1.0.8802.1.1.2.1.4.1.1";
+
+class LldpdTakeover : public LldpdInterop {
+protected:
+   // One of our agents: the active one on `socket`, or (peer given) the standby of the
+   // agent on `peer`.
+   std::unique_ptr<Process> agent(const std::string& name, const std::string& socket,
+                                  const std::string& peer = "", bool autoStandby = false) {
+      std::vector<std::string> args = {"ip",       "netns",        "exec",       ns_->nsA(),
+                                       LLDP_AGENT, "--config",     configPath(), "--socket",
+                                       socket,     "--interfaces", ourPorts(),   "--foreground",
+                                       "--agentx", snmpd->agentx()};
+      if (!peer.empty()) args.insert(args.end(), {"--standby", "--peer-socket", peer});
+      if (autoStandby) args.push_back("--auto-standby");
+      auto p = std::make_unique<Process>(args, logOf(name));
+      logs.push_back(logOf(name));
+      return p;
+   }
+   std::string configPath() {
+      const std::string path = tmpName("takeover.conf");
+      std::ofstream(path) << "lldp timer 2\nlldp hold-time 6\n";
+      return path;
+   }
+   static std::string logOf(const std::string& name) { return tmpName(name + ".log"); }
+   void TearDown() override {
+      if (HasFailure()) {
+         for (const auto& l : logs)
+            std::fprintf(stderr, "--- %s:\n%s", l.c_str(), TestSupport::readFile(l).c_str());
+      }
+      for (const auto& l : logs) ::unlink(l.c_str());
+   }
+   static Json cli(const std::string& socket, std::vector<std::string> args) {
+      args.push_back("--json");
+      const auto r = runCli(socket, args);
+      if (r.status != 0) return nullptr;
+      Json j = Json::parse(r.out, nullptr, false);
+      return j.is_discarded() ? Json(nullptr) : j;
+   }
+   static bool inSync(const std::string& standby) {
+      return Interop::at(cli(standby, {"show", "redundancy"}), {"mirrorState"}) == "inSync";
+   }
+   // chassis ID -> (index, creation time) of the neighbours on `intf`.
+   static std::map<std::string, std::pair<int, double>> neighbours(const std::string& socket,
+                                                                   const std::string& intf) {
+      std::map<std::string, std::pair<int, double>> out;
+      const Json all = cli(socket, {"show", "neighbors"});
+      for (const Json& r :
+           Lldpd::list(Interop::at(all, {"interfaces", intf.c_str(), "remoteSystem"}))) {
+         out[r["chassisIdentifier"]["value"].get<std::string>()] = {
+             r["index"].get<int>(), r["creationTime"].get<double>()};
+      }
+      return out;
+   }
+   // Watches lldpd's entry for us on `theirs` every 0.2 s for `seconds`: the number of
+   // looks that found none.
+   static int missedLooks(const Lldpd& peer, const std::string& theirs, double seconds) {
+      int missed = 0;
+      const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+      while (std::chrono::steady_clock::now() < end) {
+         if (peer.neighbour(theirs).is_null()) ++missed;
+         ::usleep(200000);
+      }
+      return missed;
+   }
+   static std::set<std::string> rows(const std::map<std::string, std::string>& walk) {
+      std::set<std::string> out;
+      for (const auto& [oid, v] : walk) out.insert(oid);
+      return out;
+   }
+
+   std::unique_ptr<Snmpd> snmpd;
+   std::vector<std::string> logs;
+};
+
+TEST_F(LldpdTakeover, KillAndSwitchoverLoseNoNeighbourOnEitherSide) {
+   for (const char* p : {"snmpd", "snmpwalk"}) {
+      if (!Interop::haveProgram(p)) GTEST_SKIP() << p << " is not installed";
+   }
+   const auto link = addLink(), link2 = addLink();
+   const std::string ours = link.first, theirs = link.second;
+   const std::string ours2 = link2.first, theirs2 = link2.second;
+   TestSupport::ipIn(ns_->nsA(), "link set lo up");  // snmpd answers on 127.0.0.1
+   snmpd = std::make_unique<Snmpd>(ns_->nsA(), "takeover-snmpd");
+   Lldpd peer(ns_->nsB(), "takeover-peer", theirs);
+   // The neighbour that falls silent: a time to live of 10 s, to run across the switch.
+   Lldpd quiet(ns_->nsB(), "takeover-quiet", theirs2);
+   ASSERT_TRUE(peer.running() && quiet.running());
+   ASSERT_TRUE(quiet.cli("configure lldp tx-hold 10"));
+
+   const std::string sock = tmpName("takeover.sock");
+   const std::string sock2 = tmpName("takeover-2.sock"), sock3 = tmpName("takeover-3.sock");
+   auto active = agent("active", sock);
+   ASSERT_GE(waitFor([&] { return !peer.neighbour(theirs).is_null(); }, 10), 0);
+   auto standby = agent("standby", sock2, sock);
+   ASSERT_GE(waitFor(
+                 [&] {
+                    return neighbours(sock, ours).size() == 1 &&
+                           neighbours(sock, ours2).size() == 1 && inSync(sock2);
+                 },
+                 15),
+             0);
+   const auto before = neighbours(sock, ours);
+   const Json stats = cli(sock, {"show", "statistics"});
+   std::set<std::string> walked;
+   waitFor([&] { return (walked = rows(snmpd->walk(remTable))).size() >= 2; }, 30);
+   ASSERT_FALSE(walked.empty());
+
+   // The quiet neighbour stops (no shutdown LLDPDU); then the active agent dies.
+   const Json quietEntry = Lldpd::list(Interop::at(
+       cli(sock, {"show", "neighbors"}), {"interfaces", ours2.c_str(), "remoteSystem"}))[0];
+   const double quietExpiry = quietEntry["expiryTime"].get<double>();
+   quiet.stop(SIGKILL);
+   ::kill(active->pid(), SIGKILL);
+   // kill -9 reaches the whole process group of the active agent only.
+   active->stop(SIGKILL);
+   EXPECT_EQ(missedLooks(peer, theirs, 8), 0) << "lldpd lost us across kill -9";
+
+   // The original path answers with the same neighbours, counters never lower.
+   EXPECT_EQ(neighbours(sock, ours), before);
+   const Json after = cli(sock, {"show", "statistics"});
+   EXPECT_GE(Interop::at(after, {"interfaces", ours.c_str(), "rxFramesTotal"}).get<int>(),
+             Interop::at(stats, {"interfaces", ours.c_str(), "rxFramesTotal"}).get<int>());
+   EXPECT_GE(after["remTablesInserts"].get<int>(), stats["remTablesInserts"].get<int>());
+   EXPECT_EQ(Interop::at(cli(sock, {"show", "redundancy"}), {"lastSwitchoverReason"}), "peerDied");
+   // SNMP: the new active agent registered again; the same rows, but the quiet
+   // neighbour's once it has aged out.
+   std::set<std::string> walkedAfter;
+   waitFor([&] { return !(walkedAfter = rows(snmpd->walk(remTable))).empty(); }, 30);
+   EXPECT_FALSE(walkedAfter.empty());
+   EXPECT_TRUE(std::includes(walked.begin(), walked.end(), walkedAfter.begin(), walkedAfter.end()));
+
+   // The quiet neighbour goes at its mirrored expiry time, not a full TTL after takeover.
+   double goneAt = 0;
+   waitFor(
+       [&] {
+          const Json all = cli(sock, {"show", "neighbors"});
+          goneAt = all.value("currentTime", 0.0);
+          return Lldpd::list(Interop::at(all, {"interfaces", ours2.c_str(), "remoteSystem"}))
+              .empty();
+       },
+       20);
+   EXPECT_NEAR(goneAt, quietExpiry, 1.0);
+
+   // An operator's switchover to a fresh standby: lldpd again never notices.
+   auto third = agent("third", sock3, sock);
+   ASSERT_GE(waitFor([&] { return inSync(sock3); }, 10), 0);
+   const auto beforeSwitch = neighbours(sock, ours);
+   const Json statsSwitch = cli(sock, {"show", "statistics"});
+   const auto run = runCli(sock, {"switchover"});
+   EXPECT_EQ(run.status, 0) << run.err;
+   EXPECT_TRUE(standby->waitExit(5)) << "the former active agent did not exit";
+   EXPECT_EQ(missedLooks(peer, theirs, 6), 0) << "lldpd lost us across lldp switchover";
+   EXPECT_EQ(neighbours(sock, ours), beforeSwitch);
+   EXPECT_EQ(neighbours(sock, ours), before);
+   EXPECT_GE(cli(sock, {"show", "statistics"})["remTablesInserts"].get<int>(),
+             statsSwitch["remTablesInserts"].get<int>());
+   EXPECT_EQ(Interop::at(cli(sock, {"show", "redundancy"}), {"lastSwitchoverReason"}),
+             "operatorRequest");
+   // With no standby left, a switchover is refused and changes nothing.
+   const auto refused = runCli(sock, {"switchover"});
+   EXPECT_EQ(refused.status, 2);
+   EXPECT_NE(refused.err.find("no standby"), std::string::npos) << refused.err;
+
+   // A plain restart beside it (what the systemd units do): the new agent, finding the
+   // path served, becomes the standby; the running one stopped cleanly hands over.
+   auto restarted = agent("restarted", sock, "", true);
+   const std::string restartedSock = tmpName("takeover-standby.sock");
+   ASSERT_GE(waitFor([&] { return inSync(restartedSock); }, 10), 0);
+   EXPECT_EQ(third->stop(SIGTERM), 0);
+   EXPECT_EQ(missedLooks(peer, theirs, 6), 0) << "lldpd lost us across a restart";
+   EXPECT_EQ(neighbours(sock, ours), before);
+   EXPECT_EQ(Interop::at(cli(sock, {"show", "redundancy"}), {"lastSwitchoverReason"}),
+             "peerStopped");
+}
+
+}  // namespace
