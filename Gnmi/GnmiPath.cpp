@@ -80,6 +80,7 @@ struct Parser {
          }
          e.keys.emplace_back(std::move(k), std::move(v));
       }
+      if (!atEnd() && isControl(peek())) return fail("control character in path");
       if (!atEnd() && peek() != '/') return fail(std::string("unexpected '") + peek() + "'");
       return true;
    }

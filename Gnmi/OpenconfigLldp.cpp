@@ -205,12 +205,9 @@ private:
       levels_.push_back(Level{m, true, {}});
    }
    void onLeave() override {
+      if (levels_.size() == 1 && depth_ == pattern_.elems.size()) end();
       current_.elems.pop_back();
-      if (levels_.empty()) return;
-      if (levels_.size() == 1) {
-         if (depth_ == pattern_.elems.size()) end();
-         return;
-      }
+      if (levels_.size() <= 1) return;
       closeList(levels_.back());
       levels_.pop_back();
       out_ += '}';
