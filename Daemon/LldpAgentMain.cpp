@@ -28,6 +28,10 @@
 #include "Framework/Trace.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Vel/StateDb.h"
+#include "Gnmi/GnmiOptions.h"
+#ifdef LLDP_GNMI
+#include "Gnmi/GnmiServer.h"
+#endif
 #include "Lldp/LldpAgent.h"
 #include "Platform/Linux/LinuxPam.h"
 #include "Platform/Linux/LinuxPlatform.h"
@@ -99,6 +103,7 @@ struct Args {
    std::map<std::string, uint64_t> limits;  // option name -> value
    Platform::Linux::LinuxPlatform::Options platform;
    Snmp::SubagentOptions snmp;
+   Gnmi::Options gnmi;
 };
 
 // The limit options and the largest value each takes.
@@ -137,12 +142,18 @@ Args parseArgs(int argc, char** argv) {
          if (!error.empty()) badUsage(error);
          continue;
       }
+      if (std::string error; args.gnmi.parse(argc, argv, i, &error)) {
+         if (!error.empty()) badUsage(error);
+         continue;
+      }
       auto value = [&]() -> std::string {
          if (i + 1 >= argc) badUsage("option " + opt + " needs a value");
          return argv[++i];
       };
       if (opt == "--help" || opt == "-h") {
-         std::cout << usage << "\nSNMP:\n" << Snmp::SubagentOptions::usage();
+         std::cout << usage << "\nSNMP:\n"
+                   << Snmp::SubagentOptions::usage() << "\ngNMI (see lldp-agent(8)):\n"
+                   << Gnmi::Options::usage();
          std::exit(0);
       } else if (opt == "--config") {
          args.config = value();
@@ -193,6 +204,10 @@ Args parseArgs(int argc, char** argv) {
          badUsage("unknown option '" + opt + "'");
       }
    }
+   if (std::string error; !args.gnmi.check(&error)) badUsage(error);
+#ifndef LLDP_GNMI
+   if (!args.gnmi.address.empty()) badUsage("--gnmi: this lldp-agent was built without gRPC");
+#endif
    return args;
 }
 
@@ -297,6 +312,12 @@ public:
          if (!metrics_->listen(args_.metrics, &error)) return fail(error);
       }
 
+#ifdef LLDP_GNMI
+      if (!args_.gnmi.address.empty()) {
+         gnmi_ = Gnmi::GnmiServer::start(args_.gnmi, db, &error);
+         if (!gnmi_) return fail(error);
+      }
+#endif
       agent_ = Lldp::Agent::agentFactory("lldp-agent");
       agent_->doInit();
       if (args_.snmp.enabled) snmp_ = Snmp::AgentxSubagent::start(args_.snmp, db);
@@ -313,6 +334,9 @@ public:
       ::sd_notify(0, "STOPPING=1");
 
       snmp_.reset();
+#ifdef LLDP_GNMI
+      gnmi_.reset();
+#endif
       metrics_.reset();
       agent_->doCleanup();
       agent_ = nullptr;
@@ -453,6 +477,9 @@ private:
    std::unique_ptr<::Daemon::MetricsExporter> metrics_;
    Vel::Ptr<Lldp::Agent::Agent> agent_;
    std::unique_ptr<Snmp::AgentxSubagent> snmp_;
+#ifdef LLDP_GNMI
+   std::unique_ptr<Gnmi::GnmiServer> gnmi_;
+#endif
    int signalFd_ = -1;
    std::unique_ptr<Vel::FdReactor> signals_;
    int exitCode_ = 0;
