@@ -149,8 +149,9 @@ public:
    Model(const Model&) = delete;
    Model& operator=(const Model&) = delete;
 
-   // Whether the path names a node of the model (a key's name wrong, a key missing, an
-   // unknown element: codeInvalidArgument naming the element). Data need not exist.
+   // Whether the path names a node of the model: an unknown element, a key the element
+   // does not have, or an element below a leaf is codeInvalidArgument naming it. A list
+   // element without its keys matches every member, as a "*" key does. Data need not exist.
    std::optional<Error> check(const Path& p) const;
 
    // Every leaf under `p` (wildcards expanded), with absolute paths (origin empty), in a
@@ -193,7 +194,7 @@ public:
    // openconfig-lldp, openconfig-lldp-types and lldp-agent-ext.
    std::vector<ModelInfo> supportedModels() const;
 
-   // Neighbours and watches followed now (for metrics and tests).
+   // Watches open now (for metrics and tests).
    size_t watchCount() const;
 
 private:
