@@ -15,8 +15,6 @@ namespace {
 
 using namespace Interop;
 
-constexpr const char* target = "127.0.0.1:9339";
-
 std::vector<Json> jsonLines(const std::string& text) {
    std::vector<Json> out;
    std::istringstream in(text);
@@ -27,7 +25,8 @@ std::vector<Json> jsonLines(const std::string& text) {
    return out;
 }
 
-std::vector<std::string> clientArgs(const std::string& ns, std::vector<std::string> args) {
+std::vector<std::string> clientArgs(const std::string& ns, const std::string& target,
+                                    std::vector<std::string> args) {
    args.insert(args.begin(), {"ip", "netns", "exec", ns, "env", "GNMI_PY_DIR=" GNMI_PY_DIR,
                               "/usr/bin/python3", GNMI_CLIENT, target});
    return args;
@@ -60,18 +59,20 @@ protected:
    }
 
    // Our daemon on the link's port in namespace A, serving gNMI on its loopback.
-   void startAgent(const std::string& config, std::vector<std::string> extra) {
+   void startAgent(const std::string& config, std::vector<std::string> extra,
+                   std::vector<std::string> clientTls = {}) {
       socket_ = tmpName("gnmi.sock");
       configPath_ = tmpName("gnmi.conf");
       logPath_ = tmpName("gnmi.log");
       std::ofstream(configPath_) << config;
       std::vector<std::string> args = {
           "ip",       "netns", "exec",         ns_->nsA(), LLDP_AGENT,     "--config", configPath_,
-          "--socket", socket_, "--interfaces", ourPorts(), "--foreground", "--gnmi",   target};
+          "--socket", socket_, "--interfaces", ourPorts(), "--foreground", "--gnmi",   target_};
       args.insert(args.end(), extra.begin(), extra.end());
       ASSERT_TRUE(agent_.start(args, logPath_));
-      ASSERT_GE(waitFor([&] { return !gnmi({"capabilities"}).empty() && ok_; }, 10), 0)
-          << readFile(logPath_);
+      std::vector<std::string> caps = {"capabilities"};
+      caps.insert(caps.end(), clientTls.begin(), clientTls.end());
+      ASSERT_GE(waitFor([&] { return !gnmi(caps).empty() && ok_; }, 10), 0) << readFile(logPath_);
    }
    void TearDown() override {
       if (agent_.running()) {
@@ -84,7 +85,8 @@ protected:
    // One run of the client to its end: its lines; ok_ says whether it exited 0.
    std::vector<Json> gnmi(std::vector<std::string> args) {
       const std::string outPath = tmpName("gnmi-client.out");
-      const pid_t pid = TestSupport::spawn(clientArgs(ns_->nsA(), std::move(args)), outPath);
+      const pid_t pid =
+          TestSupport::spawn(clientArgs(ns_->nsA(), target_, std::move(args)), outPath);
       ok_ = pid > 0 && TestSupport::reap(pid) == 0;
       const std::string text = readFile(outPath);
       ::unlink(outPath.c_str());
@@ -109,6 +111,7 @@ protected:
    }
 
    std::pair<std::string, std::string> link_;
+   std::string target_ = "127.0.0.1:9339";
    Process agent_;
    std::string socket_, configPath_, logPath_;
    bool ok_ = false;
@@ -117,9 +120,10 @@ protected:
 // A subscriber running in the background, its lines read as they come.
 class Subscriber {
 public:
-   Subscriber(const std::string& ns, std::vector<std::string> args)
+   Subscriber(const std::string& ns, std::vector<std::string> args,
+              const std::string& target = "127.0.0.1:9339")
        : outPath_(tmpName("gnmi-sub-" + std::to_string(++count_) + ".out")) {
-      proc_.start(clientArgs(ns, std::move(args)), outPath_);
+      proc_.start(clientArgs(ns, target, std::move(args)), outPath_);
    }
    ~Subscriber() {
       proc_.stop(SIGKILL);
@@ -234,8 +238,10 @@ TEST_F(GnmiEndToEnd, SetHelloTimerChangesOurIntervalOnTheWireAndABadSetChangesNo
 }
 
 TEST_F(GnmiEndToEnd, BadRequestsGetAnErrorStatusAndTheAgentServesOn) {
-   startAgent(agentTimers, {"--gnmi-max-subscribers", "1", "--gnmi-max-request-bytes", "4096",
-                            "--gnmi-max-queue", "16"});
+   // As a user with no privileges under the system call filter: gRPC's threads must live
+   // within it.
+   startAgent(agentTimers, {"--user", "nobody", "--gnmi-max-subscribers", "1",
+                            "--gnmi-max-request-bytes", "4096", "--gnmi-max-queue", "16"});
    const std::vector<Json> caps = gnmi({"capabilities"});
    ASSERT_EQ(caps.size(), 1u);
    EXPECT_NE(caps[0].dump().find("openconfig-lldp"), std::string::npos) << caps[0].dump();
@@ -293,6 +299,77 @@ TEST_F(GnmiEndToEnd, BadRequestsGetAnErrorStatusAndTheAgentServesOn) {
 
    // Still serving.
    EXPECT_EQ(leafGet("/lldp/config/hello-timer").dump(), Json(1).dump());
+   const Json privilege = control({{"op", "privilege"}});
+   EXPECT_EQ(at(privilege, {"data", "syscallsRefused"}), 0) << privilege.dump();
+   EXPECT_EQ(agent_.stop(SIGTERM), 0);
+   // Nothing refused, nor anything gRPC's own libraries complain of ("RAW:" lines), up to
+   // the last thread's exit.
+   for (const char* bad : {"efused system call", "RAW:"}) {
+      EXPECT_EQ(readFile(logPath_).find(bad), std::string::npos) << readFile(logPath_);
+   }
+}
+
+TEST_F(GnmiEndToEnd, TlsWithClientCertificatesAndOnlyNamedWritersMaySet) {
+   const std::string dir = tmpName("gnmi-pki");
+   ASSERT_TRUE(TestSupport::runCmd("mkdir -p " + dir));
+   const auto ssl = [&](const std::string& args) {
+      return TestSupport::runCmd("cd " + dir + " && openssl " + args);
+   };
+   const std::string key = "-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes ";
+   std::ofstream(dir + "/san.ext") << "subjectAltName=IP:192.0.2.1\n";
+   ASSERT_TRUE(ssl("req -x509 " + key + "-keyout ca.key -out ca.pem -days 2 -subj /CN=test-ca"));
+   ASSERT_TRUE(
+       ssl("req -x509 " + key + "-keyout rogue.key -out rogue.pem -days 2 -subj /CN=rogue"));
+   for (const std::string name : {"agent", "writer", "reader", "stranger"}) {
+      const bool byRogue = name == "stranger";
+      ASSERT_TRUE(
+          ssl("req " + key + "-keyout " + name + ".key -out " + name + ".csr -subj /CN=" + name));
+      ASSERT_TRUE(ssl("x509 -req -in " + name + ".csr -CA " + (byRogue ? "rogue" : "ca") +
+                      ".pem -CAkey " + (byRogue ? "rogue" : "ca") + ".key -CAcreateserial -out " +
+                      name + ".pem -days 2" + (name == "agent" ? " -extfile san.ext" : "")));
+   }
+   const auto as = [&](const std::string& who) -> std::vector<std::string> {
+      if (who.empty()) return {"--ca", dir + "/ca.pem"};
+      return {"--ca",  dir + "/ca.pem",         "--cert", dir + "/" + who + ".pem",
+              "--key", dir + "/" + who + ".key"};
+   };
+   const auto with = [](std::vector<std::string> a, const std::vector<std::string>& b) {
+      a.insert(a.end(), b.begin(), b.end());
+      return a;
+   };
+   ASSERT_TRUE(TestSupport::ipIn(ns_->nsA(), "addr add 192.0.2.1/24 dev " + link_.first));
+   target_ = "192.0.2.1:9339";
+
+   // Plaintext is for loopback only: the daemon refuses to start with it elsewhere.
+   {
+      Process plain({"ip", "netns", "exec", ns_->nsA(), LLDP_AGENT, "--socket",
+                     tmpName("plain.sock"), "--interfaces", ourPorts(), "--gnmi", target_},
+                    tmpName("plain.log"));
+      ASSERT_TRUE(plain.waitExit(10));
+      EXPECT_NE(readFile(tmpName("plain.log")).find("plaintext gNMI only on a loopback"),
+                std::string::npos);
+      ::unlink(tmpName("plain.log").c_str());
+   }
+
+   startAgent(agentTimers,
+              {"--gnmi-tls-cert", dir + "/agent.pem", "--gnmi-tls-key", dir + "/agent.key",
+               "--gnmi-tls-ca", dir + "/ca.pem", "--gnmi-write-cn", "writer"},
+              as("reader"));
+   const std::vector<std::string> set = {"set", "--update", "/lldp/config/hello-timer=4"};
+   const std::vector<std::string> get = {"get", "/lldp/config/hello-timer", "--encoding", "json"};
+   EXPECT_EQ(refusal(with(set, as("reader"))), "PERMISSION_DENIED");
+   gnmi(with(get, as("reader")));
+   EXPECT_TRUE(ok_) << "a reader reads";
+   gnmi(with(set, as("writer")));
+   EXPECT_TRUE(ok_) << "the named writer writes";
+   const std::vector<Json> after = gnmi(with(get, as("reader")));
+   ASSERT_EQ(after.size(), 1u);
+   EXPECT_EQ(at(after[0], {"update", "update", "lldp/config/hello-timer"}), 4);
+   // No certificate, one from another CA, or no TLS at all: no connection.
+   EXPECT_EQ(refusal(with(get, as(""))), "UNAVAILABLE");
+   EXPECT_EQ(refusal(with(get, as("stranger"))), "UNAVAILABLE");
+   EXPECT_EQ(refusal(get), "UNAVAILABLE");
+   TestSupport::runCmd("rm -rf " + dir);
 }
 
 }  // namespace

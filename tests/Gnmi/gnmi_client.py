@@ -15,6 +15,7 @@ Prints one JSON object per line and flushes each, so a test can follow a stream:
         [--sub target_defined|on_change|sample] [--sample-ms N] [--heartbeat-ms N]
         [--suppress] [--updates-only] [--polls N] [--seconds S] [--never-read]
   gnmi_client.py TARGET big-get BYTES        (a request larger than BYTES)
+Any of them over TLS: --ca CA.pem [--cert CERT.pem --key KEY.pem].
 Paths: /a/b[k=v]/c, "origin:/a/b"; a path element "" (written //) is sent as is.
 """
 import argparse
@@ -146,12 +147,21 @@ def main():
     ap.add_argument("--polls", type=int, default=0)
     ap.add_argument("--seconds", type=float, default=10)
     ap.add_argument("--never-read", action="store_true")
+    ap.add_argument("--ca", help="TLS: trust this CA (PEM) for the server")
+    ap.add_argument("--cert", help="TLS: our certificate (PEM)")
+    ap.add_argument("--key", help="TLS: our private key (PEM)")
     a = ap.parse_args()
 
     # A client that never reads keeps gRPC's default receive window (64 KiB): without the
     # bandwidth probe the window does not grow, so the server soon has to hold back.
     options = [("grpc.http2.bdp_probe", 0), ("grpc.http2.lookahead_bytes", 16384)] if a.never_read else []
-    channel = grpc.insecure_channel(a.target, options=options)
+    if a.ca:
+        def pem(path):
+            return open(path, "rb").read() if path else None
+        creds = grpc.ssl_channel_credentials(pem(a.ca), pem(a.key), pem(a.cert))
+        channel = grpc.secure_channel(a.target, creds, options=options)
+    else:
+        channel = grpc.insecure_channel(a.target, options=options)
     stub = gnmi_pb2_grpc.gNMIStub(channel)
     enc = gnmi_pb2.Encoding.Value(a.encoding.upper())
     try:
