@@ -91,3 +91,21 @@ if(LLDP_GNMI_BUILD AND LLDP_GRPC_PYTHON_PLUGIN AND TARGET lldp-agent AND COMMAND
                              GNMI_CLIENT="${PROJECT_SOURCE_DIR}/tests/Gnmi/gnmi_client.py")
   add_dependencies(gnmi_tests lldp-agent gnmi_python_stubs)
 endif()
+
+# The server's costs measured through the running daemon (needs root; see docs/gnmi.md):
+# an LLDPDU to its notification, the initial sync of a large table, and the receive path's
+# cost per frame with a hundred subscribers. Run once briefly with the other benchmarks.
+find_package(benchmark QUIET)
+if(LLDP_GNMI_BUILD AND benchmark_FOUND AND TARGET lldp-agent)
+  add_executable(gnmi_bench ${PROJECT_SOURCE_DIR}/bench/GnmiBench.cpp)
+  target_link_libraries(gnmi_bench PRIVATE gnmi_proto test_support benchmark::benchmark
+                                           benchmark::benchmark_main)
+  target_compile_definitions(gnmi_bench PRIVATE LLDP_AGENT="$<TARGET_FILE:lldp-agent>")
+  add_dependencies(gnmi_bench lldp-agent)
+  if(COMMAND lldp_test)
+    add_test(NAME BenchSmoke.gnmi_bench COMMAND gnmi_bench)
+    set_tests_properties(BenchSmoke.gnmi_bench PROPERTIES
+      LABELS bench-smoke TIMEOUT 300
+      ENVIRONMENT "LLDP_GNMI_NEIGHBOURS=200;LLDP_GNMI_SAMPLES=20;LLDP_GNMI_SYNC=500;LLDP_GNMI_REFRESH=500")
+  endif()
+endif()
