@@ -114,6 +114,7 @@ struct MetricsExporter::Impl {
                                     "identity/nbrClassification/status"),
                                 db.entityAs<const Identity::NbrClassification::BypassStatus>(
                                     "identity/nbrClassification/bypassStatus"));
+      builder->gnmiIs(db.entityAs<const Gnmi::GnmiServerStatus>(Gnmi::GnmiServerStatus::path));
       builder->start(Vel::EventLoop::instance().now(), unixNow());
       slice();
    }

@@ -20,6 +20,7 @@
 
 #include "Framework/Vel/Ptr.h"
 #include "Framework/Wire/IntfId.h"
+#include "Gnmi/GnmiServerStatus.h"
 #include "Records/Identity.h"
 #include "Records/LldpConfig.h"
 #include "Records/LldpLocalSystem.h"
@@ -62,6 +63,10 @@ struct MetricsSnapshot {
    // the telephone bypass's forwarding-database writes.
    uint32_t classified[2][2] = {};
    uint64_t fdbWrites = 0, fdbWritesRefused = 0;
+   // The gNMI server's counters, when it runs (see Gnmi/GnmiServerStatus.h).
+   bool gnmi = false;
+   uint64_t gnmiSubscribers = 0, gnmiSubscribersRefused = 0, gnmiSubscribersDropped = 0,
+            gnmiNotifications = 0, gnmiNotificationsCoalesced = 0, gnmiRequestsRefused = 0;
    bool complete = false;
 };
 
@@ -81,6 +86,8 @@ public:
       classification_ = std::move(status);
       bypass_ = std::move(bypass);
    }
+   // The gNMI server's counters (null when it does not run: nothing is reported of it).
+   void gnmiIs(Vel::Ptr<const Gnmi::GnmiServerStatus> gnmi) { gnmi_ = std::move(gnmi); }
    // Starts a new snapshot: the global values now, the table from its first port.
    void start(double clockNow, double unixNow);
    // Copies up to `budget` neighbours (the ports met on the way cost one each); true once
@@ -95,6 +102,7 @@ private:
    Vel::Ptr<const Lldp::LocalSystem> local_;
    Vel::Ptr<const Identity::NbrClassification::Status> classification_;
    Vel::Ptr<const Identity::NbrClassification::BypassStatus> bypass_;
+   Vel::Ptr<const Gnmi::GnmiServerStatus> gnmi_;
    MetricsSnapshot snap_;
    // Where the next slice resumes: the port (and whether its own values are taken) and
    // the last neighbour index copied on it.

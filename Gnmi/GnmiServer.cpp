@@ -147,7 +147,7 @@ std::unique_ptr<GnmiServer> GnmiServer::start(const Options& options, Vel::State
 
 GnmiServer::~GnmiServer() {
    queue_->close();
-   for (auto& [id, session] : sessions_) (void)id, (void)session;
+   for (auto& [id, session] : sessions_) session->end(stopping());
    sessions_.clear();
    if (server_) {
       server_->Shutdown(std::chrono::system_clock::now() + std::chrono::seconds(1));

@@ -41,6 +41,8 @@ public:
    std::optional<grpc::Status> start(const gnmi::SubscriptionList& list);
    // A Poll (POLL mode only).
    std::optional<grpc::Status> poll();
+   // Ends the call now with `status`.
+   void end(const grpc::Status& status) { outbox_->finish(status); }
    // False once the subscriber has been ended (by us or by the client).
    bool live() const { return !outbox_->finished(); }
 

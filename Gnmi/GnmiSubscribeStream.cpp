@@ -12,7 +12,10 @@ GnmiSubscribeStream::GnmiSubscribeStream(GnmiServer& server, uint64_t id)
    StartRead(&request_);
 }
 
+// Each reaction keeps the outbox alive for its own duration, whatever gRPC does with the
+// stream meanwhile.
 void GnmiSubscribeStream::OnReadDone(bool ok) {
+   const std::shared_ptr<GnmiSubscribeOutbox> keep = outbox_;
    if (!ok) {
       // The client closed its side (or went). Before any request there is nothing to do;
       // after one the stream goes on until we finish it or the client cancels.
@@ -46,7 +49,8 @@ void GnmiSubscribeStream::OnWriteDone(bool ok) {
 }
 
 void GnmiSubscribeStream::OnCancel() {
-   outbox_->finish(grpc::Status(grpc::StatusCode::CANCELLED, "cancelled by the client"));
+   const std::shared_ptr<GnmiSubscribeOutbox> keep = outbox_;
+   keep->finish(grpc::Status(grpc::StatusCode::CANCELLED, "cancelled by the client"));
 }
 
 void GnmiSubscribeStream::OnDone() {

@@ -146,7 +146,10 @@ public:
            base_ + ".sock", "--interfaces", "ga*", "--foreground", "--gnmi", "127.0.0.1:9339",
            "--gnmi-max-subscribers", "200", "--gnmi-max-queue", "1000000"},
           base_ + ".log");
-      channel_ = grpc::CreateChannel("127.0.0.1:9339", grpc::InsecureChannelCredentials());
+      grpc::ChannelArguments args;
+      args.SetMaxReceiveMessageSize(-1);  // a Get of the whole table
+      channel_ =
+          grpc::CreateCustomChannel("127.0.0.1:9339", grpc::InsecureChannelCredentials(), args);
       stub_ = gnmi::gNMI::NewStub(channel_);
       TestSupport::waitFor(
           [&] {

@@ -240,8 +240,9 @@ TEST_F(GnmiEndToEnd, SetHelloTimerChangesOurIntervalOnTheWireAndABadSetChangesNo
 TEST_F(GnmiEndToEnd, BadRequestsGetAnErrorStatusAndTheAgentServesOn) {
    // As a user with no privileges under the system call filter: gRPC's threads must live
    // within it.
-   startAgent(agentTimers, {"--user", "nobody", "--gnmi-max-subscribers", "1",
-                            "--gnmi-max-request-bytes", "4096", "--gnmi-max-queue", "16"});
+   startAgent(agentTimers,
+              {"--metrics", "127.0.0.1:9101", "--user", "nobody", "--gnmi-max-subscribers", "1",
+               "--gnmi-max-request-bytes", "4096", "--gnmi-max-queue", "16"});
    const std::vector<Json> caps = gnmi({"capabilities"});
    ASSERT_EQ(caps.size(), 1u);
    EXPECT_NE(caps[0].dump().find("openconfig-lldp"), std::string::npos) << caps[0].dump();
@@ -296,6 +297,15 @@ TEST_F(GnmiEndToEnd, BadRequestsGetAnErrorStatusAndTheAgentServesOn) {
    const Json counters = at(control({{"op", "get"}, {"path", "daemon/gnmi"}}), {"data"});
    EXPECT_EQ(counters.value("subscribersDropped", 0), 1) << counters.dump();
    EXPECT_EQ(counters.value("subscribersRefused", 0), 1) << counters.dump();
+   // And in the Prometheus metrics.
+   std::string metrics;
+   ASSERT_TRUE(TestSupport::runIn(
+       ns_->nsA(),
+       "/usr/bin/python3 -c \"import urllib.request; print(urllib.request.urlopen("
+       "'http://127.0.0.1:9101/metrics').read().decode())\"",
+       &metrics));
+   EXPECT_NE(metrics.find("lldp_gnmi_subscribers_dropped_total 1"), std::string::npos) << metrics;
+   EXPECT_NE(metrics.find("lldp_gnmi_subscribers_refused_total 1"), std::string::npos) << metrics;
 
    // Still serving.
    EXPECT_EQ(leafGet("/lldp/config/hello-timer").dump(), Json(1).dump());
