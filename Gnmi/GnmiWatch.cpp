@@ -103,9 +103,14 @@ bool related(const Path& pattern, const Path& prefix, const Path& rel, bool belo
       if (a.name != b.name) return false;
       for (const auto& [k, v] : a.keys) {
          if (v == "*") continue;
-         auto it =
-             std::find_if(b.keys.begin(), b.keys.end(), [&](auto& kv) { return kv.first == k; });
-         if (it == b.keys.end() || it->second != v) return false;
+         bool same = false;
+         for (const auto& [bk, bv] : b.keys) {
+            if (bk == k) {
+               same = bv == v;
+               break;
+            }
+         }
+         if (!same) return false;
       }
    }
    return true;
@@ -113,7 +118,7 @@ bool related(const Path& pattern, const Path& prefix, const Path& rel, bool belo
 
 }  // namespace
 
-struct WatchHub::State : std::enable_shared_from_this<WatchHub::State> {
+struct GnmiWatch::State : std::enable_shared_from_this<GnmiWatch::State> {
    explicit State(Vel::StateDb& d) : db(d) {}
 
    struct Entry {
@@ -169,11 +174,42 @@ struct WatchHub::State : std::enable_shared_from_this<WatchHub::State> {
       Path rel_;
    };
 
+   // Relative paths by number, each kept while some fingerprint holds it, so the table
+   // stays as small as the leaves that exist (custom TLVs and VLANs vary by neighbour).
    uint32_t idOf(const Path& rel) {
-      const std::string text = toString(rel);
-      auto [it, added] = ids.try_emplace(text, static_cast<uint32_t>(paths.size()));
-      if (added) paths.push_back(rel);
-      return it->second;
+      std::string text = toString(rel);
+      auto it = ids.find(text);
+      if (it != ids.end()) return it->second;
+      uint32_t id;
+      if (!freeIds.empty()) {
+         id = freeIds.back();
+         freeIds.pop_back();
+         paths[id] = rel;
+         refs[id] = 0;
+      } else {
+         id = static_cast<uint32_t>(paths.size());
+         paths.push_back(rel);
+         refs.push_back(0);
+      }
+      ids.emplace(std::move(text), id);
+      return id;
+   }
+   void retain(const Print& p) {
+      for (const auto& [id, hash] : p) ++refs[id];
+   }
+   void release(const Print& p) {
+      for (const auto& [id, hash] : p) {
+         if (--refs[id] != 0) continue;
+         ids.erase(toString(paths[id]));
+         paths[id] = Path();
+         freeIds.push_back(id);
+      }
+   }
+   // The new fingerprint of a node replaces the old one.
+   void replace(Print& last, Print&& now) {
+      retain(now);
+      release(last);
+      last = std::move(now);
    }
 
    // Reports the difference between what was last reported for the node at `prefix`
@@ -193,7 +229,7 @@ struct WatchHub::State : std::enable_shared_from_this<WatchHub::State> {
          change.updates.push_back(Leaf{paths[id], std::move(it->second)});
       }
       while (i < last.size()) change.deletes.push_back(paths[last[i++].first]);
-      last = std::move(now);
+      replace(last, std::move(now));
       if (change.updates.empty() && change.deletes.empty()) return;
       change.prefix = prefix;
       deliver(change);
@@ -253,7 +289,10 @@ struct WatchHub::State : std::enable_shared_from_this<WatchHub::State> {
                         const Lldp::RemoteSystem& remote) {
       const std::pair<Wire::IntfId, int> key{intf, index};
       if (change == Lldp::NeighborChanges::changeRemoved) {
-         neighborPrints.erase(key);
+         if (auto it = neighborPrints.find(key); it != neighborPrints.end()) {
+            release(it->second);
+            neighborPrints.erase(it);
+         }
          reportGone(neighborPrefix(intf, index));
          return;
       }
@@ -274,7 +313,7 @@ struct WatchHub::State : std::enable_shared_from_this<WatchHub::State> {
          Collector c(*this, false, nullptr);
          Oc::writeGlobal(r, c);
          if (silent) {
-            globalPrint = c.print();
+            replace(globalPrint, c.print());
          } else {
             report(lldp, c, globalPrint);
          }
@@ -287,13 +326,15 @@ struct WatchHub::State : std::enable_shared_from_this<WatchHub::State> {
          auto old = interfacePrints.find(intf);
          if (old != interfacePrints.end()) last = std::move(old->second);
          if (silent) {
-            last = c.print();
+            replace(last, c.print());
          } else {
             report(interfacePrefix(intf), c, last);
          }
       }
       for (const auto& [intf, print] : interfacePrints) {
-         if (!prints.count(intf) && !silent) reportGone(interfacePrefix(intf));
+         if (prints.count(intf)) continue;
+         release(print);
+         if (!silent) reportGone(interfacePrefix(intf));
       }
       interfacePrints = std::move(prints);
    }
@@ -358,7 +399,7 @@ struct WatchHub::State : std::enable_shared_from_this<WatchHub::State> {
          for (const auto& [index, remote] : port->remoteSystem()) {
             Collector c(*this, true, nullptr);
             Oc::writeNeighbor(r, *remote, c);
-            neighborPrints[{intf, index}] = c.print();
+            replace(neighborPrints[{intf, index}], c.print());
          }
       }
       neighbors = std::make_unique<Lldp::NeighborChanges>(
@@ -382,6 +423,8 @@ struct WatchHub::State : std::enable_shared_from_this<WatchHub::State> {
       portWatchers.clear();
       ids.clear();
       paths.clear();
+      refs.clear();
+      freeIds.clear();
    }
 
    void remove(uint64_t id) {
@@ -414,30 +457,32 @@ struct WatchHub::State : std::enable_shared_from_this<WatchHub::State> {
    std::vector<std::unique_ptr<Vel::NotifieeBase>> portWatchers;
    std::unordered_map<std::string, uint32_t> ids;  // relative path text -> index in paths
    std::vector<Path> paths;
+   std::vector<uint32_t> refs;  // fingerprints holding each path
+   std::vector<uint32_t> freeIds;
 };
 
 namespace {
 
 class WatchHandle : public Model::Watch {
 public:
-   WatchHandle(std::weak_ptr<WatchHub::State> s, uint64_t id) : state_(std::move(s)), id_(id) {}
+   WatchHandle(std::weak_ptr<GnmiWatch::State> s, uint64_t id) : state_(std::move(s)), id_(id) {}
    ~WatchHandle() override {
       if (auto s = state_.lock()) s->remove(id_);
    }
 
 private:
-   std::weak_ptr<WatchHub::State> state_;
+   std::weak_ptr<GnmiWatch::State> state_;
    uint64_t id_;
 };
 
 }  // namespace
 
-WatchHub::WatchHub(Vel::StateDb& db) : state_(std::make_shared<State>(db)) {}
+GnmiWatch::GnmiWatch(Vel::StateDb& db) : state_(std::make_shared<State>(db)) {}
 
-WatchHub::~WatchHub() = default;
+GnmiWatch::~GnmiWatch() = default;
 
-std::optional<Error> WatchHub::watch(const Path& pattern, Model::Sink sink,
-                                     std::unique_ptr<Model::Watch>& out) {
+std::optional<Error> GnmiWatch::watch(const Path& pattern, Model::Sink sink,
+                                      std::unique_ptr<Model::Watch>& out) {
    if (!state_->tracking) {
       if (auto e = state_->startTracking()) return e;
    }
@@ -447,7 +492,7 @@ std::optional<Error> WatchHub::watch(const Path& pattern, Model::Sink sink,
    return std::nullopt;
 }
 
-size_t WatchHub::watchCount() const {
+size_t GnmiWatch::watchCount() const {
    return state_->watches.size();
 }
 

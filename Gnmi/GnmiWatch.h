@@ -25,12 +25,12 @@ class StateDb;
 
 namespace Gnmi {
 
-class WatchHub {
+class GnmiWatch {
 public:
-   explicit WatchHub(Vel::StateDb& db);
-   ~WatchHub();
-   WatchHub(const WatchHub&) = delete;
-   WatchHub& operator=(const WatchHub&) = delete;
+   explicit GnmiWatch(Vel::StateDb& db);
+   ~GnmiWatch();
+   GnmiWatch(const GnmiWatch&) = delete;
+   GnmiWatch& operator=(const GnmiWatch&) = delete;
 
    // `pattern` is checked and has bare element names.
    std::optional<Error> watch(const Path& pattern, Model::Sink sink,

@@ -1,13 +1,12 @@
 // Model: checks paths against the schema and reads the records through the tree writers,
 // into leaves or JSON documents.
-#include "Gnmi/OpenconfigLldp.h"
-
 #include <charconv>
 
 #include "Framework/Vel/StateDb.h"
 #include "Gnmi/GnmiPath.h"
 #include "Gnmi/GnmiSet.h"
 #include "Gnmi/GnmiWatch.h"
+#include "Gnmi/OpenconfigLldp.h"
 
 namespace Gnmi {
 
@@ -244,7 +243,7 @@ class Model::Impl {
 public:
    explicit Impl(const Sources& s) : db(s.db) {}
    Vel::StateDb* db;
-   std::unique_ptr<WatchHub> hub;
+   std::unique_ptr<GnmiWatch> hub;
 
    std::optional<Error> read(const Path& p, PatternSink& sink) const {
       if (auto e = Oc::resolve(p, nullptr)) return e;
@@ -291,7 +290,7 @@ std::optional<Error> Model::json(const Path& p, Encoding e, const JsonSink& fn) 
 
 std::optional<Error> Model::watch(const Path& p, Sink sink, std::unique_ptr<Watch>& out) {
    if (auto e = Oc::resolve(p, nullptr)) return e;
-   if (!impl_->hub) impl_->hub = std::make_unique<WatchHub>(*impl_->db);
+   if (!impl_->hub) impl_->hub = std::make_unique<GnmiWatch>(*impl_->db);
    return impl_->hub->watch(bareNames(p), std::move(sink), out);
 }
 
