@@ -143,3 +143,14 @@ size_t GnmiSubscribeOutbox::queued() const {
 }
 
 }  // namespace Gnmi
+
+namespace Gnmi {
+
+std::vector<Change> GnmiSubscribeOutbox::waiting() const {
+   std::lock_guard<std::recursive_mutex> lock(mutex_);
+   std::vector<Change> out;
+   for (const Item& i : items_) out.push_back(i.change);
+   return out;
+}
+
+}  // namespace Gnmi

@@ -21,6 +21,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "Gnmi/GnmiModel.h"
 #include "Gnmi/gnmi.pb.h"
@@ -50,6 +51,8 @@ public:
 
    bool finished() const;
    size_t queued() const;
+   // What waits, oldest first (a sync_response as an empty change; for tests).
+   std::vector<Change> waiting() const;
 
 private:
    struct Item {

@@ -68,6 +68,12 @@ if(TARGET lldp-agent)
   endif()
 endif()
 
+# A slow subscriber's queue: merging per neighbour and the bound.
+if(LLDP_GNMI_BUILD AND COMMAND lldp_test)
+  lldp_test(gnmi_server_tests ${PROJECT_SOURCE_DIR}/tests/Gnmi/GnmiSubscribeOutboxTest.cpp)
+  target_link_libraries(gnmi_server_tests PRIVATE gnmi_server)
+endif()
+
 # End to end: lldp-agent with --gnmi against lldpd over veth in namespaces, read and
 # written by a Python gNMI client whose stubs are generated from the same .proto (root
 # only; skips without lldpd or python3-grpcio).
