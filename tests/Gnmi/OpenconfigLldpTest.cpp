@@ -269,6 +269,14 @@ TEST_F(OpenconfigLldpTest, WatchReportsEachNeighbourChangeOnceWithOnlyWhatChange
    EXPECT_EQ(Gnmi::toString(configChanges[0].updates[0].path), "/config/hello-timer");
    EXPECT_TRUE(changes.empty());
 
+   // A port that goes takes its neighbours with it.
+   allStatus->portStatusDel(intf);
+   turn();
+   ASSERT_EQ(changes.size(), 1u);
+   EXPECT_EQ(Gnmi::toString(changes[0].prefix), nbr + "[id=1]");
+   ASSERT_EQ(changes[0].deletes.size(), 1u);
+   EXPECT_TRUE(changes[0].deletes[0].elems.empty());
+
    // With no watch left the records carry no notifiee of ours.
    w.reset();
    wc.reset();
