@@ -345,9 +345,9 @@ struct GnmiWatch::State : std::enable_shared_from_this<GnmiWatch::State> {
       std::weak_ptr<State> self = weak_from_this();
       Vel::EventLoop::instance().post([self] {
          auto s = self.lock();
-         if (!s || !s->tracking) return;
+         if (!s) return;
          s->configFlushPosted = false;
-         s->configChanged(false);
+         if (s->tracking) s->configChanged(false);
       });
    }
 

@@ -285,6 +285,19 @@ TEST_F(OpenconfigLldpTest, WatchReportsEachNeighbourChangeOnceWithOnlyWhatChange
    EXPECT_EQ(model.watchCount(), 0u);
    EXPECT_EQ(port->remoteSystem(1)->notifieeCount(), idle);
    EXPECT_EQ(cliConfig->notifieeCount(), 0u);
+
+   // A change in the turn the last watch ends does not silence the next watch.
+   auto sink = [&](const Gnmi::Change& c) { configChanges.push_back(c); };
+   ASSERT_FALSE(model.watch(path("/lldp/config"), sink, wc));
+   wc.reset();
+   ASSERT_TRUE(Config::apply({"lldp timer 13"}, *cliConfig));
+   turn();
+   configChanges.clear();
+   ASSERT_FALSE(model.watch(path("/lldp/config"), sink, wc));
+   ASSERT_TRUE(Config::apply({"lldp timer 14"}, *cliConfig));
+   turn();
+   ASSERT_EQ(configChanges.size(), 1u);
+   EXPECT_EQ(show(configChanges[0].updates.at(0).value), "14");
 }
 
 TEST_F(OpenconfigLldpTest, SetAppliesConfigurationWholeOrNotAtAll) {
