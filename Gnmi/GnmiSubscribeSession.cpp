@@ -44,6 +44,10 @@ std::optional<grpc::Status> GnmiSubscribeSession::start(const gnmi::Subscription
    using grpc::Status;
    using grpc::StatusCode;
    mode_ = list.mode();
+   if (!gnmi::SubscriptionList::Mode_IsValid(mode_)) {
+      return Status(StatusCode::INVALID_ARGUMENT,
+                    "unknown subscription list mode " + std::to_string(int(mode_)));
+   }
    if (list.subscription_size() == 0) {
       return Status(StatusCode::INVALID_ARGUMENT, "the subscription list has no subscription");
    }
@@ -64,6 +68,10 @@ std::optional<grpc::Status> GnmiSubscribeSession::start(const gnmi::Subscription
       if (!fromProto(s.path(), rel, error)) return Status(StatusCode::INVALID_ARGUMENT, error);
       e->path = join(prefix, rel);
       if (auto err = model.check(e->path)) return toStatus(*err);
+      if (!gnmi::SubscriptionMode_IsValid(s.mode())) {
+         return Status(StatusCode::INVALID_ARGUMENT,
+                       toString(e->path) + ": unknown mode " + std::to_string(int(s.mode())));
+      }
       e->kind = s.mode() == gnmi::ON_CHANGE ? Kind::onChange
                 : s.mode() == gnmi::SAMPLE  ? Kind::sample
                                             : Kind::targetDefined;

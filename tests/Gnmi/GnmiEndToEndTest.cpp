@@ -261,6 +261,8 @@ TEST_F(GnmiEndToEnd, BadRequestsGetAnErrorStatusAndTheAgentServesOn) {
    EXPECT_EQ(refusal({"subscribe", "/lldp/state", "--sub", "sample", "--sample-ms", "10"}),
              "INVALID_ARGUMENT");
    EXPECT_EQ(refusal({"subscribe", "/lldp/nope", "--mode", "once"}), "INVALID_ARGUMENT");
+   EXPECT_EQ(refusal({"subscribe", "/lldp/state", "--mode", "7", "--seconds", "3"}),
+             "INVALID_ARGUMENT");
    EXPECT_EQ(leafGet("/lldp/config/hello-timer").dump(), Json(1).dump());
 
    // ONCE ends by itself after sync_response; POLL answers each Poll with another round.

@@ -202,7 +202,8 @@ def main():
 
 
 def subscribe(stub, a, enc):
-    mode = gnmi_pb2.SubscriptionList.Mode.Value(a.mode.upper())
+    # A number sends a mode the protocol does not have.
+    mode = int(a.mode) if a.mode.isdigit() else gnmi_pb2.SubscriptionList.Mode.Value(a.mode.upper())
     sl = gnmi_pb2.SubscriptionList(mode=mode, encoding=enc, updates_only=a.updates_only)
     for p in a.paths:
         sl.subscription.add(path=parse_path(p),
