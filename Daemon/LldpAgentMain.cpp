@@ -39,6 +39,10 @@
 #include "Framework/Trace.h"
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Vel/StateDb.h"
+#include "Gnmi/GnmiOptions.h"
+#ifdef LLDP_GNMI
+#include "Gnmi/GnmiServer.h"
+#endif
 #include "Lldp/LldpAgent.h"
 #include "Platform/Linux/LinuxPam.h"
 #include "Platform/Linux/LinuxPlatform.h"
@@ -124,6 +128,7 @@ struct Args {
    std::map<std::string, uint64_t> limits;  // option name -> value
    Platform::Linux::LinuxPlatform::Options platform;
    Snmp::SubagentOptions snmp;
+   Gnmi::Options gnmi;
 };
 
 // The limit options and the largest value each takes.
@@ -194,12 +199,18 @@ Args parseArgs(int argc, char** argv) {
          if (!error.empty()) badUsage(error);
          continue;
       }
+      if (std::string error; args.gnmi.parse(argc, argv, i, &error)) {
+         if (!error.empty()) badUsage(error);
+         continue;
+      }
       auto value = [&]() -> std::string {
          if (i + 1 >= argc) badUsage("option " + opt + " needs a value");
          return argv[++i];
       };
       if (opt == "--help" || opt == "-h") {
-         std::cout << usage << "\nSNMP:\n" << Snmp::SubagentOptions::usage();
+         std::cout << usage << "\nSNMP:\n"
+                   << Snmp::SubagentOptions::usage() << "\ngNMI (see lldp-agent(8)):\n"
+                   << Gnmi::Options::usage();
          std::exit(0);
       } else if (opt == "--config") {
          args.config = value();
@@ -264,6 +275,10 @@ Args parseArgs(int argc, char** argv) {
          badUsage("--standby: --socket must differ from --peer-socket (" + args.peerSocket + ")");
       }
    }
+   if (std::string error; !args.gnmi.check(&error)) badUsage(error);
+#ifndef LLDP_GNMI
+   if (!args.gnmi.address.empty()) badUsage("--gnmi: this lldp-agent was built without gRPC");
+#endif
    return args;
 }
 
@@ -380,8 +395,9 @@ public:
       classification_ =
           std::make_unique<::Daemon::NbrClassificationService>(*control_, db, cliConfig_);
       powerAgentService_ = std::make_unique<Cli::PowerAgentService>(*control_, db);
-      // A standby serves metrics and SNMP only once it has taken over.
+      // A standby serves metrics, gNMI and SNMP only once it has taken over.
       if (!args_.standby && !startMetrics(&error)) return fail(error);
+      if (!args_.standby && !startGnmi(&error)) return fail(error);
 
       Lldp::Agent::Agent::Options agentOptions;
       agentOptions.standby = args_.standby;
@@ -414,6 +430,9 @@ public:
       mirrorClient_.reset();
       mirrorService_.reset();
       snmp_.reset();
+#ifdef LLDP_GNMI
+      gnmi_.reset();
+#endif
       metrics_.reset();
       if (handedOver_) {
          // The standby is waiting for this agent's socket path and lock: give them up
@@ -436,6 +455,16 @@ public:
    }
 
 private:
+   bool startGnmi([[maybe_unused]] std::string* error) {
+#ifdef LLDP_GNMI
+      if (args_.gnmi.address.empty()) return true;
+      gnmi_ = Gnmi::GnmiServer::start(args_.gnmi, Vel::StateDb::instance(), error);
+      return gnmi_ != nullptr;
+#else
+      return true;
+#endif
+   }
+
    bool startMetrics(std::string* error) {
       if (args_.metrics.empty()) return true;
       metrics_ = std::make_unique<::Daemon::MetricsExporter>(Vel::StateDb::instance());
@@ -470,6 +499,7 @@ private:
                    << "; still serving " << control_->path() << "\n";
       }
       if (!startMetrics(&error)) std::cerr << "lldp-agent: takeover: " << error << "\n";
+      if (!startGnmi(&error)) std::cerr << "lldp-agent: takeover: " << error << "\n";
       if (args_.snmp.enabled) {
          snmp_ = Snmp::AgentxSubagent::start(args_.snmp, Vel::StateDb::instance());
       }
@@ -682,6 +712,9 @@ private:
    int peerLockFd_ = -1;       // the former active agent's, once taken over
    int peerLockProbeFd_ = -1;  // the active agent's lock file, for probing
    bool handedOver_ = false;
+#ifdef LLDP_GNMI
+   std::unique_ptr<Gnmi::GnmiServer> gnmi_;
+#endif
    int signalFd_ = -1;
    std::unique_ptr<Vel::FdReactor> signals_;
    int exitCode_ = 0;

@@ -115,6 +115,7 @@ struct MetricsExporter::Impl {
                                 db.entityAs<const Identity::NbrClassification::BypassStatus>(
                                     "identity/nbrClassification/bypassStatus"));
       builder->clientLimitsIs(db.entityAs<const ClientLimits>(ClientLimits::path));
+      builder->gnmiIs(db.entityAs<const Gnmi::GnmiServerStatus>(Gnmi::GnmiServerStatus::path));
       builder->start(Vel::EventLoop::instance().now(), unixNow());
       slice();
    }

@@ -109,6 +109,15 @@ void MetricsSnapshotBuilder::start(double clockNow, double unixNow) {
       snap_.clientLimitHits[3] = l.externalTlvSetsRefused();
       snap_.clientLimitHits[4] = l.powerRequestsRefused();
    }
+   if (gnmi_) {
+      snap_.gnmi = true;
+      snap_.gnmiSubscribers = gnmi_->subscribers();
+      snap_.gnmiSubscribersRefused = gnmi_->subscribersRefused();
+      snap_.gnmiSubscribersDropped = gnmi_->subscribersDropped();
+      snap_.gnmiNotifications = gnmi_->notifications();
+      snap_.gnmiNotificationsCoalesced = gnmi_->notificationsCoalesced();
+      snap_.gnmiRequestsRefused = gnmi_->requestsRefused();
+   }
    if (!status_) return;
    snap_.remTablesInserts = status_->remTablesInserts();
    snap_.remTablesDeletes = status_->remTablesDeletes();
@@ -337,6 +346,35 @@ std::vector<MetricFamily> metricFamilies(const MetricsSnapshot& snap) {
       add(refused, {{"limit", limitNames[i]}}, double(snap.clientLimitHits[i]));
    }
    out.push_back(std::move(refused));
+   if (snap.gnmi) {
+      MetricFamily subscribers =
+          family("lldp_gnmi_subscribers", "gNMI Subscribe calls open.", MetricType::Gauge);
+      add(subscribers, {}, double(snap.gnmiSubscribers));
+      out.push_back(std::move(subscribers));
+      const struct {
+         const char* name;
+         const char* help;
+         uint64_t value;
+      } gnmi[] = {
+          {"lldp_gnmi_subscribers_refused_total",
+           "gNMI Subscribe calls refused: the most allowed were open.",
+           snap.gnmiSubscribersRefused},
+          {"lldp_gnmi_subscribers_dropped_total",
+           "gNMI subscribers ended for falling too far behind.", snap.gnmiSubscribersDropped},
+          {"lldp_gnmi_notifications_total", "gNMI notifications queued for subscribers.",
+           snap.gnmiNotifications},
+          {"lldp_gnmi_notifications_coalesced_total",
+           "Changes merged into a gNMI notification already waiting.",
+           snap.gnmiNotificationsCoalesced},
+          {"lldp_gnmi_requests_refused_total", "gNMI calls answered with an error status.",
+           snap.gnmiRequestsRefused},
+      };
+      for (const auto& g : gnmi) {
+         MetricFamily f = family(g.name, g.help, MetricType::Counter);
+         add(f, {}, double(g.value));
+         out.push_back(std::move(f));
+      }
+   }
    MetricFamily change = family("lldp_remote_tables_last_change_timestamp_seconds",
                                 "When a neighbour was last added, changed or deleted (Unix "
                                 "time; 0 never).",

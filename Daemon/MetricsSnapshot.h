@@ -21,6 +21,7 @@
 #include "Daemon/ClientLimits.h"
 #include "Framework/Vel/Ptr.h"
 #include "Framework/Wire/IntfId.h"
+#include "Gnmi/GnmiServerStatus.h"
 #include "Records/Identity.h"
 #include "Records/LldpConfig.h"
 #include "Records/LldpLocalSystem.h"
@@ -65,6 +66,10 @@ struct MetricsSnapshot {
    uint64_t fdbWrites = 0, fdbWritesRefused = 0;
    // What the control socket refused for a limit (ClientLimits' counters, in their order).
    uint64_t clientLimitHits[5] = {};
+   // The gNMI server's counters, when it runs (see Gnmi/GnmiServerStatus.h).
+   bool gnmi = false;
+   uint64_t gnmiSubscribers = 0, gnmiSubscribersRefused = 0, gnmiSubscribersDropped = 0,
+            gnmiNotifications = 0, gnmiNotificationsCoalesced = 0, gnmiRequestsRefused = 0;
    bool complete = false;
 };
 
@@ -86,6 +91,8 @@ public:
    }
    // The control socket's limits (null: nothing is reported of them).
    void clientLimitsIs(Vel::Ptr<const ClientLimits> limits) { clientLimits_ = std::move(limits); }
+   // The gNMI server's counters (null when it does not run: nothing is reported of it).
+   void gnmiIs(Vel::Ptr<const Gnmi::GnmiServerStatus> gnmi) { gnmi_ = std::move(gnmi); }
    // Starts a new snapshot: the global values now, the table from its first port.
    void start(double clockNow, double unixNow);
    // Copies up to `budget` neighbours (the ports met on the way cost one each); true once
@@ -101,6 +108,7 @@ private:
    Vel::Ptr<const Identity::NbrClassification::Status> classification_;
    Vel::Ptr<const Identity::NbrClassification::BypassStatus> bypass_;
    Vel::Ptr<const ClientLimits> clientLimits_;
+   Vel::Ptr<const Gnmi::GnmiServerStatus> gnmi_;
    MetricsSnapshot snap_;
    // Where the next slice resumes: the port (and whether its own values are taken) and
    // the last neighbour index copied on it.

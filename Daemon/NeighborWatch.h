@@ -6,15 +6,15 @@
 //     "timestamp": "2026-11-24T05:06:46.123Z" (when it was reported),
 //     "remoteSystem": {...every attribute, as `show neighbors detail` has it...}}
 // A removed neighbour is reported with the identity it had (index, chassisIdentifier,
-// portIdentifier, sysName). A port that goes away removes its neighbours.
+// portIdentifier, sysName). A port that goes away removes its neighbours. The tables are
+// followed by Lldp::NeighborChanges.
 #pragma once
 
 #include <functional>
-#include <map>
-#include <memory>
 
 #include "Framework/Vel/Json.h"
 #include "Records/LldpStatus.h"
+#include "Records/NeighborChanges.h"
 
 namespace Cli {
 
@@ -27,31 +27,14 @@ public:
    NeighborWatch(const NeighborWatch&) = delete;
    NeighborWatch& operator=(const NeighborWatch&) = delete;
 
-   size_t neighborCount() const;
+   size_t neighborCount() const { return changes_.neighborCount(); }
 
 private:
-   class StatusWatcher;
-   class PortWatcher;
-   class RemoteWatcher;
-   struct Key {
-      Wire::IntfId intf;
-      int index;
-      auto operator<=>(const Key&) const = default;
-   };
-   enum Change { changeAdded, changeChanged, changeRemoved };
-
-   void portIs(const Wire::IntfId& intf);
-   void remoteChanged(const Wire::IntfId& intf, int index, const Lldp::PortStatus& port);
-   void pendingIs(const Key& key, Change change);
-   void flush();
+   void report(const Wire::IntfId& intf, Lldp::NeighborChanges::Change change,
+               const Lldp::RemoteSystem& remote);
 
    Sink sink_;
-   std::unique_ptr<StatusWatcher> status_;
-   std::map<Wire::IntfId, std::unique_ptr<PortWatcher>> ports_;
-   std::map<Key, std::unique_ptr<RemoteWatcher>> remotes_;
-   std::map<Key, Change> pending_;
-   bool flushPosted_ = false;
-   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);  // for the posted flush
+   Lldp::NeighborChanges changes_;
 };
 
 }  // namespace Cli

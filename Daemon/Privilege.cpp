@@ -38,7 +38,8 @@ constinit const Vel::Log::Handle LLDP_SYSCALL_REFUSED(
 
 // What the agent calls once it runs as its own user: the event loop, sockets it has or
 // makes again (syslog, AgentX, netlink), files it reads (the configuration, the user
-// database), its trace files, and the threads of the metrics listener.
+// database), its trace files, and the threads of the metrics listener and the gNMI server
+// (whose locks ask for their thread's scheduling policy).
 constexpr const char* allowed[] = {
     // Files and descriptors.
     "read", "write", "readv", "writev", "pread64", "pwrite64", "close", "close_range", "lseek",
@@ -59,9 +60,10 @@ constexpr const char* allowed[] = {
     "recvmmsg", "shutdown", "getsockname", "getpeername", "setsockopt", "getsockopt",
     // Threads and the process.
     "exit", "exit_group", "futex", "set_robust_list", "get_robust_list", "rseq", "clone", "clone3",
-    "set_tid_address", "sched_yield", "sched_getaffinity", "getrandom", "prctl", "membarrier",
-    "getpid", "gettid", "getppid", "getuid", "geteuid", "getgid", "getegid", "getgroups",
-    "getresuid", "getresgid", "capget", "uname", "sysinfo", "getrusage", "prlimit64", "getrlimit"};
+    "set_tid_address", "sched_yield", "sched_getaffinity", "sched_getparam", "sched_getscheduler",
+    "getrandom", "prctl", "membarrier", "getpid", "gettid", "getppid", "getuid", "geteuid",
+    "getgid", "getegid", "getgroups", "getresuid", "getresgid", "capget", "uname", "sysinfo",
+    "getrusage", "prlimit64", "getrlimit"};
 
 constexpr int socketFamilies[] = {AF_UNIX, AF_NETLINK, AF_INET, AF_INET6};
 

@@ -4,7 +4,7 @@
 # Included from the top-level CMakeLists.txt after every benchmark target exists.
 foreach(bench lldp_bench eventloop_bench linux_pam_bench input_bench cli_bench metrics_bench
               snmp_walk_bench nbr_classification_bench
-              memory_bench)
+              memory_bench gnmi_model_bench)
   if(TARGET ${bench})
     add_test(NAME BenchSmoke.${bench}
              COMMAND ${bench} --benchmark_min_time=0.001 --benchmark_repetitions=1)

@@ -33,6 +33,8 @@ install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.conf
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
         FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.png")
+# Our YANG module, beside the pages that link to it (the gNMI server names it).
+install(FILES ${PROJECT_SOURCE_DIR}/yang/lldp-agent-ext.yang DESTINATION ${CMAKE_INSTALL_DOCDIR}/yang)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/lldp-agent.sysusers DESTINATION lib/sysusers.d
         RENAME lldp-agent.conf)
 

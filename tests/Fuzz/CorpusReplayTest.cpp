@@ -14,6 +14,7 @@
 #include "Records/LldpConfig.h"
 #include "fuzz/ConfigHarness.h"
 #include "fuzz/ControlHarness.h"
+#include "fuzz/GnmiPathHarness.h"
 #include "fuzz/NetlinkHarness.h"
 #include "fuzz/RecordBytes.h"
 #include "fuzz/RxHarness.h"
@@ -96,6 +97,11 @@ TEST(CorpusReplay, SnmpRequestsOverAPopulatedTable) {
    // The table the requests walk is the receive corpus's neighbours.
    EXPECT_GE(harness.neighbours(), 10u);
    replay(harness, "snmp", 5);
+}
+
+TEST(CorpusReplay, GnmiPaths) {
+   Fuzz::GnmiPathHarness harness;
+   replay(harness, "gnmipath", 10);
 }
 
 }  // namespace
