@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Framework/Vel/Entity.h"
+#include "Framework/Vel/IntSet.h"
 #include "Records/LldpRemoteSystem.h"
 #include "Records/LldpValues.h"
 
@@ -70,8 +71,8 @@ class PortStatus : public Vel::Entity {
 
 private:
    bool senderTracking_ = false;
-   std::unordered_set<int> medSenders_;
-   std::unordered_set<int> powerSenders_;
+   Vel::IntSet medSenders_;
+   Vel::IntSet powerSenders_;
 };
 
 // clang-format off

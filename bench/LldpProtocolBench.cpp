@@ -136,6 +136,7 @@ void BM_CreateNeighbour(benchmark::State& state) {
    const auto existing = static_cast<uint32_t>(state.range(0));
    RxPort port;
    port.config->remoteSystemLimitIs(existing + 1'000'000);
+   port.config->remoteSystemLimitTotalIs(existing + 1'000'000);
    NumberedPdu pdu;
    for (uint32_t n = 0; n < existing; ++n) port.rx(pdu.numbered(n));
    uint32_t next = existing;

@@ -52,8 +52,10 @@ double rssKb(pid_t pid) {
 
 // The daemon's run of the agent: `ip netns exec` execs it, so the spawned pid is its pid.
 pid_t startAgent(const Bench::VethPorts& link, const std::string& base) {
-   // No receive rate limit: the neighbours all arrive at once, each a first time.
+   // No receive rate limit: the neighbours all arrive at once, each a first time. Neither
+   // neighbour limit (per port, all ports) stops the table short of the largest count.
    std::ofstream(base + ".conf") << "lldp timer 30\nlldp neighbor-limit 1000000\n"
+                                 << "lldp neighbor-limit total 1000000\n"
                                  << "interface memA0\n   no lldp receive rate-limit\n";
    return TestSupport::spawn(
        {"ip", "netns", "exec", link.nsA(), envOr("LLDP_MEM_AGENT", LLDP_AGENT), "--config",

@@ -2,7 +2,10 @@
 // per distinct value, found again through a process-wide table keyed by the bytes'
 // hash. For per-record copies of something many records have in common (the last
 // LLDPDU of neighbours that all send the same TLVs), each holder then costs a pointer.
-// Records live on the agent's one thread, so the table and the counts are not locked.
+// A holder whose bytes change while nobody else holds them keeps its copy to itself from
+// then on: rewritten in place, out of the table, so a neighbour whose LLDPDU keeps
+// changing pays a copy, not a hash and a table update, per change. Records live on the
+// agent's one thread, so the table and the counts are not locked.
 #pragma once
 
 #include <cstdint>
@@ -34,9 +37,19 @@ public:
    }
    bool operator==(std::string_view bytes) const { return value() == bytes; }
    // Holds `bytes` from now on, sharing the copy of whoever already holds them. Costs
-   // nothing when this already holds them.
+   // nothing when this already holds them, and no allocation when this alone holds a copy
+   // with room for them.
    void assign(std::string_view bytes) {
       if (blob_ && value() == bytes) return;
+      if (blob_ && blob_->refs == 1 && blob_->cap >= bytes.size()) {
+         if (blob_->shared) {
+            table().erase(find(blob_));
+            blob_->shared = false;
+         }
+         if (!bytes.empty()) std::memcpy(blob_->bytes(), bytes.data(), bytes.size());
+         blob_->len = static_cast<uint32_t>(bytes.size());
+         return;
+      }
       const size_t h = std::hash<std::string_view>()(bytes);
       auto& t = table();
       Blob* found = nullptr;
@@ -46,21 +59,10 @@ public:
             break;
          }
       }
-      if (!found && blob_ && blob_->refs == 1 && blob_->cap >= bytes.size()) {
-         // Nobody else holds the old value: rewritten in place, its table node reused, so
-         // a neighbour whose LLDPDU changes costs no allocation.
-         auto node = t.extract(find(blob_));
-         if (!bytes.empty()) std::memcpy(blob_->bytes(), bytes.data(), bytes.size());
-         blob_->len = static_cast<uint32_t>(bytes.size());
-         blob_->hash = h;
-         node.key() = h;
-         t.insert(std::move(node));
-         return;
-      }
       if (!found) {
          const auto n = static_cast<uint32_t>(bytes.size());
          void* mem = ::operator new(sizeof(Blob) + n);
-         found = new (mem) Blob{h, 0, n, n};
+         found = new (mem) Blob{h, 0, n, n, true};
          if (n) std::memcpy(found->bytes(), bytes.data(), n);
          t.emplace(h, found);
       }
@@ -72,7 +74,7 @@ public:
       drop();
       blob_ = nullptr;
    }
-   // Distinct values held by anyone, for memory accounting.
+   // Distinct values in the shared table (a holder's own copy is not counted).
    static size_t distinctValues() { return table().size(); }
 
 private:
@@ -81,6 +83,7 @@ private:
       uint32_t refs;
       uint32_t len;
       uint32_t cap;
+      bool shared;  // in the table; else its one holder's own copy
       char* bytes() { return reinterpret_cast<char*>(this + 1); }
    };
    using Table = std::unordered_multimap<size_t, Blob*>;
@@ -95,7 +98,7 @@ private:
    }
    void drop() {
       if (!blob_ || --blob_->refs > 0) return;
-      table().erase(find(blob_));
+      if (blob_->shared) table().erase(find(blob_));
       blob_->~Blob();
       ::operator delete(blob_);
    }

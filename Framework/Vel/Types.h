@@ -40,19 +40,23 @@ std::string colonHex(std::string_view bytes);
 
 [[noreturn]] void throwStringBound(size_t max);
 
-// A byte string of at most N bytes. Short values (up to 22 bytes, or N when N is small)
-// live inline; a longer one lives in a heap buffer sized for it, which the string keeps
-// when it is assigned a shorter value again. Records hold dozens of these and most LLDP
-// strings are short, so a record pays for what its neighbour sent, not for the bound; a
-// scratch string that is refilled frame after frame stops allocating once it has seen
-// its longest value.
+// A byte string of at most N bytes. Short values live inline: all of them when N is up to
+// 23, up to 23 bytes when N is below 32 (interface names, addresses), up to 15 bytes
+// when N is 32 or more (the strings LLDP carries, which records hold by the dozen and
+// which are mostly short or absent). A longer value lives in a heap buffer sized for it,
+// which the string keeps when it is assigned a shorter value again, so a scratch string
+// that is refilled frame after frame stops allocating once it has seen its longest value.
+// The first byte is the inline length, or heapTag when the value is on the heap: then the
+// inline bytes hold its length, its capacity and the buffer's pointer.
 template <size_t N>
 class FixedString {
-   static constexpr size_t inlineBytes = N <= 30 ? N : 22;
-   static constexpr uint16_t heapFlag = 0x8000;
-   static_assert(N < heapFlag, "FixedString bound too large");
+   static constexpr size_t inlineBytes = N <= 23 ? N : N < 32 ? 23 : 15;
+   static constexpr uint8_t heapTag = 0xff;
+   static_assert(N <= 0xffff, "FixedString bound too large");
    static constexpr bool spills = N > inlineBytes;  // else every value fits inline
-   static_assert(!spills || inlineBytes >= sizeof(char*) + sizeof(uint16_t));
+   // Where a heap value keeps its length, capacity and pointer among the inline bytes.
+   static constexpr size_t lenAt = 0, capAt = 2, ptrAt = inlineBytes - sizeof(char*);
+   static_assert(!spills || ptrAt >= capAt + sizeof(uint16_t));
 
 public:
    static constexpr size_t maxBytes = N;
@@ -84,7 +88,7 @@ public:
    static FixedString create(std::string_view s) { return FixedString(s); }
    // Empties the value, keeping any heap room.
    FixedString& clear() {
-      len_ = static_cast<uint16_t>(len_ & heapFlag);
+      sizeIs(0);
       return *this;
    }
 
@@ -96,12 +100,12 @@ public:
          return;
       }
       std::memmove(buffer(), p, n);
-      len_ = static_cast<uint16_t>((len_ & heapFlag) | n);
+      sizeIs(n);
    }
    std::string_view value() const { return {data(), size()}; }
    std::string stringValue() const { return std::string(value()); }
    const char* data() const { return onHeap() ? heapPtr() : buf_; }
-   size_t size() const { return len_ & ~heapFlag; }
+   size_t size() const { return onHeap() ? load16(lenAt) : tag_; }
    bool empty() const { return size() == 0; }
    uint8_t operator[](size_t i) const { return static_cast<uint8_t>(data()[i]); }
    // Heap bytes held beyond the object itself (0 for an inline value).
@@ -117,21 +121,31 @@ public:
 
 private:
    bool onHeap() const {
-      if constexpr (spills) return (len_ & heapFlag) != 0;
+      if constexpr (spills) return tag_ == heapTag;
       return false;
    }
-   // A heap value keeps its pointer and its capacity in the inline bytes.
+   size_t load16(size_t at) const {
+      uint16_t v = 0;
+      std::memcpy(&v, buf_ + at, sizeof(v));
+      return v;
+   }
+   void store16(size_t at, size_t v) {
+      const auto w = static_cast<uint16_t>(v);
+      std::memcpy(buf_ + at, &w, sizeof(w));
+   }
+   void sizeIs(size_t n) {
+      if (onHeap()) {
+         store16(lenAt, n);
+      } else {
+         tag_ = static_cast<uint8_t>(n);
+      }
+   }
    char* heapPtr() const {
       char* p = nullptr;
-      if constexpr (spills) std::memcpy(&p, buf_, sizeof(p));
+      if constexpr (spills) std::memcpy(&p, buf_ + ptrAt, sizeof(p));
       return p;
    }
-   size_t capacity() const {
-      if (!onHeap()) return inlineBytes;
-      uint16_t c = 0;
-      if constexpr (spills) std::memcpy(&c, buf_ + sizeof(char*), sizeof(c));
-      return c;
-   }
+   size_t capacity() const { return onHeap() ? load16(capAt) : inlineBytes; }
    char* buffer() { return onHeap() ? heapPtr() : buf_; }
    void replaceBuffer(const char* src, size_t n) {
       if constexpr (spills) {  // else never called: every value fits inline
@@ -140,28 +154,23 @@ private:
          char* p = new char[cap];
          std::memcpy(p, src, n);
          release();
-         const uint16_t c = static_cast<uint16_t>(cap);
-         std::memcpy(buf_, &p, sizeof(p));
-         std::memcpy(buf_ + sizeof(char*), &c, sizeof(c));
-         len_ = static_cast<uint16_t>(heapFlag | n);
+         tag_ = heapTag;
+         store16(lenAt, n);
+         store16(capAt, cap);
+         std::memcpy(buf_ + ptrAt, &p, sizeof(p));
       }
    }
    // Moves o's value here (this holds no buffer); o is left empty and inline.
    void take(FixedString& o) {
-      len_ = o.len_;
-      if constexpr (spills) {
-         std::memcpy(buf_, o.buf_,
-                     onHeap() ? sizeof(char*) + sizeof(uint16_t) : std::min(size(), inlineBytes));
-      } else {
-         std::memcpy(buf_, o.buf_, size());
-      }
-      o.len_ = 0;
+      tag_ = o.tag_;
+      std::memcpy(buf_, o.buf_, onHeap() ? inlineBytes : size());
+      o.tag_ = 0;
    }
    void release() {
       if (onHeap()) delete[] heapPtr();
    }
 
-   uint16_t len_ = 0;  // the length, with heapFlag when the bytes are on the heap
+   uint8_t tag_ = 0;  // the inline length, or heapTag
    char buf_[inlineBytes];
 };
 

@@ -250,7 +250,7 @@ Vel::Ptr<LinuxPam> LinuxPam::open(const Wire::IntfId& intfId, const Options& opt
                                   std::string* error) {
    Vel::Ptr<LinuxPam> pam(new LinuxPam(intfId, options));
    std::string why;
-   if (!pam->init(&why)) {
+   if (!pam->init(options, &why)) {
       VEL_TRACE(trace, 0, intfId << ": cannot open packet access: " << why);
       errorIs(error, why);
       return nullptr;
@@ -260,7 +260,7 @@ Vel::Ptr<LinuxPam> LinuxPam::open(const Wire::IntfId& intfId, const Options& opt
    return pam;
 }
 
-bool LinuxPam::init(std::string* error) {
+bool LinuxPam::init(const Options& options, std::string* error) {
    auto fail = [&](const std::string& what) {
       errorIs(error, what + ": " + errnoText(errno));
       return false;
@@ -270,32 +270,31 @@ bool LinuxPam::init(std::string* error) {
       errorIs(error, "not a Linux interface name: '" + name + "'");
       return false;
    }
-   if (!options_.settings.separateDot1QHdr) {
+   if (!options.settings.separateDot1QHdr) {
       errorIs(error, "802.1Q tags can only be delivered apart from the frame");
       return false;
    }
-   const uint32_t bs = options_.blockSize;
+   const uint32_t bs = options.blockSize;
    if (bs < 4096 || (bs & (bs - 1)) != 0 || bs <= Pam::rxFrameLimit + 128 ||
-       options_.blockCount == 0) {
+       options.blockCount == 0) {
       errorIs(error, "bad receive ring size");
       return false;
    }
    const std::string what = "interface " + name;
    ifIndex_ = int(::if_nametoindex(name.c_str()));
    if (ifIndex_ == 0) return fail(what);
-   ring_ = LinuxPamRing::ringFor(options_, error);
+   ring_ = LinuxPamRing::ringFor(options, error);
    if (!ring_) return false;
    ifreq ifr{};
    std::memcpy(ifr.ifr_name, name.data(), name.size());
    if (::ioctl(ring_->fd(), SIOCGIFHWADDR, &ifr) < 0) return fail("SIOCGIFHWADDR on " + what);
    ethAddr_ = Wire::EthAddr::fromBytes(ifr.ifr_hwaddr.sa_data);
-   const Wire::PamSettings& settings = options_.settings;
-   if (!settings.lldpDestMac.isZero()) {
+   if (!lldpDestMac_.isZero()) {
       packet_mreq mr{};
       mr.mr_ifindex = ifIndex_;
       mr.mr_type = PACKET_MR_MULTICAST;
       mr.mr_alen = 6;
-      std::memcpy(mr.mr_address, settings.lldpDestMac.bytes().data(), 6);
+      std::memcpy(mr.mr_address, lldpDestMac_.bytes().data(), 6);
       if (::setsockopt(ring_->fd(), SOL_PACKET, PACKET_ADD_MEMBERSHIP, &mr, sizeof(mr)) < 0) {
          return fail("PACKET_ADD_MEMBERSHIP");
       }
@@ -306,7 +305,9 @@ bool LinuxPam::init(std::string* error) {
 }
 
 LinuxPam::LinuxPam(const Wire::IntfId& intfId, const Options& options)
-    : Pam(intfId), options_(options) {}
+    : Pam(intfId),
+      maxRxPktData_(options.settings.maxRxPktData),
+      lldpDestMac_(options.settings.lldpDestMac) {}
 
 LinuxPam::~LinuxPam() {
    if (!ring_) return;
@@ -317,7 +318,7 @@ LinuxPam::~LinuxPam() {
       mr.mr_ifindex = ifIndex_;
       mr.mr_type = PACKET_MR_MULTICAST;
       mr.mr_alen = 6;
-      std::memcpy(mr.mr_address, options_.settings.lldpDestMac.bytes().data(), 6);
+      std::memcpy(mr.mr_address, lldpDestMac_.bytes().data(), 6);
       ::setsockopt(ring_->fd(), SOL_PACKET, PACKET_DROP_MEMBERSHIP, &mr, sizeof(mr));
    }
 }
@@ -371,7 +372,7 @@ Vel::Ptr<Wire::Pkt> LinuxPam::rxPkt() {
 
 Vel::Ptr<Wire::Pkt> LinuxPam::frameToPkt(const char* hdr) {
    const auto* h = reinterpret_cast<const tpacket3_hdr*>(hdr);
-   if (h->tp_snaplen < h->tp_len || h->tp_len > options_.settings.maxRxPktData) {
+   if (h->tp_snaplen < h->tp_len || h->tp_len > maxRxPktData_) {
       ++rxDropsOversize_;
       VEL_TRACE(trace, 2, intfId() << ": dropped a frame of " << h->tp_len << " bytes: too long");
       return nullptr;

@@ -110,12 +110,15 @@ private:
    friend class LinuxPamRing;
    LinuxPam(const Wire::IntfId& intfId, const Options& options);
    ~LinuxPam() override;
-   bool init(std::string* error);
+   bool init(const Options& options, std::string* error);
    // A frame of this interface, in the ring until this call returns.
    void frameIs(const char* hdr);
    Vel::Ptr<Wire::Pkt> frameToPkt(const char* hdr);
 
-   Options options_;
+   // Of the options, what a port needs after it opened (the ring keeps the rest, once for
+   // all ports): an idle port holds no copy of the receive filter.
+   uint32_t maxRxPktData_;
+   Wire::EthAddr lldpDestMac_;
    Vel::Ptr<LinuxPamRing> ring_;
    int ifIndex_ = 0;
    Wire::EthAddr ethAddr_;
