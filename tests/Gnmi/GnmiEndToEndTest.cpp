@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include "tests/Interop/LldpdInteropFixture.h"
@@ -142,6 +143,33 @@ private:
    Process proc_;
 };
 
+// The README's gnmic subscription as our test client's arguments: the path and the modes
+// users are told to ask for are the ones this test subscribes with.
+std::vector<std::string> readmeSubscription() {
+   std::ifstream in(std::string(LLDP_SOURCE_DIR) + "/README.md");
+   std::string line, command;
+   while (std::getline(in, line)) {
+      const auto start = line.find_first_not_of(' ');
+      if (command.empty() && (start == std::string::npos || line.compare(start, 6, "gnmic ") != 0))
+         continue;
+      const bool more = !line.empty() && line.back() == '\\';
+      command += line.substr(0, line.size() - more) + " ";
+      if (!more) break;
+   }
+   std::istringstream words(command);
+   std::vector<std::string> w{std::istream_iterator<std::string>(words), {}};
+   std::vector<std::string> args;
+   for (size_t i = 0; i + 1 < w.size(); ++i) {
+      std::string v = w[i + 1];
+      if (v.size() >= 2 && v.front() == '\'' && v.back() == '\'') v = v.substr(1, v.size() - 2);
+      if (w[i] == "subscribe") args.insert(args.begin(), "subscribe");
+      if (w[i] == "--path") args.insert(args.begin() + std::min<size_t>(1, args.size()), v);
+      if (w[i] == "--mode") args.insert(args.end(), {"--mode", v});
+      if (w[i] == "--stream-mode") args.insert(args.end(), {"--sub", v});
+   }
+   return args;
+}
+
 TEST_F(GnmiEndToEnd, LldpdsNeighbourInGetAndStreamOneNotificationPerChangeDeleteOnShutdown) {
    startAgent(agentTimers, {});
    Lldpd peer(ns_->nsB(), "gnmi-peer", peerPorts());
@@ -160,9 +188,12 @@ TEST_F(GnmiEndToEnd, LldpdsNeighbourInGetAndStreamOneNotificationPerChangeDelete
              0);
 
    // STREAM ON_CHANGE: the current state first, then sync_response.
-   Subscriber sub(ns_->nsA(),
-                  {"subscribe", "/lldp/interfaces/interface[name=*]/neighbors/neighbor[id=*]/state",
-                   "--sub", "on_change", "--seconds", "40"});
+   // As the README tells users to subscribe.
+   std::vector<std::string> readme = readmeSubscription();
+   ASSERT_EQ(readme.size(), 6u) << "the README's gnmic subscribe command";
+   EXPECT_EQ(readme[1], "/lldp/interfaces/interface[name=*]/neighbors/neighbor[id=*]/state");
+   readme.insert(readme.end(), {"--seconds", "40"});
+   Subscriber sub(ns_->nsA(), readme);
    ASSERT_GE(waitFor([&] { return sub.synced(); }, 10), 0) << Json(sub.lines()).dump();
    std::string prefix;
    for (const Json& l : sub.lines()) {
