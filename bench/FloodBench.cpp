@@ -137,30 +137,10 @@ public:
 
 private:
    static size_t build(char* f, uint64_t k) {
-      static const unsigned char head[14] = {0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 0x02,
-                                             0x00, 0,    0,    0,    0,    0x88, 0xcc};
-      std::memcpy(f, head, sizeof(head));
-      for (int i = 0; i < 4; ++i) f[8 + i] = char(k >> (24 - 8 * i));
-      char* p = f + 14;
-      auto tlv = [&](int type, const void* v, size_t len) {
-         *p++ = char((type << 1) | (len >> 8));
-         *p++ = char(len & 0xff);
-         std::memcpy(p, v, len);
-         p += len;
-      };
-      char chassis[24];
-      const int n = std::snprintf(chassis, sizeof(chassis), "%cflood-%012llu", 7,
-                                  static_cast<unsigned long long>(k));
-      tlv(1, chassis, size_t(n));
-      tlv(2, "\x07p1", 3);
-      tlv(3, "\x02\x58", 2);  // 600 s: nobody ages out during a run
-      tlv(5, "forged", 6);
       // A switch's usual system description: the frame is as long as a typical LLDPDU
       // (about 190 bytes), so the receive ring holds as many as it would in real life.
       static const std::string desc(120, 'd');
-      tlv(6, desc.data(), desc.size());
-      tlv(0, "", 0);
-      return size_t(p - f);
+      return Bench::forgedLldpdu(f, k, "flood", "forged", desc);
    }
    int fd_ = -1;
    std::vector<int> ifIndex_;

@@ -68,26 +68,8 @@ public:
    bool ok() const { return fd_ >= 0 && ifIndex_ > 0; }
 
    bool send(uint64_t k, const std::string& sysName) {
-      char f[256];
-      static const unsigned char head[14] = {0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 0x02,
-                                             0x00, 0,    0,    0,    0,    0x88, 0xcc};
-      std::memcpy(f, head, sizeof(head));
-      for (int i = 0; i < 4; ++i) f[8 + i] = char(k >> (24 - 8 * i));
-      char* p = f + 14;
-      auto tlv = [&](int type, const void* v, size_t len) {
-         *p++ = char((type << 1) | (len >> 8));
-         *p++ = char(len & 0xff);
-         std::memcpy(p, v, len);
-         p += len;
-      };
-      char chassis[24];
-      const int n = std::snprintf(chassis, sizeof(chassis), "%cgnmi-%012llu", 7,
-                                  static_cast<unsigned long long>(k));
-      tlv(1, chassis, size_t(n));
-      tlv(2, "\x07p1", 3);
-      tlv(3, "\x02\x58", 2);  // 600 s: nobody ages out during a run
-      tlv(5, sysName.data(), sysName.size());
-      tlv(0, "", 0);
+      char f[512];
+      const size_t len = Bench::forgedLldpdu(f, k, "gnmi", sysName);
       sockaddr_ll to{};
       to.sll_family = AF_PACKET;
       to.sll_protocol = htons(0x88cc);
@@ -95,7 +77,7 @@ public:
       to.sll_halen = 6;
       std::memcpy(to.sll_addr, f, 6);
       for (;;) {
-         if (::sendto(fd_, f, size_t(p - f), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)) > 0)
+         if (::sendto(fd_, f, len, 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)) > 0)
             return true;
          if (errno != ENOBUFS && errno != EAGAIN) return false;
          ::usleep(100);

@@ -10,9 +10,11 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tests/Support/IpCmd.h"
@@ -92,5 +94,34 @@ private:
    std::string nsA_, nsB_, error_;
    std::vector<std::string> created_;
 };
+
+// A forged LLDPDU from neighbour `k`: source MAC 02:00:<k>, chassis ID "<prefix>-<k>" (a
+// locally assigned name), port ID "p1", a 600 s time to live (nobody ages out during a
+// run), a system name and, when given, a system description. Returns its length; `f`
+// holds at least 64 bytes more than the strings.
+inline size_t forgedLldpdu(char* f, uint64_t k, const char* prefix, std::string_view sysName,
+                           std::string_view sysDescr = {}) {
+   static const unsigned char head[14] = {0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 0x02,
+                                          0x00, 0,    0,    0,    0,    0x88, 0xcc};
+   std::memcpy(f, head, sizeof(head));
+   for (int i = 0; i < 4; ++i) f[8 + i] = char(k >> (24 - 8 * i));
+   char* p = f + 14;
+   auto tlv = [&](int type, const void* v, size_t len) {
+      *p++ = char((type << 1) | (len >> 8));
+      *p++ = char(len & 0xff);
+      std::memcpy(p, v, len);
+      p += len;
+   };
+   char chassis[40];
+   const int n = std::snprintf(chassis, sizeof(chassis), "%c%s-%012llu", 7, prefix,
+                               static_cast<unsigned long long>(k));
+   tlv(1, chassis, size_t(n));
+   tlv(2, "\x07p1", 3);
+   tlv(3, "\x02\x58", 2);
+   tlv(5, sysName.data(), sysName.size());
+   if (!sysDescr.empty()) tlv(6, sysDescr.data(), sysDescr.size());
+   tlv(0, "", 0);
+   return size_t(p - f);
+}
 
 }  // namespace Bench
