@@ -279,9 +279,9 @@ bool MirrorClient::handleAnswer(const Vel::Json& j, std::string_view line) {
    }
    activeCell_ = (*data)["cell"].get<uint32_t>();
    // The listeners handed over with this answer replace any from an earlier connection.
+   for (auto& [name, f] : listeners_) close(f);
+   listeners_.clear();
    if (auto names = data->find("listeners"); names != data->end() && names->is_array()) {
-      for (auto& [name, f] : listeners_) close(f);
-      listeners_.clear();
       for (size_t k = 0; k < names->size() && k < received_.size(); ++k) {
          if (!(*names)[k].is_string()) continue;
          listeners_[(*names)[k].get<std::string>()] = std::exchange(received_[k], -1);
