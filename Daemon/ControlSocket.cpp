@@ -9,10 +9,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <exception>
+#include <string_view>
 #include <vector>
 
 #include "Config/ConfigLanguage.h"
@@ -80,16 +83,37 @@ struct ControlSocket::Client {
    bool waitingWritable = false;  // registered in writeEpollFd_
    bool closing = false;          // close once `out` is written
    Vel::Ptr<ControlConnection> connection;
+   std::vector<int> fdsNext;  // copies that go with the next message queued
+   std::vector<int> fdsOut;   // copies that go with the byte at `fdsAt` of `out`
+   size_t fdsAt = 0;
 
    size_t backlog() const { return out.size() - outPos; }
    ~Client() {
       reader.reset();  // before the descriptor goes
       if (fd >= 0) close(fd);
+      for (int f : fdsNext) close(f);
+      for (int f : fdsOut) close(f);
    }
 };
 
 void ControlConnection::send(const Vel::Json& message) {
    if (server_) server_->send(id_, message);
+}
+
+bool ControlConnection::attachFds(const std::vector<int>& fds) {
+   if (!server_) return false;
+   auto it = server_->clients_.find(id_);
+   if (it == server_->clients_.end()) return false;
+   auto& c = *it->second;
+   for (int f : fds) {
+      const int copy = fcntl(f, F_DUPFD_CLOEXEC, 0);
+      if (copy < 0) {
+         VEL_TRACE(traceControl, 0, errnoText("cannot copy a descriptor to hand over"));
+         return false;
+      }
+      c.fdsNext.push_back(copy);
+   }
+   return true;
 }
 
 Vel::Json ControlSocket::okReply(Vel::Json data) {
@@ -156,7 +180,8 @@ ControlSocket::~ControlSocket() {
    if (listenFd_ >= 0) {
       // Only the socket file this server made: a later server may own the path by now.
       struct stat st;
-      if (lstat(path_.c_str(), &st) == 0 && st.st_dev == boundDev_ && st.st_ino == boundIno_) {
+      if (!keepSocketFile_ && lstat(path_.c_str(), &st) == 0 && st.st_dev == boundDev_ &&
+          st.st_ino == boundIno_) {
          unlink(path_.c_str());
       }
       close(listenFd_);
@@ -291,6 +316,52 @@ bool ControlSocket::relisten(const std::string& path, std::string* error) {
    boundDev_ = st.st_dev;
    boundIno_ = st.st_ino;
    VEL_TRACE(traceControl, 4, "moved from " << path_ << " to " << path);
+   path_ = path;
+   return true;
+}
+
+bool ControlSocket::adopt(int fd, const std::string& path, std::string* error) {
+   auto fail = [&](const std::string& text) {
+      close(fd);
+      if (error) *error = text;
+      VEL_TRACE(traceControl, 0, text);
+      return false;
+   };
+   if (listenFd_ < 0) return fail("adopt: the control socket is not listening");
+   // It must be a listening Unix socket bound to `path`, and the file there must exist.
+   sockaddr_un addr{};
+   socklen_t len = sizeof addr;
+   int listening = 0;
+   socklen_t optLen = sizeof listening;
+   if (getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0 ||
+       addr.sun_family != AF_UNIX ||
+       getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listening, &optLen) != 0 || !listening) {
+      return fail("the socket handed over for " + path + " is not a listening Unix socket");
+   }
+   const size_t nameLen = len > offsetof(sockaddr_un, sun_path)
+                              ? strnlen(addr.sun_path, len - offsetof(sockaddr_un, sun_path))
+                              : 0;
+   if (std::string_view(addr.sun_path, nameLen) != path) {
+      return fail("the socket handed over is bound to '" + std::string(addr.sun_path, nameLen) +
+                  "', not " + path);
+   }
+   struct stat st;
+   if (lstat(path.c_str(), &st) != 0 || !S_ISSOCK(st.st_mode)) {
+      return fail(errnoText("the socket file " + path + " handed over is gone"));
+   }
+   fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+   auto reactor = std::make_unique<Vel::FdReactor>(fd, [this] { onAcceptable(); });
+   if (!reactor->registered()) return fail("cannot watch the control socket on the event loop");
+   struct stat old;
+   if (lstat(path_.c_str(), &old) == 0 && old.st_dev == boundDev_ && old.st_ino == boundIno_) {
+      unlink(path_.c_str());
+   }
+   listenReactor_ = std::move(reactor);
+   close(listenFd_);
+   listenFd_ = fd;
+   boundDev_ = st.st_dev;
+   boundIno_ = st.st_ino;
+   VEL_TRACE(traceControl, 4, "serving " << path << " handed over, instead of " << path_);
    path_ = path;
    return true;
 }
@@ -474,9 +545,14 @@ bool ControlSocket::send(uint64_t id, const Vel::Json& message) {
       drop(id);
       return false;
    }
-   if (c.outPos == c.out.size()) {
+   if (c.outPos == c.out.size() && c.fdsOut.empty()) {
       c.out.clear();
       c.outPos = 0;
+   }
+   if (!c.fdsNext.empty() && c.fdsOut.empty()) {
+      c.fdsOut = std::move(c.fdsNext);
+      c.fdsNext.clear();
+      c.fdsAt = c.out.size();
    }
    c.out += serialize(message);
    if (!flush(c)) {
@@ -488,10 +564,38 @@ bool ControlSocket::send(uint64_t id, const Vel::Json& message) {
 
 // Writes what the socket takes; the rest waits for the socket to become writable. Returns
 // false when the client has to go: an error, or a closing client with nothing left.
+// Sends what is queued from `outPos` up to `end`, with the descriptors to hand over on
+// their byte.
+static ssize_t sendQueued(int fd, const std::string& out, size_t pos, size_t end,
+                          std::vector<int>& fds, size_t fdsAt) {
+   if (fds.empty() || pos < fdsAt) {
+      return ::send(fd, out.data() + pos, std::min(end, fds.empty() ? end : fdsAt) - pos,
+                    MSG_NOSIGNAL | MSG_DONTWAIT);
+   }
+   iovec iov{const_cast<char*>(out.data() + pos), end - pos};
+   alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * 4)];
+   const size_t n = std::min<size_t>(fds.size(), 4);
+   msghdr msg{};
+   msg.msg_iov = &iov;
+   msg.msg_iovlen = 1;
+   msg.msg_control = control;
+   msg.msg_controllen = CMSG_SPACE(sizeof(int) * n);
+   cmsghdr* cm = CMSG_FIRSTHDR(&msg);
+   cm->cmsg_level = SOL_SOCKET;
+   cm->cmsg_type = SCM_RIGHTS;
+   cm->cmsg_len = CMSG_LEN(sizeof(int) * n);
+   std::memcpy(CMSG_DATA(cm), fds.data(), sizeof(int) * n);
+   const ssize_t sent = ::sendmsg(fd, &msg, MSG_NOSIGNAL | MSG_DONTWAIT);
+   if (sent > 0) {
+      for (int f : fds) close(f);
+      fds.clear();
+   }
+   return sent;
+}
+
 bool ControlSocket::flush(Client& c) {
    while (c.outPos < c.out.size()) {
-      ssize_t n = ::send(c.fd, c.out.data() + c.outPos, c.out.size() - c.outPos,
-                         MSG_NOSIGNAL | MSG_DONTWAIT);
+      ssize_t n = sendQueued(c.fd, c.out, c.outPos, c.out.size(), c.fdsOut, c.fdsAt);
       if (n > 0) {
          c.outPos += size_t(n);
          continue;
@@ -509,7 +613,7 @@ bool ControlSocket::flush(Client& c) {
             c.waitingWritable = true;
          }
          // Compact now and then so a long stream does not keep what it has written.
-         if (c.outPos > (size_t(1) << 20) && c.outPos * 2 > c.out.size()) {
+         if (c.fdsOut.empty() && c.outPos > (size_t(1) << 20) && c.outPos * 2 > c.out.size()) {
             c.out.erase(0, c.outPos);
             c.outPos = 0;
          }

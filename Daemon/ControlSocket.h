@@ -33,6 +33,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Daemon/ClientLimits.h"
 #include "Framework/Vel/EventLoop.h"
@@ -63,6 +64,9 @@ public:
    bool closed() const { return server_ == nullptr; }
    void send(const Vel::Json& message);
    const Peer& peer() const { return peer_; }
+   // The next message sent on this connection carries copies of `fds` (SCM_RIGHTS on its
+   // first byte). False when the connection is closed or a copy cannot be made.
+   bool attachFds(const std::vector<int>& fds);
 
 private:
    friend class ControlSocket;
@@ -98,6 +102,14 @@ public:
    // Moves the listener to `path` (a standby agent taking over its active agent's path),
    // with the same rules as listen(); connected clients stay, the old socket file goes.
    bool relisten(const std::string& path, std::string* error);
+   // Serves `fd`, a listening socket handed over by the agent that served `path` (it stays
+   // bound there: no new socket file is made, so no permission on its directory is
+   // needed). The old socket file goes as with relisten(). Takes `fd` in every case.
+   bool adopt(int fd, const std::string& path, std::string* error);
+   // The listening socket, to hand over to a standby; -1 before listen().
+   int listenerFd() const { return listenFd_; }
+   // The socket file stays when this server goes: another process serves it now.
+   void keepSocketFile() { keepSocketFile_ = true; }
 
    // Adds or replaces an operation. Handlers return the whole reply (okReply/errorReply);
    // an exception from a handler becomes an error reply. An operation is for root only
@@ -145,6 +157,7 @@ private:
    uint64_t boundDev_ = 0;  // the socket file this server made
    uint64_t boundIno_ = 0;
    int listenFd_ = -1;
+   bool keepSocketFile_ = false;
    int spareFd_ = -1;       // given up to accept and close a client when out of descriptors
    int writeEpollFd_ = -1;  // clients waiting to write; readable when one of them can
    std::unique_ptr<Vel::FdReactor> listenReactor_;

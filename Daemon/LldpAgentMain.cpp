@@ -424,6 +424,8 @@ public:
       Vel::EventLoop::instance().post([this] { finishStart(); });
       Vel::EventLoop::instance().run();
       ::sd_notify(0, "STOPPING=1");
+      // A standby holding the listening socket serves this path once this agent is gone.
+      if (mirrorService_ && mirrorService_->listenersHandedOver()) control_->keepSocketFile();
 
       // The standby hears that this agent stops before the clean-up empties the tables.
       if (const auto& sm = agent_->redundancyStatusSm(); sm && !handedOver_) sm->doActiveStopping();
@@ -489,7 +491,11 @@ private:
       std::cerr << "lldp-agent: taking over from the active agent (" << reason << ")\n";
       if (mirrorClient_) mirrorClient_->stop();
       std::string error;
-      if (control_->relisten(args_.peerSocket, &error)) {
+      // The active agent's listening socket, if it handed it over, is served as it is: no
+      // socket file to make (which a standby run as --user could not).
+      const int listener = mirrorClient_ ? mirrorClient_->takeListener("control") : -1;
+      if (listener >= 0 ? control_->adopt(listener, args_.peerSocket, &error)
+                        : control_->relisten(args_.peerSocket, &error)) {
          // This agent is now the one on that path: its lock is the one to hold, and the
          // standby's path is free for the next standby.
          ::close(std::exchange(lockFd_, std::exchange(peerLockFd_, -1)));
@@ -683,10 +689,9 @@ private:
       }
       sm->takeoverHandlerIs([this](Lldp::SwitchoverReason reason) { takeover(reason); });
       peerLockProbeFd_ = openLock(lockPathFor(args_.peerSocket));
-      if (!args_.user.empty()) {
+      if (!args_.user.empty() && !args_.metrics.empty()) {
          std::cerr << "lldp-agent: warning: a standby run as user " << args_.user
-                   << " keeps serving " << args_.socket << " when it takes over: the user may "
-                   << "not make " << args_.peerSocket << " nor bind the metrics listener\n";
+                   << " cannot bind the metrics listener when it takes over\n";
       }
       ::Daemon::MirrorClient::Options options;
       options.peerSocket = args_.peerSocket;

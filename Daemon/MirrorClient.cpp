@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "Framework/Log.h"
 #include "Framework/Trace.h"
@@ -60,6 +61,16 @@ MirrorClient::MirrorClient(Options options, Vel::Ptr<Lldp::Agent::StandbyLldpSta
 
 MirrorClient::~MirrorClient() {
    doClose();
+   for (int f : received_) close(f);
+   for (auto& [name, f] : listeners_) close(f);
+}
+
+int MirrorClient::takeListener(const std::string& name) {
+   auto it = listeners_.find(name);
+   if (it == listeners_.end()) return -1;
+   const int fd = it->second;
+   listeners_.erase(it);
+   return fd;
 }
 
 void MirrorClient::start() {
@@ -85,6 +96,8 @@ void MirrorClient::doClose() {
    stage_ = Stage::idle;
    in_.clear();
    out_.clear();
+   for (int f : received_) close(f);
+   received_.clear();
 }
 
 void MirrorClient::doRetry(Lldp::MirrorState state, const std::string& why) {
@@ -131,8 +144,10 @@ void MirrorClient::doConnect() {
    reactor_ = std::make_unique<Vel::FdReactor>(fd_, [this] { handleReadable(); });
    stage_ = Stage::answer;
    redundancy_->mirrorStateIs(Lldp::MirrorStateNames::mirrorConnecting);
-   Vel::Json req{
-       {"op", "mirror"}, {"cell", redundancy_->cellId()}, {"layout", Lldp::Mirror::recordLayout()}};
+   Vel::Json req{{"op", "mirror"},
+                 {"cell", redundancy_->cellId()},
+                 {"layout", Lldp::Mirror::recordLayout()},
+                 {"listeners", true}};
    doWrite(req.dump() + "\n");
    answerClock_.timeMinIs(Vel::EventLoop::instance().now() + options_.answerTimeout);
 }
@@ -154,7 +169,24 @@ void MirrorClient::doWrite(const std::string& line) {
 void MirrorClient::handleReadable() {
    char buf[readChunk];
    for (int i = 0; i < chunksPerTurn && fd_ >= 0; ++i) {
-      ssize_t n = recv(fd_, buf, sizeof buf, MSG_DONTWAIT);
+      // The answer may carry the active agent's listening sockets.
+      iovec iov{buf, sizeof buf};
+      alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * 4)];
+      msghdr msg{};
+      msg.msg_iov = &iov;
+      msg.msg_iovlen = 1;
+      msg.msg_control = control;
+      msg.msg_controllen = sizeof control;
+      ssize_t n = recvmsg(fd_, &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+      for (cmsghdr* cm = n > 0 ? CMSG_FIRSTHDR(&msg) : nullptr; cm; cm = CMSG_NXTHDR(&msg, cm)) {
+         if (cm->cmsg_level != SOL_SOCKET || cm->cmsg_type != SCM_RIGHTS) continue;
+         const size_t count = (cm->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+         for (size_t k = 0; k < count; ++k) {
+            int f;
+            std::memcpy(&f, CMSG_DATA(cm) + k * sizeof(int), sizeof f);
+            received_.push_back(f);
+         }
+      }
       if (n < 0 && errno == EINTR) continue;
       if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
       if (n <= 0) {
@@ -246,6 +278,19 @@ bool MirrorClient::handleAnswer(const Vel::Json& j, std::string_view line) {
       return false;
    }
    activeCell_ = (*data)["cell"].get<uint32_t>();
+   // The listeners handed over with this answer replace any from an earlier connection.
+   for (auto& [name, f] : listeners_) close(f);
+   listeners_.clear();
+   if (auto names = data->find("listeners"); names != data->end() && names->is_array()) {
+      for (size_t k = 0; k < names->size() && k < received_.size(); ++k) {
+         if (!(*names)[k].is_string()) continue;
+         listeners_[(*names)[k].get<std::string>()] = std::exchange(received_[k], -1);
+      }
+   }
+   for (int f : received_) {
+      if (f >= 0) close(f);
+   }
+   received_.clear();
    stage_ = Stage::stream;
    seq_ = ackedSeq_ = 0;
    lastWord_ = Lldp::Agent::PeerLoss::connectionBroken;

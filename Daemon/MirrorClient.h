@@ -15,8 +15,10 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Vel/Json.h"
@@ -49,6 +51,10 @@ public:
    void stop();
 
    bool connected() const { return fd_ >= 0; }
+   // The active agent's listening socket named `name` ("control"), handed over with its
+   // last answer and kept unused until now: the caller owns it. -1 when there is none (an
+   // agent that does not hand it over).
+   int takeListener(const std::string& name);
    uint32_t activeCellId() const { return activeCell_; }
 
 private:
@@ -84,6 +90,8 @@ private:
    Vel::Seconds retryDelay_ = 0;
    Vel::Clock retryClock_;
    Vel::Clock answerClock_;
+   std::vector<int> received_;             // descriptors that came with the answer
+   std::map<std::string, int> listeners_;  // the active agent's, by name
 };
 
 }  // namespace Daemon

@@ -214,8 +214,16 @@ Vel::Json MirrorService::handleMirror(const Vel::Json& req, const Vel::Ptr<Contr
    Vel::EventLoop::instance().post([this, c, a = std::weak_ptr<bool>(alive_)] {
       if (a.lock() && client_ == c && !c->closed()) doStart(c);
    });
-   return ControlSocket::okReply(
-       Vel::Json{{"cell", redundancy_->cellId()}, {"layout", Lldp::Mirror::recordLayout()}});
+   Vel::Json data{{"cell", redundancy_->cellId()}, {"layout", Lldp::Mirror::recordLayout()}};
+   // The listening socket rides on the reply, so the standby can serve this agent's
+   // path when it takes over without making a socket file of its own.
+   if (auto l = req.find("listeners"); l != req.end() && l->is_boolean() && l->get<bool>() &&
+                                       socket_.listenerFd() >= 0 &&
+                                       c->attachFds({socket_.listenerFd()})) {
+      listenersHanded_ = true;
+      data["listeners"] = Vel::Json::array({"control"});
+   }
+   return ControlSocket::okReply(std::move(data));
 }
 
 Vel::Json MirrorService::handleAck(const Vel::Json& req, const Vel::Ptr<ControlConnection>& c) {

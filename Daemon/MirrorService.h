@@ -14,6 +14,9 @@
 //       {"m":"end"}                          the snapshot is complete
 //       {"m":"resync","reason":R}            the standby fell behind: a fresh snapshot
 //       {"m":"handover"} / {"m":"stopping"}  this agent hands over / stops; nothing follows
+//    A standby that asks with "listeners":true also gets this agent's listening control
+//    socket with the answer (SCM_RIGHTS), named in its "listeners":["control"]: it keeps
+//    it unused, and serves it if it takes over.
 //    {"op":"mirror-ack","seq":N}  -> {"ok":true}: the standby has applied up to N
 //
 // HEX is a record in the mirror's compact form (Lldp/LldpMirrorCodec.h); the layout L
@@ -68,6 +71,10 @@ public:
    Lldp::Agent::MirrorServerHooks hooks();
 
    bool standbyConnected() const;
+   // A standby was given this agent's listening socket: the socket file is the standby's
+   // to serve (and to remove) once this agent is gone. Left in place when that standby is
+   // gone too, the file is stale and the next agent on the path replaces it.
+   bool listenersHandedOver() const { return listenersHanded_; }
    bool standbyInSync() const;
    uint64_t sequence() const { return seq_; }
    uint64_t resyncs() const { return resyncs_; }
@@ -110,6 +117,7 @@ private:
    uint64_t ackedSeq_ = 0;
    uint64_t bytesSent_ = 0;
    uint64_t resyncs_ = 0;
+   bool listenersHanded_ = false;  // to a standby, ever
    // (sequence number, bytes sent up to and including it) of the messages not acknowledged.
    std::deque<std::pair<uint64_t, uint64_t>> inFlight_;
    // The snapshot's position: everything before it has been sent.

@@ -6,7 +6,10 @@
 // agent (--auto-standby, as the systemd units run it): lldpd never loses us; the original socket
 // path shows the same neighbours with the same index and creation time; no counter goes
 // down; the SNMP remote table keeps its rows; and a neighbour that fell silent before the
-// switch ages out when its mirrored time to live runs out, not later.
+// switch ages out when its mirrored time to live runs out, not later. Under --user too,
+// where the agent that takes over may neither bind nor make a socket file: it serves the
+// listening socket the active agent handed it.
+#include <pwd.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -30,11 +33,13 @@ using TestSupport::waitFor;
 // snmpd as the AgentX master of the namespace, answering "public" on 127.0.0.1 only.
 class Snmpd {
 public:
-   Snmpd(const std::string& ns, const std::string& name) : ns_(ns), base_(tmpName(name)) {
+   Snmpd(const std::string& ns, const std::string& name, const std::string& extra = "")
+       : ns_(ns), base_(tmpName(name)) {
       ::mkdir((base_ + "-state").c_str(), 0700);
       std::ofstream(base_ + ".conf") << "master agentx\nagentXSocket unix:" << agentx()
                                      << "\nagentaddress udp:127.0.0.1:1161\n"
-                                     << "rocommunity public 127.0.0.1\n";
+                                     << "rocommunity public 127.0.0.1\n"
+                                     << extra;
       proc_.start(
           {"ip", "netns", "exec", ns_, "env", "SNMP_PERSISTENT_DIR=" + base_ + "-state", "snmpd",
            "-f", "-Lf", base_ + ".log", "-C", "-c", base_ + ".conf", "-p", base_ + ".pid"},
@@ -74,13 +79,15 @@ protected:
    // One of our agents: the active one on `socket`, or (peer given) the standby of the
    // agent on `peer`.
    std::unique_ptr<Process> agent(const std::string& name, const std::string& socket,
-                                  const std::string& peer = "", bool autoStandby = false) {
+                                  const std::string& peer = "", bool autoStandby = false,
+                                  const std::string& user = "") {
       std::vector<std::string> args = {"ip",       "netns",        "exec",       ns_->nsA(),
                                        LLDP_AGENT, "--config",     configPath(), "--socket",
                                        socket,     "--interfaces", ourPorts(),   "--foreground",
                                        "--agentx", snmpd->agentx()};
       if (!peer.empty()) args.insert(args.end(), {"--standby", "--peer-socket", peer});
       if (autoStandby) args.push_back("--auto-standby");
+      if (!user.empty()) args.insert(args.end(), {"--user", user});
       auto p = std::make_unique<Process>(args, logOf(name));
       logs.push_back(logOf(name));
       return p;
@@ -140,6 +147,20 @@ protected:
    std::unique_ptr<Snmpd> snmpd;
    std::vector<std::string> logs;
 };
+
+// The lines of /proc/PID/status, by name.
+std::map<std::string, std::string> procStatus(pid_t pid) {
+   std::map<std::string, std::string> out;
+   std::istringstream in(TestSupport::readFile("/proc/" + std::to_string(pid) + "/status"));
+   for (std::string line; std::getline(in, line);) {
+      const size_t colon = line.find(':');
+      const size_t start = line.find_first_not_of(" \t", colon + 1);
+      if (colon != std::string::npos && start != std::string::npos) {
+         out[line.substr(0, colon)] = line.substr(start);
+      }
+   }
+   return out;
+}
 
 TEST_F(LldpdTakeover, KillAndSwitchoverLoseNoNeighbourOnEitherSide) {
    for (const char* p : {"snmpd", "snmpwalk"}) {
@@ -240,6 +261,75 @@ TEST_F(LldpdTakeover, KillAndSwitchoverLoseNoNeighbourOnEitherSide) {
    EXPECT_EQ(neighbours(sock, ours), before);
    EXPECT_EQ(Interop::at(cli(sock, {"show", "redundancy"}), {"lastSwitchoverReason"}),
              "peerStopped");
+}
+
+// Both agents run as a user of their own, with their sockets in a directory only root may
+// write (as /run is): the standby can make no socket file there and the system call filter
+// refuses it bind, so it can serve the original path only through the listening socket
+// the active agent handed it.
+TEST_F(LldpdTakeover, UnderUserTheStandbyServesTheHandedOverSocket) {
+   for (const char* p : {"snmpd", "snmpwalk"}) {
+      if (!Interop::haveProgram(p)) GTEST_SKIP() << p << " is not installed";
+   }
+   const std::string user = "lldp-takeovertest";
+   if (!::getpwnam(user.c_str())) {
+      ASSERT_TRUE(
+          TestSupport::runCmd("useradd --system --user-group --no-create-home --shell "
+                              "/usr/sbin/nologin " +
+                              user));
+   }
+   const passwd* pw = ::getpwnam(user.c_str());
+   ASSERT_NE(pw, nullptr);
+   const std::string uid = std::to_string(pw->pw_uid);
+   const std::string dir = tmpName("takeover-run");
+   ASSERT_EQ(::mkdir(dir.c_str(), 0755), 0);
+   struct Finally {
+      std::string dir;
+      ~Finally() { TestSupport::runCmd("rm -rf " + dir); }
+   } finally{dir};
+
+   const auto link = addLink();
+   const std::string ours = link.first, theirs = link.second;
+   TestSupport::ipIn(ns_->nsA(), "link set lo up");
+   snmpd = std::make_unique<Snmpd>(ns_->nsA(), "takeover-user-snmpd",
+                                   "agentXPerms 0660 0755 root " + user + "\n");
+   Lldpd peer(ns_->nsB(), "takeover-user-peer", theirs);
+   ASSERT_TRUE(peer.running());
+
+   const std::string sock = dir + "/agent.sock", sock2 = dir + "/standby.sock",
+                     sock3 = dir + "/third.sock";
+   auto active = agent("user-active", sock, "", false, user);
+   ASSERT_GE(waitFor([&] { return !peer.neighbour(theirs).is_null(); }, 10), 0);
+   auto standby = agent("user-standby", sock2, sock, false, user);
+   ASSERT_GE(waitFor([&] { return neighbours(sock, ours).size() == 1 && inSync(sock2); }, 15), 0);
+   const auto before = neighbours(sock, ours);
+
+   active->stop(SIGKILL);
+   EXPECT_EQ(missedLooks(peer, theirs, 8), 0) << "lldpd lost us across kill -9";
+   EXPECT_EQ(neighbours(sock, ours), before) << "the original path does not answer";
+   EXPECT_EQ(Interop::at(cli(sock, {"show", "redundancy"}), {"lastSwitchoverReason"}), "peerDied");
+   std::set<std::string> walked;
+   waitFor([&] { return !(walked = rows(snmpd->walk(remTable))).empty(); }, 30);
+   EXPECT_FALSE(walked.empty()) << "the agent that took over did not register with snmpd";
+   auto st = procStatus(standby->pid());
+   EXPECT_EQ(st["Uid"], uid + "\t" + uid + "\t" + uid + "\t" + uid);
+   EXPECT_EQ(st["CapEff"], "0000000000000000");
+   EXPECT_EQ(st["Seccomp"], "2");
+
+   // A switchover between two such agents: the one leaving must leave the socket file to
+   // the one that now serves it.
+   auto third = agent("user-third", sock3, sock, false, user);
+   ASSERT_GE(waitFor([&] { return inSync(sock3); }, 10), 0);
+   const auto run = runCli(sock, {"switchover"});
+   EXPECT_EQ(run.status, 0) << run.err;
+   EXPECT_TRUE(standby->waitExit(5)) << "the former active agent did not exit";
+   EXPECT_EQ(missedLooks(peer, theirs, 6), 0) << "lldpd lost us across lldp switchover";
+   EXPECT_EQ(neighbours(sock, ours), before);
+   EXPECT_EQ(Interop::at(cli(sock, {"show", "redundancy"}), {"lastSwitchoverReason"}),
+             "operatorRequest");
+   st = procStatus(third->pid());
+   EXPECT_EQ(st["CapEff"], "0000000000000000");
+   EXPECT_EQ(st["Seccomp"], "2");
 }
 
 }  // namespace
