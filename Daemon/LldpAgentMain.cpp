@@ -689,10 +689,6 @@ private:
       }
       sm->takeoverHandlerIs([this](Lldp::SwitchoverReason reason) { takeover(reason); });
       peerLockProbeFd_ = openLock(lockPathFor(args_.peerSocket));
-      if (!args_.user.empty() && !args_.metrics.empty()) {
-         std::cerr << "lldp-agent: warning: a standby run as user " << args_.user
-                   << " cannot bind the metrics listener when it takes over\n";
-      }
       ::Daemon::MirrorClient::Options options;
       options.peerSocket = args_.peerSocket;
       mirrorClient_ = std::make_unique<::Daemon::MirrorClient>(

@@ -55,9 +55,11 @@ constexpr const char* allowed[] = {
     "clock_nanosleep", "timerfd_create", "timerfd_settime", "timerfd_gettime", "epoll_create",
     "epoll_create1", "epoll_ctl", "epoll_wait", "epoll_pwait", "epoll_pwait2", "poll", "ppoll",
     "select", "pselect6", "eventfd", "eventfd2", "signalfd", "signalfd4", "pipe", "pipe2",
-    // Sockets (socket() itself only for some families, below).
-    "connect", "accept", "accept4", "sendto", "recvfrom", "sendmsg", "recvmsg", "sendmmsg",
-    "recvmmsg", "shutdown", "getsockname", "getpeername", "setsockopt", "getsockopt",
+    // Sockets (socket() itself only for some families, below). bind and listen: a standby
+    // that takes over starts the metrics and gNMI listeners then (ports that need no
+    // privilege; the control socket itself is handed over, never bound again).
+    "bind", "listen", "connect", "accept", "accept4", "sendto", "recvfrom", "sendmsg", "recvmsg",
+    "sendmmsg", "recvmmsg", "shutdown", "getsockname", "getpeername", "setsockopt", "getsockopt",
     // Threads and the process.
     "exit", "exit_group", "futex", "set_robust_list", "get_robust_list", "rseq", "clone", "clone3",
     "set_tid_address", "sched_yield", "sched_getaffinity", "sched_getparam", "sched_getscheduler",

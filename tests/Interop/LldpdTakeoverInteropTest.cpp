@@ -80,7 +80,7 @@ protected:
    // agent on `peer`.
    std::unique_ptr<Process> agent(const std::string& name, const std::string& socket,
                                   const std::string& peer = "", bool autoStandby = false,
-                                  const std::string& user = "") {
+                                  const std::string& user = "", const std::string& metrics = "") {
       std::vector<std::string> args = {"ip",       "netns",        "exec",       ns_->nsA(),
                                        LLDP_AGENT, "--config",     configPath(), "--socket",
                                        socket,     "--interfaces", ourPorts(),   "--foreground",
@@ -88,6 +88,7 @@ protected:
       if (!peer.empty()) args.insert(args.end(), {"--standby", "--peer-socket", peer});
       if (autoStandby) args.push_back("--auto-standby");
       if (!user.empty()) args.insert(args.end(), {"--user", user});
+      if (!metrics.empty()) args.insert(args.end(), {"--metrics", metrics});
       auto p = std::make_unique<Process>(args, logOf(name));
       logs.push_back(logOf(name));
       return p;
@@ -298,9 +299,10 @@ TEST_F(LldpdTakeover, UnderUserTheStandbyServesTheHandedOverSocket) {
 
    const std::string sock = dir + "/agent.sock", sock2 = dir + "/standby.sock",
                      sock3 = dir + "/third.sock";
-   auto active = agent("user-active", sock, "", false, user);
+   const std::string metricsAt = "127.0.0.1:9479";
+   auto active = agent("user-active", sock, "", false, user, metricsAt);
    ASSERT_GE(waitFor([&] { return !peer.neighbour(theirs).is_null(); }, 10), 0);
-   auto standby = agent("user-standby", sock2, sock, false, user);
+   auto standby = agent("user-standby", sock2, sock, false, user, metricsAt);
    ASSERT_GE(waitFor([&] { return neighbours(sock, ours).size() == 1 && inSync(sock2); }, 15), 0);
    const auto before = neighbours(sock, ours);
 
@@ -311,6 +313,19 @@ TEST_F(LldpdTakeover, UnderUserTheStandbyServesTheHandedOverSocket) {
    std::set<std::string> walked;
    waitFor([&] { return !(walked = rows(snmpd->walk(remTable))).empty(); }, 30);
    EXPECT_FALSE(walked.empty()) << "the agent that took over did not register with snmpd";
+   // Its metrics listener, on the same port, made after the privileges were given up.
+   std::string metrics;
+   waitFor(
+       [&] {
+          return TestSupport::runIn(ns_->nsA(),
+                                    "/usr/bin/python3 -c \"import urllib.request; "
+                                    "print(urllib.request.urlopen('http://" +
+                                        metricsAt + "/metrics').read().decode())\"",
+                                    &metrics) &&
+                 metrics.find("lldp_remote_tables_inserts_total") != std::string::npos;
+       },
+       10);
+   EXPECT_NE(metrics.find("lldp_remote_tables_inserts_total"), std::string::npos) << metrics;
    auto st = procStatus(standby->pid());
    EXPECT_EQ(st["Uid"], uid + "\t" + uid + "\t" + uid + "\t" + uid);
    EXPECT_EQ(st["CapEff"], "0000000000000000");
