@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -119,7 +121,13 @@ public:
       ::unlink(configPath_.c_str());
       ::unlink(logPath_.c_str());
    }
-   bool running() const { return proc_.running(); }
+   // Started and answering on its control socket (waited for, up to ten seconds): a client
+   // started next finds the socket there.
+   bool running() const {
+      if (!proc_.running()) return false;
+      if (!ready_) ready_ = waitFor([&] { return answers(socket_); }, 10) >= 0;
+      return ready_;
+   }
    pid_t pid() const { return proc_.pid(); }
    // SIGTERM and wait: the agent cleans up and exits 0.
    int stop() { return proc_.stop(SIGTERM); }
@@ -147,8 +155,20 @@ public:
    }
 
 private:
+   static bool answers(const std::string& path) {
+      sockaddr_un addr{};
+      addr.sun_family = AF_UNIX;
+      if (path.size() >= sizeof(addr.sun_path)) return false;
+      path.copy(addr.sun_path, path.size());
+      const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+      const bool ok = ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0;
+      ::close(fd);
+      return ok;
+   }
+
    std::string name_, socket_, configPath_, logPath_;
    Process proc_;
+   mutable bool ready_ = false;
 };
 
 }  // namespace TestSupport
