@@ -14,9 +14,9 @@
 #pragma once
 
 #include <map>
-#include <unordered_set>
 
 #include "Framework/Vel/Entity.h"
+#include "Framework/Vel/IntSet.h"
 #include "Records/Lldp.h"
 
 namespace Lldp::Agent::Input {
@@ -85,7 +85,7 @@ private:
    // The neighbours (by index) that sent network policies, kept up to date one changed
    // neighbour at a time: whether any asks is then a size check, not a walk of a table
    // that may hold many thousands of neighbours.
-   std::unordered_set<int> asking_;
+   Vel::IntSet asking_;
 };
 
 // Keeps one NetworkPolicyPortStatusSm per port status and re-syncs a port's advertised

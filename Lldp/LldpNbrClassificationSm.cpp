@@ -67,7 +67,6 @@ struct NbrClassificationSm::Learned {
    };
    Wire::EthAddr ethAddr;
    NbrClass nbrClass;
-   Lldp::Msap neighbor;
    bool cleared = false;
    std::unique_ptr<RefreshWatch> watch;
 };
@@ -77,7 +76,9 @@ public:
    PortSm(NbrClassificationSm* sm, Lldp::PortStatus::PtrConst ps)
        : sm_(sm), portStatus_(std::move(ps)) {}
    const Lldp::PortStatus::PtrConst& portStatus() const { return portStatus_; }
+   // What each neighbour said, by its index in the port's table; the stations they make.
    std::unordered_map<int, Learned> learned;
+   std::unordered_map<Wire::EthAddr, Station, Vel::Hash<Wire::EthAddr>> stations;
 
 private:
    void remoteSystemChanged(const int& index) override {
@@ -127,7 +128,6 @@ void NbrClassificationSm::doClose() {
    statusReactor_.notifierIs(nullptr);
    for (auto& [intf, port] : portSm_) port->notifierIs(nullptr);
    portSm_.clear();
-   stations_.clear();
    status_->entryDelAll();
    doResetCounts();
 }
@@ -142,12 +142,10 @@ void NbrClassificationSm::handlePortStatus(const Wire::IntfId& intf) {
       const Vel::Ptr<PortSm> port = it->second;
       portSm_.erase(it);
       port->notifierIs(nullptr);
-      std::vector<EntryKey> keys;
-      for (auto& [index, l] : port->learned) {
-         doCount(intf, l, -1);
-         keys.push_back(EntryKey({.intfId = intf, .ethAddr = l.ethAddr}));
+      // Its stations went with it.
+      for (const auto& [ethAddr, s] : port->stations) {
+         doSyncEntry(EntryKey({.intfId = intf, .ethAddr = ethAddr}));
       }
-      for (const auto& key : keys) doSyncEntry(key);
       it = portSm_.end();
    }
    if (ps && it == portSm_.end()) {
@@ -160,10 +158,9 @@ void NbrClassificationSm::handlePortStatus(const Wire::IntfId& intf) {
    }
 }
 
-void NbrClassificationSm::doCount(const Wire::IntfId& intf, const Learned& l, int sign) {
+void NbrClassificationSm::doCount(PortSm& port, int index, const Learned& l, int sign) {
    if (l.ethAddr.isZero()) return;  // no source address: not a station
-   const EntryKey key({.intfId = intf, .ethAddr = l.ethAddr});
-   Station& s = stations_[key];
+   Station& s = port.stations[l.ethAddr];
    const auto add = [sign](uint32_t& n) { n = uint32_t(int64_t(n) + sign); };
    if (l.cleared) {
       add(s.cleared);
@@ -172,8 +169,8 @@ void NbrClassificationSm::doCount(const Wire::IntfId& intf, const Learned& l, in
    } else {
       add(s.devices);
    }
-   if (sign > 0) s.neighbor = l.neighbor;
-   if (s.telephones == 0 && s.devices == 0 && s.cleared == 0) stations_.erase(key);
+   if (sign > 0) s.neighbor = index;
+   if (s.telephones == 0 && s.devices == 0 && s.cleared == 0) port.stations.erase(l.ethAddr);
 }
 
 void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index) {
@@ -187,7 +184,7 @@ void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index
       if (l == port.learned.end()) return;
       VEL_TRACE(traceLldpNbrClassification, 6,
                 "NbrClassificationSm: neighbor " << index << " gone from " << intf);
-      doCount(intf, l->second, -1);
+      doCount(port, index, l->second, -1);
       const EntryKey key({.intfId = intf, .ethAddr = l->second.ethAddr});
       port.learned.erase(l);
       doSyncEntry(key);
@@ -202,7 +199,7 @@ void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index
    }
    std::optional<EntryKey> oldKey;
    if (l != port.learned.end()) {
-      doCount(intf, l->second, -1);
+      doCount(port, index, l->second, -1);
       if (l->second.ethAddr != ethAddr) {
          oldKey = EntryKey({.intfId = intf, .ethAddr = l->second.ethAddr});
       }
@@ -212,12 +209,11 @@ void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index
    Learned& n = l->second;
    n.ethAddr = ethAddr;
    n.nbrClass = nbrClass;
-   n.neighbor = remote->msap();
    n.cleared = false;
    n.watch.reset();
    VEL_TRACE(traceLldpNbrClassification, 6,
              "NbrClassificationSm: " << ethAddr << " on " << intf << " says " << nbrClass);
-   doCount(intf, n, +1);
+   doCount(port, index, n, +1);
    if (oldKey) doSyncEntry(*oldKey);
    doSyncEntry(EntryKey({.intfId = intf, .ethAddr = ethAddr}));
 }
@@ -225,16 +221,17 @@ void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index
 void NbrClassificationSm::handleRefresh(const Wire::IntfId& intf, int index) {
    auto it = portSm_.find(intf);
    if (it == portSm_.end()) return;
-   auto l = it->second->learned.find(index);
-   if (l == it->second->learned.end() || !l->second.cleared) return;
+   PortSm& port = *it->second;
+   auto l = port.learned.find(index);
+   if (l == port.learned.end() || !l->second.cleared) return;
    // The watch that called goes once the call has returned to it.
    auto watch = std::move(l->second.watch);
    watch->notifierIs(nullptr);
    VEL_TRACE(traceLldpNbrClassification, 6,
              "NbrClassificationSm: cleared neighbor " << index << " on " << intf << " is back");
-   doCount(intf, l->second, -1);
+   doCount(port, index, l->second, -1);
    l->second.cleared = false;
-   doCount(intf, l->second, +1);
+   doCount(port, index, l->second, +1);
    doSyncEntry(EntryKey({.intfId = intf, .ethAddr = l->second.ethAddr}));
 }
 
@@ -258,8 +255,12 @@ void NbrClassificationSm::handleIntfClass(const EntryKey& key) {
 }
 
 void NbrClassificationSm::doSyncEntry(const EntryKey& key) {
-   auto st = stations_.find(key);
-   const Station* s = st == stations_.end() ? nullptr : &st->second;
+   const auto port = portSm_.find(key.intfId());
+   const Station* s = nullptr;
+   if (port != portSm_.end()) {
+      const auto st = port->second->stations.find(key.ethAddr());
+      if (st != port->second->stations.end()) s = &st->second;
+   }
    const NbrClass configured = cliConfig_->configuredClass(key);
    const bool portConfigured = cliConfig_->intfClass(key) != nullptr;
    NbrClass nbrClass;
@@ -278,9 +279,18 @@ void NbrClassificationSm::doSyncEntry(const EntryKey& key) {
       }
       return;
    }
-   const Lldp::Msap neighbor = s ? s->neighbor : Lldp::Msap();
-   const Vel::Seconds now = Vel::EventLoop::instance().now();
    auto entry = status_->entry(key);
+   // The neighbour last counted for the station; when it has gone since, the one the entry
+   // already names.
+   Lldp::Msap neighbor;
+   if (s) {
+      if (auto remote = port->second->portStatus()->remoteSystem(s->neighbor)) {
+         neighbor = remote->msap();
+      } else if (entry) {
+         neighbor = entry->neighbor();
+      }
+   }
+   const Vel::Seconds now = Vel::EventLoop::instance().now();
    if (!entry) {
       // Filled before it is published, so readers see it whole.
       entry = Vel::make<Entry>(key);
@@ -313,9 +323,9 @@ void NbrClassificationSm::doSyncEntry(const EntryKey& key) {
 
 void NbrClassificationSm::doForget(PortSm& port, int index, Learned& l) {
    const Wire::IntfId& intf = port.portStatus()->intfId();
-   doCount(intf, l, -1);
+   doCount(port, index, l, -1);
    l.cleared = true;
-   doCount(intf, l, +1);
+   doCount(port, index, l, +1);
    if (auto remote = port.portStatus()->remoteSystem(index)) {
       l.watch = std::make_unique<Learned::RefreshWatch>();
       l.watch->sm = this;

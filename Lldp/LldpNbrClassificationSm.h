@@ -55,12 +55,13 @@ private:
    class PortSm;
    // What one neighbour said, as last counted.
    struct Learned;
-   // The neighbours on a port that share one source address (almost always one).
+   // The neighbours on a port that share one source address (almost always one), and the
+   // one last counted (its index in the port's table).
    struct Station {
       uint32_t telephones = 0;
       uint32_t devices = 0;
       uint32_t cleared = 0;  // forgotten by a clear request until they send again
-      Lldp::Msap neighbor;
+      int neighbor = 0;
    };
    struct CliReactor : Identity::NbrClassification::CliConfig::Notifiee {
       NbrClassificationSm* sm;
@@ -73,7 +74,7 @@ private:
       void portStatusChanged(const Wire::IntfId& intf) override { sm->handlePortStatus(intf); }
    };
 
-   void doCount(const Wire::IntfId& intf, const Learned& l, int sign);
+   void doCount(PortSm& port, int index, const Learned& l, int sign);
    // Brings the station's entry in line with its neighbours and the configuration.
    void doSyncEntry(const EntryKey& key);
    void doForget(PortSm& port, int index, Learned& l);
@@ -83,7 +84,6 @@ private:
    Identity::NbrClassification::Status::Ptr status_;
    Identity::NbrClassification::CliConfig::PtrConst cliConfig_;
    std::map<Wire::IntfId, Vel::Ptr<PortSm>> portSm_;
-   std::map<EntryKey, Station> stations_;
    CliReactor cliReactor_;
    StatusReactor statusReactor_;
    bool initialized_ = false;

@@ -132,6 +132,18 @@ TEST_F(NbrClassificationTest, FollowsNeighboursAndConfiguredClassesWin) {
    neighbour("eth2", 3, 8, {.telephoneCap = true});
    EXPECT_EQ(entry("eth2", 8), "device/configured");
 
+   // Two neighbours behind one address are one station, named after the one counted last;
+   // a telephone among them makes it a telephone, and it stays while either is there.
+   auto second = neighbour("eth1", 4, 1, {.telephoneCap = true});
+   EXPECT_EQ(entry("eth1", 1), "telephone/lldp");
+   EXPECT_EQ(status->entry(key)->neighbor(), second->msap());
+   gone("eth1", 1);
+   EXPECT_EQ(entry("eth1", 1), "telephone/lldp");
+   auto first = neighbour("eth1", 1, 1, {});
+   gone("eth1", 4);
+   EXPECT_EQ(entry("eth1", 1), "device/lldp");
+   EXPECT_EQ(status->entry(key)->neighbor(), first->msap());
+
    // Gone (shutdown, age-out, clear of the table) or its port gone: no entry.
    gone("eth1", 1);
    EXPECT_EQ(entry("eth1", 1), "");
