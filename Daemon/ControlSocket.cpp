@@ -305,6 +305,13 @@ bool ControlSocket::relisten(const std::string& path, std::string* error) {
       if (error) *error = "cannot watch the control socket on the event loop";
       return false;
    }
+   VEL_TRACE(traceControl, 4, "moved from " << path_ << " to " << path);
+   serveInstead(fd, std::move(reactor), st, path);
+   return true;
+}
+
+void ControlSocket::serveInstead(int fd, std::unique_ptr<Vel::FdReactor> reactor,
+                                 const struct stat& st, const std::string& path) {
    // The old socket file goes, if it is still the one this server made.
    struct stat old;
    if (lstat(path_.c_str(), &old) == 0 && old.st_dev == boundDev_ && old.st_ino == boundIno_) {
@@ -315,9 +322,7 @@ bool ControlSocket::relisten(const std::string& path, std::string* error) {
    listenFd_ = fd;
    boundDev_ = st.st_dev;
    boundIno_ = st.st_ino;
-   VEL_TRACE(traceControl, 4, "moved from " << path_ << " to " << path);
    path_ = path;
-   return true;
 }
 
 bool ControlSocket::adopt(int fd, const std::string& path, std::string* error) {
@@ -352,17 +357,8 @@ bool ControlSocket::adopt(int fd, const std::string& path, std::string* error) {
    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
    auto reactor = std::make_unique<Vel::FdReactor>(fd, [this] { onAcceptable(); });
    if (!reactor->registered()) return fail("cannot watch the control socket on the event loop");
-   struct stat old;
-   if (lstat(path_.c_str(), &old) == 0 && old.st_dev == boundDev_ && old.st_ino == boundIno_) {
-      unlink(path_.c_str());
-   }
-   listenReactor_ = std::move(reactor);
-   close(listenFd_);
-   listenFd_ = fd;
-   boundDev_ = st.st_dev;
-   boundIno_ = st.st_ino;
    VEL_TRACE(traceControl, 4, "serving " << path << " handed over, instead of " << path_);
-   path_ = path;
+   serveInstead(fd, std::move(reactor), st, path);
    return true;
 }
 

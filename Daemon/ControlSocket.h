@@ -28,6 +28,8 @@
 // accepted, so a large table still goes out). Each refusal is counted in the record.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -133,6 +135,10 @@ private:
    struct Client;
 
    void onAcceptable();
+   // Serves the listening socket `fd` (bound to `path`, with the file `st`) in place of the
+   // current one, whose file goes if it is still ours.
+   void serveInstead(int fd, std::unique_ptr<Vel::FdReactor> reactor, const struct stat& st,
+                     const std::string& path);
    void onReadable(uint64_t id);
    void onWritable();
    Vel::Json handle(const std::string& line, const Vel::Ptr<ControlConnection>& connection);
