@@ -105,10 +105,18 @@ bool ControlConnection::attachFds(const std::vector<int>& fds) {
    auto it = server_->clients_.find(id_);
    if (it == server_->clients_.end()) return false;
    auto& c = *it->second;
+   if (c.fdsNext.size() + fds.size() > maxFds) {
+      VEL_TRACE(traceControl, 0, "cannot hand over more than " << maxFds << " descriptors");
+      return false;
+   }
+   const size_t before = c.fdsNext.size();
    for (int f : fds) {
       const int copy = fcntl(f, F_DUPFD_CLOEXEC, 0);
       if (copy < 0) {
          VEL_TRACE(traceControl, 0, errnoText("cannot copy a descriptor to hand over"));
+         // All or none: the copies made so far go.
+         for (size_t k = before; k < c.fdsNext.size(); ++k) close(c.fdsNext[k]);
+         c.fdsNext.resize(before);
          return false;
       }
       c.fdsNext.push_back(copy);
@@ -558,8 +566,6 @@ bool ControlSocket::send(uint64_t id, const Vel::Json& message) {
    return true;
 }
 
-// Writes what the socket takes; the rest waits for the socket to become writable. Returns
-// false when the client has to go: an error, or a closing client with nothing left.
 // Sends what is queued from `outPos` up to `end`, with the descriptors to hand over on
 // their byte.
 static ssize_t sendQueued(int fd, const std::string& out, size_t pos, size_t end,
@@ -569,8 +575,8 @@ static ssize_t sendQueued(int fd, const std::string& out, size_t pos, size_t end
                     MSG_NOSIGNAL | MSG_DONTWAIT);
    }
    iovec iov{const_cast<char*>(out.data() + pos), end - pos};
-   alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * 4)];
-   const size_t n = std::min<size_t>(fds.size(), 4);
+   alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * ControlConnection::maxFds)];
+   const size_t n = fds.size();  // at most maxFds: attachFds() sees to it
    msghdr msg{};
    msg.msg_iov = &iov;
    msg.msg_iovlen = 1;
@@ -589,6 +595,8 @@ static ssize_t sendQueued(int fd, const std::string& out, size_t pos, size_t end
    return sent;
 }
 
+// Writes what the socket takes; the rest waits for the socket to become writable. Returns
+// false when the client has to go: an error, or a closing client with nothing left.
 bool ControlSocket::flush(Client& c) {
    while (c.outPos < c.out.size()) {
       ssize_t n = sendQueued(c.fd, c.out, c.outPos, c.out.size(), c.fdsOut, c.fdsAt);

@@ -67,7 +67,9 @@ public:
    void send(const Vel::Json& message);
    const Peer& peer() const { return peer_; }
    // The next message sent on this connection carries copies of `fds` (SCM_RIGHTS on its
-   // first byte). False when the connection is closed or a copy cannot be made.
+   // first byte), at most maxFds of them. False when the connection is closed, there are
+   // too many, or a copy cannot be made.
+   static constexpr size_t maxFds = 4;
    bool attachFds(const std::vector<int>& fds);
 
 private:

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include "Daemon/ControlSocket.h"
 #include "Framework/Log.h"
 #include "Framework/Trace.h"
 #include "Lldp/LldpMirrorCodec.h"
@@ -171,7 +172,7 @@ void MirrorClient::handleReadable() {
    for (int i = 0; i < chunksPerTurn && fd_ >= 0; ++i) {
       // The answer may carry the active agent's listening sockets.
       iovec iov{buf, sizeof buf};
-      alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * 4)];
+      alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * ControlConnection::maxFds)];
       msghdr msg{};
       msg.msg_iov = &iov;
       msg.msg_iovlen = 1;

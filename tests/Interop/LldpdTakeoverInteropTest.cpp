@@ -20,6 +20,7 @@
 #include <sstream>
 
 #include "tests/Interop/LldpdInteropFixture.h"
+#include "tests/Support/Snmpd.h"
 
 namespace {
 
@@ -27,49 +28,9 @@ using Interop::Json;
 using Interop::Lldpd;
 using TestSupport::Process;
 using TestSupport::runCli;
+using TestSupport::Snmpd;
 using TestSupport::tmpName;
 using TestSupport::waitFor;
-
-// snmpd as the AgentX master of the namespace, answering "public" on 127.0.0.1 only.
-class Snmpd {
-public:
-   Snmpd(const std::string& ns, const std::string& name, const std::string& extra = "")
-       : ns_(ns), base_(tmpName(name)) {
-      ::mkdir((base_ + "-state").c_str(), 0700);
-      std::ofstream(base_ + ".conf") << "master agentx\nagentXSocket unix:" << agentx()
-                                     << "\nagentaddress udp:127.0.0.1:1161\n"
-                                     << "rocommunity public 127.0.0.1\n"
-                                     << extra;
-      proc_.start(
-          {"ip", "netns", "exec", ns_, "env", "SNMP_PERSISTENT_DIR=" + base_ + "-state", "snmpd",
-           "-f", "-Lf", base_ + ".log", "-C", "-c", base_ + ".conf", "-p", base_ + ".pid"},
-          base_ + ".out");
-   }
-   ~Snmpd() {
-      proc_.stop(SIGKILL);
-      TestSupport::runCmd("rm -rf " + base_ + "*");
-   }
-   std::string agentx() const { return base_ + ".agentx"; }
-   // The OIDs under `oid` (-On), with their values.
-   std::map<std::string, std::string> walk(const std::string& oid) const {
-      std::string out;
-      TestSupport::runIn(ns_, "snmpwalk -v2c -c public -On -Oq -t 2 -r 1 127.0.0.1:1161 " + oid,
-                         &out);
-      std::map<std::string, std::string> w;
-      std::istringstream lines(out);
-      for (std::string line; std::getline(lines, line);) {
-         const size_t sp = line.find(' ');
-         if (!line.empty() && line[0] == '.' && sp != std::string::npos) {
-            w[line.substr(0, sp)] = line.substr(sp + 1);
-         }
-      }
-      return w;
-   }
-
-private:
-   std::string ns_, base_;
-   Process proc_;
-};
 
 // lldpRemTable: its rows (time mark 0, local port, neighbour index) with every column.
 const std::string remTable = ".1.0.8802.1.1.2.1.4.1.1";
