@@ -1,6 +1,9 @@
 #include "Lldp/LldpNbrClassificationSm.h"
 
+#include <absl/container/flat_hash_map.h>
+
 #include <set>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -58,17 +61,17 @@ Identity::NbrClassification::NbrClass lldpClassOf(const Lldp::RemoteSystem& remo
 }
 
 struct NbrClassificationSm::Learned {
-   // Tells the machine when a neighbour forgotten by a clear request sends again.
-   struct RefreshWatch : Lldp::RemoteSystem::Notifiee {
-      NbrClassificationSm* sm;
-      Wire::IntfId intf;
-      int index;
-      void lastRefreshTimeChanged() override { sm->handleRefresh(intf, index); }
-   };
    Wire::EthAddr ethAddr;
    NbrClass nbrClass;
    bool cleared = false;
-   std::unique_ptr<RefreshWatch> watch;
+};
+
+// Tells the machine when a neighbour forgotten by a clear request sends again.
+struct NbrClassificationSm::RefreshWatch : Lldp::RemoteSystem::Notifiee {
+   NbrClassificationSm* sm;
+   Wire::IntfId intf;
+   int index;
+   void lastRefreshTimeChanged() override { sm->handleRefresh(intf, index); }
 };
 
 class NbrClassificationSm::PortSm : public Vel::RefCounted, public Lldp::PortStatus::Notifiee {
@@ -76,9 +79,12 @@ public:
    PortSm(NbrClassificationSm* sm, Lldp::PortStatus::PtrConst ps)
        : sm_(sm), portStatus_(std::move(ps)) {}
    const Lldp::PortStatus::PtrConst& portStatus() const { return portStatus_; }
-   // What each neighbour said, by its index in the port's table; the stations they make.
-   std::unordered_map<int, Learned> learned;
-   std::unordered_map<Wire::EthAddr, Station, Vel::Hash<Wire::EthAddr>> stations;
+   // What each neighbour said, by its index in the port's table; the stations they make;
+   // the neighbours a clear request forgot, watched until they send again. The first two
+   // hold every neighbour of the port, so they are flat tables of a few words an entry.
+   absl::flat_hash_map<int, Learned> learned;
+   absl::flat_hash_map<Wire::EthAddr, Station, Vel::Hash<Wire::EthAddr>> stations;
+   std::unordered_map<int, std::unique_ptr<RefreshWatch>> watches;
 
 private:
    void remoteSystemChanged(const int& index) override {
@@ -187,6 +193,7 @@ void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index
       doCount(port, index, l->second, -1);
       const EntryKey key({.intfId = intf, .ethAddr = l->second.ethAddr});
       port.learned.erase(l);
+      port.watches.erase(index);
       doSyncEntry(key);
       return;
    }
@@ -210,7 +217,7 @@ void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index
    n.ethAddr = ethAddr;
    n.nbrClass = nbrClass;
    n.cleared = false;
-   n.watch.reset();
+   port.watches.erase(index);
    VEL_TRACE(traceLldpNbrClassification, 6,
              "NbrClassificationSm: " << ethAddr << " on " << intf << " says " << nbrClass);
    doCount(port, index, n, +1);
@@ -223,9 +230,11 @@ void NbrClassificationSm::handleRefresh(const Wire::IntfId& intf, int index) {
    if (it == portSm_.end()) return;
    PortSm& port = *it->second;
    auto l = port.learned.find(index);
-   if (l == port.learned.end() || !l->second.cleared) return;
+   auto w = port.watches.find(index);
+   if (l == port.learned.end() || !l->second.cleared || w == port.watches.end()) return;
    // The watch that called goes once the call has returned to it.
-   auto watch = std::move(l->second.watch);
+   const std::unique_ptr<RefreshWatch> watch = std::move(w->second);
+   port.watches.erase(w);
    watch->notifierIs(nullptr);
    VEL_TRACE(traceLldpNbrClassification, 6,
              "NbrClassificationSm: cleared neighbor " << index << " on " << intf << " is back");
@@ -327,11 +336,12 @@ void NbrClassificationSm::doForget(PortSm& port, int index, Learned& l) {
    l.cleared = true;
    doCount(port, index, l, +1);
    if (auto remote = port.portStatus()->remoteSystem(index)) {
-      l.watch = std::make_unique<Learned::RefreshWatch>();
-      l.watch->sm = this;
-      l.watch->intf = intf;
-      l.watch->index = index;
-      l.watch->notifierIs(remote);
+      auto& watch = port.watches[index];
+      watch = std::make_unique<RefreshWatch>();
+      watch->sm = this;
+      watch->intf = intf;
+      watch->index = index;
+      watch->notifierIs(remote);
    }
 }
 

@@ -15,7 +15,6 @@
 
 #include <map>
 #include <memory>
-#include <unordered_map>
 
 #include "Framework/Trace.h"
 #include "Framework/Vel/Entity.h"
@@ -55,6 +54,7 @@ private:
    class PortSm;
    // What one neighbour said, as last counted.
    struct Learned;
+   struct RefreshWatch;
    // The neighbours on a port that share one source address (almost always one), and the
    // one last counted (its index in the port's table).
    struct Station {

@@ -590,7 +590,7 @@ Lldp::RemoteSystem::PtrConst processRxLldpdu(
    // counters move as the decode would have moved them.
    const std::string_view optionalTlvs(pos, size_t(end - pos));
    if (stored) {
-      const Lldp::RemoteSystem::RxCache& cache = stored->rxCache();
+      const Lldp::RemoteSystem::RxCache cache = stored->rxCache();
       if (cache.valid && cache.optionalTlvs == optionalTlvs &&
           decoderSettingsHold(cache.decoderSettings) && !decoderTraceOn()) {
          for (uint32_t i = 0; i < cache.unrecognizedTlvs; ++i) {

@@ -86,26 +86,32 @@ public:
    // it is never exported, printed or notified, and only the receive path writes it. The
    // bytes are shared with every other neighbour that last sent the same ones.
    struct RxCache {
-      Vel::SharedBytes optionalTlvs;
-      uint32_t unrecognizedTlvs = 0;
-      uint8_t decoderSettings = 0;
-      bool valid = false;
+      const Vel::SharedBytes& optionalTlvs;
+      uint32_t unrecognizedTlvs;
+      uint8_t decoderSettings;
+      bool valid;
    };
-   const RxCache& rxCache() const { return rxCache_; }
+   RxCache rxCache() const {
+      return {rxOptionalTlvs_, rxUnrecognizedTlvs_, rxDecoderSettings_, rxCacheValid_};
+   }
    void rxCacheIs(std::string_view optionalTlvs, uint32_t unrecognizedTlvs,
                   uint8_t decoderSettings) {
-      rxCache_.optionalTlvs.assign(optionalTlvs);  // no copy when they did not change
-      rxCache_.unrecognizedTlvs = unrecognizedTlvs;
-      rxCache_.decoderSettings = decoderSettings;
-      rxCache_.valid = true;
+      rxOptionalTlvs_.assign(optionalTlvs);  // no copy when they did not change
+      rxUnrecognizedTlvs_ = unrecognizedTlvs;
+      rxDecoderSettings_ = decoderSettings;
+      rxCacheValid_ = true;
    }
    void rxCacheDel() {
-      rxCache_.optionalTlvs.clear();
-      rxCache_.valid = false;
+      rxOptionalTlvs_.clear();
+      rxCacheValid_ = false;
    }
 
 private:
-   RxCache rxCache_;
+   // The small members first, where they fill the attributes' last padding.
+   uint8_t rxDecoderSettings_ = 0;
+   bool rxCacheValid_ = false;
+   uint32_t rxUnrecognizedTlvs_ = 0;
+   Vel::SharedBytes rxOptionalTlvs_;
 };
 
 }  // namespace Lldp

@@ -75,10 +75,12 @@ private:
    };
    void attach(NotifieeBase* n) const;
    void detach(NotifieeBase* n) const;
+   // Declared first, so they share a word with the reference count: a record's header is
+   // three words.
+   mutable uint32_t notifyDepth_ : 31 = 0;
+   mutable uint32_t detachedDuringNotify_ : 1 = 0;
    // One word while nobody watches (most records, most of the time).
    mutable SmallVector<NotifieeBase*> notifiees_;
-   mutable uint32_t notifyDepth_ = 0;
-   mutable bool detachedDuringNotify_ = false;
 };
 
 // A ready-made member for an entity collection's `nameIs(key, ptr)`.
