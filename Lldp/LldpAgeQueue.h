@@ -26,7 +26,7 @@ namespace Lldp::Agent::Protocol {
 // from the table, a cost paid for by the queueing that made them.
 class LldpAgeQueue {
 public:
-   using Table = std::map<int, Vel::Ptr<Lldp::RemoteSystem>>;
+   using Table = Vel::EntityMapOf<int, Lldp::RemoteSystem>;
 
    // Adds an entry at the neighbour's expiry as it is now.
    void queueIs(const Lldp::RemoteSystem& remote, const Table& table);

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "Framework/Vel/CompactMap.h"
 #include "Framework/Vel/Entity.h"
 #include "Framework/Vel/SharedBytes.h"
 #include "Records/LldpValues.h"
@@ -115,3 +116,6 @@ private:
 };
 
 }  // namespace Lldp
+
+// A port holds a record per neighbour.
+VEL_COMPACT_ENTITY_MAP(int, Lldp::RemoteSystem)

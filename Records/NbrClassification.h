@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "Framework/Vel/CompactMap.h"
 #include "Framework/Vel/Entity.h"
 #include "Framework/Vel/Json.h"
 #include "Framework/Wire/Addr.h"
@@ -91,6 +92,13 @@ class Entry : public Vel::Entity {
    explicit Entry(const EntryKey& key) : intfId_(key.intfId()), ethAddr_(key.ethAddr()) {}
    EntryKey key() const { return EntryKey({.intfId = intfId_, .ethAddr = ethAddr_}); }
 };
+
+}  // namespace Identity::NbrClassification
+
+// An entry per station, so about one per neighbour.
+VEL_COMPACT_ENTITY_MAP(Identity::NbrClassification::EntryKey, Identity::NbrClassification::Entry)
+
+namespace Identity::NbrClassification {
 
 // `lastClearTime` is the time of the latest clear request served. The four counts say
 // how many entries there are of each class and source, so readers need not walk them.

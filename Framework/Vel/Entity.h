@@ -83,6 +83,17 @@ private:
    mutable SmallVector<NotifieeBase*> notifiees_;
 };
 
+// The container of an entity collection (ECOLL): an ordered map. A record type whose
+// collections hold a member per neighbour specialises this for a B-tree (see
+// Framework/Vel/CompactMap.h); iterators over such a collection do not survive a change
+// to it, so readers that resume later keep a key, never an iterator.
+template <class K, class E>
+struct EntityMap {
+   using type = std::map<K, Ptr<E>>;
+};
+template <class K, class E>
+using EntityMapOf = typename EntityMap<K, E>::type;
+
 // A ready-made member for an entity collection's `nameIs(key, ptr)`.
 template <class P, class E>
 concept MemberPtr = std::is_same_v<std::remove_cvref_t<P>, Ptr<E>>;
@@ -118,7 +129,7 @@ private:
 #define VEL_E_ATTR_M(T, n, d) T n##_ = d;
 #define VEL_E_COUNTER_M(T, n) T n##_ = 0;
 #define VEL_E_COLL_M(K, V, n) Vel::FlatMap<K, V> n##_;
-#define VEL_E_ECOLL_M(K, E, n) std::map<K, Vel::Ptr<E>> n##_;
+#define VEL_E_ECOLL_M(K, E, n) Vel::EntityMapOf<K, E> n##_;
 #define VEL_E_REFCOLL_M(K, E, n, f) Vel::RefIndex<K, E> n##_;
 
 // Accessors.
@@ -203,7 +214,7 @@ private:
       while (!n##_.empty()) n##Del(K(n##_.begin()->first));           \
    }
 #define VEL_E_ECOLL_A(K, E, n)                                           \
-   const std::map<K, Vel::Ptr<E>>& n() const {                           \
+   const Vel::EntityMapOf<K, E>& n() const {                             \
       return n##_;                                                       \
    }                                                                     \
    Vel::Ptr<E> n(const K& k) {                                           \
@@ -232,8 +243,9 @@ private:
    Vel::Ptr<E> n##Is(const K& k, P&& e) {                                \
       auto [it, added] = n##_.try_emplace(k, e);                         \
       if (!added) return it->second;                                     \
+      Vel::Ptr<E> member = it->second; /* reactors may move it */        \
       VEL_E_NOTIFY_KEY(n, k);                                            \
-      return it->second;                                                 \
+      return member;                                                     \
    }                                                                     \
    VEL_E_NODE_DEL_A(K, n)
 #define VEL_E_REFCOLL_A(K, E, n, f)                                 \
