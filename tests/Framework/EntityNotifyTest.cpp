@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Framework/Vel/CompactMap.h"
 #include "Framework/Vel/Dir.h"
 #include "Framework/Vel/Entity.h"
 
@@ -42,6 +43,26 @@ class Derived : public Parent {
 public:
 #define DEMO_DERIVED_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) ATTR(bool, extra, false)
    VEL_ENTITY_DERIVED(Derived, Parent, DEMO_DERIVED_ATTRS)
+};
+
+class Leaf : public Vel::Entity {
+public:
+#define DEMO_LEAF_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) KEY(int, id)
+   VEL_ENTITY(Leaf, DEMO_LEAF_ATTRS)
+   explicit Leaf(int id) : id_(id) {}
+};
+
+}  // namespace Demo
+
+VEL_COMPACT_ENTITY_MAP(int, Demo::Leaf)
+
+namespace Demo {
+
+// A member per neighbour: its collection is a B-tree.
+class Tree : public Vel::Entity {
+public:
+#define DEMO_TREE_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) ECOLL(int, Leaf, leaf)
+   VEL_ENTITY(Tree, DEMO_TREE_ATTRS)
 };
 
 }  // namespace Demo
@@ -135,6 +156,34 @@ TEST(EntityNotify, ReadyMadeMemberIsAnnouncedComplete) {
    EXPECT_EQ(levelSeen, 3);
    EXPECT_EQ(e->childIs(5, Vel::make<Demo::Child>(5)), made);
    EXPECT_EQ(r.seen, (Seen{"child 5"}));
+}
+
+// In a B-tree, members move when others come: a reactor that adds members while it is
+// told of one must not change which member the writer gets back.
+TEST(EntityNotify, CompactCollectionReturnsTheMemberAddedWhateverItsReactorsAdd) {
+   struct Grower : Demo::Tree::Notifiee {
+      Vel::Ptr<Demo::Tree> tree;
+      void leafChanged(const int& k) override {
+         if (k != 1000) return;
+         for (int i = 1; i <= 300; ++i) tree->leafIs(i, Vel::make<Demo::Leaf>(i));
+      }
+   };
+   auto tree = Vel::make<Demo::Tree>();
+   Grower g;
+   g.tree = tree;
+   g.notifierIs(tree);
+   auto made = Vel::make<Demo::Leaf>(1000);
+   EXPECT_EQ(tree->leafIs(1000, made), made);
+   ASSERT_EQ(tree->leaf().size(), 301u);
+   int last = 0;
+   for (const auto& [k, leaf] : tree->leaf()) {
+      EXPECT_EQ(leaf->id(), k);
+      EXPECT_LT(last, k);
+      last = k;
+   }
+   EXPECT_EQ(tree->leaf().rbegin()->second, made);
+   EXPECT_EQ(tree->leaf().upper_bound(150)->first, 151);
+   g.notifierIs(nullptr);
 }
 
 TEST(EntityNotify, NotifieeKeepsItsEntityAliveAndDetachesOnDestruction) {
