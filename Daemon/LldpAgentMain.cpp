@@ -28,8 +28,8 @@
 #include "Config/ConfigLanguage.h"
 #include "Daemon/CliService.h"
 #include "Daemon/ControlSocket.h"
+#include "Daemon/ExporterModules.h"
 #include "Daemon/ExternalTlvService.h"
-#include "Daemon/MetricsExporter.h"
 #include "Daemon/MirrorClient.h"
 #include "Daemon/MirrorService.h"
 #include "Daemon/NbrClassificationService.h"
@@ -40,13 +40,10 @@
 #include "Framework/Vel/EventLoop.h"
 #include "Framework/Vel/StateDb.h"
 #include "Gnmi/GnmiOptions.h"
-#ifdef LLDP_GNMI
-#include "Gnmi/GnmiServer.h"
-#endif
 #include "Lldp/LldpAgent.h"
 #include "Platform/Linux/LinuxPam.h"
 #include "Platform/Linux/LinuxPlatform.h"
-#include "Snmp/AgentxSubagent.h"
+#include "Snmp/SubagentOptions.h"
 
 namespace {
 
@@ -355,6 +352,9 @@ public:
       // Signals are blocked before any thread starts (the metrics listener's), so they
       // all reach the loop: a thread that did not block them would die of them.
       if (std::string error; !watchSignals(&error)) return fail(error);
+      // The exporters asked for, loaded while still root: a standby starts its own only
+      // after it took over, when it may have given root up.
+      if (std::string error; !loadModules(&error)) return fail(error);
       auto& db = Vel::StateDb::instance();
       limitsIs(*db.mount<::Daemon::ClientLimits>(::Daemon::ClientLimits::path), args_.limits);
       cliConfig_ = db.mount<Lldp::CliConfig>("l2discovery/lldp/cliConfig");
@@ -405,7 +405,7 @@ public:
       agent_ = Vel::make<Lldp::Agent::Agent>("lldp-agent", std::move(agentOptions), db);
       agent_->doInit();
       if (args_.snmp.enabled && !args_.standby) {
-         snmp_ = Snmp::AgentxSubagent::start(args_.snmp, db);
+         snmp_.reset(snmpStart_(args_.snmp, db));
       }
       std::cerr << (args_.foreground ? "lldp-agent: running; control socket " + args_.socket + "\n"
                                      : std::string());
@@ -432,9 +432,7 @@ public:
       mirrorClient_.reset();
       mirrorService_.reset();
       snmp_.reset();
-#ifdef LLDP_GNMI
       gnmi_.reset();
-#endif
       metrics_.reset();
       if (handedOver_) {
          // The standby is waiting for this agent's socket path and lock: give them up
@@ -457,20 +455,31 @@ public:
    }
 
 private:
-   bool startGnmi([[maybe_unused]] std::string* error) {
-#ifdef LLDP_GNMI
-      if (args_.gnmi.address.empty()) return true;
-      gnmi_ = Gnmi::GnmiServer::start(args_.gnmi, Vel::StateDb::instance(), error);
+   bool loadModules(std::string* error) {
+      namespace Modules = ::Daemon::ExporterModules;
+      const auto load = [error](auto entry, auto** start, const char* what) {
+         *start = Modules::load(entry, error);
+         if (!*start) *error = std::string(what) + ": " + *error;
+         return *start != nullptr;
+      };
+      return (args_.metrics.empty() || load(Modules::metrics, &metricsStart_,
+                                            "--metrics: cannot load the metrics exporter")) &&
+             (args_.gnmi.address.empty() ||
+              load(Modules::gnmi, &gnmiStart_, "--gnmi: cannot load the gNMI server")) &&
+             (!args_.snmp.enabled ||
+              load(Modules::snmp, &snmpStart_, "--agentx: cannot load the SNMP subagent"));
+   }
+
+   bool startGnmi(std::string* error) {
+      if (!gnmiStart_) return true;
+      gnmi_.reset(gnmiStart_(args_.gnmi, Vel::StateDb::instance(), error));
       return gnmi_ != nullptr;
-#else
-      return true;
-#endif
    }
 
    bool startMetrics(std::string* error) {
-      if (args_.metrics.empty()) return true;
-      metrics_ = std::make_unique<::Daemon::MetricsExporter>(Vel::StateDb::instance());
-      return metrics_->listen(args_.metrics, error);
+      if (!metricsStart_) return true;
+      metrics_.reset(metricsStart_(args_.metrics, Vel::StateDb::instance(), error));
+      return metrics_ != nullptr;
    }
 
    // Whether the active agent is gone: its lock can be taken. Once taken it is kept, so
@@ -507,7 +516,7 @@ private:
       if (!startMetrics(&error)) std::cerr << "lldp-agent: takeover: " << error << "\n";
       if (!startGnmi(&error)) std::cerr << "lldp-agent: takeover: " << error << "\n";
       if (args_.snmp.enabled) {
-         snmp_ = Snmp::AgentxSubagent::start(args_.snmp, Vel::StateDb::instance());
+         snmp_.reset(snmpStart_(args_.snmp, Vel::StateDb::instance()));
       }
       startMirrorService();
       ::sd_notify(0, "STATUS=active (took over)");
@@ -704,18 +713,20 @@ private:
    std::unique_ptr<::Daemon::ExternalTlvService> externalTlvs_;
    std::unique_ptr<::Daemon::NbrClassificationService> classification_;
    std::unique_ptr<Cli::PowerAgentService> powerAgentService_;
-   std::unique_ptr<::Daemon::MetricsExporter> metrics_;
+   std::unique_ptr<Vel::ModuleObject> metrics_;
    Vel::Ptr<Lldp::Agent::Agent> agent_;
-   std::unique_ptr<Snmp::AgentxSubagent> snmp_;
+   // The exporters' modules' entry points, when their options are given.
+   ::Daemon::ExporterModules::MetricsStart* metricsStart_ = nullptr;
+   ::Daemon::ExporterModules::GnmiStart* gnmiStart_ = nullptr;
+   ::Daemon::ExporterModules::SnmpStart* snmpStart_ = nullptr;
+   std::unique_ptr<Vel::ModuleObject> snmp_;
    std::unique_ptr<::Daemon::MirrorService> mirrorService_;
    std::unique_ptr<::Daemon::MirrorClient> mirrorClient_;
    int lockFd_ = -1;           // this agent's lock, beside its own socket
    int peerLockFd_ = -1;       // the former active agent's, once taken over
    int peerLockProbeFd_ = -1;  // the active agent's lock file, for probing
    bool handedOver_ = false;
-#ifdef LLDP_GNMI
-   std::unique_ptr<Gnmi::GnmiServer> gnmi_;
-#endif
+   std::unique_ptr<Vel::ModuleObject> gnmi_;
    int signalFd_ = -1;
    std::unique_ptr<Vel::FdReactor> signals_;
    int exitCode_ = 0;

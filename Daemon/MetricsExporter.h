@@ -11,11 +11,12 @@
 #include <memory>
 #include <string>
 
+#include "Framework/Vel/ModuleObject.h"
 #include "Framework/Vel/StateDb.h"
 
 namespace Daemon {
 
-class MetricsExporter {
+class MetricsExporter : public Vel::ModuleObject {
 public:
    // Neighbours copied per turn of the loop: about a millisecond's work (see bench/).
    static constexpr size_t sliceNeighbors = 2000;
@@ -23,7 +24,7 @@ public:
    // Reads the records from `db` (they may be published later: a scrape before then
    // shows empty tables).
    explicit MetricsExporter(Vel::StateDb& db);
-   ~MetricsExporter();
+   ~MetricsExporter() override;
    MetricsExporter(const MetricsExporter&) = delete;
    MetricsExporter& operator=(const MetricsExporter&) = delete;
 

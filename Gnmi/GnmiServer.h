@@ -12,6 +12,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "Framework/Vel/ModuleObject.h"
 #include "Gnmi/GnmiOptions.h"
 #include "Gnmi/GnmiServerStatus.h"
 
@@ -37,14 +38,14 @@ class GnmiSubscribeOutbox;
 class GnmiSubscribeSession;
 class Model;
 
-class GnmiServer {
+class GnmiServer : public Vel::ModuleObject {
 public:
    // Listens at options.address; null with the reason (bad address, port in use, TLS files
    // unreadable). On the loop's thread, as is everything here but what the queue hands over.
    static std::unique_ptr<GnmiServer> start(const Options& options, Vel::StateDb& db,
                                             std::string* error);
    // Ends every call (UNAVAILABLE) and stops gRPC's threads.
-   ~GnmiServer();
+   ~GnmiServer() override;
    GnmiServer(const GnmiServer&) = delete;
    GnmiServer& operator=(const GnmiServer&) = delete;
 

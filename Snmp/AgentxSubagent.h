@@ -10,33 +10,21 @@
 #include <string>
 
 #include "Framework/Vel/EventLoop.h"
+#include "Framework/Vel/ModuleObject.h"
 #include "Framework/Vel/StateDb.h"
 #include "Snmp/LldpMibSource.h"
 #include "Snmp/MibTree.h"
 #include "Snmp/RemTablesNotifier.h"
+#include "Snmp/SubagentOptions.h"
 
 namespace Snmp {
 
-struct SubagentOptions {
-   bool enabled = false;
-   std::string socket = "/var/agentx/master";
-   // lldpPortConfigNotificationEnable is true on ports whose names match (shell pattern).
-   std::string notifyPattern;
-   uint32_t notifyInterval = 30;  // lldpNotificationInterval, 5..3600 s
-
-   // Takes argv[i] (and its value, advancing i) when it is one of our options:
-   //    --agentx [SOCKET]  --snmp-notify PATTERN  --snmp-notify-interval SECONDS
-   // Returns false when it is not ours; sets `error` when it is ours but wrong.
-   bool parse(int argc, char** argv, int& i, std::string* error);
-   static const char* usage();
-};
-
-class AgentxSubagent {
+class AgentxSubagent : public Vel::ModuleObject {
 public:
    // Starts net-snmp's agent library in subagent mode and registers the MIB tree; the
    // connection follows from the loop. One per process.
    static std::unique_ptr<AgentxSubagent> start(const SubagentOptions& options, Vel::StateDb& db);
-   ~AgentxSubagent();
+   ~AgentxSubagent() override;
    AgentxSubagent(const AgentxSubagent&) = delete;
    AgentxSubagent& operator=(const AgentxSubagent&) = delete;
 

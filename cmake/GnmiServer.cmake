@@ -63,7 +63,11 @@ target_include_directories(gnmi_options PUBLIC ${PROJECT_SOURCE_DIR})
 if(TARGET lldp-agent)
   target_link_libraries(lldp-agent PRIVATE gnmi_options)
   if(LLDP_GNMI_BUILD)
-    target_link_libraries(lldp-agent PRIVATE gnmi_server)
+    include(${PROJECT_SOURCE_DIR}/cmake/AgentModule.cmake)
+    lldp_agent_module(gnmi ${PROJECT_SOURCE_DIR}/Daemon/GnmiModule.cpp
+                      OBJECTS_OF gnmi_server gnmi_proto lldp_gnmi_model
+                      LIBRARIES PkgConfig::GRPCPP PkgConfig::PROTOBUF
+                      INCLUDES ${GNMI_GEN_DIR})
     target_compile_definitions(lldp-agent PRIVATE LLDP_GNMI=1)
   endif()
 endif()

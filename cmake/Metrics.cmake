@@ -8,7 +8,10 @@ find_package(CURL REQUIRED)
 add_library(metrics STATIC ${PROJECT_SOURCE_DIR}/Daemon/MetricsSnapshot.cpp
             ${PROJECT_SOURCE_DIR}/Daemon/MetricsExporter.cpp)
 target_link_libraries(metrics PUBLIC records prometheus-cpp::pull prometheus-cpp::core)
-target_link_libraries(lldp-agent PRIVATE metrics)
+# The exporter is the module lldp-agent-metrics.so, loaded only for `--metrics`.
+include(${PROJECT_SOURCE_DIR}/cmake/AgentModule.cmake)
+lldp_agent_module(metrics ${PROJECT_SOURCE_DIR}/Daemon/MetricsModule.cpp OBJECTS_OF metrics
+                  LIBRARIES prometheus-cpp::pull prometheus-cpp::core)
 
 add_library(topology STATIC ${PROJECT_SOURCE_DIR}/Cli/Topology.cpp)
 target_link_libraries(topology PUBLIC framework CURL::libcurl)

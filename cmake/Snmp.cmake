@@ -14,10 +14,19 @@ add_library(lldp_mib STATIC
 target_link_libraries(lldp_mib PUBLIC records)
 
 add_library(snmp_subagent STATIC ${PROJECT_SOURCE_DIR}/Snmp/AgentxSubagent.cpp)
-target_link_libraries(snmp_subagent PUBLIC lldp_mib ${NETSNMPAGENT_LIBRARY} ${NETSNMP_LIBRARY})
+target_link_libraries(snmp_subagent PUBLIC lldp_mib snmp_options ${NETSNMPAGENT_LIBRARY}
+                                           ${NETSNMP_LIBRARY})
 
+# The options, which the daemon parses itself; the subagent is the module
+# lldp-agent-snmp.so, loaded only for `--agentx`.
+add_library(snmp_options STATIC ${PROJECT_SOURCE_DIR}/Snmp/SubagentOptions.cpp)
+target_include_directories(snmp_options PUBLIC ${PROJECT_SOURCE_DIR})
 if(TARGET lldp-agent)
-  target_link_libraries(lldp-agent PRIVATE snmp_subagent)
+  target_link_libraries(lldp-agent PRIVATE snmp_options)
+  include(${PROJECT_SOURCE_DIR}/cmake/AgentModule.cmake)
+  lldp_agent_module(snmp ${PROJECT_SOURCE_DIR}/Daemon/SnmpModule.cpp
+                    OBJECTS_OF snmp_subagent lldp_mib
+                    LIBRARIES ${NETSNMPAGENT_LIBRARY} ${NETSNMP_LIBRARY})
 endif()
 
 # Through a real snmpd in network namespaces (root only; skips without snmpd or lldpd).

@@ -47,7 +47,7 @@ deb=${debs[0]}
 depends=$(dpkg-deb -f "$deb" Depends)
 [ -n "$depends" ] || fail "no Depends"
 grep -qE -- '-dev\b|cmake|g\+\+|clang' <<<"$depends" && fail "build dependency in Depends: $depends"
-for lib in libnl libsnmp libsystemd; do
+for lib in libnl libsnmp libsystemd libgrpc libprometheus; do
   grep -q "$lib" <<<"$depends" || fail "Depends lacks $lib: $depends"
 done
 dpkg-deb -I "$deb" conffiles | grep -qx /etc/lldp-agent.conf || fail "lldp-agent.conf is no conffile"
@@ -92,8 +92,29 @@ for _ in $(seq 100); do
   sleep 0.1
 done
 [ -n "$seen" ] || fail "no neighbour on the veth pair: $out"
+# Without --gnmi, --agentx and --metrics their libraries are not even loaded.
+grep -E 'libgrpc|libnetsnmpagent|libprometheus|lldp-agent-' /proc/$agent/maps \
+  && fail "exporter libraries loaded though no exporter is enabled"
 kill "$agent"
 wait "$agent" || fail "the agent did not stop cleanly: $(cat "$tmp/agent.log")"
+agent=
+
+# --- The exporters: their modules load from the package's library directory.
+ip -n "$ns" link set lo up
+ip netns exec "$ns" /usr/sbin/lldp-agent --config /etc/lldp-agent.conf \
+  --socket "$tmp/exporters.sock" \
+  --gnmi 127.0.0.1:9339 --agentx "$tmp/no-master" --metrics 127.0.0.1:9101 --foreground \
+  >"$tmp/agent.log" 2>&1 &
+agent=$!
+for _ in $(seq 100); do [ -S "$tmp/exporters.sock" ] && break; sleep 0.1; done
+[ -S "$tmp/exporters.sock" ] \
+  || fail "the agent with every exporter did not start: $(cat "$tmp/agent.log")"
+for m in gnmi snmp metrics; do
+  grep -q "/usr/lib/.*lldp-agent/lldp-agent-$m.so" /proc/$agent/maps \
+    || fail "the installed lldp-agent-$m.so is not loaded"
+done
+kill "$agent"
+wait "$agent" || fail "the agent with exporters did not stop cleanly: $(cat "$tmp/agent.log")"
 agent=
 
 # --- Upgrade (the same package again): an operator's disabling and edits stay.
