@@ -38,9 +38,12 @@ public:
    bool isEthernet() const { return kind_ == IntfKind::intfKindEthernet; }
    bool isManagement() const { return kind_ == IntfKind::intfKindManagement; }
    // Whether the name itself is switch-style ("Ethernet1/2"), not just the kind.
-   bool switchStyleName() const { return nameKind_ != IntfKind::intfKindOther; }
+   bool switchStyleName() const { return nameKind_ != uint8_t(IntfKind::intfKindOther); }
    // Numeric components of the name in order (module/port/lane); unused ones are 0.
-   uint32_t number(size_t i) const { return i < numbers_.size() ? numbers_[i] : 0; }
+   uint32_t number(size_t i) const {
+      if (i >= numbers_.size()) return 0;
+      return numbers_[i] != saturated ? numbers_[i] : exactNumbers()[i];
+   }
    size_t numberCount() const { return numberCount_; }
    std::string_view name() const { return name_.value(); }
    std::string stringValue() const { return name_.stringValue(); }
@@ -56,12 +59,20 @@ public:
    friend std::ostream& operator<<(std::ostream& os, const IntfId& i);
 
 private:
-   void parseNumbers(std::string_view digits);
+   // Identifiers are map keys and record keys on every port and neighbour, so they are
+   // kept to 24 bytes: the name with 15 bytes inline (every Linux interface name; longer
+   // switch-style names go to the heap), the kinds, and the numbers in 16 bits each. A
+   // number that does not fit is kept as `saturated` and read from the name again when
+   // it is needed, which only names with numbers of 65,535 or more pay for.
+   static constexpr uint16_t saturated = 0xffff;
+   std::array<uint32_t, 3> exactNumbers() const;
+
+   Vel::FixedString<maxNameLen + 1> name_;  // a bound of 32 is the 16-byte form
    IntfKind kind_ = IntfKind::intfKindOther;
-   IntfKind nameKind_ = IntfKind::intfKindOther;  // what the name alone says
-   uint8_t numberCount_ = 0;
-   std::array<uint32_t, 3> numbers_{};
-   Vel::FixedString<maxNameLen> name_;
+   uint8_t nameKind_ : 4 = uint8_t(IntfKind::intfKindOther);  // what the name alone says
+   uint8_t numberCount_ : 4 = 0;
+   std::array<uint16_t, 3> numbers_{};
 };
+static_assert(sizeof(IntfId) == 24);
 
 }  // namespace Wire

@@ -5,6 +5,8 @@
 #include <map>
 #include <set>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "Framework/Bridging/VlanId.h"
 #include "Framework/Vel/IntSet.h"
@@ -197,6 +199,35 @@ TEST(IntfId, OrdersNumericallyWithinAKind) {
    EXPECT_LT(Wire::IntfId("Ethernet48"), Wire::IntfId("Management1"));
    EXPECT_LT(Wire::IntfId("eth2"), Wire::IntfId("eth10"));
    EXPECT_EQ(Wire::IntfId("Ethernet5"), Wire::IntfId("Ethernet5"));
+}
+
+// Numbers are kept in 16 bits; larger ones must still read and order exactly.
+TEST(IntfId, LargeNumbersAndLongNamesKeepTheirValueAndOrder) {
+   EXPECT_EQ(Wire::IntfId("tap70000").number(0), 70000u);
+   EXPECT_EQ(Wire::IntfId("Ethernet1/65535").number(1), 65535u);
+   EXPECT_EQ(Wire::IntfId("Vlan4294967295").number(0), 4294967295u);
+   const std::vector<Wire::IntfId> ascending = {
+       "Ethernet1/2",     "Ethernet1/65534", "Ethernet1/65535",
+       "Ethernet1/65536", "Ethernet1/70000", "Ethernet2/1",
+       "Ethernet70000/1", "Ethernet70001/0", "tap9",
+       "tap65535",        "tap65536",        "tap100000"};
+   for (size_t i = 0; i + 1 < ascending.size(); ++i) {
+      EXPECT_LT(ascending[i], ascending[i + 1]) << ascending[i] << " " << ascending[i + 1];
+      EXPECT_GT(ascending[i + 1], ascending[i]) << ascending[i + 1] << " " << ascending[i];
+   }
+   // Two names with the same large number order by name, as small ones do.
+   EXPECT_LT(Wire::IntfId("a70000"), Wire::IntfId("b70000"));
+   EXPECT_EQ(Wire::IntfId("tap70000"), Wire::IntfId("tap70000"));
+   // Past the 15 bytes kept inline: whole, equal to itself, copied and moved intact.
+   const std::string longName = "Port-Channel12345678/1/1";
+   Wire::IntfId a(longName);
+   Wire::IntfId b = a;
+   Wire::IntfId c = std::move(b);
+   EXPECT_EQ(a.name(), longName);
+   EXPECT_EQ(c, a);
+   EXPECT_EQ(c.kind(), Wire::IntfKind::intfKindPortChannel);
+   EXPECT_EQ(c.number(0), 12345678u);
+   EXPECT_EQ(Wire::IntfId(std::string(40, 'x')).name().size(), Wire::IntfId::maxNameLen);
 }
 
 TEST(Addr, ParseAndPrint) {
