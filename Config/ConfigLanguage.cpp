@@ -138,7 +138,7 @@ Result parse(const std::vector<std::string>& lines, std::vector<Op>& ops) {
 // notify no one).
 template <class Map, class Del, class Set>
 void syncValues(const Map& from, const Map& to, Del del, Set set) {
-   std::vector<typename Map::value_type::first_type> gone;
+   std::vector<typename Map::key_type> gone;
    for (const auto& [k, v] : to) {
       if (!from.find(k)) gone.push_back(k);
    }

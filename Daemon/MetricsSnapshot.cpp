@@ -198,7 +198,7 @@ bool MetricsSnapshotBuilder::step(size_t budget) {
          append(sysNameBytes, rs.sysName().value());
          append(portDescBytes, rs.portDesc().value());
          if (rs.managementAddress().begin() != rs.managementAddress().end()) {
-            const auto& key = rs.managementAddress().begin()->first;
+            const auto key = rs.managementAddress().begin()->first;
             n.mgmtSubtype = key.subtype();
             append(mgmtBytes, key.address().value());
          }

@@ -144,8 +144,8 @@ void syncAttr(const char* name, const T& was, const T& now, Set&& set, bool& cha
 // Brings one collection of the stored record in line with the frame's: members the frame
 // no longer carries go first, then new or different members are written.
 template <class K, class V, class Del, class Set>
-void syncColl(const char* name, const Vel::FlatMap<K, V>& was, const Vel::FlatMap<K, V>& now,
-              Del&& del, Set&& set, bool& changed) {
+void syncColl(const char* name, const Vel::FlatKeyedMap<K, V>& was,
+              const Vel::FlatKeyedMap<K, V>& now, Del&& del, Set&& set, bool& changed) {
    for (size_t i = 0; i < was.size();) {
       const K key = (was.begin() + static_cast<long>(i))->first;
       if (now.contains(key)) {

@@ -128,7 +128,8 @@ private:
 #define VEL_E_KEY_M(T, n) T n##_;
 #define VEL_E_ATTR_M(T, n, d) T n##_ = d;
 #define VEL_E_COUNTER_M(T, n) T n##_ = 0;
-#define VEL_E_COLL_M(K, V, n) Vel::FlatMap<K, V> n##_;
+#define VEL_E_COLL_M(K, V, n) Vel::FlatKeyedMap<K, V> n##_;
+#define VEL_E_MAP_M(K, V, n) Vel::FlatMap<K, V> n##_;
 #define VEL_E_ECOLL_M(K, E, n) Vel::EntityMapOf<K, E> n##_;
 #define VEL_E_REFCOLL_M(K, E, n, f) Vel::RefIndex<K, E> n##_;
 
@@ -160,7 +161,7 @@ private:
       VEL_E_NOTIFY(n);                      \
    }
 #define VEL_E_COLLCOMMON_A(K, V, n)                                   \
-   const Vel::FlatMap<K, V>& n() const {                              \
+   const auto& n() const {                                            \
       return n##_;                                                    \
    }                                                                  \
    const V* n(const K& k) const {                                     \
@@ -345,7 +346,7 @@ public:                                                                         
    }                                                                                               \
                                                                                                    \
 private:                                                                                           \
-   ATTRS(VEL_E_KEY_M, VEL_E_ATTR_M, VEL_E_COUNTER_M, VEL_E_COLL_M, VEL_E_COLL_M, VEL_E_ECOLL_M,    \
+   ATTRS(VEL_E_KEY_M, VEL_E_ATTR_M, VEL_E_COUNTER_M, VEL_E_COLL_M, VEL_E_MAP_M, VEL_E_ECOLL_M,     \
          VEL_E_REFCOLL_M)                                                                          \
                                                                                                    \
 public:

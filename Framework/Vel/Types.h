@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iosfwd>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -197,6 +198,7 @@ inline size_t hashCombine(size_t seed, size_t h) {
 template <class K, class V>
 class FlatMap {
 public:
+   using key_type = K;
    using value_type = std::pair<K, V>;
    using const_iterator = const value_type*;
 
@@ -251,6 +253,86 @@ private:
                               [](const value_type& a, const K& b) { return a.first < b; });
    }
    SmallVector<value_type> items_;
+};
+
+// A FlatMap for values that carry their own key (`value.key()`): management addresses by
+// subtype and address, TLVs by OUI and subtype, VLAN names by VLAN. Only the values are
+// stored, so the key is not kept twice; iteration still gives (key, value) items, the key
+// made from the value, so readers use it as they use a FlatMap.
+template <class K, class V>
+class FlatKeyedMap {
+public:
+   using key_type = K;
+   struct Item {
+      K first;
+      const V& second;
+   };
+   class const_iterator {
+   public:
+      using iterator_category = std::bidirectional_iterator_tag;
+      using value_type = Item;
+      using difference_type = std::ptrdiff_t;
+      using reference = Item;
+      struct pointer {
+         Item item;
+         const Item* operator->() const { return &item; }
+      };
+      const_iterator() = default;
+      explicit const_iterator(const V* p) : p_(p) {}
+      Item operator*() const { return Item{K(p_->key()), *p_}; }
+      pointer operator->() const { return pointer{**this}; }
+      const_iterator& operator++() {
+         ++p_;
+         return *this;
+      }
+      const_iterator operator++(int) { return const_iterator(p_++); }
+      const_iterator& operator--() {
+         --p_;
+         return *this;
+      }
+      const_iterator operator--(int) { return const_iterator(p_--); }
+      const_iterator operator+(std::ptrdiff_t n) const { return const_iterator(p_ + n); }
+      bool operator==(const const_iterator&) const = default;
+
+   private:
+      const V* p_ = nullptr;
+   };
+
+   const V* find(const K& k) const {
+      auto it = lower(k);
+      return it != items_.end() && K(it->key()) == k ? &*it : nullptr;
+   }
+   bool contains(const K& k) const { return find(k) != nullptr; }
+   // Inserts or replaces v, which is filed under k (its own key); returns the stored value.
+   const V& set(const K& k, const V& v) {
+      auto it = lowerMut(k);
+      if (it != items_.end() && K(it->key()) == k) {
+         *it = v;
+         return *it;
+      }
+      return *items_.insert(it, v);
+   }
+   bool erase(const K& k) {
+      auto it = lowerMut(k);
+      if (it == items_.end() || !(K(it->key()) == k)) return false;
+      items_.erase(it);
+      return true;
+   }
+   void clear() { items_.clear(); }
+   size_t size() const { return items_.size(); }
+   bool empty() const { return items_.empty(); }
+   const_iterator begin() const { return const_iterator(items_.begin()); }
+   const_iterator end() const { return const_iterator(items_.end()); }
+   bool operator==(const FlatKeyedMap& o) const { return items_ == o.items_; }
+   auto operator<=>(const FlatKeyedMap& o) const { return items_ <=> o.items_; }
+
+private:
+   static bool before(const V& a, const K& b) { return K(a.key()) < b; }
+   const V* lower(const K& k) const {
+      return std::lower_bound(items_.begin(), items_.end(), k, before);
+   }
+   V* lowerMut(const K& k) { return std::lower_bound(items_.begin(), items_.end(), k, before); }
+   SmallVector<V> items_;
 };
 
 }  // namespace Vel

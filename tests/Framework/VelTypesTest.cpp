@@ -173,6 +173,51 @@ TEST(FlatMap, KeepsKeyOrderReplacesAndKeepsCapacityOnClear) {
    EXPECT_EQ(sizeof(a), sizeof(void*));
 }
 
+namespace {
+struct Named {
+   std::string name;
+   int n = 0;
+   std::string key() const { return name; }
+   bool operator==(const Named&) const = default;
+   auto operator<=>(const Named&) const = default;
+};
+}  // namespace
+
+// Values that name themselves are stored alone and still read as (key, value) items.
+TEST(FlatKeyedMap, OrdersByTheValuesKeyReplacesAndErasesWithoutStoringTheKey) {
+   Vel::FlatKeyedMap<std::string, Named> m;
+   m.set("c", {"c", 3});
+   m.set("a", {"a", 1});
+   m.set("b", {"b", 2});
+   EXPECT_EQ(m.set("a", {"a", 10}).n, 10);
+   ASSERT_EQ(m.size(), 3u);
+   std::string keys;
+   int sum = 0;
+   for (const auto& [k, v] : m) {
+      keys += k;
+      sum += v.n;
+   }
+   EXPECT_EQ(keys, "abc");
+   EXPECT_EQ(sum, 15);
+   EXPECT_EQ(m.begin()->first, "a");
+   EXPECT_EQ(std::prev(m.end())->second.n, 3);
+   EXPECT_EQ((m.begin() + 1)->first, "b");
+   ASSERT_NE(m.find("b"), nullptr);
+   EXPECT_EQ(m.find("b")->n, 2);
+   EXPECT_TRUE(m.erase("b"));
+   EXPECT_FALSE(m.erase("b"));
+   EXPECT_FALSE(m.contains("b"));
+   Vel::FlatKeyedMap<std::string, Named> copy = m;
+   EXPECT_EQ(copy, m);
+   copy.set("d", {"d", 4});
+   EXPECT_NE(copy, m);
+   EXPECT_LT(m, copy);
+   EXPECT_EQ(sizeof(m), sizeof(void*));
+   m.clear();
+   EXPECT_TRUE(m.empty());
+   EXPECT_EQ(m.begin(), m.end());
+}
+
 TEST(IntfId, ParsesSwitchNamesAndKeepsLinuxNames) {
    Wire::IntfId e("Ethernet3/1/2");
    EXPECT_TRUE(e.isEthernet());
