@@ -1,8 +1,9 @@
 // A set of integers (record indexes and the like): open addressing with linear probing
 // over one flat array, kept at most three quarters full, so a member costs 5 to 11 bytes
 // where a node-based set pays a heap block per member (the members are spread by a
-// multiplicative hash, so probe runs stay short even when indexes come in sequence). An insert allocates only when the array
-// doubles; erasure shifts the rest of a probe run back, so no tombstones build up.
+// multiplicative hash, so probe runs stay short even when indexes come in sequence). An
+// insert allocates only when the array doubles; erasure shifts the rest of a probe run
+// back, so no tombstones build up.
 #pragma once
 
 #include <cstddef>
