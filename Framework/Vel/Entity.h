@@ -3,8 +3,9 @@
 //    KEY(Type, name)                fixed at construction, getter only
 //    ATTR(Type, name, default)      getter `name()`, setter `nameIs(v)`
 //    COUNTER(Type, name)            getter, setter, incrementer `nameInc(amount)`
-//    COLL(Key, Value, name)         values that carry their own key(): `nameIs(v)`,
-//                                   `name(key)`, `nameDel(key)`, `nameDelAll()`, `name()`
+//    COLL(Key, Value, name)         values that carry their own key(), stored alone
+//                                   (FlatKeyedMap): `nameIs(v)`, `name(key)`,
+//                                   `nameDel(key)`, `nameDelAll()`, `name()`
 //    MAP(Key, Value, name)          as COLL but `nameIs(key, value)`
 //    ECOLL(Key, Entity, name)       owned child entities, ordered by key:
 //                                   `nameIs(key, ctorArgs...)` creates if absent;
