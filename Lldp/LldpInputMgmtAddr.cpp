@@ -171,7 +171,7 @@ void InputSm::handleMgmtAddrTxOption() {
       intfNameToVlanIdAndManAddrPriority(named, &vlan, &source);
       if (!(source == root_->sourceIntfNamePriority())) {
          root_->sourceIntfNamePriorityIs(source);
-         for (const auto& [intf, sm] : ipIntfStatusSm_) sm->handleSourceIntfChange();
+         for (const auto& sm : Wire::valuesOf(ipIntfStatusSm_)) sm->handleSourceIntfChange();
       }
    }
    handleIp6ManagementAddress();
@@ -182,9 +182,7 @@ void InputSm::handleMgmtAddrVrf() {
    const std::string& vrf = cliConfig_->mgmtAddrVrf();
    root_->status()->mgmtAddrVrfIs(L3::VrfName(std::string_view(vrf).substr(0, 64)));
    // A machine may close and hand its address over while others are visited.
-   std::vector<Vel::Ptr<IpIntfStatusSm>> machines;
-   for (const auto& [intf, sm] : ipIntfStatusSm_) machines.push_back(sm);
-   for (const auto& sm : machines) sm->handleVrf();
+   for (const auto& sm : Wire::valuesOf(ipIntfStatusSm_)) sm->handleVrf();
    handleIp6ManagementAddress();
 }
 

@@ -186,7 +186,7 @@ void NetworkPolicySm::doClose() {
    configReactor_.notifierIs(nullptr);
    statusReactor_.notifierIs(nullptr);
    localSystemReactor_.notifierIs(nullptr);
-   for (auto& [intf, sm] : networkPolicyPortStatusSm_) sm->doClose();
+   for (const auto& sm : Wire::valuesOf(networkPolicyPortStatusSm_)) sm->doClose();
    networkPolicyPortStatusSm_.clear();
    for (const auto& [intf, lp] : root_->localSystem()->localPort()) {
       lp->localNetworkPolicyTlvDelAll();

@@ -17,6 +17,7 @@
 
 #include "Framework/Vel/Entity.h"
 #include "Framework/Vel/IntSet.h"
+#include "Framework/Wire/IntfMap.h"
 #include "Records/Lldp.h"
 
 namespace Lldp::Agent::Input {
@@ -123,7 +124,7 @@ private:
       }
    };
    Root* root_;
-   std::map<Wire::IntfId, Vel::Ptr<NetworkPolicyPortStatusSm>> networkPolicyPortStatusSm_;
+   Wire::IntfMap<Vel::Ptr<NetworkPolicyPortStatusSm>> networkPolicyPortStatusSm_;
    ConfigReactor configReactor_;
    StatusReactor statusReactor_;
    LocalSystemReactor localSystemReactor_;

@@ -231,15 +231,16 @@ void PoeSm::PortStatusReactor::remoteSystemChanged(const int& index) {
 
 void PoeSm::handlePortStatus(const Wire::IntfId& intf) {
    auto ps = root_->status()->portStatus(intf);
-   auto& reactor = portStatusReactor_[intf];
+   auto it = portStatusReactor_.find(intf);
    if (!ps) {
-      portStatusReactor_.erase(intf);
-   } else if (!reactor || reactor->notifier() != ps) {
-      reactor = std::make_unique<PortStatusReactor>();
+      if (it != portStatusReactor_.end()) portStatusReactor_.erase(it);
+   } else if (it == portStatusReactor_.end() || it->second->notifier() != ps) {
+      auto reactor = std::make_unique<PortStatusReactor>();
       reactor->sm = this;
       reactor->intf = intf;
       reactor->notifierIs(ps);
       for (const auto& [index, remote] : ps->remoteSystem()) reactor->requestingIs(index);
+      portStatusReactor_[intf] = std::move(reactor);
    }
    // The port's records are complete once its status exists (the local port's PoE record
    // is filled in after the local port itself appears).

@@ -24,6 +24,7 @@
 
 #include "Framework/Vel/Dir.h"
 #include "Framework/Vel/Entity.h"
+#include "Framework/Wire/IntfMap.h"
 #include "Records/Lldp.h"
 
 namespace Lldp::Agent::Input {
@@ -110,7 +111,7 @@ private:
    struct Agent {
       Environment::Power::PoePortStatus::PtrConst status;
       std::unique_ptr<AgentReactor> reactor;
-      std::map<Wire::IntfId, Vel::Ptr<PoeAgentPortSm>> poeAgentPortSm;
+      Wire::IntfMap<Vel::Ptr<PoeAgentPortSm>> poeAgentPortSm;
    };
    // The port's PoE record from the first agent (by name) that reports it, or reset.
    void doSyncPortFromAgents(const Wire::IntfId& intf);
@@ -119,7 +120,7 @@ private:
    Vel::Ptr<const Vel::Dir> powerAgentDir_;
    Lldp::PowerRequestStatus::Ptr powerRequestStatus_;
    std::map<std::string, Agent> agent_;
-   std::map<Wire::IntfId, std::unique_ptr<PortStatusReactor>> portStatusReactor_;
+   Wire::IntfMap<std::unique_ptr<PortStatusReactor>> portStatusReactor_;
    DirReactor dirReactor_;
    StatusReactor statusReactor_;
    LocalSystemReactor localSystemReactor_;

@@ -173,14 +173,15 @@ void SwitchIntfConfigSm::handleInitialized() {
 
 void SwitchIntfConfigSm::doClose() {
    notifierIs(nullptr);
-   const std::set<Wire::IntfId> ports = associatedIntfId_;
+   const Wire::IntfSet ports = associatedIntfId_;
    for (const auto& port : ports) doRemovePort(port);
 }
 
 void SwitchIntfConfigSm::handleSwitchportModeAndNativeVlan() {
    VEL_TRACE(traceLldpAgent, 8,
              "SwitchIntfConfigSm::handleSwitchportModeAndNativeVlan( " << intfId() << " )");
-   for (const auto& port : associatedIntfId_) {
+   const Wire::IntfSet ports = associatedIntfId_;  // the syncs below may reach doRemovePort()
+   for (const auto& port : ports) {
       // The mode also rules whether the port may transmit.
       if (auto lp = root_->localSystem()->localPort(port)) doSyncLocalPort(*lp);
       if (auto pc = root_->config()->portConfig(port)) syncPortConfig(*pc, *root_);

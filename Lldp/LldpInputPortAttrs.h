@@ -7,6 +7,7 @@
 #include <set>
 
 #include "Framework/Vel/Entity.h"
+#include "Framework/Wire/IntfMap.h"
 #include "Records/Bridging.h"
 #include "Records/IntfStatus.h"
 #include "Records/Lldp.h"
@@ -48,7 +49,7 @@ public:
    void doSyncLocalPort(Lldp::LocalPort& localPort);
    void doAddPort(const Wire::IntfId& portId);
    void doRemovePort(const Wire::IntfId& portId);
-   const std::set<Wire::IntfId>& associatedIntfId() const { return associatedIntfId_; }
+   const Wire::IntfSet& associatedIntfId() const { return associatedIntfId_; }
    bool associatedIntfIdHas(const Wire::IntfId& intf) const {
       return associatedIntfId_.count(intf) != 0;
    }
@@ -58,7 +59,7 @@ private:
    void nativeVlanChanged() override { handleSwitchportModeAndNativeVlan(); }
    Root* root_;
    Bridging::SwitchIntfConfig::PtrConst switchIntfConfig_;
-   std::set<Wire::IntfId> associatedIntfId_;
+   Wire::IntfSet associatedIntfId_;
 };
 
 // One VLAN of the bridging configuration while VLAN names are advertised: its name goes

@@ -223,11 +223,11 @@ void ActiveEthIntfStatusDirSm::handleInitialized() {
 void ActiveEthIntfStatusDirSm::doClose() {
    phyDirReactor_.notifierIs(nullptr);
    lagDirReactor_.notifierIs(nullptr);
-   for (auto& [intf, sm] : mgmtEthPhyIntfStatusSm_) sm->doClose();
+   for (const auto& sm : Wire::valuesOf(mgmtEthPhyIntfStatusSm_)) sm->doClose();
    mgmtEthPhyIntfStatusSm_.clear();
-   for (auto& [intf, sm] : ethPhyIntfStatusSm_) sm->doClose();
+   for (const auto& sm : Wire::valuesOf(ethPhyIntfStatusSm_)) sm->doClose();
    ethPhyIntfStatusSm_.clear();
-   for (auto& [lag, sm] : ethLagIntfStatusSm_) sm->doClose();
+   for (const auto& sm : Wire::valuesOf(ethLagIntfStatusSm_)) sm->doClose();
    ethLagIntfStatusSm_.clear();
 }
 

@@ -7,6 +7,7 @@
 #include <set>
 
 #include "Framework/Vel/Entity.h"
+#include "Framework/Wire/IntfMap.h"
 #include "Records/IntfStatus.h"
 #include "Records/Lldp.h"
 
@@ -100,7 +101,7 @@ private:
    Root* root_;
    Interface::EthLagIntfStatus::PtrConst lagIntfStatus_;
    // The members entered into the map.
-   std::set<Wire::IntfId> member_;
+   Wire::IntfSet member_;
 };
 
 // Keeps one EthPhyIntfStatusSm per LLDP-capable port (and a MgmtEthPhyIntfStatusSm per
@@ -114,7 +115,7 @@ public:
    void doClose();
    void handlePhyIntfStatus(const Wire::IntfId& intf);
    void handleLagIntfStatus(const Wire::IntfId& lag);
-   const std::map<Wire::IntfId, Vel::Ptr<EthPhyIntfStatusSm>>& ethPhyIntfStatusSm() const {
+   const Wire::IntfMap<Vel::Ptr<EthPhyIntfStatusSm>>& ethPhyIntfStatusSm() const {
       return ethPhyIntfStatusSm_;
    }
    MgmtEthPhyIntfStatusSm* mgmtEthPhyIntfStatusSm(const Wire::IntfId& intf) const;
@@ -132,9 +133,9 @@ private:
    Root* root_;
    Interface::EthPhyIntfStatusDir::PtrConst phyDir_;
    Interface::EthLagIntfStatusDir::PtrConst lagDir_;
-   std::map<Wire::IntfId, Vel::Ptr<EthPhyIntfStatusSm>> ethPhyIntfStatusSm_;
-   std::map<Wire::IntfId, Vel::Ptr<MgmtEthPhyIntfStatusSm>> mgmtEthPhyIntfStatusSm_;
-   std::map<Wire::IntfId, Vel::Ptr<EthLagIntfStatusSm>> ethLagIntfStatusSm_;
+   Wire::IntfMap<Vel::Ptr<EthPhyIntfStatusSm>> ethPhyIntfStatusSm_;
+   Wire::IntfMap<Vel::Ptr<MgmtEthPhyIntfStatusSm>> mgmtEthPhyIntfStatusSm_;
+   Wire::IntfMap<Vel::Ptr<EthLagIntfStatusSm>> ethLagIntfStatusSm_;
    PhyDirReactor phyDirReactor_;
    LagDirReactor lagDirReactor_;
 };
@@ -153,7 +154,7 @@ private:
    void intfStatusChanged(const Wire::IntfId& intf) override { doMaybeCreateDesiredIntf(intf); }
    Root* root_;
    Interface::EthPhyIntfStatusDir::PtrConst phyDir_;
-   std::set<Wire::IntfId> desired_;
+   Wire::IntfSet desired_;
 };
 
 }  // namespace Lldp::Agent::Input

@@ -329,17 +329,17 @@ void InputSm::doClose() {
    ip6IntfReactor_.clear();
    for (auto& [name, sm] : externalTlvConfigSm_) sm->doClose();
    externalTlvConfigSm_.clear();
-   for (auto& [intf, sm] : switchIntfConfigSm_) sm->doClose();
+   for (const auto& sm : Wire::valuesOf(switchIntfConfigSm_)) sm->doClose();
    switchIntfConfigSm_.clear();
    portSwitchIntf_.clear();
-   for (auto& [intf, sm] : ethPhyIntfConfigSm_) sm->doClose();
+   for (const auto& sm : Wire::valuesOf(ethPhyIntfConfigSm_)) sm->doClose();
    ethPhyIntfConfigSm_.clear();
-   for (auto& [intf, sm] : cliPortConfigSm_) sm->doClose();
+   for (const auto& sm : Wire::valuesOf(cliPortConfigSm_)) sm->doClose();
    cliPortConfigSm_.clear();
    for (auto& [vlanId, sm] : vlanBridgingConfigSm_) sm->doClose();
    vlanBridgingConfigSm_.clear();
    // What this machine published about the system.
-   for (auto& [intf, sm] : ipIntfStatusSm_) sm->doClose();
+   for (const auto& sm : Wire::valuesOf(ipIntfStatusSm_)) sm->doClose();
    ipIntfStatusSm_.clear();
    clearIp6ManagementAddress(*root_);
    ip6Intf_ = {};

@@ -32,6 +32,7 @@
 #include "Framework/Trace.h"
 #include "Framework/Vel/Dir.h"
 #include "Framework/Vel/Entity.h"
+#include "Framework/Wire/IntfMap.h"
 #include "Framework/Wire/PamMan.h"
 #include "Lldp/LldpInputBypass.h"
 #include "Lldp/LldpInputExternalTlv.h"
@@ -96,7 +97,7 @@ void syncMaximumFrameSize(Lldp::LocalPort& localPort, const Bridging::Config& br
 // The aggregates a port belongs to, lowest first.
 class Lags {
 public:
-   const std::set<Wire::IntfId>& lagId() const { return lagId_; }
+   const Wire::IntfSet& lagId() const { return lagId_; }
    bool lagId(const Wire::IntfId& lag) const { return lagId_.count(lag) != 0; }
    void lagIdIs(const Wire::IntfId& lag, bool member) {
       if (member) {
@@ -109,7 +110,7 @@ public:
    bool empty() const { return lagId_.empty(); }
 
 private:
-   std::set<Wire::IntfId> lagId_;
+   Wire::IntfSet lagId_;
 };
 // A port joined or left an aggregate: the map, then the port's records follow.
 void addLagMember(const Wire::IntfId& member, const Wire::IntfId& lag, Root& root);
@@ -221,7 +222,7 @@ public:
 
    // Aggregates each port belongs to, kept from the platform's aggregate status: an
    // entry exists while the port is in at least one.
-   const std::map<Wire::IntfId, Lags>& portToLagsMap() const { return portToLagsMap_; }
+   const Wire::IntfMap<Lags>& portToLagsMap() const { return portToLagsMap_; }
    const Lags* portToLagsMap(const Wire::IntfId& port) const;
    Lags& portToLagsMapIs(const Wire::IntfId& port) { return portToLagsMap_[port]; }
    void portToLagsMapDel(const Wire::IntfId& port) { portToLagsMap_.erase(port); }
@@ -242,7 +243,7 @@ public:
    const Lldp::ManAddrPriority& sourceIntfNamePriority() const { return sourceIntfNamePriority_; }
    void sourceIntfNamePriorityIs(const Lldp::ManAddrPriority& p) { sourceIntfNamePriority_ = p; }
    // Interfaces that carry an address another interface already advertises, by address.
-   const std::map<Lldp::ManagementAddress::Key, std::set<Wire::IntfId>>& skippedAddr() const {
+   const std::map<Lldp::ManagementAddress::Key, Wire::IntfSet>& skippedAddr() const {
       return skippedAddr_;
    }
    void skippedAddrIntfIs(const Lldp::ManagementAddress::Key& key, const Wire::IntfId& intf);
@@ -267,11 +268,11 @@ private:
    Vel::Ptr<NetworkPolicySm> networkPolicySm_;
    Vel::Ptr<PoeSm> poeSm_;
    Vel::Ptr<NbrClassificationSm> nbrClassificationSm_;
-   std::map<Wire::IntfId, Lags> portToLagsMap_;
+   Wire::IntfMap<Lags> portToLagsMap_;
    Lldp::ManagementAddress::Key fallbackManagementAddressKey_;
    bool fallbackManagementAddressKeyPresent_ = false;
    Lldp::ManAddrPriority sourceIntfNamePriority_;
-   std::map<Lldp::ManagementAddress::Key, std::set<Wire::IntfId>> skippedAddr_;
+   std::map<Lldp::ManagementAddress::Key, Wire::IntfSet> skippedAddr_;
 };
 
 // The global configuration and the system's identity.
@@ -342,9 +343,7 @@ public:
    bool ethPhyIntfConfigSmHas(const Wire::IntfId& intf) const {
       return ethPhyIntfConfigSm_.count(intf) != 0;
    }
-   const std::map<Wire::IntfId, Vel::Ptr<IpIntfStatusSm>>& ipIntfStatusSm() const {
-      return ipIntfStatusSm_;
-   }
+   const Wire::IntfMap<Vel::Ptr<IpIntfStatusSm>>& ipIntfStatusSm() const { return ipIntfStatusSm_; }
    IpIntfStatusSm* ipIntfStatusSm(const Wire::IntfId& intf) const;
 
 private:
@@ -451,15 +450,15 @@ private:
    Ip6::Status::PtrConst ip6Status_;
    Vel::Ptr<const Vel::Dir> externalTlvsDir_;
    bool initialized_ = false;
-   std::map<Wire::IntfId, Vel::Ptr<CliPortConfigSm>> cliPortConfigSm_;
-   std::map<Wire::IntfId, Vel::Ptr<EthPhyIntfConfigSm>> ethPhyIntfConfigSm_;
-   std::map<Wire::IntfId, Vel::Ptr<SwitchIntfConfigSm>> switchIntfConfigSm_;
+   Wire::IntfMap<Vel::Ptr<CliPortConfigSm>> cliPortConfigSm_;
+   Wire::IntfMap<Vel::Ptr<EthPhyIntfConfigSm>> ethPhyIntfConfigSm_;
+   Wire::IntfMap<Vel::Ptr<SwitchIntfConfigSm>> switchIntfConfigSm_;
    // Which switchport machine serves each port.
-   std::map<Wire::IntfId, Wire::IntfId> portSwitchIntf_;
+   Wire::IntfMap<Wire::IntfId> portSwitchIntf_;
    std::map<Bridging::VlanId, Vel::Ptr<VlanBridgingConfigSm>> vlanBridgingConfigSm_;
-   std::map<Wire::IntfId, Vel::Ptr<IpIntfStatusSm>> ipIntfStatusSm_;
+   Wire::IntfMap<Vel::Ptr<IpIntfStatusSm>> ipIntfStatusSm_;
    std::map<std::string, Vel::Ptr<ExternalTlvConfigSm>> externalTlvConfigSm_;
-   std::map<Wire::IntfId, std::unique_ptr<Ip6IntfReactor>> ip6IntfReactor_;
+   Wire::IntfMap<std::unique_ptr<Ip6IntfReactor>> ip6IntfReactor_;
    // The advertised IPv6 address and the interface it comes from (empty: none).
    Wire::IntfId ip6Intf_;
    Wire::Ip6Addr ip6Addr_;

@@ -18,6 +18,7 @@
 
 #include "Framework/Trace.h"
 #include "Framework/Vel/Entity.h"
+#include "Framework/Wire/IntfMap.h"
 #include "Records/Identity.h"
 #include "Records/Lldp.h"
 
@@ -83,7 +84,7 @@ private:
    Lldp::Status::PtrConst lldpStatus_;
    Identity::NbrClassification::Status::Ptr status_;
    Identity::NbrClassification::CliConfig::PtrConst cliConfig_;
-   std::map<Wire::IntfId, Vel::Ptr<PortSm>> portSm_;
+   Wire::IntfMap<Vel::Ptr<PortSm>> portSm_;
    CliReactor cliReactor_;
    StatusReactor statusReactor_;
    bool initialized_ = false;

@@ -186,8 +186,7 @@ void ProtocolSm::handleLocalSystemAttrs() {
    VEL_TRACE(traceLldpProtocolSm, 8, "ProtocolSm::handleLocalSystemAttrs()");
    if (!initialized_) return;
    // A copy: a frame sent may reach reactors that change the set.
-   const LldpPamSmMap machines = lldpPamSm_;
-   for (const auto& [intf, sm] : machines) sm->doProcessSomethingChangedLocal();
+   for (const auto& sm : Wire::valuesOf(lldpPamSm_)) sm->doProcessSomethingChangedLocal();
 }
 
 OnOffSwitchSm::OnOffSwitchSm(Root* root) : root_(root) {}

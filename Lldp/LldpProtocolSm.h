@@ -11,6 +11,7 @@
 #include "Framework/Trace.h"
 #include "Framework/Vel/Entity.h"
 #include "Framework/Vel/StateDb.h"
+#include "Framework/Wire/IntfMap.h"
 #include "Framework/Wire/Pam.h"
 #include "Framework/Wire/PamMan.h"
 #include "Lldp/LldpPamSm.h"
@@ -81,8 +82,8 @@ void handleLocalPortAttrsChanged(Root& root, const Wire::IntfId& intf);
 // advertised attributes into a local change of every port, as it happens.
 class ProtocolSm : public Vel::RefCounted {
 public:
-   using LldpPamSmMap = std::map<Wire::IntfId, Vel::Ptr<LldpPamSm>>;
-   using LocalPortSmMap = std::map<Wire::IntfId, Vel::Ptr<LocalPortSm>>;
+   using LldpPamSmMap = Wire::IntfMap<Vel::Ptr<LldpPamSm>>;
+   using LocalPortSmMap = Wire::IntfMap<Vel::Ptr<LocalPortSm>>;
 
    explicit ProtocolSm(Root* root);
    ~ProtocolSm() override;

@@ -144,7 +144,7 @@ TEST_F(LldpAgentTest, AdminStatusFollowsGlobalSwitchCliAndSwitchportMode) {
    lagDir->intfStatusIs(bond0)->memberIs(eth("eth2"), true);
    const auto* lags = agent->inputRoot()->portToLagsMap(eth("eth2"));
    ASSERT_TRUE(lags);
-   EXPECT_EQ(lags->lagId(), (std::set<IntfId>{bond0, bond1}));
+   EXPECT_EQ(lags->lagId(), (Wire::IntfSet{bond0, bond1}));
    EXPECT_EQ(agent->inputRoot()->portToLag(eth("eth2")), bond0);
    EXPECT_EQ(lp2->portVlanId(), 40);
    EXPECT_EQ(lp2->linkAggregationInfo().aggregatedPortId(), 76u);
