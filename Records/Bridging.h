@@ -7,9 +7,17 @@
 #include <string>
 
 #include "Framework/Bridging/VlanId.h"
+#include "Framework/Vel/CompactMap.h"
 #include "Framework/Vel/Entity.h"
 #include "Framework/Wire/Addr.h"
 #include "Framework/Wire/IntfId.h"
+
+// A switch interface's configuration per interface, in a B-tree
+// (Framework/Vel/CompactMap.h).
+namespace Bridging {
+class SwitchIntfConfig;
+}  // namespace Bridging
+VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Bridging::SwitchIntfConfig)
 
 namespace Bridging {
 

@@ -6,9 +6,22 @@
 
 #include <string>
 
+#include "Framework/Vel/CompactMap.h"
 #include "Framework/Vel/Entity.h"
 #include "Framework/Wire/Addr.h"
 #include "Framework/Wire/IntfId.h"
+
+// The directories hold a record per interface, in B-trees (Framework/Vel/CompactMap.h).
+namespace Interface {
+class EthPhyIntfStatus;
+class EthPhyIntfConfig;
+class IntfStatus;
+class EthLagIntfStatus;
+}  // namespace Interface
+VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Interface::EthPhyIntfStatus)
+VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Interface::EthPhyIntfConfig)
+VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Interface::IntfStatus)
+VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Interface::EthLagIntfStatus)
 
 namespace Interface {
 

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "Framework/Vel/CompactMap.h"
 #include "Framework/Vel/Entity.h"
 #include "Framework/Wire/Addr.h"
 #include "Framework/Wire/IntfId.h"
@@ -73,6 +74,16 @@ class Config : public Vel::Entity {
 };
 
 }  // namespace Routing
+
+// A record per IP interface, in B-trees (Framework/Vel/CompactMap.h).
+namespace Ip {
+class IpIntfStatus;
+}  // namespace Ip
+namespace Ip6 {
+class IntfStatus;
+}  // namespace Ip6
+VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Ip::IpIntfStatus)
+VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Ip6::IntfStatus)
 
 namespace Ip {
 

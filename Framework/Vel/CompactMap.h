@@ -1,6 +1,7 @@
-// Ordered maps for the collections that hold one member per neighbour: a B-tree keeps
-// its members side by side in nodes of about 256 bytes (dozens of small keys, four or five
-// large ones), where a red-black tree allocates a node with four words of links for each.
+// Ordered maps for the collections that hold one member per neighbour or per interface: a
+// B-tree keeps its members side by side in nodes of about 256 bytes (dozens of small keys,
+// four or five large ones), where a red-black tree allocates a node with four words of
+// links for each.
 //
 //    VEL_COMPACT_ENTITY_MAP(int, Lldp::RemoteSystem)
 //
