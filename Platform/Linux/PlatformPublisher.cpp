@@ -15,6 +15,8 @@
 #include <set>
 #include <vector>
 
+#include "Framework/Wire/IntfMap.h"
+
 namespace Platform::Linux {
 
 namespace {
@@ -173,8 +175,8 @@ PlatformPublisher::PlatformPublisher(Vel::StateDb& db)
 
 void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
    const Derivation d(m, o);
-   std::set<Wire::IntfId> ports, all, lags, switchports;
-   std::map<uint16_t, std::set<Wire::IntfId>> vlanMembers;
+   Wire::IntfSet ports, all, lags, switchports;
+   std::map<uint16_t, Wire::IntfSet> vlanMembers;
    std::vector<const LinkInfo*> bridges;
    std::optional<Wire::EthAddr> lowestEthMac, lowestMgmtMac;
    uint32_t maxMtu = 0;
@@ -198,7 +200,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
    };
 
    bool anyBridged = false;
-   std::set<Wire::IntfId> framePorts;
+   Wire::IntfSet framePorts;
    for (const auto& [index, l] : m.links) {
       if (!d.publishable(l)) continue;
       const Wire::IntfId id = d.idOf(l);
@@ -215,7 +217,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
       if (l.kind == "bridge") bridges.push_back(&l);
       if (l.kind == "bond") {
          auto lag = lagStatus->intfStatusIs(id);
-         std::set<Wire::IntfId> members;
+         Wire::IntfSet members;
          for (const auto& [_, member] : m.links) {
             if (member.master == index && d.publishable(member)) members.insert(d.idOf(member));
          }
@@ -292,7 +294,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
    dropExcept(bridging->vlanConfig(), vlans,
               [&](const Bridging::VlanId& k) { bridging->vlanConfigDel(k); });
 
-   std::set<Wire::IntfId> ipIntfs, ip6Intfs;
+   Wire::IntfSet ipIntfs, ip6Intfs;
    for (const auto& [index, list] : m.addrs) {
       const LinkInfo* l = m.link(index);
       if (!l) continue;  // the link's own message is still on its way
