@@ -3,11 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
+#include <vector>
 
 namespace Vel::Trace {
 
@@ -23,7 +23,8 @@ struct State {
    std::string ringLogName;
    std::string ringLogPath;
    FILE* ringLogFile = nullptr;
-   std::array<RingEntry, ringLines> ring;
+   // Grows to ringLines as lines are written: an agent that traces nothing keeps none.
+   std::vector<RingEntry> ring;
    size_t ringNext = 0;
    size_t ringCount = 0;
 };
@@ -126,6 +127,7 @@ Handle::~Handle() {
 void Handle::write(int level, std::string_view text) const {
    State& s = state();
    double t = now();
+   if (s.ringNext == s.ring.size()) s.ring.emplace_back();
    RingEntry& e = s.ring[s.ringNext];
    e.time = t;
    e.handle = name_;
