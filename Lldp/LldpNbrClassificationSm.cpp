@@ -81,10 +81,15 @@ public:
    const Lldp::PortStatus::PtrConst& portStatus() const { return portStatus_; }
    // What each neighbour said, by its index in the port's table; the stations they make;
    // the neighbours a clear request forgot, watched until they send again. The first two
-   // hold every neighbour of the port, so they are flat tables of a few words an entry.
+   // hold every neighbour of the port, so they are flat tables of a few words an entry;
+   // the watches are rare, so their map is made on first use.
+   using Watches = std::unordered_map<int, std::unique_ptr<RefreshWatch>>;
    absl::flat_hash_map<int, Learned> learned;
    absl::flat_hash_map<Wire::EthAddr, Station, Vel::Hash<Wire::EthAddr>> stations;
-   std::unordered_map<int, std::unique_ptr<RefreshWatch>> watches;
+   std::unique_ptr<Watches> watches;
+   void unwatch(int index) {
+      if (watches) watches->erase(index);
+   }
 
 private:
    void remoteSystemChanged(const int& index) override {
@@ -193,7 +198,7 @@ void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index
       doCount(port, index, l->second, -1);
       const EntryKey key({.intfId = intf, .ethAddr = l->second.ethAddr});
       port.learned.erase(l);
-      port.watches.erase(index);
+      port.unwatch(index);
       doSyncEntry(key);
       return;
    }
@@ -217,7 +222,7 @@ void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index
    n.ethAddr = ethAddr;
    n.nbrClass = nbrClass;
    n.cleared = false;
-   port.watches.erase(index);
+   port.unwatch(index);
    VEL_TRACE(traceLldpNbrClassification, 6,
              "NbrClassificationSm: " << ethAddr << " on " << intf << " says " << nbrClass);
    doCount(port, index, n, +1);
@@ -230,11 +235,12 @@ void NbrClassificationSm::handleRefresh(const Wire::IntfId& intf, int index) {
    if (it == portSm_.end()) return;
    PortSm& port = *it->second;
    auto l = port.learned.find(index);
-   auto w = port.watches.find(index);
-   if (l == port.learned.end() || !l->second.cleared || w == port.watches.end()) return;
+   if (l == port.learned.end() || !l->second.cleared || !port.watches) return;
+   auto w = port.watches->find(index);
+   if (w == port.watches->end()) return;
    // The watch that called goes once the call has returned to it.
    const std::unique_ptr<RefreshWatch> watch = std::move(w->second);
-   port.watches.erase(w);
+   port.watches->erase(w);
    watch->notifierIs(nullptr);
    VEL_TRACE(traceLldpNbrClassification, 6,
              "NbrClassificationSm: cleared neighbor " << index << " on " << intf << " is back");
@@ -336,7 +342,8 @@ void NbrClassificationSm::doForget(PortSm& port, int index, Learned& l) {
    l.cleared = true;
    doCount(port, index, l, +1);
    if (auto remote = port.portStatus()->remoteSystem(index)) {
-      auto& watch = port.watches[index];
+      if (!port.watches) port.watches = std::make_unique<PortSm::Watches>();
+      auto& watch = (*port.watches)[index];
       watch = std::make_unique<RefreshWatch>();
       watch->sm = this;
       watch->intf = intf;
