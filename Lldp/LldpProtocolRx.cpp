@@ -1,12 +1,6 @@
 // Receive side of the LLDPDU codec: validates one received LLDPDU, decodes its optional
 // TLVs into a scratch record and brings the port's remote-system table up to date.
 
-// clang-format off
-#include <net-snmp/net-snmp-config.h>
-#include <net-snmp/types.h>
-#include <net-snmp/library/asn1.h>
-// clang-format on
-
 #include <algorithm>
 #include <cstring>
 #include <string_view>
@@ -183,31 +177,15 @@ bool reconcile(const Lldp::RemoteSystem& scratch, Lldp::RemoteSystem& stored) {
    return changed;
 }
 
-// Decodes the OID string of a Management Address TLV. The bytes get a BER OBJECT
-// IDENTIFIER header (tag and a one-byte long-form length) so that the SNMP library's
-// parser can take them as they are. An undecodable OID leaves `oid` empty.
+// Decodes the OID string of a Management Address TLV: the contents of a BER OBJECT
+// IDENTIFIER, all of them: the decoder takes the string as one identifier, so nothing is
+// left over after it. An undecodable OID leaves `oid` empty.
 void decodeOid(const char* bytes, int len, Snmp::ObjectIdentifier* oid) {
-   constexpr int maxOidBytes = 128;
-   u_char buf[3 + maxOidBytes];
-   buf[0] = ASN_OBJECT_ID;
-   buf[1] = 0x81;
-   buf[2] = static_cast<u_char>(len);
-   std::memcpy(buf + 3, bytes, static_cast<size_t>(len));
-   size_t remaining = 3 + static_cast<size_t>(len);  // in: bytes given; out: bytes not used
-   u_char type = 0;
-   ::oid ids[Snmp::ObjectIdentifier::maxSubIds];
-   size_t count = Snmp::ObjectIdentifier::maxSubIds;
-   if (!asn_parse_objid(buf, &remaining, &type, ids, &count)) {
+   if (!oid->berContentsIs(reinterpret_cast<const uint8_t*>(bytes), size_t(len))) {
       VEL_TRACE(traceLldpProtocol, 0, "Invalid OID string");
       return;
    }
-   VEL_ASSERT(type == ASN_OBJECT_ID, "type == ((u_char)0x06)");
-   for (size_t i = 0; i < count; ++i) oid->push(static_cast<uint32_t>(ids[i]));
-   if (remaining != 0) {
-      VEL_TRACE(traceLldpProtocol, 0, "Excess bytes at end of OID string");
-   } else {
-      VEL_TRACE(traceLldpProtocol, 8, "Valid OID string");
-   }
+   VEL_TRACE(traceLldpProtocol, 8, "Valid OID string");
 }
 
 // A string of the frame in a buffer kept from frame to frame: a long one is copied into the

@@ -1,6 +1,7 @@
 # SNMP: the LLDP-MIB and its IEEE 802.1, IEEE 802.3 and LLDP-MED extensions served as an
 # AgentX subagent through net-snmp's agent library (Debian's libsnmp-dev). Included from
 # the top-level CMakeLists.txt; the daemon links it for `--agentx`.
+find_library(NETSNMP_LIBRARY netsnmp REQUIRED)
 find_library(NETSNMPAGENT_LIBRARY netsnmpagent REQUIRED)
 
 # The MIB tree alone: reads the records, answers GET and GETNEXT (no net-snmp).

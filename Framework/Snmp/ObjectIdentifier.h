@@ -49,6 +49,11 @@ public:
       return true;
    }
    void clear() { len_ = 0; }
+   // Decodes the contents octets of a BER OBJECT IDENTIFIER (X.690 8.19: base-128
+   // sub-identifiers, the first two arcs folded into the first). Returns false, holding
+   // nothing, when the octets end inside a sub-identifier, a sub-identifier needs more
+   // than 32 bits, or there are more than fit. Empty contents decode to the single arc 0.
+   bool berContentsIs(const uint8_t* p, size_t n);
    size_t size() const { return len_; }
    bool empty() const { return len_ == 0; }
    explicit operator bool() const { return len_ != 0; }
