@@ -93,7 +93,7 @@ for _ in $(seq 100); do
 done
 [ -n "$seen" ] || fail "no neighbour on the veth pair: $out"
 # Without --gnmi, --agentx and --metrics their libraries are not even loaded.
-grep -E 'libgrpc|libnetsnmpagent|libprometheus|lldp-agent-' /proc/$agent/maps \
+grep -E 'libgrpc|libnetsnmp|libssl|libprometheus|lldp-agent-' /proc/$agent/maps \
   && fail "exporter libraries loaded though no exporter is enabled"
 kill "$agent"
 wait "$agent" || fail "the agent did not stop cleanly: $(cat "$tmp/agent.log")"
