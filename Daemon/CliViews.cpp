@@ -33,6 +33,10 @@ const E* findPort(const std::map<Wire::IntfId, Vel::Ptr<E>>& ports, const Wire::
    auto it = ports.find(id);
    return it == ports.end() ? nullptr : it->second.ptr();
 }
+template <class E, class KeyOf>
+const E* findPort(const Vel::EntitySet<Wire::IntfId, E, KeyOf>& ports, const Wire::IntfId& id) {
+   return ports.member(id).ptr();
+}
 template <class E>
 const E* findPort(const Vel::FlatMap<Wire::IntfId, Vel::Ptr<const E>>& ports,
                   const Wire::IntfId& id) {

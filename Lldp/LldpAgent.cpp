@@ -7,6 +7,7 @@
 
 #include "Framework/Assert.h"
 #include "Framework/Vel/EventLoop.h"
+#include "Lldp/LldpMirrorCodec.h"
 #include "Platform/Linux/LinuxPam.h"
 #include "Records/LldpRedundancy.h"
 
@@ -364,11 +365,20 @@ void Agent::doAdoptPeerStatus(uint32_t peerCell) {
       }
       neighbours += remotes.size();
       // The stream names a port by its name alone: keyed here as the platform knows it
-      // (its kind decides whether it runs LLDP).
-      Wire::IntfId key = intf;
+      // (its kind decides whether it runs LLDP). A port record carries its own key, so
+      // one the platform knows under another kind is made again under the platform's
+      // key, its neighbours moved over.
       const auto& known = ethPhyIntfStatusDir_->intfStatus();
-      if (auto it = known.find(intf); it != known.end()) key = it->first;
-      lldpStatusLocal_->portStatusIs(key, ps);
+      if (auto it = known.find(intf); it != known.end() && it->first.kind() != intf.kind()) {
+         auto rekeyed = Vel::make<Lldp::PortStatus>(it->first, ps->creationTime());
+         Mirror::copyAttrs(*ps, *rekeyed);
+         for (const auto& [index, r] : remotes) {
+            rekeyed->remoteSystemByMsapIs(r);
+            rekeyed->remoteSystemIs(index, r);
+         }
+         ps = rekeyed;
+      }
+      lldpStatusLocal_->portStatusIs(ps->intfId(), ps);
    }
    VEL_TRACE(traceLldpAgent, 4,
              "Agent::doAdoptPeerStatus(): cell " << peerCell << ", " << ports.size() << " ports, "

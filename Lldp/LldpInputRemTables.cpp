@@ -29,7 +29,7 @@ void RemTablesClearRequestSm::handleRemTablesClearRequest() {
                                                  << ".");
    if (!(lastClearTime < requestTime)) return;
    root_->remTablesStatus()->remTablesLastClearTimeIs(requestTime);
-   for (auto& [intf, portStatus] : root_->status()->portStatus()) {
+   for (const auto& [intf, portStatus] : root_->status()->portStatus()) {
       // The index first, so that no record is ever in it without being in the table.
       portStatus->remoteSystemByMsapDelAll();
       portStatus->remoteSystemDelAll();

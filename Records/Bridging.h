@@ -17,7 +17,7 @@
 namespace Bridging {
 class SwitchIntfConfig;
 }  // namespace Bridging
-VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Bridging::SwitchIntfConfig)
+VEL_COMPACT_ENTITY_SET(Wire::IntfId, Bridging::SwitchIntfConfig, intfId)
 
 namespace Bridging {
 

@@ -18,10 +18,10 @@ class EthPhyIntfConfig;
 class IntfStatus;
 class EthLagIntfStatus;
 }  // namespace Interface
-VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Interface::EthPhyIntfStatus)
-VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Interface::EthPhyIntfConfig)
-VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Interface::IntfStatus)
-VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Interface::EthLagIntfStatus)
+VEL_COMPACT_ENTITY_SET(Wire::IntfId, Interface::EthPhyIntfStatus, intfId)
+VEL_COMPACT_ENTITY_SET(Wire::IntfId, Interface::EthPhyIntfConfig, intfId)
+VEL_COMPACT_ENTITY_SET(Wire::IntfId, Interface::IntfStatus, intfId)
+VEL_COMPACT_ENTITY_SET(Wire::IntfId, Interface::EthLagIntfStatus, intfId)
 
 namespace Interface {
 

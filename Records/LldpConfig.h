@@ -2,9 +2,19 @@
 // and one record per port. The input side is the only writer.
 #pragma once
 
+#include "Framework/Vel/CompactMap.h"
 #include "Framework/Vel/Entity.h"
+#include "Framework/Wire/IntfId.h"
 #include "Records/LldpValues.h"
 #include "Records/NbrClassification.h"
+
+// Per-port records are kept by pointer in B-trees (Framework/Vel/CompactMap.h).
+namespace Lldp {
+class PortConfig;
+class CliPortConfig;
+}  // namespace Lldp
+VEL_COMPACT_ENTITY_SET(Wire::IntfId, Lldp::PortConfig, intfId)
+VEL_COMPACT_ENTITY_SET(Wire::IntfId, Lldp::CliPortConfig, intfId)
 
 namespace Lldp {
 

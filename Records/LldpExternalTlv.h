@@ -11,9 +11,17 @@
 #include <string_view>
 #include <vector>
 
+#include "Framework/Vel/CompactMap.h"
 #include "Framework/Vel/Entity.h"
 #include "Framework/Vel/Json.h"
+#include "Framework/Wire/IntfId.h"
 #include "Records/LldpValues.h"
+
+// Per-port records are kept by pointer in B-trees (Framework/Vel/CompactMap.h).
+namespace Lldp {
+class ExternalTlvPortConfig;
+}  // namespace Lldp
+VEL_COMPACT_ENTITY_SET(Wire::IntfId, Lldp::ExternalTlvPortConfig, intfId)
 
 namespace Lldp {
 

@@ -2,9 +2,17 @@
 // addresses) and one local port record per interface.
 #pragma once
 
+#include "Framework/Vel/CompactMap.h"
 #include "Framework/Vel/Entity.h"
+#include "Framework/Wire/IntfId.h"
 #include "Records/LldpRemoteSystem.h"
 #include "Records/LldpValues.h"
+
+// Per-port records are kept by pointer in B-trees (Framework/Vel/CompactMap.h).
+namespace Lldp {
+class LocalPort;
+}  // namespace Lldp
+VEL_COMPACT_ENTITY_SET(Wire::IntfId, Lldp::LocalPort, intfId)
 
 namespace Environment::Power {
 

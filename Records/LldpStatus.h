@@ -7,10 +7,18 @@
 #include <unordered_set>
 #include <vector>
 
+#include "Framework/Vel/CompactMap.h"
 #include "Framework/Vel/Entity.h"
 #include "Framework/Vel/IntSet.h"
+#include "Framework/Wire/IntfId.h"
 #include "Records/LldpRemoteSystem.h"
 #include "Records/LldpValues.h"
+
+// Per-port records are kept by pointer in B-trees (Framework/Vel/CompactMap.h).
+namespace Lldp {
+class PortStatus;
+}  // namespace Lldp
+VEL_COMPACT_ENTITY_SET(Wire::IntfId, Lldp::PortStatus, intfId)
 
 namespace L3 {
 using VrfName = Vel::FixedString<64>;

@@ -82,8 +82,8 @@ class IpIntfStatus;
 namespace Ip6 {
 class IntfStatus;
 }  // namespace Ip6
-VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Ip::IpIntfStatus)
-VEL_COMPACT_ENTITY_MAP(Wire::IntfId, Ip6::IntfStatus)
+VEL_COMPACT_ENTITY_SET(Wire::IntfId, Ip::IpIntfStatus, intfId)
+VEL_COMPACT_ENTITY_SET(Wire::IntfId, Ip6::IntfStatus, intfId)
 
 namespace Ip {
 

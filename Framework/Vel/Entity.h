@@ -95,6 +95,19 @@ struct EntityMap {
 template <class K, class E>
 using EntityMapOf = typename EntityMap<K, E>::type;
 
+// Adds the member make() returns under key k unless k is taken: the member held, and
+// whether it was added. Collections of pointers only (EntitySet) have their own.
+template <class Map, class K, class Make>
+std::pair<typename Map::mapped_type, bool> entityAdd(Map& m, const K& k, Make&& make) {
+   auto [it, added] = m.try_emplace(k);
+   if (added) it->second = make();
+   return {it->second, added};
+}
+template <class K, class E, class KeyOf>
+class EntitySet;
+template <class K, class E, class KeyOf, class Make>
+std::pair<Ptr<E>, bool> entityAdd(EntitySet<K, E, KeyOf>& s, const K& k, Make&& make);
+
 // A ready-made member for an entity collection's `nameIs(key, ptr)`.
 template <class P, class E>
 concept MemberPtr = std::is_same_v<std::remove_cvref_t<P>, Ptr<E>>;
@@ -215,40 +228,36 @@ private:
       }                                                               \
       while (!n##_.empty()) n##Del(K(n##_.begin()->first));           \
    }
-#define VEL_E_ECOLL_A(K, E, n)                                           \
-   const Vel::EntityMapOf<K, E>& n() const {                             \
-      return n##_;                                                       \
-   }                                                                     \
-   Vel::Ptr<E> n(const K& k) {                                           \
-      auto it = n##_.find(k);                                            \
-      return it == n##_.end() ? nullptr : it->second;                    \
-   }                                                                     \
-   Vel::Ptr<const E> n(const K& k) const {                               \
-      auto it = n##_.find(k);                                            \
-      return it == n##_.end() ? nullptr : Vel::Ptr<const E>(it->second); \
-   }                                                                     \
-   /* Tells the collection's reactors that member k changed inside. */   \
-   void n##Touched(const K& k) {                                         \
-      if (n##_.count(k)) VEL_E_NOTIFY_KEY(n, k);                         \
-   }                                                                     \
-   template <class... A>                                                 \
-   Vel::Ptr<E> n##Is(const K& k, A&&... a) {                             \
-      auto [it, added] = n##_.try_emplace(k);                            \
-      if (!added) return it->second;                                     \
-      it->second = Vel::Ptr<E>(new E(k, std::forward<A>(a)...));         \
-      Vel::Ptr<E> e = it->second;                                        \
-      VEL_E_NOTIFY_KEY(n, k);                                            \
-      return e;                                                          \
-   }                                                                     \
-   /* Adds e, whose key is k, unless k is taken; returns the member. */  \
-   template <Vel::MemberPtr<E> P>                                        \
-   Vel::Ptr<E> n##Is(const K& k, P&& e) {                                \
-      auto [it, added] = n##_.try_emplace(k, e);                         \
-      if (!added) return it->second;                                     \
-      Vel::Ptr<E> member = it->second; /* reactors may move it */        \
-      VEL_E_NOTIFY_KEY(n, k);                                            \
-      return member;                                                     \
-   }                                                                     \
+#define VEL_E_ECOLL_A(K, E, n)                                                                   \
+   const Vel::EntityMapOf<K, E>& n() const {                                                     \
+      return n##_;                                                                               \
+   }                                                                                             \
+   Vel::Ptr<E> n(const K& k) {                                                                   \
+      auto it = n##_.find(k);                                                                    \
+      return it == n##_.end() ? nullptr : it->second;                                            \
+   }                                                                                             \
+   Vel::Ptr<const E> n(const K& k) const {                                                       \
+      auto it = n##_.find(k);                                                                    \
+      return it == n##_.end() ? nullptr : Vel::Ptr<const E>(it->second);                         \
+   }                                                                                             \
+   /* Tells the collection's reactors that member k changed inside. */                           \
+   void n##Touched(const K& k) {                                                                 \
+      if (n##_.count(k)) VEL_E_NOTIFY_KEY(n, k);                                                 \
+   }                                                                                             \
+   template <class... A>                                                                         \
+   Vel::Ptr<E> n##Is(const K& k, A&&... a) {                                                     \
+      auto [e, added] =                                                                          \
+          Vel::entityAdd(n##_, k, [&] { return Vel::Ptr<E>(new E(k, std::forward<A>(a)...)); }); \
+      if (added) VEL_E_NOTIFY_KEY(n, k);                                                         \
+      return e;                                                                                  \
+   }                                                                                             \
+   /* Adds e, whose key is k, unless k is taken; returns the member. */                          \
+   template <Vel::MemberPtr<E> P>                                                                \
+   Vel::Ptr<E> n##Is(const K& k, P&& e) {                                                        \
+      auto [member, added] = Vel::entityAdd(n##_, k, [&] { return Vel::Ptr<E>(e); });            \
+      if (added) VEL_E_NOTIFY_KEY(n, k);                                                         \
+      return member;                                                                             \
+   }                                                                                             \
    VEL_E_NODE_DEL_A(K, n)
 #define VEL_E_REFCOLL_A(K, E, n, f)                                 \
    const Vel::RefIndex<K, E>& n() const {                           \

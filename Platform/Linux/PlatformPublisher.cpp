@@ -32,8 +32,7 @@ std::string cut(std::string s) {
 // Deletes every member of `current` whose key is not in `keep`.
 template <class Map, class Keep, class Del>
 void dropExcept(const Map& current, const Keep& keep, Del&& del) {
-   std::vector<std::remove_const_t<typename std::decay_t<decltype(*current.begin())>::first_type>>
-       gone;
+   std::vector<typename Map::key_type> gone;
    for (const auto& entry : current) {
       if (!keep.count(entry.first)) gone.push_back(entry.first);
    }
