@@ -182,6 +182,10 @@ private:
    uint64_t version_ = 0;
 };
 
+template <class K, class E, class KeyOf>
+Ptr<E> entityFind(const EntitySet<K, E, KeyOf>& s, const K& k) {
+   return s.member(k);
+}
 template <class K, class E, class KeyOf, class Make>
 std::pair<Ptr<E>, bool> entityAdd(EntitySet<K, E, KeyOf>& s, const K& k, Make&& make) {
    if (Ptr<E> held = s.member(k)) return {held, false};

@@ -103,8 +103,16 @@ std::pair<typename Map::mapped_type, bool> entityAdd(Map& m, const K& k, Make&& 
    if (added) it->second = make();
    return {it->second, added};
 }
+// The member of key k, or null.
+template <class Map, class K>
+typename Map::mapped_type entityFind(const Map& m, const K& k) {
+   auto it = m.find(k);
+   return it == m.end() ? nullptr : it->second;
+}
 template <class K, class E, class KeyOf>
 class EntitySet;
+template <class K, class E, class KeyOf>
+Ptr<E> entityFind(const EntitySet<K, E, KeyOf>& s, const K& k);
 template <class K, class E, class KeyOf, class Make>
 std::pair<Ptr<E>, bool> entityAdd(EntitySet<K, E, KeyOf>& s, const K& k, Make&& make);
 
@@ -233,12 +241,10 @@ private:
       return n##_;                                                                               \
    }                                                                                             \
    Vel::Ptr<E> n(const K& k) {                                                                   \
-      auto it = n##_.find(k);                                                                    \
-      return it == n##_.end() ? nullptr : it->second;                                            \
+      return Vel::entityFind(n##_, k);                                                           \
    }                                                                                             \
    Vel::Ptr<const E> n(const K& k) const {                                                       \
-      auto it = n##_.find(k);                                                                    \
-      return it == n##_.end() ? nullptr : Vel::Ptr<const E>(it->second);                         \
+      return Vel::entityFind(n##_, k);                                                           \
    }                                                                                             \
    /* Tells the collection's reactors that member k changed inside. */                           \
    void n##Touched(const K& k) {                                                                 \

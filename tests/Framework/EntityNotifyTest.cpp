@@ -52,9 +52,17 @@ public:
    explicit Leaf(int id) : id_(id) {}
 };
 
+class Port : public Vel::Entity {
+public:
+#define DEMO_PORT_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) KEY(int, id)
+   VEL_ENTITY(Port, DEMO_PORT_ATTRS)
+   explicit Port(int id) : id_(id) {}
+};
+
 }  // namespace Demo
 
 VEL_COMPACT_ENTITY_MAP(int, Demo::Leaf)
+VEL_COMPACT_ENTITY_SET(int, Demo::Port, id)
 
 namespace Demo {
 
@@ -63,6 +71,13 @@ class Tree : public Vel::Entity {
 public:
 #define DEMO_TREE_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) ECOLL(int, Leaf, leaf)
    VEL_ENTITY(Tree, DEMO_TREE_ATTRS)
+};
+
+// A member per port, kept by pointer: its key is read from the member.
+class Switch : public Vel::Entity {
+public:
+#define DEMO_SWITCH_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) ECOLL(int, Port, port)
+   VEL_ENTITY(Switch, DEMO_SWITCH_ATTRS)
 };
 
 }  // namespace Demo
@@ -184,6 +199,46 @@ TEST(EntityNotify, CompactCollectionReturnsTheMemberAddedWhateverItsReactorsAdd)
    EXPECT_EQ(tree->leaf().rbegin()->second, made);
    EXPECT_EQ(tree->leaf().upper_bound(150)->first, 151);
    g.notifierIs(nullptr);
+}
+
+// A loop over a collection kept by pointer goes on after the member it stands on when its
+// body adds or removes members, that member included, as a loop over a red-black tree
+// does; the key it names stays readable while the body runs.
+TEST(EntityNotify, KeyedSetLoopSurvivesChangesMadeByItsBody) {
+   auto sw = Vel::make<Demo::Switch>();
+   for (int id : {10, 20, 30, 40}) sw->portIs(id);
+   auto held = sw->port(20);
+   EXPECT_EQ(sw->portIs(20), held);  // a taken key keeps its member
+   EXPECT_EQ(sw->port(25), nullptr);
+   EXPECT_EQ(sw->port().lower_bound(21)->first, 30);
+   std::vector<int> visited;
+   for (const auto& [id, port] : sw->port()) {
+      visited.push_back(id);
+      if (id == 10) sw->portIs(35);  // later: visited
+      if (id == 10) sw->portIs(5);   // earlier: not visited
+      if (id == 20) {
+         sw->portDel(20);  // the member itself
+         sw->portDel(30);  // the next one
+         EXPECT_EQ(id, 20);
+         EXPECT_EQ(port->id(), 20);
+      }
+      if (id == 35) {
+         for (int more = 100; more < 400; ++more) sw->portIs(more);  // splits nodes
+      }
+   }
+   ASSERT_GE(visited.size(), 5u);
+   EXPECT_EQ(std::vector<int>(visited.begin(), visited.begin() + 5),
+             (std::vector<int>{10, 20, 35, 40, 100}));
+   EXPECT_EQ(visited.size(), 4u + 300u);
+   EXPECT_EQ(sw->port().size(), 4u + 300u);  // 5, 10, 35, 40 and the 300
+   // Backwards from the end, and from a member after a change.
+   auto it = sw->port().end();
+   EXPECT_EQ((--it)->first, 399);
+   auto at40 = sw->port().find(40);
+   sw->portDel(35);
+   EXPECT_EQ((--at40)->first, 10);
+   sw->portDelAll();
+   EXPECT_EQ(sw->port().begin(), sw->port().end());
 }
 
 TEST(EntityNotify, NotifieeKeepsItsEntityAliveAndDetachesOnDestruction) {
