@@ -78,17 +78,9 @@ public:
       Ptr<E> second;
    };
 
-   class const_iterator {
+   class const_iterator : public ProxyIterator<Item> {
    public:
-      using iterator_category = std::bidirectional_iterator_tag;
-      using value_type = Item;
-      using difference_type = std::ptrdiff_t;
-      using reference = Item;
-      struct pointer {
-         Item item;
-         const Item* operator->() const { return &item; }
-      };
-
+      using typename ProxyIterator<Item>::pointer;
       const_iterator() = default;
       Item operator*() const { return Item{keyOf(cur_), cur_}; }
       pointer operator->() const { return pointer{**this}; }

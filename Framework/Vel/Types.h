@@ -259,6 +259,21 @@ private:
 // subtype and address, TLVs by OUI and subtype, VLAN names by VLAN. Only the values are
 // stored, so the key is not kept twice; iteration still gives (key, value) items, the key
 // made from the value, so readers use it as they use a FlatMap.
+// The member types of a bidirectional iterator whose items are made as it is read (a key
+// and a reference to the value): what `->` returns holds the item it points to.
+template <class Item>
+struct ProxyIterator {
+   using iterator_category = std::bidirectional_iterator_tag;
+   using value_type = Item;
+   using difference_type = std::ptrdiff_t;
+   using reference = Item;
+   struct pointer {
+      Item item;
+      const Item* operator->() const { return &item; }
+   };
+   bool operator==(const ProxyIterator&) const = default;
+};
+
 template <class K, class V>
 class FlatKeyedMap {
 public:
@@ -267,16 +282,9 @@ public:
       K first;
       const V& second;
    };
-   class const_iterator {
+   class const_iterator : public ProxyIterator<Item> {
    public:
-      using iterator_category = std::bidirectional_iterator_tag;
-      using value_type = Item;
-      using difference_type = std::ptrdiff_t;
-      using reference = Item;
-      struct pointer {
-         Item item;
-         const Item* operator->() const { return &item; }
-      };
+      using typename ProxyIterator<Item>::pointer;
       const_iterator() = default;
       explicit const_iterator(const V* p) : p_(p) {}
       Item operator*() const { return Item{K(p_->key()), *p_}; }
