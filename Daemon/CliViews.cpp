@@ -28,11 +28,6 @@ std::string noSuchInterface(const std::string& intf) {
 }
 
 // A port's record in either kind of per-port collection.
-template <class E>
-const E* findPort(const std::map<Wire::IntfId, Vel::Ptr<E>>& ports, const Wire::IntfId& id) {
-   auto it = ports.find(id);
-   return it == ports.end() ? nullptr : it->second.ptr();
-}
 template <class E, class KeyOf>
 const E* findPort(const Vel::EntitySet<Wire::IntfId, E, KeyOf>& ports, const Wire::IntfId& id) {
    return ports.member(id).ptr();
