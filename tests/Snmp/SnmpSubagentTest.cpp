@@ -111,6 +111,17 @@ public:
          TestSupport::ipIn(ns, std::string("link set ") + intf + " up");
       }
       snmpd = std::make_unique<Snmpd>(nsA, "snmpd-a");
+      // The notification receiver listens before the agent starts: the neighbour's arrival
+      // is notified within seconds of it, however slowly a loaded machine starts programs.
+      std::ofstream(tmpName("traps.conf")) << "disableAuthorization yes\n";
+      traps_.start(
+          {"ip", "netns", "exec", nsA, "snmptrapd", "-f", "-C", "-c", tmpName("traps.conf"), "-Lf",
+           trapLog, "-On", "-p", tmpName("traps.pid"), "udp:127.0.0.1:1162"},
+          tmpName("traps.out"));
+      if (waitFor([&] { return runIn(nsA, "ss -Hlun 'sport = :1162' | grep -q 1162"); }, 40) < 0) {
+         error = "snmptrapd is not listening";
+         return;
+      }
       const std::string conf = tmpName("agent.conf");
       std::ofstream(conf) << "lldp timer 5\n";
       std::vector<std::string> args = {"ip", "netns", "exec", nsA, LLDP_AGENT, "--foreground"};
@@ -122,6 +133,9 @@ public:
       agent_.start(args, tmpName("agent.log"));
       far_ = std::make_unique<Interop::Lldpd>(nsC, "far", "c1,c2", 1);
       far_->cli("configure system hostname far-side");
+      // Every second, but a time to live of half a minute: a loaded machine that holds lldpd
+      // back for a few seconds must not age the neighbour out and in again under a new index.
+      far_->cli("configure lldp tx-hold 30");
       far_->cli("configure med policy application voice vlan 10 priority voice dscp 46");
       far_->cli("configure med location elin 5551234567");
       lldpdSnmpd = std::make_unique<Snmpd>(nsB, "snmpd-b");
@@ -130,6 +144,7 @@ public:
                   tmpName("near.log"));
    }
    ~SnmpLab() {
+      traps_.stop(SIGKILL);
       near_.stop(SIGKILL);
       far_.reset();
       agent_.stop(SIGTERM);
@@ -139,7 +154,7 @@ public:
       snmpd.reset();
       lldpdSnmpd.reset();
       for (const auto& ns : created_) runCmd("ip netns del " + ns);
-      runCmd("rm -f " + tmpName("agent") + "* " + tmpName("near") + "*");
+      runCmd("rm -f " + tmpName("agent") + "* " + tmpName("near") + "* " + tmpName("traps") + "*");
    }
 
    // Walks until `ok` holds (generous: the machine may be loaded).
@@ -155,13 +170,14 @@ public:
       return w;
    }
 
+   const std::string trapLog = tmpName("traps.log");
    std::string error, nsA, nsC;
    std::unique_ptr<Snmpd> snmpd, lldpdSnmpd;
 
 private:
    std::vector<std::string> created_;
    std::unique_ptr<Interop::Lldpd> far_;
-   Process agent_, near_;
+   Process traps_, agent_, near_;
 };
 
 // One lab for all: the neighbour's arrival is notified, the MIB is served and agrees with
@@ -172,36 +188,43 @@ TEST(SnmpSubagent, ServesTheMibNotifiesAndRegistersAgain) {
    }
    SnmpLab lab;
    ASSERT_TRUE(lab.error.empty()) << lab.error;
-   const std::string trapLog = tmpName("traps.log"), trapConf = tmpName("traps.conf");
-   std::ofstream(trapConf) << "disableAuthorization yes\n";
-   Process traps({"ip", "netns", "exec", lab.nsA, "snmptrapd", "-f", "-C", "-c", trapConf, "-Lf",
-                  trapLog, "-On", "-p", tmpName("traps.pid"), "udp:127.0.0.1:1162"},
-                 tmpName("traps.out"));
 
-   // The neighbour, with its LLDP-MED inventory, is in.
+   // The neighbour, with everything it sends, is in. A walk is many requests, not a
+   // snapshot: one the neighbour (or its later LLDP-MED policy and location) arrived in the
+   // middle of shows it in the columns read after that moment only, so the wait is for a
+   // walk that holds every cell the checks below read. The neighbour row is indexed by
+   // time mark 0, a1's ifindex and index 1.
+   std::string ifIndex;
+   runIn(lab.nsA, "cat /sys/class/net/a1/ifindex", &ifIndex);
+   ifIndex.erase(ifIndex.find_last_not_of("\n") + 1);
+   const std::string farRow = "0." + ifIndex + ".1";
    const std::string medRem = lldpMib + ".1.5.4795.1.3";
+   const std::string policy = medRem + ".2.1.2." + farRow + ".2.64.0",
+                     elin = medRem + ".4.1.2." + farRow + ".4";
+   const std::string macPhy = lldpMib + ".1.5.4623.1.3.1.1.4",
+                     linkAgg = lldpMib + ".1.5.4623.1.3.3.1.1";
    Walk w = lab.walkUntil(*lab.snmpd, lldpMib, [&](const Walk& x) {
-      return column(x, remTable + ".9").count("far-side") && column(x, medRem + ".3.1").size() > 0;
+      const auto name = x.find(remTable + ".9." + farRow);
+      return name != x.end() && name->second == "far-side" && x.count(remTable + ".4." + farRow) &&
+             x.count(policy) && x.count(elin) && column(x, medRem + ".3.1").size() > 0 &&
+             column(x, macPhy).size() > 0 && column(x, linkAgg).size() > 0;
    });
    // Local system: chassis ID subtype MAC address, one local port (a1, by interface name).
    EXPECT_EQ(w[lldpMib + ".1.3.1.0"], "4");
    EXPECT_EQ(column(w, lldpMib + ".1.3.7.1.3"), std::multiset<std::string>{"a1"});
    EXPECT_EQ(w[lldpMib + ".1.1.1.0"], "5");  // lldp timer 5
-   // The neighbour row is indexed by time mark 0, a1's ifindex and index 1.
-   std::string ifIndex;
-   runIn(lab.nsA, "cat /sys/class/net/a1/ifindex", &ifIndex);
-   ifIndex.erase(ifIndex.find_last_not_of("\n") + 1);
-   EXPECT_EQ(w[remTable + ".9.0." + ifIndex + ".1"], "far-side");
-   EXPECT_EQ(w[remTable + ".6.0." + ifIndex + ".1"], "3");  // lldpd: port ID is the MAC
+   EXPECT_EQ(w[remTable + ".9." + farRow], "far-side");
+   EXPECT_EQ(w[remTable + ".6." + farRow], "3");  // lldpd: port ID is the MAC
    // Extensions: IEEE 802.3 MAC/PHY and link aggregation, LLDP-MED capabilities, media policy
    // (voice: bit 1 of PolicyAppType, index length 2) and the ELIN location.
-   EXPECT_EQ(column(w, lldpMib + ".1.5.4623.1.3.1.1.4").size(), 1u);  // MAC/PHY: MAU type
-   EXPECT_EQ(column(w, lldpMib + ".1.5.4623.1.3.3.1.1").size(), 1u);  // link aggregation
+   EXPECT_EQ(column(w, macPhy).size(), 1u);   // MAC/PHY: MAU type
+   EXPECT_EQ(column(w, linkAgg).size(), 1u);  // link aggregation
    EXPECT_EQ(column(w, medRem + ".1.1.3").size(), 1u);
-   EXPECT_EQ(w[medRem + ".2.1.2.0." + ifIndex + ".1.2.64.0"], "10");
-   EXPECT_EQ(w[medRem + ".2.1.4.0." + ifIndex + ".1.2.64.0"], "46");
-   EXPECT_EQ(w[medRem + ".4.1.2.0." + ifIndex + ".1.4"], "5551234567");
-   EXPECT_EQ(w[lldpMib + ".1.2.2.0"], "1");  // lldpStatsRemTablesInserts
+   EXPECT_EQ(w[policy], "10");
+   EXPECT_EQ(w[medRem + ".2.1.4." + farRow + ".2.64.0"], "46");
+   EXPECT_EQ(w[elin], "5551234567");
+   // lldpStatsRemTablesInserts, read now: the walk read it before the neighbour's row.
+   EXPECT_EQ(lab.snmpd->walk(lldpMib + ".1.2.2")[lldpMib + ".1.2.2.0"], "1");
    // Counters move: lldpd sends every second.
    const std::string rxTotal = lldpMib + ".1.2.7.1.4." + ifIndex;
    const long before = std::atol(w[rxTotal].c_str());
@@ -214,7 +237,14 @@ TEST(SnmpSubagent, ServesTheMibNotifiesAndRegistersAgain) {
    // depend on which of the far side's ports was heard must read the same: chassis ID
    // subtype and ID, port ID subtype, system name and description, and the capabilities
    // supported and enabled (the time marks differ: see the README).
-   auto heard = [](const Walk& x) { return column(x, remTable + ".9").count("far-side") > 0; };
+   // (Heard: the name is far-side and no column read before it lacks the row.)
+   auto heard = [](const Walk& x) {
+      const size_t rows = column(x, remTable + ".9").size();
+      for (int col : {4, 5, 6}) {
+         if (column(x, remTable + "." + std::to_string(col)).size() != rows) return false;
+      }
+      return column(x, remTable + ".9").count("far-side") > 0;
+   };
    Walk theirs = lab.walkUntil(*lab.lldpdSnmpd, remTable, heard);
    ASSERT_TRUE(heard(theirs));
    for (int col : {4, 5, 6, 9, 10, 11, 12}) {
@@ -311,12 +341,11 @@ TEST(SnmpSubagent, ServesTheMibNotifiesAndRegistersAgain) {
 
    // The neighbour's arrival on a1 (notifications on for a*) was announced.
    EXPECT_GE(
-       waitFor([&] { return readFile(trapLog).find(".1.0.8802.1.1.2.0.0.1") != std::string::npos; },
-               40),
+       waitFor(
+           [&] { return readFile(lab.trapLog).find(".1.0.8802.1.1.2.0.0.1") != std::string::npos; },
+           40),
        0)
-       << readFile(trapLog);
-   traps.stop(SIGKILL);
-   runCmd("rm -f " + tmpName("traps") + "*");
+       << readFile(lab.trapLog);
 
    lab.snmpd->stop();
    lab.snmpd->start();
