@@ -1,13 +1,17 @@
-// A hashed index of entities by one of their own key attributes. Open addressing with
-// linear probing over one flat array of entity pointers: a slot costs one word, the key
-// is read inside the entity it holds (where it sits at the same offset in every entity,
-// so it is neither copied nor pointed at), and an insert allocates only when the array
-// doubles. The entity's key must not change while it is indexed; entity keys are fixed
-// at construction, so that holds.
+// A hashed index of entities by one of their own key attributes: a flat hash set of entity
+// pointers. A slot costs one word and a control byte, the table fills to seven eighths
+// before it doubles, and the key is read inside the entity a slot holds (where it sits at
+// the same offset in every entity, so it is neither copied nor pointed at). A lookup
+// compares seven bits of the hash for a group of slots at once and reads an entity only
+// when they match, so a full table costs no more reads than an empty one. The entity's key
+// must not change while it is indexed; entity keys are fixed at construction, so that
+// holds.
 #pragma once
 
+#include <absl/container/flat_hash_set.h>
+
 #include <cstddef>
-#include <vector>
+#include <cstdint>
 
 #include "Framework/Vel/Ptr.h"
 #include "Framework/Vel/Types.h"
@@ -16,76 +20,63 @@ namespace Vel {
 
 template <class K, class E>
 class RefIndex {
+   // Where the key sits inside an entity, the same for every entity of the index.
+   struct KeyAt {
+      std::ptrdiff_t offset = 0;
+      const K& operator()(const Ptr<E>& e) const {
+         return *reinterpret_cast<const K*>(reinterpret_cast<const char*>(e.ptr()) + offset);
+      }
+   };
+   // The table takes the low bits of a hash for the place in a group and the high ones for
+   // the group: a hash of the key's own making is spread over both first.
+   static size_t spread(size_t h) {
+      const unsigned __int128 m = static_cast<unsigned __int128>(h) * 0x9e3779b97f4a7c15ULL;
+      return static_cast<size_t>(m) ^ static_cast<size_t>(m >> 64);
+   }
+   struct Hasher {
+      using is_transparent = void;
+      KeyAt keyAt;
+      size_t operator()(const K& k) const { return spread(Hash<K>()(k)); }
+      size_t operator()(const Ptr<E>& e) const { return (*this)(keyAt(e)); }
+   };
+   struct Equal {
+      using is_transparent = void;
+      KeyAt keyAt;
+      bool operator()(const Ptr<E>& a, const Ptr<E>& b) const { return keyAt(a) == keyAt(b); }
+      bool operator()(const K& a, const Ptr<E>& b) const { return a == keyAt(b); }
+      bool operator()(const Ptr<E>& a, const K& b) const { return keyAt(a) == b; }
+   };
+   using Set = absl::flat_hash_set<Ptr<E>, Hasher, Equal>;
+
 public:
-   size_t size() const { return size_; }
-   bool empty() const { return size_ == 0; }
+   size_t size() const { return set_.size(); }
+   bool empty() const { return set_.empty(); }
 
    Ptr<E> find(const K& k) const {
-      if (size_ == 0) return nullptr;
-      for (size_t i = Hash<K>()(k) & mask(); slots_[i]; i = (i + 1) & mask()) {
-         if (keyOf(slots_[i]) == k) return slots_[i];
-      }
-      return nullptr;
+      auto it = set_.find(k);
+      return it == set_.end() ? nullptr : *it;
    }
-   // `key` must be the entity's own key attribute.
+   // `key` must be the entity's own key attribute. An entity indexed under the same key
+   // is replaced.
    void insert(const K& key, const Ptr<E>& entity) {
-      keyOffset_ =
-          reinterpret_cast<const char*>(&key) - reinterpret_cast<const char*>(entity.ptr());
-      if ((size_ + 1) * 2 > slots_.size()) grow();
-      size_t i = Hash<K>()(key) & mask();
-      for (; slots_[i]; i = (i + 1) & mask()) {
-         if (keyOf(slots_[i]) == key) break;
-      }
-      if (!slots_[i]) ++size_;
-      slots_[i] = entity;
-   }
-   bool erase(const K& k) {
-      if (size_ == 0) return false;
-      size_t i = Hash<K>()(k) & mask();
-      for (; slots_[i]; i = (i + 1) & mask()) {
-         if (keyOf(slots_[i]) == k) break;
-      }
-      if (!slots_[i]) return false;
-      // Backward-shift deletion: later members of the probe run move up into the hole
-      // when their home slot allows it, so no tombstones accumulate.
-      size_t hole = i;
-      for (size_t j = (i + 1) & mask(); slots_[j]; j = (j + 1) & mask()) {
-         const size_t home = Hash<K>()(keyOf(slots_[j])) & mask();
-         const bool movable = hole <= j ? (home <= hole || home > j) : (home <= hole && home > j);
-         if (movable) {
-            slots_[hole] = std::move(slots_[j]);
-            hole = j;
+      if (set_.empty()) {
+         const KeyAt keyAt{reinterpret_cast<const char*>(&key) -
+                           reinterpret_cast<const char*>(entity.ptr())};
+         if (keyAt.offset != set_.hash_function().keyAt.offset) {
+            set_ = Set(0, Hasher{keyAt}, Equal{keyAt});
          }
       }
-      slots_[hole] = nullptr;
-      --size_;
-      return true;
-   }
-   void clear() {
-      for (auto& s : slots_) s = nullptr;
-      size_ = 0;
-   }
-
-private:
-   // Every key sits at the same place inside its entity, so a slot is just the entity.
-   const K& keyOf(const Ptr<E>& e) const {
-      return *reinterpret_cast<const K*>(reinterpret_cast<const char*>(e.ptr()) + keyOffset_);
-   }
-   size_t mask() const { return slots_.size() - 1; }
-   void grow() {
-      std::vector<Ptr<E>> old(slots_.empty() ? 16 : slots_.size() * 2);
-      old.swap(slots_);
-      for (auto& s : old) {
-         if (!s) continue;
-         size_t i = Hash<K>()(keyOf(s)) & mask();
-         while (slots_[i]) i = (i + 1) & mask();
-         slots_[i] = std::move(s);
+      auto [it, added] = set_.insert(entity);
+      if (!added && *it != entity) {
+         set_.erase(it);
+         set_.insert(entity);
       }
    }
+   bool erase(const K& k) { return set_.erase(k) != 0; }
+   void clear() { set_.clear(); }
 
-   std::vector<Ptr<E>> slots_;
-   size_t size_ = 0;
-   std::ptrdiff_t keyOffset_ = 0;
+private:
+   Set set_;
 };
 
 }  // namespace Vel
