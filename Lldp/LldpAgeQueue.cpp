@@ -5,6 +5,9 @@
 namespace Lldp::Agent::Protocol {
 
 void LldpAgeQueue::push(Vel::Seconds time, int index) {
+   // Grows by half, not double: a port of many neighbours keeps a quarter of its queue
+   // spare on average instead of half.
+   if (heap_.size() == heap_.capacity()) heap_.reserve(heap_.size() + heap_.size() / 2 + 16);
    heap_.push_back(Entry{time, index});
    std::push_heap(heap_.begin(), heap_.end(), later);
    latestQueued_ = std::max(latestQueued_, time);

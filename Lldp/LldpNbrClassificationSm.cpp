@@ -1,5 +1,6 @@
 #include "Lldp/LldpNbrClassificationSm.h"
 
+#include <absl/container/btree_map.h>
 #include <absl/container/flat_hash_map.h>
 
 #include <set>
@@ -81,10 +82,11 @@ public:
    const Lldp::PortStatus::PtrConst& portStatus() const { return portStatus_; }
    // What each neighbour said, by its index in the port's table; the stations they make;
    // the neighbours a clear request forgot, watched until they send again. The first two
-   // hold every neighbour of the port, so they are flat tables of a few words an entry;
-   // the watches are rare, so their map is made on first use.
+   // hold every neighbour of the port, so they take a few words an entry: the indexes come
+   // in rising order, which fills a B-tree's nodes, and the stations are hashed. The
+   // watches are rare, so their map is made on first use.
    using Watches = std::unordered_map<int, std::unique_ptr<RefreshWatch>>;
-   absl::flat_hash_map<int, Learned> learned;
+   absl::btree_map<int, Learned> learned;
    absl::flat_hash_map<Wire::EthAddr, Station, Vel::Hash<Wire::EthAddr>> stations;
    std::unique_ptr<Watches> watches;
    void unwatch(int index) {
