@@ -13,9 +13,9 @@
 #include <string>
 #include <string_view>
 
-#include "Framework/Vel/CompactMap.h"
 #include "Framework/Vel/Entity.h"
 #include "Framework/Vel/Json.h"
+#include "Framework/Vel/NestedEntityMap.h"
 #include "Framework/Wire/Addr.h"
 #include "Framework/Wire/IntfId.h"
 #include "Records/LldpRemoteSystem.h"
@@ -95,8 +95,9 @@ class Entry : public Vel::Entity {
 
 }  // namespace Identity::NbrClassification
 
-// An entry per station, so about one per neighbour.
-VEL_COMPACT_ENTITY_MAP(Identity::NbrClassification::EntryKey, Identity::NbrClassification::Entry)
+// An entry per station, so about one per neighbour: a tree of addresses per port.
+VEL_NESTED_ENTITY_MAP(Identity::NbrClassification::EntryKey, Identity::NbrClassification::Entry,
+                      intfId, ethAddr)
 
 namespace Identity::NbrClassification {
 
