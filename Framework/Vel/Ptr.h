@@ -53,6 +53,15 @@ public:
    bool operator==(const Ptr& o) const = default;
    bool operator==(std::nullptr_t) const { return p_ == nullptr; }
 
+   // For a container that keeps references in words of its own: gives this one up to the
+   // caller, or takes over one given up.
+   T* detach() { return std::exchange(p_, nullptr); }
+   static Ptr adopt(T* p) {
+      Ptr r;
+      r.p_ = p;
+      return r;
+   }
+
 private:
    void acquire() {
       if (p_) p_->ref();

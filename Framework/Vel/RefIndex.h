@@ -1,17 +1,19 @@
-// A hashed index of entities by one of their own key attributes: a flat hash set of entity
-// pointers. A slot costs one word and a control byte, the table fills to seven eighths
-// before it doubles, and the key is read inside the entity a slot holds (where it sits at
-// the same offset in every entity, so it is neither copied nor pointed at). A lookup
-// compares seven bits of the hash for a group of slots at once and reads an entity only
-// when they match, so a full table costs no more reads than an empty one. The entity's key
-// must not change while it is indexed; entity keys are fixed at construction, so that
-// holds.
+// A hashed index of entities by one of their own key attributes. Open addressing with
+// linear probing over one flat array of words, filled to three quarters before it doubles.
+// A slot holds an entity's address and, in the bits an address leaves unused, the top 19
+// bits of its key's hash, which are also what places it in a table of up to half a
+// million slots. So a probe reads an entity only when its hash bits match the key's, and
+// growing or closing a gap after a removal never reads the entities at all: the key (read
+// inside the entity, where it sits at the same offset in every entity, so it is neither
+// copied nor pointed at) is touched only to confirm a match. An insert allocates only when
+// the array doubles. The entity's key must not change while it is indexed; entity keys
+// are fixed at construction, so that holds.
 #pragma once
 
-#include <absl/container/flat_hash_set.h>
-
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "Framework/Vel/Ptr.h"
 #include "Framework/Vel/Types.h"
@@ -20,63 +22,123 @@ namespace Vel {
 
 template <class K, class E>
 class RefIndex {
-   // Where the key sits inside an entity, the same for every entity of the index.
-   struct KeyAt {
-      std::ptrdiff_t offset = 0;
-      const K& operator()(const Ptr<E>& e) const {
-         return *reinterpret_cast<const K*>(reinterpret_cast<const char*>(e.ptr()) + offset);
-      }
-   };
-   // The table takes the low bits of a hash for the place in a group and the high ones for
-   // the group: a hash of the key's own making is spread over both first.
-   static size_t spread(size_t h) {
-      const unsigned __int128 m = static_cast<unsigned __int128>(h) * 0x9e3779b97f4a7c15ULL;
-      return static_cast<size_t>(m) ^ static_cast<size_t>(m >> 64);
-   }
-   struct Hasher {
-      using is_transparent = void;
-      KeyAt keyAt;
-      size_t operator()(const K& k) const { return spread(Hash<K>()(k)); }
-      size_t operator()(const Ptr<E>& e) const { return (*this)(keyAt(e)); }
-   };
-   struct Equal {
-      using is_transparent = void;
-      KeyAt keyAt;
-      bool operator()(const Ptr<E>& a, const Ptr<E>& b) const { return keyAt(a) == keyAt(b); }
-      bool operator()(const K& a, const Ptr<E>& b) const { return a == keyAt(b); }
-      bool operator()(const Ptr<E>& a, const K& b) const { return keyAt(a) == b; }
-   };
-   using Set = absl::flat_hash_set<Ptr<E>, Hasher, Equal>;
-
 public:
-   size_t size() const { return set_.size(); }
-   bool empty() const { return set_.empty(); }
+   RefIndex() = default;
+   RefIndex(const RefIndex&) = delete;
+   RefIndex& operator=(const RefIndex&) = delete;
+   ~RefIndex() { clear(); }
+
+   size_t size() const { return size_; }
+   bool empty() const { return size_ == 0; }
 
    Ptr<E> find(const K& k) const {
-      auto it = set_.find(k);
-      return it == set_.end() ? nullptr : *it;
+      if (size_ == 0) return nullptr;
+      const uint64_t h = hashOf(k), tag = tagOfHash(h);
+      for (size_t i = home(h); slots_[i]; i = next(i)) {
+         if (tagOf(slots_[i]) == tag && keyOf(slots_[i]) == k) return entity(slots_[i]);
+      }
+      return nullptr;
    }
    // `key` must be the entity's own key attribute. An entity indexed under the same key
    // is replaced.
-   void insert(const K& key, const Ptr<E>& entity) {
-      if (set_.empty()) {
-         const KeyAt keyAt{reinterpret_cast<const char*>(&key) -
-                           reinterpret_cast<const char*>(entity.ptr())};
-         if (keyAt.offset != set_.hash_function().keyAt.offset) {
-            set_ = Set(0, Hasher{keyAt}, Equal{keyAt});
+   void insert(const K& key, const Ptr<E>& e) {
+      keyOffset_ = reinterpret_cast<const char*>(&key) - reinterpret_cast<const char*>(e.ptr());
+      if ((size_ + 1) * 4 > capacity_ * 3) grow();
+      const uint64_t h = hashOf(key), tag = tagOfHash(h);
+      size_t i = home(h);
+      for (; slots_[i]; i = next(i)) {
+         if (tagOf(slots_[i]) == tag && keyOf(slots_[i]) == key) break;
+      }
+      if (slots_[i]) {
+         Ptr<E>::adopt(address(slots_[i]));  // the replaced entity's reference, let go
+      } else {
+         ++size_;
+      }
+      slots_[i] = slot(Ptr<E>(e).detach(), h);
+   }
+   bool erase(const K& k) {
+      if (size_ == 0) return false;
+      const uint64_t h = hashOf(k), tag = tagOfHash(h);
+      size_t i = home(h);
+      for (; slots_[i]; i = next(i)) {
+         if (tagOf(slots_[i]) == tag && keyOf(slots_[i]) == k) break;
+      }
+      if (!slots_[i]) return false;
+      const Ptr<E> gone = Ptr<E>::adopt(address(slots_[i]));
+      // Backward-shift deletion: later members of the probe run move up into the hole
+      // when their home slot allows it, so no tombstones accumulate.
+      size_t hole = i;
+      for (size_t j = next(i); slots_[j]; j = next(j)) {
+         const size_t at = homeOf(slots_[j]);
+         const bool movable = hole <= j ? (at <= hole || at > j) : (at <= hole && at > j);
+         if (movable) {
+            slots_[hole] = slots_[j];
+            hole = j;
          }
       }
-      auto [it, added] = set_.insert(entity);
-      if (!added && *it != entity) {
-         set_.erase(it);
-         set_.insert(entity);
+      slots_[hole] = 0;
+      --size_;
+      return true;
+   }
+   void clear() {
+      for (size_t i = 0; i < capacity_ && size_ > 0; ++i) {
+         if (slots_[i]) {
+            Ptr<E>::adopt(address(slots_[i]));
+            slots_[i] = 0;
+            --size_;
+         }
       }
    }
-   bool erase(const K& k) { return set_.erase(k) != 0; }
-   void clear() { set_.clear(); }
 
 private:
-   Set set_;
+   // A user-space address fits in 48 bits and an entity's is a multiple of 8: the top 16
+   // bits and the low 3 are free for the hash's top 19.
+   static constexpr uint64_t kAddressMask = ((uint64_t(1) << 48) - 1) & ~uint64_t(7);
+   static constexpr int kHashBits = 19;
+
+   static uint64_t hashOf(const K& k) {
+      // Spread over the top bits, which place and tell apart the slots.
+      return uint64_t(Hash<K>()(k)) * 0x9e3779b97f4a7c15ULL;
+   }
+   // A slot without its address: the hash bits it keeps, where it keeps them.
+   static uint64_t tagOf(uint64_t s) { return s & ~kAddressMask; }
+   static uint64_t tagOfHash(uint64_t h) {
+      const uint64_t top = h >> (64 - kHashBits);  // 19 bits: 16 on top, 3 at the bottom
+      return (top >> 3) << 48 | (top & 7);
+   }
+   static uint64_t slot(E* e, uint64_t h) { return tagOfHash(h) | reinterpret_cast<uintptr_t>(e); }
+   // The hash bits a slot keeps, back in the top of a word.
+   static uint64_t kept(uint64_t s) { return ((s >> 48) << 3 | (s & 7)) << (64 - kHashBits); }
+   static E* address(uint64_t s) { return reinterpret_cast<E*>(s & kAddressMask); }
+   static Ptr<E> entity(uint64_t s) { return Ptr<E>(address(s)); }
+   const K& keyOf(uint64_t s) const {
+      return *reinterpret_cast<const K*>(reinterpret_cast<const char*>(address(s)) + keyOffset_);
+   }
+   size_t home(uint64_t h) const { return size_t(h >> shift_); }
+   size_t homeOf(uint64_t s) const {
+      if (64 - shift_ <= kHashBits) return home(kept(s));
+      return home(hashOf(keyOf(s)));  // a table beyond half a million slots
+   }
+   size_t next(size_t i) const { return (i + 1) & (capacity_ - 1); }
+   void grow() {
+      const size_t oldCapacity = capacity_;
+      std::unique_ptr<uint64_t[]> old = std::move(slots_);
+      capacity_ = oldCapacity ? oldCapacity * 2 : 16;
+      shift_ = 64 - std::countr_zero(capacity_);
+      slots_ = std::make_unique<uint64_t[]>(capacity_);
+      for (size_t i = 0; i < oldCapacity; ++i) {
+         if (!old[i]) continue;
+         size_t j = homeOf(old[i]);
+         while (slots_[j]) j = next(j);
+         slots_[j] = old[i];
+      }
+   }
+
+   std::unique_ptr<uint64_t[]> slots_;
+   size_t capacity_ = 0;
+   size_t size_ = 0;
+   int shift_ = 64;
+   std::ptrdiff_t keyOffset_ = 0;
 };
 
 }  // namespace Vel

@@ -1,9 +1,12 @@
 // The entity index: lookups, replacement and deletion under heavy hash collisions, checked
-// against a plain map after every step.
+// against a plain map after every step, and in a table past the size whose slots' own hash
+// bits place them.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <random>
+#include <vector>
 
 #include "Framework/Vel/RefIndex.h"
 
@@ -47,6 +50,36 @@ TEST(RefIndex, AgreesWithAMapThroughInsertsReplacementsAndErases) {
    index.clear();
    EXPECT_TRUE(index.empty());
    EXPECT_EQ(index.find(Key{1}), nullptr);
+}
+
+// Well-spread keys, enough to double the table past half a million slots, then every
+// other one erased: what moves into a gap is then placed by its key, not by its slot.
+struct Spread {
+   int v;
+   bool operator==(const Spread&) const = default;
+   size_t hash() const { return std::hash<int>()(v); }
+};
+struct SpreadItem : Vel::RefCounted {
+   explicit SpreadItem(int v) : key{v} {}
+   Spread key;
+};
+
+TEST(RefIndex, LargeTableFindsEveryMemberAfterGrowingAndErasing) {
+   constexpr int n = 450000;
+   Vel::RefIndex<Spread, SpreadItem> index;
+   std::vector<Vel::Ptr<SpreadItem>> items;
+   for (int v = 0; v < n; ++v) {
+      items.push_back(Vel::make<SpreadItem>(v));
+      index.insert(items.back()->key, items.back());
+   }
+   for (int v = 0; v < n; v += 2) ASSERT_TRUE(index.erase(Spread{v}));
+   ASSERT_EQ(index.size(), size_t(n / 2));
+   for (int v = 0; v < n; ++v) {
+      ASSERT_EQ(index.find(Spread{v}), v % 2 ? items[size_t(v)] : nullptr) << v;
+   }
+   // The index holds a reference: every kept item is held twice.
+   EXPECT_EQ(items[1]->refCount(), 2u);
+   EXPECT_EQ(items[0]->refCount(), 1u);
 }
 
 }  // namespace
