@@ -1,6 +1,5 @@
 #include "Lldp/LldpNbrClassificationSm.h"
 
-#include <absl/container/btree_map.h>
 #include <absl/container/flat_hash_map.h>
 
 #include <set>
@@ -82,13 +81,24 @@ public:
    const Lldp::PortStatus::PtrConst& portStatus() const { return portStatus_; }
    // What each neighbour said, by its index in the port's table; the stations they make;
    // the neighbours a clear request forgot, watched until they send again. The first two
-   // hold every neighbour of the port, so they take a few words an entry: the indexes come
-   // in rising order, which fills a B-tree's nodes, and the stations are hashed. The
-   // watches are rare, so their map is made on first use.
+   // hold every neighbour of the port, so they are flat tables of a few words an entry;
+   // the rest are rare, so their maps are made on first use.
    using Watches = std::unordered_map<int, std::unique_ptr<RefreshWatch>>;
-   absl::btree_map<int, Learned> learned;
+   using ForgottenStations =
+       absl::flat_hash_map<Wire::EthAddr, Forgotten, Vel::Hash<Wire::EthAddr>>;
+   absl::flat_hash_map<int, Learned> learned;
    absl::flat_hash_map<Wire::EthAddr, Station, Vel::Hash<Wire::EthAddr>> stations;
+   std::unique_ptr<ForgottenStations> forgotten;  // made on first use, as the watches
    std::unique_ptr<Watches> watches;
+   Station* station(const Wire::EthAddr& a) {
+      auto it = stations.find(a);
+      return it == stations.end() ? nullptr : &it->second;
+   }
+   Forgotten* forgottenStation(const Wire::EthAddr& a) {
+      if (!forgotten) return nullptr;
+      auto it = forgotten->find(a);
+      return it == forgotten->end() ? nullptr : &it->second;
+   }
    void unwatch(int index) {
       if (watches) watches->erase(index);
    }
@@ -159,6 +169,11 @@ void NbrClassificationSm::handlePortStatus(const Wire::IntfId& intf) {
       for (const auto& [ethAddr, s] : port->stations) {
          doSyncEntry(EntryKey({.intfId = intf, .ethAddr = ethAddr}));
       }
+      if (port->forgotten) {
+         for (const auto& [ethAddr, f] : *port->forgotten) {
+            doSyncEntry(EntryKey({.intfId = intf, .ethAddr = ethAddr}));
+         }
+      }
       it = portSm_.end();
    }
    if (ps && it == portSm_.end()) {
@@ -173,17 +188,30 @@ void NbrClassificationSm::handlePortStatus(const Wire::IntfId& intf) {
 
 void NbrClassificationSm::doCount(PortSm& port, int index, const Learned& l, int sign) {
    if (l.ethAddr.isZero()) return;  // no source address: not a station
-   Station& s = port.stations[l.ethAddr];
-   const auto add = [sign](uint32_t& n) { n = uint32_t(int64_t(n) + sign); };
+   // The counts are read and written by value: they sit two-byte aligned.
+   const auto add = [sign](uint32_t n) { return uint32_t(int64_t(n) + sign); };
    if (l.cleared) {
-      add(s.cleared);
-   } else if (l.nbrClass == NbrClass::telephone) {
-      add(s.telephones);
-   } else {
-      add(s.devices);
+      if (!port.forgotten) port.forgotten = std::make_unique<PortSm::ForgottenStations>();
+      Forgotten& f = (*port.forgotten)[l.ethAddr];
+      f.cleared = add(f.cleared);
+      if (sign > 0) {
+         f.neighbor = index;
+         if (Station* s = port.station(l.ethAddr)) s->neighbor = index;
+      }
+      if (f.cleared == 0) port.forgotten->erase(l.ethAddr);
+      return;
    }
-   if (sign > 0) s.neighbor = index;
-   if (s.telephones == 0 && s.devices == 0 && s.cleared == 0) port.stations.erase(l.ethAddr);
+   Station& s = port.stations[l.ethAddr];
+   if (l.nbrClass == NbrClass::telephone) {
+      s.telephones = add(s.telephones);
+   } else {
+      s.devices = add(s.devices);
+   }
+   if (sign > 0) {
+      s.neighbor = index;
+      if (Forgotten* f = port.forgottenStation(l.ethAddr)) f->neighbor = index;
+   }
+   if (s.telephones == 0 && s.devices == 0) port.stations.erase(l.ethAddr);
 }
 
 void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index) {
@@ -274,15 +302,16 @@ void NbrClassificationSm::handleIntfClass(const EntryKey& key) {
 void NbrClassificationSm::doSyncEntry(const EntryKey& key) {
    const auto port = portSm_.find(key.intfId());
    const Station* s = nullptr;
+   const Forgotten* f = nullptr;
    if (port != portSm_.end()) {
-      const auto st = port->second->stations.find(key.ethAddr());
-      if (st != port->second->stations.end()) s = &st->second;
+      s = port->second->station(key.ethAddr());
+      f = port->second->forgottenStation(key.ethAddr());
    }
    const NbrClass configured = cliConfig_->configuredClass(key);
    const bool portConfigured = cliConfig_->intfClass(key) != nullptr;
    NbrClass nbrClass;
    NbrClassSource source;
-   if (configured != NbrClass::none && (portConfigured || s)) {
+   if (configured != NbrClass::none && (portConfigured || s || f)) {
       nbrClass = configured;
       source = NbrClassSource::configured;
    } else if (s && (s->telephones || s->devices)) {
@@ -300,8 +329,8 @@ void NbrClassificationSm::doSyncEntry(const EntryKey& key) {
    // The neighbour last counted for the station; when it has gone since, the one the entry
    // already names.
    Lldp::Msap neighbor;
-   if (s) {
-      if (auto remote = port->second->portStatus()->remoteSystem(s->neighbor)) {
+   if (s || f) {
+      if (auto remote = port->second->portStatus()->remoteSystem(s ? s->neighbor : f->neighbor)) {
          neighbor = remote->msap();
       } else if (entry) {
          neighbor = entry->neighbor();

@@ -57,13 +57,21 @@ private:
    struct Learned;
    struct RefreshWatch;
    // The neighbours on a port that share one source address (almost always one), and the
-   // one last counted (its index in the port's table).
+   // one last counted (its index in the port's table). Aligned to two bytes, so that with
+   // its six-byte address it fills an 18-byte slot of the port's table.
+#pragma pack(push, 2)
    struct Station {
       uint32_t telephones = 0;
       uint32_t devices = 0;
-      uint32_t cleared = 0;  // forgotten by a clear request until they send again
       int neighbor = 0;
    };
+   // A station's neighbours that a clear request forgot until they send again (rare, so
+   // kept apart), and the one last counted, the same as the station's while it has both.
+   struct Forgotten {
+      uint32_t cleared = 0;
+      int neighbor = 0;
+   };
+#pragma pack(pop)
    struct CliReactor : Identity::NbrClassification::CliConfig::Notifiee {
       NbrClassificationSm* sm;
       void globalClassChanged(const Wire::EthAddr& a) override { sm->handleGlobalClass(a); }
