@@ -188,7 +188,6 @@ void NbrClassificationSm::handlePortStatus(const Wire::IntfId& intf) {
 
 void NbrClassificationSm::doCount(PortSm& port, int index, const Learned& l, int sign) {
    if (l.ethAddr.isZero()) return;  // no source address: not a station
-   // The counts are read and written by value: they sit two-byte aligned.
    const auto add = [sign](uint32_t n) { return uint32_t(int64_t(n) + sign); };
    if (l.cleared) {
       if (!port.forgotten) port.forgotten = std::make_unique<PortSm::ForgottenStations>();

@@ -57,9 +57,7 @@ private:
    struct Learned;
    struct RefreshWatch;
    // The neighbours on a port that share one source address (almost always one), and the
-   // one last counted (its index in the port's table). Aligned to two bytes, so that with
-   // its six-byte address it fills an 18-byte slot of the port's table.
-#pragma pack(push, 2)
+   // one last counted (its index in the port's table).
    struct Station {
       uint32_t telephones = 0;
       uint32_t devices = 0;
@@ -71,7 +69,6 @@ private:
       uint32_t cleared = 0;
       int neighbor = 0;
    };
-#pragma pack(pop)
    struct CliReactor : Identity::NbrClassification::CliConfig::Notifiee {
       NbrClassificationSm* sm;
       void globalClassChanged(const Wire::EthAddr& a) override { sm->handleGlobalClass(a); }
