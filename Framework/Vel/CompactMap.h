@@ -78,12 +78,12 @@ public:
       Ptr<E> second;
    };
 
-   class const_iterator : public ProxyIterator<Item> {
+   class const_iterator : public ProxyIterator<Item, const_iterator> {
    public:
-      using typename ProxyIterator<Item>::pointer;
+      using ProxyIterator<Item, const_iterator>::operator++;
+      using ProxyIterator<Item, const_iterator>::operator--;
       const_iterator() = default;
       Item operator*() const { return Item{keyOf(cur_), cur_}; }
-      pointer operator->() const { return pointer{**this}; }
       const_iterator& operator++() {
          if (set_->version_ != version_) {
             it_ = set_->set_.upper_bound(keyOf(cur_));
@@ -92,11 +92,6 @@ public:
          }
          settle();
          return *this;
-      }
-      const_iterator operator++(int) {
-         const_iterator old = *this;
-         ++*this;
-         return old;
       }
       const_iterator& operator--() {
          if (!cur_) {
@@ -107,11 +102,6 @@ public:
          --it_;
          settle();
          return *this;
-      }
-      const_iterator operator--(int) {
-         const_iterator old = *this;
-         --*this;
-         return old;
       }
       // The end is the iterator on no member, however the collection changed.
       bool operator==(const const_iterator& o) const { return cur_.ptr() == o.cur_.ptr(); }
@@ -152,6 +142,15 @@ public:
       return it == set_.end() ? Ptr<E>() : *it;
    }
 
+   // Adds the member make() returns, whose key is k, unless k is taken: the member held,
+   // and whether it was added.
+   template <class Make>
+   std::pair<Ptr<E>, bool> add(const K& k, Make&& make) {
+      if (Ptr<E> held = member(k)) return {held, false};
+      Ptr<E> e = make();
+      add(e);
+      return {e, true};
+   }
    // Adds e under its own key unless the key is taken; returns the member held.
    Ptr<E> add(const Ptr<E>& e) {
       auto [it, added] = set_.insert(e);
@@ -173,17 +172,5 @@ private:
    Set set_;
    uint64_t version_ = 0;
 };
-
-template <class K, class E, class KeyOf>
-Ptr<E> entityFind(const EntitySet<K, E, KeyOf>& s, const K& k) {
-   return s.member(k);
-}
-template <class K, class E, class KeyOf, class Make>
-std::pair<Ptr<E>, bool> entityAdd(EntitySet<K, E, KeyOf>& s, const K& k, Make&& make) {
-   if (Ptr<E> held = s.member(k)) return {held, false};
-   Ptr<E> e = make();
-   s.add(e);
-   return {e, true};
-}
 
 }  // namespace Vel

@@ -96,25 +96,28 @@ template <class K, class E>
 using EntityMapOf = typename EntityMap<K, E>::type;
 
 // Adds the member make() returns under key k unless k is taken: the member held, and
-// whether it was added. Collections of pointers only (EntitySet) have their own.
+// whether it was added. Collections of our own making (EntitySet, NestedEntityMap) say
+// so themselves, without an iterator.
 template <class Map, class K, class Make>
 std::pair<typename Map::mapped_type, bool> entityAdd(Map& m, const K& k, Make&& make) {
-   auto [it, added] = m.try_emplace(k);
-   if (added) it->second = make();
-   return {it->second, added};
+   if constexpr (requires { m.add(k, make); }) {
+      return m.add(k, std::forward<Make>(make));
+   } else {
+      auto [it, added] = m.try_emplace(k);
+      if (added) it->second = make();
+      return {it->second, added};
+   }
 }
 // The member of key k, or null.
 template <class Map, class K>
 typename Map::mapped_type entityFind(const Map& m, const K& k) {
-   auto it = m.find(k);
-   return it == m.end() ? nullptr : it->second;
+   if constexpr (requires { m.member(k); }) {
+      return m.member(k);
+   } else {
+      auto it = m.find(k);
+      return it == m.end() ? nullptr : it->second;
+   }
 }
-template <class K, class E, class KeyOf>
-class EntitySet;
-template <class K, class E, class KeyOf>
-Ptr<E> entityFind(const EntitySet<K, E, KeyOf>& s, const K& k);
-template <class K, class E, class KeyOf, class Make>
-std::pair<Ptr<E>, bool> entityAdd(EntitySet<K, E, KeyOf>& s, const K& k, Make&& make);
 
 // A ready-made member for an entity collection's `nameIs(key, ptr)`.
 template <class P, class E>

@@ -55,23 +55,18 @@ public:
       Ptr<E> second;
    };
 
-   class const_iterator : public ProxyIterator<Item> {
+   class const_iterator : public ProxyIterator<Item, const_iterator> {
    public:
-      using typename ProxyIterator<Item>::pointer;
+      using ProxyIterator<Item, const_iterator>::operator++;
+      using ProxyIterator<Item, const_iterator>::operator--;
       const_iterator() = default;
       Item operator*() const { return Item{Split::join(out_->first, in_->first), in_->second}; }
-      pointer operator->() const { return pointer{**this}; }
       const_iterator& operator++() {
          if (++in_ == out_->second.end()) {
             ++out_;
             settleForward();
          }
          return *this;
-      }
-      const_iterator operator++(int) {
-         const_iterator old = *this;
-         ++*this;
-         return old;
       }
       const_iterator& operator--() {
          if (out_ == outer_->end() || in_ == out_->second.begin()) {
@@ -80,11 +75,6 @@ public:
          }
          --in_;
          return *this;
-      }
-      const_iterator operator--(int) {
-         const_iterator old = *this;
-         --*this;
-         return old;
       }
       bool operator==(const const_iterator& o) const {
          return out_ == o.out_ && (out_ == outer_->end() || in_ == o.in_);
@@ -171,14 +161,5 @@ private:
    Outer outer_;
    size_t size_ = 0;
 };
-
-template <class K, class E, class Split>
-Ptr<E> entityFind(const NestedEntityMap<K, E, Split>& m, const K& k) {
-   return m.member(k);
-}
-template <class K, class E, class Split, class Make>
-std::pair<Ptr<E>, bool> entityAdd(NestedEntityMap<K, E, Split>& m, const K& k, Make&& make) {
-   return m.add(k, std::forward<Make>(make));
-}
 
 }  // namespace Vel

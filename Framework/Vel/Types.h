@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -260,8 +261,10 @@ private:
 // stored, so the key is not kept twice; iteration still gives (key, value) items, the key
 // made from the value, so readers use it as they use a FlatMap.
 // The member types of a bidirectional iterator whose items are made as it is read (a key
-// and a reference to the value): what `->` returns holds the item it points to.
-template <class Item>
+// and a reference to the value): what `->` returns holds the item it points to. Given the
+// iterator's own class as `Self`, it also makes `->` from `*`, and the postfix steps from
+// the prefix ones (which the iterator then brings into its scope with `using`).
+template <class Item, class Self = void>
 struct ProxyIterator {
    using iterator_category = std::bidirectional_iterator_tag;
    using value_type = Item;
@@ -271,6 +274,19 @@ struct ProxyIterator {
       Item item;
       const Item* operator->() const { return &item; }
    };
+   pointer operator->() const requires(!std::is_void_v<Self>) {
+      return pointer{*static_cast<const Self&>(*this)};
+   }
+   Self operator++(int) requires(!std::is_void_v<Self>) {
+      Self old = static_cast<Self&>(*this);
+      ++static_cast<Self&>(*this);
+      return old;
+   }
+   Self operator--(int) requires(!std::is_void_v<Self>) {
+      Self old = static_cast<Self&>(*this);
+      --static_cast<Self&>(*this);
+      return old;
+   }
    bool operator==(const ProxyIterator&) const = default;
 };
 
