@@ -45,6 +45,40 @@ namespace Vel {
 
 class NotifieeBase;
 
+// The notifiees attached to an entity, in attachment order: one word, which holds the
+// only notifiee itself (most watched records have one reactor) and points to a block
+// only from the second on. Slots may be emptied (null) while a notification walks them;
+// compact() drops the empty ones afterwards.
+class NotifieeList {
+public:
+   NotifieeList() = default;
+   NotifieeList(const NotifieeList&) = delete;
+   NotifieeList& operator=(const NotifieeList&) = delete;
+   ~NotifieeList();
+
+   bool empty() const { return w_ == 0; }
+   size_t size() const { return many() ? block()->size : (w_ != 0); }
+   NotifieeBase* operator[](size_t i) const {
+      return many() ? block()->items[i] : reinterpret_cast<NotifieeBase*>(w_);
+   }
+   void push_back(NotifieeBase* n);
+   // Removes n: its slot is emptied where `keepShape`, taken out otherwise. False if n
+   // was not there.
+   bool remove(NotifieeBase* n, bool keepShape);
+   void compact();
+
+private:
+   struct Block {
+      uint32_t size;
+      uint32_t cap;
+      NotifieeBase* items[1];
+   };
+   bool many() const { return w_ & 1; }
+   Block* block() const { return reinterpret_cast<Block*>(w_ & ~uintptr_t(1)); }
+   static Block* allocate(uint32_t cap);
+   uintptr_t w_ = 0;
+};
+
 class Entity : public RefCounted {
 public:
    size_t notifieeCount() const;
@@ -80,8 +114,8 @@ private:
    // three words.
    mutable uint32_t notifyDepth_ : 31 = 0;
    mutable uint32_t detachedDuringNotify_ : 1 = 0;
-   // One word while nobody watches (most records, most of the time).
-   mutable SmallVector<NotifieeBase*> notifiees_;
+   // One word, with no block of its own unless two or more watch.
+   mutable NotifieeList notifiees_;
 };
 
 // The container of an entity collection (ECOLL): an ordered map. A record type whose

@@ -157,6 +157,58 @@ TEST(EntityNotify, ReactorsNestDepthFirstAndMayDetachDuringDelivery) {
    EXPECT_EQ(order, (Seen{"first speed"}));  // name already "fast": silent
 }
 
+// The list of reactors changes shape (one held in place, more in a block) as reactors come
+// and go, during delivery too; order and who hears what stay the same through each shape.
+TEST(EntityNotify, ReactorListKeepsOrderAsItGrowsAndShrinks) {
+   auto e = Vel::make<Demo::Derived>();
+   Seen order;
+   Recorder r[4];
+   for (int i = 0; i < 4; ++i) {
+      r[i].then = [&, i](const std::string&) { order.push_back(std::to_string(i)); };
+   }
+   r[0].notifierIs(e);
+   // The only reactor detaches itself and attaches two others while it is told: neither
+   // hears this write, both hear the next, in the order they were attached.
+   r[0].then = [&](const std::string&) {
+      order.push_back("0");
+      r[0].notifierIs(nullptr);
+      r[1].notifierIs(e);
+      r[2].notifierIs(e);
+   };
+   e->speedIs(1);
+   EXPECT_EQ(order, (Seen{"0"}));
+   EXPECT_EQ(e->notifieeCount(), 2u);
+   order.clear();
+   r[3].notifierIs(e);
+   r[0].then = nullptr;
+   r[0].notifierIs(e);
+   e->speedIs(2);
+   EXPECT_EQ(order, (Seen{"1", "2", "3"}));  // r[0] has no `then` now
+   EXPECT_EQ(r[0].seen.size(), 2u);
+   // Back down to one, then none, outside delivery.
+   r[1].notifierIs(nullptr);
+   r[3].notifierIs(nullptr);
+   r[0].notifierIs(nullptr);
+   EXPECT_EQ(e->notifieeCount(), 1u);
+   order.clear();
+   e->speedIs(3);
+   EXPECT_EQ(order, (Seen{"2"}));
+   r[2].notifierIs(nullptr);
+   EXPECT_EQ(e->notifieeCount(), 0u);
+   e->speedIs(4);
+   EXPECT_EQ(order, (Seen{"2"}));
+   // Every reactor detaching during delivery leaves an empty list behind.
+   for (auto& x : r) x.notifierIs(e);
+   for (auto& x : r)
+      x.then = [&](const std::string&) {
+         for (auto& y : r) y.notifierIs(nullptr);
+      };
+   e->speedIs(5);
+   EXPECT_EQ(e->notifieeCount(), 0u);
+   EXPECT_EQ(r[0].seen.size(), 3u);
+   EXPECT_EQ(r[1].seen.size(), 1u);  // detached by r[0] before its turn
+}
+
 // A member built and filled beforehand is announced once, already complete; a key that is
 // taken keeps its member.
 TEST(EntityNotify, ReadyMadeMemberIsAnnouncedComplete) {

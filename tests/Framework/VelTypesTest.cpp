@@ -103,6 +103,10 @@ TEST(SharedBytes, EqualValuesShareOneCopy) {
 // (erasure must move later members back without losing one) and negative keys.
 TEST(IntSet, MatchesAModelThroughInsertsAndErasures) {
    Vel::IntSet s;
+   // Before its first member the set holds nothing at all.
+   s.clear();
+   EXPECT_FALSE(s.contains(0));
+   EXPECT_FALSE(s.erase(0));
    std::set<int> model;
    uint32_t r = 12345;
    for (int i = 0; i < 20000; ++i) {
