@@ -42,8 +42,10 @@ public:
    // `key` must be the entity's own key attribute. An entity indexed under the same key
    // is replaced.
    void insert(const K& key, const Ptr<E>& e) {
-      keyOffset_ = reinterpret_cast<const char*>(&key) - reinterpret_cast<const char*>(e.ptr());
-      if ((size_ + 1) * 4 > capacity_ * 3) grow();
+      // Records are far smaller than 32 KB: the key's offset fits in 16 bits.
+      keyOffset_ =
+          int16_t(reinterpret_cast<const char*>(&key) - reinterpret_cast<const char*>(e.ptr()));
+      if ((size_t(size_) + 1) * 4 > capacity() * 3) grow();
       const uint64_t h = hashOf(key), tag = tagOfHash(h);
       size_t i = home(h);
       for (; slots_[i]; i = next(i)) {
@@ -81,7 +83,7 @@ public:
       return true;
    }
    void clear() {
-      for (size_t i = 0; i < capacity_ && size_ > 0; ++i) {
+      for (size_t i = 0, n = capacity(); i < n && size_ > 0; ++i) {
          if (slots_[i]) {
             Ptr<E>::adopt(address(slots_[i]));
             slots_[i] = 0;
@@ -119,13 +121,15 @@ private:
       if (64 - shift_ <= kHashBits) return home(kept(s));
       return home(hashOf(keyOf(s)));  // a table beyond half a million slots
    }
-   size_t next(size_t i) const { return (i + 1) & (capacity_ - 1); }
+   // A power of two, 16 or more, once the first entity came (the shift is 64 before).
+   size_t capacity() const { return shift_ == 64 ? 0 : size_t(1) << (64 - shift_); }
+   size_t next(size_t i) const { return (i + 1) & (~size_t(0) >> shift_); }
    void grow() {
-      const size_t oldCapacity = capacity_;
+      const size_t oldCapacity = capacity();
       std::unique_ptr<uint64_t[]> old = std::move(slots_);
-      capacity_ = oldCapacity ? oldCapacity * 2 : 16;
-      shift_ = 64 - std::countr_zero(capacity_);
-      slots_ = std::make_unique<uint64_t[]>(capacity_);
+      const size_t grown = oldCapacity ? oldCapacity * 2 : 16;
+      shift_ = uint8_t(64 - std::countr_zero(grown));
+      slots_ = std::make_unique<uint64_t[]>(grown);
       for (size_t i = 0; i < oldCapacity; ++i) {
          if (!old[i]) continue;
          size_t j = homeOf(old[i]);
@@ -134,11 +138,11 @@ private:
       }
    }
 
+   // Two words in all: a port's index of its neighbours is in every port status.
    std::unique_ptr<uint64_t[]> slots_;
-   size_t capacity_ = 0;
-   size_t size_ = 0;
-   int shift_ = 64;
-   std::ptrdiff_t keyOffset_ = 0;
+   uint32_t size_ = 0;
+   int16_t keyOffset_ = 0;
+   uint8_t shift_ = 64;
 };
 
 }  // namespace Vel
