@@ -81,18 +81,23 @@ public:
    const Lldp::PortStatus::PtrConst& portStatus() const { return portStatus_; }
    // What each neighbour said, by its index in the port's table; the stations they make;
    // the neighbours a clear request forgot, watched until they send again. The first two
-   // hold every neighbour of the port, so they are flat tables of a few words an entry;
-   // the rest are rare, so their maps are made on first use.
+   // hold every neighbour of the port, so they are flat tables of a few words an entry,
+   // made with the port's first neighbour (most ports have none); the rest are rare, so
+   // their maps are made on first use too.
+   struct Tables {
+      absl::flat_hash_map<int, Learned> learned;
+      absl::flat_hash_map<Wire::EthAddr, Station, Vel::Hash<Wire::EthAddr>> stations;
+   };
    using Watches = std::unordered_map<int, std::unique_ptr<RefreshWatch>>;
    using ForgottenStations =
        absl::flat_hash_map<Wire::EthAddr, Forgotten, Vel::Hash<Wire::EthAddr>>;
-   absl::flat_hash_map<int, Learned> learned;
-   absl::flat_hash_map<Wire::EthAddr, Station, Vel::Hash<Wire::EthAddr>> stations;
-   std::unique_ptr<ForgottenStations> forgotten;  // made on first use, as the watches
+   std::unique_ptr<Tables> tables;  // there while a neighbour is learned
+   std::unique_ptr<ForgottenStations> forgotten;
    std::unique_ptr<Watches> watches;
    Station* station(const Wire::EthAddr& a) {
-      auto it = stations.find(a);
-      return it == stations.end() ? nullptr : &it->second;
+      if (!tables) return nullptr;
+      auto it = tables->stations.find(a);
+      return it == tables->stations.end() ? nullptr : &it->second;
    }
    Forgotten* forgottenStation(const Wire::EthAddr& a) {
       if (!forgotten) return nullptr;
@@ -166,8 +171,10 @@ void NbrClassificationSm::handlePortStatus(const Wire::IntfId& intf) {
       portSm_.erase(it);
       port->notifierIs(nullptr);
       // Its stations went with it.
-      for (const auto& [ethAddr, s] : port->stations) {
-         doSyncEntry(EntryKey({.intfId = intf, .ethAddr = ethAddr}));
+      if (port->tables) {
+         for (const auto& [ethAddr, s] : port->tables->stations) {
+            doSyncEntry(EntryKey({.intfId = intf, .ethAddr = ethAddr}));
+         }
       }
       if (port->forgotten) {
          for (const auto& [ethAddr, f] : *port->forgotten) {
@@ -200,7 +207,9 @@ void NbrClassificationSm::doCount(PortSm& port, int index, const Learned& l, int
       if (f.cleared == 0) port.forgotten->erase(l.ethAddr);
       return;
    }
-   Station& s = port.stations[l.ethAddr];
+   // `l` is learned, so the port's tables are there.
+   auto& stations = port.tables->stations;
+   Station& s = stations[l.ethAddr];
    if (l.nbrClass == NbrClass::telephone) {
       s.telephones = add(s.telephones);
    } else {
@@ -210,7 +219,7 @@ void NbrClassificationSm::doCount(PortSm& port, int index, const Learned& l, int
       s.neighbor = index;
       if (Forgotten* f = port.forgottenStation(l.ethAddr)) f->neighbor = index;
    }
-   if (s.telephones == 0 && s.devices == 0) port.stations.erase(l.ethAddr);
+   if (s.telephones == 0 && s.devices == 0) stations.erase(l.ethAddr);
 }
 
 void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index) {
@@ -219,14 +228,19 @@ void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index
    if (it == portSm_.end()) return;
    PortSm& port = *it->second;
    const auto remote = port.portStatus()->remoteSystem(index);
-   auto l = port.learned.find(index);
+   if (!port.tables) {
+      if (!remote) return;
+      port.tables = std::make_unique<PortSm::Tables>();
+   }
+   auto& learned = port.tables->learned;
+   auto l = learned.find(index);
    if (!remote) {
-      if (l == port.learned.end()) return;
+      if (l == learned.end()) return;
       VEL_TRACE(traceLldpNbrClassification, 6,
                 "NbrClassificationSm: neighbor " << index << " gone from " << intf);
       doCount(port, index, l->second, -1);
       const EntryKey key({.intfId = intf, .ethAddr = l->second.ethAddr});
-      port.learned.erase(l);
+      learned.erase(l);
       port.unwatch(index);
       doSyncEntry(key);
       return;
@@ -234,18 +248,18 @@ void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index
    const NbrClass nbrClass = lldpClassOf(*remote);
    const Wire::EthAddr& ethAddr = remote->ethAddr();
    // A neighbour that changed something else says nothing new about what it is.
-   if (l != port.learned.end() && !l->second.cleared && l->second.ethAddr == ethAddr &&
+   if (l != learned.end() && !l->second.cleared && l->second.ethAddr == ethAddr &&
        l->second.nbrClass == nbrClass) {
       return;
    }
    std::optional<EntryKey> oldKey;
-   if (l != port.learned.end()) {
+   if (l != learned.end()) {
       doCount(port, index, l->second, -1);
       if (l->second.ethAddr != ethAddr) {
          oldKey = EntryKey({.intfId = intf, .ethAddr = l->second.ethAddr});
       }
    } else {
-      l = port.learned.emplace(index, Learned()).first;
+      l = learned.emplace(index, Learned()).first;
    }
    Learned& n = l->second;
    n.ethAddr = ethAddr;
@@ -263,8 +277,9 @@ void NbrClassificationSm::handleRefresh(const Wire::IntfId& intf, int index) {
    auto it = portSm_.find(intf);
    if (it == portSm_.end()) return;
    PortSm& port = *it->second;
-   auto l = port.learned.find(index);
-   if (l == port.learned.end() || !l->second.cleared || !port.watches) return;
+   if (!port.tables || !port.watches) return;
+   auto l = port.tables->learned.find(index);
+   if (l == port.tables->learned.end() || !l->second.cleared) return;
    auto w = port.watches->find(index);
    if (w == port.watches->end()) return;
    // The watch that called goes once the call has returned to it.
@@ -394,8 +409,8 @@ void NbrClassificationSm::handleClearRequest() {
    const Wire::IntfId& onlyIntf = cliConfig_->clearRequestIntfId();
    std::set<EntryKey> keys;
    for (auto& [intf, port] : portSm_) {
-      if (!onlyIntf.empty() && intf != onlyIntf) continue;
-      for (auto& [index, l] : port->learned) {
+      if (!port->tables || (!onlyIntf.empty() && intf != onlyIntf)) continue;
+      for (auto& [index, l] : port->tables->learned) {
          if (l.cleared || (!ethAddr.isZero() && l.ethAddr != ethAddr)) continue;
          doForget(*port, index, l);
          keys.insert(EntryKey({.intfId = intf, .ethAddr = l.ethAddr}));
