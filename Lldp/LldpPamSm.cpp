@@ -58,8 +58,7 @@ LldpPamSm::LldpPamSm(const Wire::IntfId& intf, Vel::Ptr<Wire::Pam> pam, Vel::Ptr
       pam_(std::move(pam)),
       root_(std::move(root)),
       txClock_([this] { handleTxClock(); }),
-      ageClock_([this] { handleAgeClock(); }),
-      rxRateLimitClock_([this] { handleRxRateLimitClock(); }) {
+      ageClock_([this] { handleAgeClock(); }) {
    portConfigReactor_.sm = intfStatusReactor_.sm = portStatusReactor_.sm = this;
 }
 
@@ -105,7 +104,7 @@ void LldpPamSm::handleInitialized() {
    // (a port that hears nothing never wakes for it).
    rxRateLimitInterval_ = portConfig_->rxRateLimitInterval();
    rxRateLimitEnd_ = loopNow() + rxRateLimitInterval_;
-   rxRateLimitClock_.timeMinIs(Vel::never);
+   if (rxRateLimitClock_) rxRateLimitClock_->timeMinIs(Vel::never);
 }
 
 void LldpPamSm::doClose() {
@@ -113,7 +112,7 @@ void LldpPamSm::doClose() {
    doDeleteAllRemoteSystems();
    txClockAt(Vel::never);
    ageClock_.timeMinIs(Vel::never);
-   rxRateLimitClock_.timeMinIs(Vel::never);
+   if (rxRateLimitClock_) rxRateLimitClock_->timeMinIs(Vel::never);
    if (pam_ && pam_->notifiee() == this) pam_->notifieeIs(nullptr);
    portConfigReactor_.notifierIs(nullptr);
    intfStatusReactor_.notifierIs(nullptr);
@@ -374,9 +373,10 @@ void LldpPamSm::handleReadableCount() {
    }
    doRxRateLimitIntervalAt(loopNow());
    const uint64_t count = ++rxLldpdus_;
-   if (rxRateLimitClock_.timeMin() == Vel::never) {
-      rxRateLimitClock_.timeMinIs(rxRateLimitEnd_);
+   if (!rxRateLimitClock_) {
+      rxRateLimitClock_ = std::make_unique<Vel::Clock>([this] { handleRxRateLimitClock(); });
    }
+   if (rxRateLimitClock_->timeMin() == Vel::never) rxRateLimitClock_->timeMinIs(rxRateLimitEnd_);
    if (portConfig_->rxRateLimitEnabled() && count > portConfig_->rxRateLimitMaxLldpdus()) {
       if (count - 1 == portConfig_->rxRateLimitMaxLldpdus()) {
          Lldp::LLDP_RX_RATELIMIT.log(intfId_, portConfig_->rxRateLimitMaxLldpdus(),
@@ -425,7 +425,7 @@ void LldpPamSm::handleRxRateLimitClock() {
    VEL_ASSERT(initialized(), "initialized()");
    VEL_TRACE(traceLldpProtocolSm, 8, "LldpPamSm::handleRxRateLimitClock()");
    doRxRateLimitIntervalAt(loopNow());
-   if (rxLldpdus_ > 0) rxRateLimitClock_.timeMinIs(rxRateLimitEnd_);
+   if (rxLldpdus_ > 0) rxRateLimitClock_->timeMinIs(rxRateLimitEnd_);
 }
 
 void LldpPamSm::handleRxRateLimitInterval() {

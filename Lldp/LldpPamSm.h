@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <ostream>
 #include <vector>
 
@@ -69,7 +70,10 @@ public:
    bool initialized() const { return initialized_; }
    const Vel::Clock& txClock() const { return txClock_; }
    const Vel::Clock& ageClock() const { return ageClock_; }
-   const Vel::Clock& rxRateLimitClock() const { return rxRateLimitClock_; }
+   // When the rate-limit clock fires next (never while it sleeps or was never needed).
+   Vel::Seconds rxRateLimitClockTime() const {
+      return rxRateLimitClock_ ? rxRateLimitClock_->timeMin() : Vel::never;
+   }
    const LldpAgeQueue& ageQueue() const { return ageQueue_; }
 
    void handleInitialized();
@@ -125,7 +129,8 @@ private:
    Vel::Ptr<const Root> root_;
    Vel::Clock txClock_;
    Vel::Clock ageClock_;
-   Vel::Clock rxRateLimitClock_;
+   // Made when a port first hears an LLDPDU: a port that hears nothing never needs it.
+   std::unique_ptr<Vel::Clock> rxRateLimitClock_;
    Interface::EthPhyIntfStatus::PtrConst ethPhyIntfStatus_;
    Lldp::PortConfig::PtrConst portConfig_;
    Lldp::PortStatus::Ptr portStatus_;

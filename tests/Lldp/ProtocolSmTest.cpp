@@ -170,22 +170,22 @@ TEST_F(LldpPamSmTest, ReceiveOnlyPortNeverSendsButLearns) {
 TEST_F(LldpPamSmTest, RateLimitDropsCountsAndLogsPerFixedWindowWhoseClockSleepsWhenQuiet) {
    a->portConfig->rxRateLimitMaxLldpdusIs(2);
    a->sm->handleInitialized();  // windows [0, 1), [1, 2), ... however quiet the port
-   EXPECT_EQ(a->sm->rxRateLimitClock().timeMin(), Vel::never);
+   EXPECT_EQ(a->sm->rxRateLimitClockTime(), Vel::never);
    at(0.1);
    for (int i = 0; i < 3; ++i) inject(*pamB, std::string("q").append(std::to_string(i)), 120);
    at(0.2);
    EXPECT_EQ(a->neighbours(), 2u);
    EXPECT_EQ(a->sm->rxLldpdusRateLimited(), 1u);
    EXPECT_EQ(std::count(logs.begin(), logs.end(), "LLDP_RX_RATELIMIT"), 1);
-   EXPECT_EQ(a->sm->rxRateLimitClock().timeMin(), t0 + 1);
+   EXPECT_EQ(a->sm->rxRateLimitClockTime(), t0 + 1);
    at(1);  // the window ends on time, then the clock sleeps again
    EXPECT_EQ(a->sm->rxLldpdus(), 0u);
-   EXPECT_EQ(a->sm->rxRateLimitClock().timeMin(), Vel::never);
+   EXPECT_EQ(a->sm->rxRateLimitClockTime(), Vel::never);
    at(3.9);  // a burst late in a window after a quiet spell: the boundaries stay
    for (int i = 3; i < 6; ++i) inject(*pamB, std::string("q").append(std::to_string(i)), 120);
    at(3.95);
    EXPECT_EQ(a->sm->rxLldpdusRateLimited(), 2u);
-   EXPECT_EQ(a->sm->rxRateLimitClock().timeMin(), t0 + 4);
+   EXPECT_EQ(a->sm->rxRateLimitClockTime(), t0 + 4);
    at(4.05);
    for (int i = 6; i < 8; ++i) inject(*pamB, std::string("q").append(std::to_string(i)), 120);
    at(4.1);
