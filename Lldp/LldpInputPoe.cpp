@@ -1,5 +1,6 @@
 #include "Lldp/LldpInputPoe.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "Lldp/LldpInputSm.h"
@@ -39,7 +40,7 @@ bool moreRecent(const Lldp::RemoteSystem& a, const Lldp::RemoteSystem& b) {
 }  // namespace
 
 Vel::Ptr<const Lldp::RemoteSystem> findRemoteSystemWithPowerRequest(
-    const Lldp::PortStatus& portStatus, const std::set<int>& requesting) {
+    const Lldp::PortStatus& portStatus, const Vel::SmallVector<int>& requesting) {
    const Wire::IntfId& intf = portStatus.intfId();
    const char* fn = "PoeSm::findRemoteSystemWithPowerRequest( ";
    Vel::Ptr<const Lldp::RemoteSystem> best;
@@ -217,10 +218,13 @@ void PoeSm::doSyncPortFromAgents(const Wire::IntfId& intf) {
 
 void PoeSm::PortStatusReactor::requestingIs(int index) {
    const Lldp::RemoteSystem* remote = notifier()->remoteSystemAt(index);
-   if (remote && Poe::shouldPoeDataFromPowerViaMdiBePublished(*remote)) {
-      requesting.insert(index);
-   } else {
-      requesting.erase(index);
+   const bool asks = remote && Poe::shouldPoeDataFromPowerViaMdiBePublished(*remote);
+   const int* at = std::lower_bound(requesting.begin(), requesting.end(), index);
+   const bool held = at != requesting.end() && *at == index;
+   if (asks && !held) {
+      requesting.insert(at, index);
+   } else if (!asks && held) {
+      requesting.erase(at);
    }
 }
 

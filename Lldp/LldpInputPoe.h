@@ -24,6 +24,7 @@
 
 #include "Framework/Vel/Dir.h"
 #include "Framework/Vel/Entity.h"
+#include "Framework/Vel/SmallVector.h"
 #include "Framework/Wire/IntfMap.h"
 #include "Records/Lldp.h"
 
@@ -40,7 +41,7 @@ bool shouldPoeDataFromPowerViaMdiBePublished(const Lldp::RemoteSystem& remote);
 // indexes of the port's neighbours that send a request, in index order: the choice looks
 // at them alone, however many neighbours the port has.
 Vel::Ptr<const Lldp::RemoteSystem> findRemoteSystemWithPowerRequest(
-    const Lldp::PortStatus& portStatus, const std::set<int>& requesting);
+    const Lldp::PortStatus& portStatus, const Vel::SmallVector<int>& requesting);
 // The power agent's report of a port becomes the port's PoE record.
 void updateLocalPortFromPowerAgent(Lldp::LocalSystem& localSystem, const Wire::IntfId& intf,
                                    const Environment::Power::PoePortStatus::PortStatus& status);
@@ -99,8 +100,9 @@ private:
    struct PortStatusReactor : Lldp::PortStatus::Notifiee {
       PoeSm* sm;
       Wire::IntfId intf;
-      // The neighbours that send a power request, kept one changed neighbour at a time.
-      std::set<int> requesting;
+      // The neighbours that send a power request, kept one changed neighbour at a time,
+      // in index order (a sorted vector: one word on a port where nobody asks).
+      Vel::SmallVector<int> requesting;
       void requestingIs(int index);
       void remoteSystemChanged(const int& index) override;
    };
