@@ -68,37 +68,49 @@ ParsedName parseName(std::string_view name) {
 
 IntfId::IntfId(std::string_view name) {
    if (name.size() > maxNameLen) name = name.substr(0, maxNameLen);
-   name_ = decltype(name_)(name);
-   const ParsedName parsed = parseName(name);
-   kind_ = parsed.kind;
-   nameKind_ = uint8_t(parsed.kind) & 0xf;
-   numberCount_ = parsed.numberCount & 0xf;
-   for (size_t i = 0; i < numbers_.size(); ++i) {
-      numbers_[i] = static_cast<uint16_t>(std::min<uint32_t>(parsed.numbers[i], saturated));
-   }
+   meta_ = uint8_t(uint8_t(parseName(name).kind) << kindShift);
+   nameIs(name);
 }
 
 IntfId IntfId::linux(std::string_view name, IntfKind kind) {
    IntfId id(name);
-   id.kind_ = kind;
+   id.meta_ = uint8_t((id.meta_ & lenMask) | uint8_t(kind) << kindShift);
    return id;
 }
 
-std::array<uint32_t, 3> IntfId::exactNumbers() const {
-   return parseName(name()).numbers;
+void IntfId::nameIs(std::string_view name) {
+   if (name.size() <= inlineBytes) {
+      std::memcpy(bytes_, name.data(), name.size());
+      meta_ = uint8_t((meta_ & kindMask) | name.size());
+      return;
+   }
+   char* p = new char[name.size()];
+   std::memcpy(p, name.data(), name.size());
+   std::memcpy(bytes_, &p, sizeof(p));
+   bytes_[heapLenAt] = char(name.size());
+   meta_ = uint8_t((meta_ & kindMask) | heapLen);
+}
+
+bool IntfId::switchStyleName() const {
+   return parseName(name()).kind != IntfKind::intfKindOther;
+}
+
+uint32_t IntfId::number(size_t i) const {
+   const ParsedName parsed = parseName(name());
+   return i < parsed.numbers.size() ? parsed.numbers[i] : 0;
+}
+
+size_t IntfId::numberCount() const {
+   return parseName(name()).numberCount;
 }
 
 std::strong_ordering IntfId::operator<=>(const IntfId& o) const {
-   if (auto c = nameKind_ <=> o.nameKind_; c != 0) return c;
-   for (size_t i = 0; i < numbers_.size(); ++i) {
-      if (numbers_[i] == saturated || o.numbers_[i] == saturated) {
-         // Equal so far; a number too large for its 16 bits decides on the exact ones.
-         if (auto c = exactNumbers() <=> o.exactNumbers(); c != 0) return c;
-         break;
-      }
-      if (auto c = numbers_[i] <=> o.numbers_[i]; c != 0) return c;
-   }
-   return name_ <=> o.name_;
+   const std::string_view a = name(), b = o.name();
+   if (a == b) return std::strong_ordering::equal;
+   const ParsedName pa = parseName(a), pb = parseName(b);
+   if (auto c = pa.kind <=> pb.kind; c != 0) return c;
+   if (auto c = pa.numbers <=> pb.numbers; c != 0) return c;
+   return a <=> b;
 }
 
 std::ostream& operator<<(std::ostream& os, const IntfId& i) {

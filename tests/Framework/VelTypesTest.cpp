@@ -250,7 +250,7 @@ TEST(IntfId, OrdersNumericallyWithinAKind) {
    EXPECT_EQ(Wire::IntfId("Ethernet5"), Wire::IntfId("Ethernet5"));
 }
 
-// Numbers are kept in 16 bits; larger ones must still read and order exactly.
+// Numbers of any size read and order exactly; names past the inline bytes survive copies.
 TEST(IntfId, LargeNumbersAndLongNamesKeepTheirValueAndOrder) {
    EXPECT_EQ(Wire::IntfId("tap70000").number(0), 70000u);
    EXPECT_EQ(Wire::IntfId("Ethernet1/65535").number(1), 65535u);
@@ -276,6 +276,16 @@ TEST(IntfId, LargeNumbersAndLongNamesKeepTheirValueAndOrder) {
    EXPECT_EQ(c, a);
    EXPECT_EQ(c.kind(), Wire::IntfKind::intfKindPortChannel);
    EXPECT_EQ(c.number(0), 12345678u);
+   Wire::IntfId d = Wire::IntfId::linux("veth1", Wire::IntfKind::intfKindEthernet);
+   d = a;  // inline over heap and back, keeping each one's kind
+   EXPECT_EQ(d, a);
+   EXPECT_EQ(d.kind(), Wire::IntfKind::intfKindPortChannel);
+   d = Wire::IntfId::linux("veth2", Wire::IntfKind::intfKindEthernet);
+   EXPECT_EQ(d.name(), "veth2");
+   EXPECT_TRUE(d.isEthernet());
+   c = std::move(d);
+   EXPECT_EQ(c.name(), "veth2");
+   EXPECT_TRUE(c.isEthernet());
    EXPECT_EQ(Wire::IntfId(std::string(40, 'x')).name().size(), Wire::IntfId::maxNameLen);
 }
 
