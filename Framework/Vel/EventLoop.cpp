@@ -191,7 +191,7 @@ struct EventLoop::Impl {
       struct Guard {
          Clock* clock;
          Clock::Firing firing;
-         std::function<void()> handler;
+         Callback handler;
          ~Guard() {
             if (firing.destroyed) return;
             clock->firing_ = nullptr;
@@ -465,14 +465,14 @@ size_t EventLoop::scheduledClocks() const {
 // ---------------------------------------------------------------------------------------
 // Clock.
 
-Clock::Clock(std::function<void()> handler) : handler_(std::move(handler)) {}
+Clock::Clock(Callback handler) : handler_(std::move(handler)) {}
 
 Clock::~Clock() {
    if (firing_ != nullptr) firing_->destroyed = true;
    if (heapIndex_ != unscheduled) EventLoop::instance().impl_->unschedule(this);
 }
 
-void Clock::handlerIs(std::function<void()> handler) {
+void Clock::handlerIs(Callback handler) {
    handler_ = std::move(handler);
    if (firing_ != nullptr) firing_->handlerSet = true;
 }

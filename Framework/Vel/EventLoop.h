@@ -26,6 +26,7 @@
 #include <functional>
 #include <limits>
 
+#include "Framework/Vel/Callback.h"
 #include "Framework/Vel/Types.h"
 
 namespace Vel {
@@ -99,12 +100,12 @@ private:
 // clocks already scheduled for the same time.
 class Clock {
 public:
-   explicit Clock(std::function<void()> handler = nullptr);
+   explicit Clock(Callback handler = nullptr);
    ~Clock();
    Clock(const Clock&) = delete;
    Clock& operator=(const Clock&) = delete;
 
-   void handlerIs(std::function<void()> handler);
+   void handlerIs(Callback handler);
    Seconds timeMin() const { return timeMin_; }
    void timeMinIs(Seconds t);
 
@@ -114,7 +115,7 @@ private:
    static constexpr size_t unscheduled = ~size_t(0);
    struct Firing;
 
-   std::function<void()> handler_;
+   Callback handler_;  // two words: ports keep clocks, one or two each
    Seconds timeMin_ = never;
    uint64_t seq_ = 0;                // scheduling order, for ties
    size_t heapIndex_ = unscheduled;  // position in the loop's schedule
