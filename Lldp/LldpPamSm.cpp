@@ -104,7 +104,7 @@ void LldpPamSm::handleInitialized() {
    // (a port that hears nothing never wakes for it).
    rxRateLimitInterval_ = portConfig_->rxRateLimitInterval();
    rxRateLimitEnd_ = loopNow() + rxRateLimitInterval_;
-   if (rxRateLimitClock_) rxRateLimitClock_->timeMinIs(Vel::never);
+   if (rxRateLimit_) rxRateLimit_->clock.timeMinIs(Vel::never);
 }
 
 void LldpPamSm::doClose() {
@@ -112,7 +112,7 @@ void LldpPamSm::doClose() {
    doDeleteAllRemoteSystems();
    txClockAt(Vel::never);
    ageClock_.timeMinIs(Vel::never);
-   if (rxRateLimitClock_) rxRateLimitClock_->timeMinIs(Vel::never);
+   if (rxRateLimit_) rxRateLimit_->clock.timeMinIs(Vel::never);
    if (pam_ && pam_->notifiee() == this) pam_->notifieeIs(nullptr);
    portConfigReactor_.notifierIs(nullptr);
    intfStatusReactor_.notifierIs(nullptr);
@@ -371,18 +371,17 @@ void LldpPamSm::handleReadableCount() {
       VEL_TRACE(traceLldpProtocolSm, 2, "Received frame with incorrect EtherType -- ignoring");
       return;
    }
+   if (!rxRateLimit_) rxRateLimit_ = std::make_unique<RxRateLimit>(this);
+   RxRateLimit& rx = *rxRateLimit_;
    doRxRateLimitIntervalAt(loopNow());
-   const uint64_t count = ++rxLldpdus_;
-   if (!rxRateLimitClock_) {
-      rxRateLimitClock_ = std::make_unique<Vel::Clock>([this] { handleRxRateLimitClock(); });
-   }
-   if (rxRateLimitClock_->timeMin() == Vel::never) rxRateLimitClock_->timeMinIs(rxRateLimitEnd_);
+   const uint64_t count = ++rx.lldpdus;
+   if (rx.clock.timeMin() == Vel::never) rx.clock.timeMinIs(rxRateLimitEnd_);
    if (portConfig_->rxRateLimitEnabled() && count > portConfig_->rxRateLimitMaxLldpdus()) {
       if (count - 1 == portConfig_->rxRateLimitMaxLldpdus()) {
          Lldp::LLDP_RX_RATELIMIT.log(intfId_, portConfig_->rxRateLimitMaxLldpdus(),
                                      portConfig_->rxRateLimitInterval());
       }
-      ++rxLldpdusRateLimited_;
+      ++rx.lldpdusRateLimited;
       portStatus_->rxLldpdusRateLimitedInc();
       return;
    }
@@ -410,7 +409,7 @@ void LldpPamSm::handleReadableCount() {
 // every boundary, without the wake-up per port per interval.
 void LldpPamSm::doRxRateLimitIntervalAt(Vel::Seconds now) {
    if (now < rxRateLimitEnd_) return;
-   rxLldpdus_ = 0;
+   if (rxRateLimit_) rxRateLimit_->lldpdus = 0;
    // Every boundary up to now began an interval of the length in force since the last
    // change (a change catches up first, with the length it replaces).
    const Vel::Seconds length = rxRateLimitInterval_;
@@ -425,7 +424,7 @@ void LldpPamSm::handleRxRateLimitClock() {
    VEL_ASSERT(initialized(), "initialized()");
    VEL_TRACE(traceLldpProtocolSm, 8, "LldpPamSm::handleRxRateLimitClock()");
    doRxRateLimitIntervalAt(loopNow());
-   if (rxLldpdus_ > 0) rxRateLimitClock_->timeMinIs(rxRateLimitEnd_);
+   if (rxRateLimit_->lldpdus > 0) rxRateLimit_->clock.timeMinIs(rxRateLimitEnd_);
 }
 
 void LldpPamSm::handleRxRateLimitInterval() {
@@ -438,10 +437,14 @@ void LldpPamSm::handleAgeClock() {
    VEL_ASSERT(initialized(), "initialized()");
    const Vel::Seconds now = loopNow();
    Lldp::Status& status = *root_->status();
-   // Taken first: deleting while the queue is read would change what it reads.
-   ageQueue_.expiredAt(now, portStatus_->remoteSystem(), expired_);
+   // Taken first: deleting while the queue is read would change what it reads. The list
+   // is one for all ports (of the thread), borrowed for the call and given back with its
+   // room.
+   thread_local std::vector<Lldp::RemoteSystem::Ptr> spare;
+   std::vector<Lldp::RemoteSystem::Ptr> expired = std::move(spare);
+   ageQueue_.expiredAt(now, portStatus_->remoteSystem(), expired);
    const Vel::Seconds next = ageQueue_.front();
-   for (const auto& remote : expired_) {
+   for (const auto& remote : expired) {
       VEL_TRACE(traceLldpProtocolSm, 4, "Aging RemoteSystem for " << remote->msap());
       portStatus_->remoteSystemByMsapDel(remote->msap());
       portStatus_->remoteSystemDel(remote->index());
@@ -452,7 +455,8 @@ void LldpPamSm::handleAgeClock() {
                                       remote->msap().portIdentifier().stringValue(), intfId_);
       status.remTablesLastChangeTimeIs(now);
    }
-   expired_.clear();
+   expired.clear();
+   spare = std::move(expired);
    VEL_TRACE(traceLldpProtocolSm, 8, "Setting ageClock to expire at " << next);
    ageClock_.timeMinIs(next);
 }

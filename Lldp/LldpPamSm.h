@@ -65,14 +65,16 @@ public:
    void localPortIs(Lldp::LocalPort::PtrConst localPort) { localPort_ = std::move(localPort); }
    TxFsmState txFsmState() const { return txFsmState_; }
    TxFsmState lastTxFsmState() const { return lastTxFsmState_; }
-   uint64_t rxLldpdus() const { return rxLldpdus_; }
-   uint64_t rxLldpdusRateLimited() const { return rxLldpdusRateLimited_; }
+   uint64_t rxLldpdus() const { return rxRateLimit_ ? rxRateLimit_->lldpdus : 0; }
+   uint64_t rxLldpdusRateLimited() const {
+      return rxRateLimit_ ? rxRateLimit_->lldpdusRateLimited : 0;
+   }
    bool initialized() const { return initialized_; }
    const Vel::Clock& txClock() const { return txClock_; }
    const Vel::Clock& ageClock() const { return ageClock_; }
    // When the rate-limit clock fires next (never while it sleeps or was never needed).
    Vel::Seconds rxRateLimitClockTime() const {
-      return rxRateLimitClock_ ? rxRateLimitClock_->timeMin() : Vel::never;
+      return rxRateLimit_ ? rxRateLimit_->clock.timeMin() : Vel::never;
    }
    const LldpAgeQueue& ageQueue() const { return ageQueue_; }
 
@@ -129,8 +131,15 @@ private:
    Vel::Ptr<const Root> root_;
    Vel::Clock txClock_;
    Vel::Clock ageClock_;
-   // Made when a port first hears an LLDPDU: a port that hears nothing never needs it.
-   std::unique_ptr<Vel::Clock> rxRateLimitClock_;
+   // What only a port that hears LLDPDUs needs, made with the first one: the rate-limit
+   // clock and the interval's counts.
+   struct RxRateLimit {
+      explicit RxRateLimit(LldpPamSm* sm) : clock([sm] { sm->handleRxRateLimitClock(); }) {}
+      Vel::Clock clock;
+      uint64_t lldpdus = 0;  // in the current interval
+      uint64_t lldpdusRateLimited = 0;
+   };
+   std::unique_ptr<RxRateLimit> rxRateLimit_;
    Interface::EthPhyIntfStatus::PtrConst ethPhyIntfStatus_;
    Lldp::PortConfig::PtrConst portConfig_;
    Lldp::PortStatus::Ptr portStatus_;
@@ -138,19 +147,15 @@ private:
    Lldp::LocalSystem::PtrConst localSystem_;
    TxFsmState txFsmState_ = txFsmUninitialized;
    TxFsmState lastTxFsmState_ = txFsmUninitialized;
+   bool inTxClock_ = false;  // handleTxClock() is running
+   bool initialized_ = false;
    Vel::Seconds txDue_ = Vel::never;  // what txClock was last set to
-   bool inTxClock_ = false;           // handleTxClock() is running
-   uint64_t rxLldpdus_ = 0;
-   uint64_t rxLldpdusRateLimited_ = 0;
    // The end of the current rate-limit interval, and the configured length as last seen
    // (it applies to intervals that start after it was set).
    Vel::Seconds rxRateLimitEnd_ = 0;
    Vel::Seconds rxRateLimitInterval_ = 0;
-   bool initialized_ = false;
-   // The port's neighbours by expiry, and the ones an age-timer firing found expired (kept
-   // to reuse its room).
+   // The port's neighbours by expiry.
    LldpAgeQueue ageQueue_;
-   std::vector<Lldp::RemoteSystem::Ptr> expired_;
    PortConfigReactor portConfigReactor_;
    IntfStatusReactor intfStatusReactor_;
    PortStatusReactor portStatusReactor_;
