@@ -101,9 +101,9 @@ private:
    void notifyStep();
    IntfId intfId_;
    Notifiee* notifiee_ = nullptr;
-   bool notifyPending_ = false;
    // Holds the Pam while a notification waits in the loop.
    Vel::Ptr<Pam> pendingSelf_;
+   bool notifyPending_ = false;  // last: a derived class's first members fill the padding
 };
 
 // Two Pams joined back to back in memory. What one sends the other receives, copied into

@@ -343,11 +343,13 @@ void LinuxPam::frameIs(const char* hdr) {
    }
    Vel::Ptr<Wire::Pkt> pkt = frameToPkt(hdr);
    if (!pkt) return;
-   if (waiting_.size() >= waitingLimit) {  // room left only in front: moved down
-      waiting_.erase(waiting_.begin(), waiting_.begin() + std::ptrdiff_t(waitingHead_));
-      waitingHead_ = 0;
+   if (!waiting_) waiting_ = std::make_unique<Waiting>();
+   Waiting& w = *waiting_;
+   if (w.pkts.size() >= waitingLimit) {  // room left only in front: moved down
+      w.pkts.erase(w.pkts.begin(), w.pkts.begin() + std::ptrdiff_t(w.head));
+      w.head = 0;
    }
-   waiting_.push_back(std::move(pkt));
+   w.pkts.push_back(std::move(pkt));
    readableNotifyLater();
 }
 
@@ -358,10 +360,11 @@ uint32_t LinuxPam::readableCount() const {
 Vel::Ptr<Wire::Pkt> LinuxPam::rxPkt() {
    Vel::Ptr<Wire::Pkt> pkt;
    if (waitingCount() > 0) {
-      pkt = std::move(waiting_[waitingHead_++]);
-      if (waitingHead_ == waiting_.size()) {
-         waiting_.clear();
-         waitingHead_ = 0;
+      Waiting& w = *waiting_;
+      pkt = std::move(w.pkts[w.head++]);
+      if (w.head == w.pkts.size()) {
+         w.pkts.clear();
+         w.head = 0;
       }
    } else if (offered_) {
       pkt = frameToPkt(std::exchange(offered_, nullptr));

@@ -36,6 +36,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -124,13 +125,17 @@ private:
    Wire::EthAddr ethAddr_;
    bool member_ = false;            // joined the LLDP group address on the interface
    const char* offered_ = nullptr;  // the ring's frame offered to the reader right now
-   // Frames kept for the reader, oldest at waitingHead_. A vector rather than a deque: an
-   // idle port's empty queue then holds no memory (a deque allocates on construction).
-   // The vector never holds more than waitingLimit slots: taken ones are dropped from the
-   // front when it is emptied, or when a frame needs their room.
-   size_t waitingCount() const { return waiting_.size() - waitingHead_; }
-   std::vector<Vel::Ptr<Wire::Pkt>> waiting_;
-   size_t waitingHead_ = 0;
+   // Frames kept for the reader, oldest at `head`; made when a frame first has to wait (a
+   // port whose reader takes every frame at once never needs it). A vector rather than a
+   // deque: a deque allocates on construction. It never holds more than waitingLimit
+   // slots: taken ones are dropped from the front when it is emptied, or when a frame
+   // needs their room.
+   struct Waiting {
+      std::vector<Vel::Ptr<Wire::Pkt>> pkts;
+      size_t head = 0;
+   };
+   size_t waitingCount() const { return waiting_ ? waiting_->pkts.size() - waiting_->head : 0; }
+   std::unique_ptr<Waiting> waiting_;
 };
 
 }  // namespace Platform::Linux
