@@ -24,9 +24,15 @@ nlmsghdr* mutableHdr(const nlmsghdr* msg) {
    return const_cast<nlmsghdr*>(msg);
 }
 
-std::string stringAttr(nlattr* a) {
+std::string_view stringAttr(nlattr* a) {
    // The policy made sure the string is terminated within the attribute.
-   return a ? std::string(static_cast<const char*>(nla_data(a))) : std::string();
+   return a ? std::string_view(static_cast<const char*>(nla_data(a))) : std::string_view();
+}
+
+// A string attribute cut to what the field holds.
+template <size_t N>
+Vel::FixedString<N> boundedAttr(nlattr* a) {
+   return Vel::FixedString<N>(stringAttr(a).substr(0, N));
 }
 
 // Attribute sizes are checked against these before anything is read, so a short or
@@ -123,7 +129,7 @@ bool NetModel::applyLink(const nlmsghdr* msg) {
    }
    LinkInfo l;
    l.index = index;
-   l.name = stringAttr(tb[IFLA_IFNAME]);
+   l.name = boundedAttr<LinkInfo::nameBytes>(tb[IFLA_IFNAME]);
    l.type = ifi->ifi_type;
    l.flags = ifi->ifi_flags;
    if (tb[IFLA_OPERSTATE]) l.operstate = nla_get_u8(tb[IFLA_OPERSTATE]);
@@ -131,7 +137,7 @@ bool NetModel::applyLink(const nlmsghdr* msg) {
    if (tb[IFLA_MAX_MTU]) l.maxMtu = nla_get_u32(tb[IFLA_MAX_MTU]);
    if (tb[IFLA_MASTER]) l.master = int(nla_get_u32(tb[IFLA_MASTER]));
    if (tb[IFLA_LINK]) l.link = int(nla_get_u32(tb[IFLA_LINK]));
-   if (tb[IFLA_IFALIAS]) l.alias = stringAttr(tb[IFLA_IFALIAS]);
+   if (tb[IFLA_IFALIAS]) l.alias = boundedAttr<LinkInfo::aliasBytes>(tb[IFLA_IFALIAS]);
    if (tb[IFLA_ADDRESS] && nla_len(tb[IFLA_ADDRESS]) == 6) {
       l.mac = Wire::EthAddr::fromBytes(nla_data(tb[IFLA_ADDRESS]));
    }
@@ -141,7 +147,7 @@ bool NetModel::applyLink(const nlmsghdr* msg) {
       infoPolicy[IFLA_INFO_KIND].type = NLA_STRING;
       infoPolicy[IFLA_INFO_DATA].type = NLA_NESTED;
       if (nla_parse_nested(info, IFLA_INFO_MAX, tb[IFLA_LINKINFO], infoPolicy) == 0) {
-         l.kind = stringAttr(info[IFLA_INFO_KIND]);
+         l.kind = boundedAttr<LinkInfo::nameBytes>(info[IFLA_INFO_KIND]);
          if (l.kind == "bridge" && info[IFLA_INFO_DATA]) {
             nlattr* br[IFLA_BR_MAX + 1] = {};
             nla_policy brPolicy[IFLA_BR_MAX + 1] = {};
@@ -153,12 +159,12 @@ bool NetModel::applyLink(const nlmsghdr* msg) {
          }
       } else {
          ++malformed;
-         VEL_TRACE(platformTrace, 0, l.name << ": malformed link info, kind unknown");
+         VEL_TRACE(platformTrace, 0, l.name.value() << ": malformed link info, kind unknown");
       }
    }
    if (l.kind.empty() && (l.flags & IFF_LOOPBACK)) l.kind = "loopback";
    VEL_TRACE(platformTrace, 6,
-             "link " << index << " " << l.name << " kind '" << l.kind << "' oper "
+             "link " << index << " " << l.name.value() << " kind '" << l.kind.value() << "' oper "
                      << unsigned(l.operstate) << " mtu " << l.mtu << " master " << l.master);
    links[index] = std::move(l);
    return true;

@@ -46,22 +46,26 @@ struct PlatformOptions {
    std::map<uint16_t, std::string> vlanNames;
 };
 
+// One per interface of the host, so its strings are 16 bytes each: names and kinds are
+// at most 15 bytes (the kernel's bound, and every kind it has), and an alias longer than
+// that goes to the heap. Longer values are cut to their bound.
 struct LinkInfo {
+   static constexpr size_t nameBytes = 15, aliasBytes = 255;
    int index = 0;
-   std::string name;
+   uint32_t flags = 0;  // IFF_*
+   Vel::FixedString<nameBytes> name;
    // IFLA_INFO_KIND ("veth", "bridge", "bond", "vlan", "vrf", ...); empty for physical
    // NICs; "loopback" for the loopback device, which has no kind of its own.
-   std::string kind;
+   Vel::FixedString<nameBytes> kind;
    uint16_t type = 0;      // ARPHRD_*
-   uint32_t flags = 0;     // IFF_*
    uint8_t operstate = 0;  // IF_OPER_*
+   bool vlanFiltering = false;  // bridges only
    Wire::EthAddr mac;
    uint32_t mtu = 0;
    uint32_t maxMtu = 0;  // 0 when the kernel does not say
    int master = 0;
    int link = 0;  // IFLA_LINK: the device under a VLAN or MACsec device, 0 for none
-   std::string alias;
-   bool vlanFiltering = false;  // bridges only
+   Vel::FixedString<aliasBytes> alias;
 };
 
 // A bridge port's VLANs as the bridge reports them (also kept when filtering is off).

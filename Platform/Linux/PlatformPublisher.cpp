@@ -73,7 +73,7 @@ public:
       }
    }
 
-   Wire::IntfId idOf(const LinkInfo& l) const { return intfIdOf(l.name, l.kind, o_); }
+   Wire::IntfId idOf(const LinkInfo& l) const { return intfIdOf(l.name.value(), l.kind.value(), o_); }
    // Interfaces whose numbers lie outside their kind's range are not published at all:
    // readers rank interfaces by those numbers and treat one outside as a fault.
    bool publishable(const LinkInfo& l) const {
@@ -93,7 +93,7 @@ public:
 
    std::string vrfOf(const LinkInfo& l) const {
       const LinkInfo* master = m_.link(l.master);
-      return master && master->kind == "vrf" ? master->name : std::string();
+      return master && master->kind == "vrf" ? master->name.stringValue() : std::string();
    }
 
    Switchport switchportOf(const LinkInfo& l) const {
@@ -230,7 +230,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
          auto& lowest = id.isManagement() ? lowestMgmtMac : lowestEthMac;
          if (!lowest || l.mac < *lowest) lowest = l.mac;
       }
-      if (!nameMatches(o.intfPattern, l.name)) continue;
+      if (!nameMatches(o.intfPattern, l.name.value())) continue;
 
       auto eth = ethStatus->intfStatusIs(id);
       eth->linkStatusIs(linkStatusOf(l));
@@ -249,7 +249,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
       eth->forwardingModelIs(d.heldByAuthentication(index) ? Interface::forwardingModelDataLink
                              : bridged                     ? Interface::forwardingModelBridged
                                                            : Interface::forwardingModelRouted);
-      ethConfig->intfConfigIs(id)->descriptionIs(cut(l.alias));
+      ethConfig->intfConfigIs(id)->descriptionIs(cut(l.alias.stringValue()));
       ports.insert(id);
       if (id.isEthernet()) maxMtu = std::max(maxMtu, l.mtu);
    }

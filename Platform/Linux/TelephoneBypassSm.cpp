@@ -84,7 +84,7 @@ void TelephoneBypassSm::modelIs(const NetModel& model) {
    std::map<Wire::IntfId, std::pair<int, bool>> now;
    for (const auto& [index, link] : model.links) {
       if (link.master == 0) continue;  // only bridge ports can be locked
-      now[Wire::IntfId(link.name)] = {index, model.lockedPorts.count(index) != 0};
+      now[Wire::IntfId(link.name.value())] = {index, model.lockedPorts.count(index) != 0};
    }
    for (auto& [intf, port] : ports_) {
       auto it = now.find(intf);
