@@ -158,7 +158,7 @@ void EthPhyIntfConfigSm::handleDescription() {
 
 void EthPhyIntfConfigSm::doSyncLocalPort(Lldp::LocalPort& localPort) {
    VEL_ASSERT(localPort.intfId() == intfId(), "localPort->intfId() == intfId()");
-   localPort.portDescIs(cutTo255(intfConfig_->description()));
+   localPort.portDescIs(cutTo255(intfConfig_->description().value()));
 }
 
 // ---------------------------------------------------------------------------------------

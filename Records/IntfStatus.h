@@ -170,7 +170,7 @@ class EthPhyIntfStatusDir : public Vel::Entity {
 // clang-format off
 #define ETH_PHY_INTF_CONFIG_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                                     \
-   ATTR(std::string, description, {})
+   ATTR(Vel::FixedString<255>, description, {})
 #define ETH_PHY_INTF_CONFIG_DIR_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ECOLL(Wire::IntfId, EthPhyIntfConfig, intfConfig)
 // clang-format on
@@ -185,12 +185,13 @@ class EthPhyIntfConfigDir : public Vel::Entity {
 };
 
 // Any interface (ports, aggregates, VLAN interfaces, loopbacks): its index and the VRF
-// it belongs to (empty: the default VRF).
+// it belongs to (empty: the default VRF). Names are kept in 16 bytes: a VRF's (on Linux,
+// its device's) is 15 at most, and a longer one goes to the heap.
 // clang-format off
 #define INTF_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                             \
    ATTR(uint32_t, ifIndex, 0)                                            \
-   ATTR(std::string, vrf, {})
+   ATTR(Vel::FixedString<64>, vrf, {})
 #define ALL_INTF_STATUS_DIR_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    ECOLL(Wire::IntfId, IntfStatus, intfStatus)
 // clang-format on
