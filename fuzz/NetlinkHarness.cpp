@@ -26,7 +26,7 @@ bool sameLink(const LinkInfo& a, const LinkInfo& b) {
           a.vlanFiltering == b.vlanFiltering;
 }
 
-bool sameAddrs(const std::vector<AddrInfo>& a, const std::vector<AddrInfo>& b) {
+bool sameAddrs(const Platform::Linux::AddrList& a, const Platform::Linux::AddrList& b) {
    if (a.size() != b.size()) return false;
    for (size_t i = 0; i < a.size(); ++i) {
       if (!a[i].sameAddr(b[i]) || a[i].flags != b[i].flags || a[i].scope != b[i].scope) {
@@ -43,7 +43,7 @@ struct Around {
    std::optional<LinkInfo> link;
    std::optional<Platform::Linux::PortVlans> vlans;
    bool locked;
-   std::optional<std::vector<AddrInfo>> addrList;
+   std::optional<Platform::Linux::AddrList> addrList;
 };
 
 Around around(const NetModel& m, int index) {

@@ -269,7 +269,7 @@ bool NetModel::applyAddr(const nlmsghdr* msg) {
    }
    std::memcpy(a.bytes.data(), nla_data(addr), len);
    const int index = int(ifa->ifa_index);
-   std::vector<AddrInfo>& list = addrs[index];
+   AddrList& list = addrs[index];
    auto it = list.begin();
    while (it != list.end() && !it->sameAddr(a)) ++it;
    if (msg->nlmsg_type == RTM_DELADDR) {

@@ -11,6 +11,9 @@
 // and skipped; they never reach the entities.
 #pragma once
 
+#include <absl/container/btree_map.h>
+#include <absl/container/inlined_vector.h>
+
 #include <array>
 #include <bitset>
 #include <cstdint>
@@ -86,6 +89,10 @@ struct AddrInfo {
    }
 };
 
+// An interface's addresses: most have one (a host port's IPv6 link-local address), kept
+// in place.
+using AddrList = absl::InlinedVector<AddrInfo, 1>;
+
 struct NetModel {
    std::map<int, LinkInfo> links;
    std::map<int, PortVlans> portVlans;
@@ -93,8 +100,8 @@ struct NetModel {
    // port authentication admits a station, so they count as held by 802.1X.
    std::set<int> lockedPorts;
    // Per interface index, in the kernel's order (the first IPv4 address that is not
-   // secondary is the primary).
-   std::map<int, std::vector<AddrInfo>> addrs;
+   // secondary is the primary). A B-tree: its nodes hold the lists side by side.
+   absl::btree_map<int, AddrList> addrs;
    // net.ipv4.conf.all.forwarding (alias ip_forward); unset until the kernel said.
    std::optional<bool> ipForwarding;
    uint64_t malformed = 0;
