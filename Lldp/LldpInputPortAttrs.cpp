@@ -173,14 +173,14 @@ void SwitchIntfConfigSm::handleInitialized() {
 
 void SwitchIntfConfigSm::doClose() {
    notifierIs(nullptr);
-   const Wire::IntfSet ports = associatedIntfId_;
+   const Ports ports = associatedIntfId_;
    for (const auto& port : ports) doRemovePort(port);
 }
 
 void SwitchIntfConfigSm::handleSwitchportModeAndNativeVlan() {
    VEL_TRACE(traceLldpAgent, 8,
              "SwitchIntfConfigSm::handleSwitchportModeAndNativeVlan( " << intfId() << " )");
-   const Wire::IntfSet ports = associatedIntfId_;  // the syncs below may reach doRemovePort()
+   const Ports ports = associatedIntfId_;  // the syncs below may reach doRemovePort()
    for (const auto& port : ports) {
       // The mode also rules whether the port may transmit.
       if (auto lp = root_->localSystem()->localPort(port)) doSyncLocalPort(*lp);
@@ -199,7 +199,8 @@ void SwitchIntfConfigSm::doAddPort(const Wire::IntfId& portId) {
    VEL_ASSERT(!associatedIntfIdHas(portId), "!associatedIntfIdHas( portId )");
    VEL_TRACE(traceLldpAgent, 8,
              "SwitchIntfConfigSm::doAddPort( " << intfId() << ", " << portId << " )");
-   associatedIntfId_.insert(portId);
+   associatedIntfId_.insert(
+       std::lower_bound(associatedIntfId_.begin(), associatedIntfId_.end(), portId), portId);
    if (auto lp = root_->localSystem()->localPort(portId)) doSyncLocalPort(*lp);
    if (auto pc = root_->config()->portConfig(portId)) syncPortConfig(*pc, *root_);
 }
@@ -207,7 +208,8 @@ void SwitchIntfConfigSm::doAddPort(const Wire::IntfId& portId) {
 void SwitchIntfConfigSm::doRemovePort(const Wire::IntfId& portId) {
    VEL_TRACE(traceLldpAgent, 8,
              "SwitchIntfConfigSm::doRemovePort( " << intfId() << ", " << portId << " )");
-   associatedIntfId_.erase(portId);
+   auto at = std::lower_bound(associatedIntfId_.begin(), associatedIntfId_.end(), portId);
+   if (at != associatedIntfId_.end() && *at == portId) associatedIntfId_.erase(at);
    if (auto lp = root_->localSystem()->localPort(portId)) lp->portVlanIdIs(0);
 }
 

@@ -3,6 +3,9 @@
 // names.
 #pragma once
 
+#include <absl/container/inlined_vector.h>
+
+#include <algorithm>
 #include <optional>
 #include <set>
 
@@ -49,9 +52,12 @@ public:
    void doSyncLocalPort(Lldp::LocalPort& localPort);
    void doAddPort(const Wire::IntfId& portId);
    void doRemovePort(const Wire::IntfId& portId);
-   const Wire::IntfSet& associatedIntfId() const { return associatedIntfId_; }
+   // The ports it serves, in order: one for a port's own switchport, an aggregate's
+   // members otherwise; kept in place while there is one.
+   using Ports = absl::InlinedVector<Wire::IntfId, 1>;
+   const Ports& associatedIntfId() const { return associatedIntfId_; }
    bool associatedIntfIdHas(const Wire::IntfId& intf) const {
-      return associatedIntfId_.count(intf) != 0;
+      return std::binary_search(associatedIntfId_.begin(), associatedIntfId_.end(), intf);
    }
 
 private:
@@ -59,7 +65,7 @@ private:
    void nativeVlanChanged() override { handleSwitchportModeAndNativeVlan(); }
    Root* root_;
    Bridging::SwitchIntfConfig::PtrConst switchIntfConfig_;
-   Wire::IntfSet associatedIntfId_;
+   Ports associatedIntfId_;
 };
 
 // One VLAN of the bridging configuration while VLAN names are advertised: its name goes
