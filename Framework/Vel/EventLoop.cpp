@@ -94,9 +94,12 @@ private:
 
 // What a clock's handler may do to the clock while it runs, recorded for the loop.
 struct Clock::Firing {
+   Clock* clock;
    bool destroyed = false;
    bool handlerSet = false;
 };
+
+Clock::Firing* Clock::firing = nullptr;
 
 struct EventLoop::Impl {
    int epfd = -1;
@@ -189,17 +192,16 @@ struct EventLoop::Impl {
       c->timeMin_ = never;
       if (!c->handler_) return;
       struct Guard {
-         Clock* clock;
          Clock::Firing firing;
          Callback handler;
          ~Guard() {
+            Clock::firing = nullptr;
             if (firing.destroyed) return;
-            clock->firing_ = nullptr;
-            if (!firing.handlerSet) clock->handler_ = std::move(handler);
+            if (!firing.handlerSet) firing.clock->handler_ = std::move(handler);
          }
-      } guard{c, {}, std::move(c->handler_)};
+      } guard{{c}, std::move(c->handler_)};
       c->handler_ = nullptr;
-      c->firing_ = &guard.firing;
+      Clock::firing = &guard.firing;
       guard.handler();
    }
 
@@ -468,13 +470,13 @@ size_t EventLoop::scheduledClocks() const {
 Clock::Clock(Callback handler) : handler_(std::move(handler)) {}
 
 Clock::~Clock() {
-   if (firing_ != nullptr) firing_->destroyed = true;
+   if (firing != nullptr && firing->clock == this) firing->destroyed = true;
    if (heapIndex_ != unscheduled) EventLoop::instance().impl_->unschedule(this);
 }
 
 void Clock::handlerIs(Callback handler) {
    handler_ = std::move(handler);
-   if (firing_ != nullptr) firing_->handlerSet = true;
+   if (firing != nullptr && firing->clock == this) firing->handlerSet = true;
 }
 
 void Clock::timeMinIs(Seconds t) {

@@ -114,12 +114,14 @@ private:
    friend struct EventLoop::Impl;
    static constexpr size_t unscheduled = ~size_t(0);
    struct Firing;
+   // The clock whose handler is running, if any: the loop is not entered again from a
+   // handler, so there is at most one, and a clock keeps no pointer of its own for it.
+   static Firing* firing;
 
    Callback handler_;  // two words: ports keep clocks, one or two each
    Seconds timeMin_ = never;
    uint64_t seq_ = 0;                // scheduling order, for ties
    size_t heapIndex_ = unscheduled;  // position in the loop's schedule
-   Firing* firing_ = nullptr;        // set while the handler runs
 };
 
 // Calls its handler from the loop whenever the descriptor is readable (level-triggered:
