@@ -45,7 +45,7 @@ void LldpAgeQueue::expiredAt(Vel::Seconds now, const Table& table,
                              std::vector<Vel::Ptr<Lldp::RemoteSystem>>& expired) {
    const size_t first = expired.size();
    while (!heap_.empty()) {
-      const Entry top = heap_.front();
+      const Entry top = heap_[0];
       const auto it = table.find(top.index);
       if (it == table.end()) {
          popFront();  // the neighbour went some other way
@@ -70,7 +70,7 @@ void LldpAgeQueue::expiredAt(Vel::Seconds now, const Table& table,
 }
 
 Vel::Seconds LldpAgeQueue::front() const {
-   return heap_.empty() ? Vel::never : heap_.front().time;
+   return heap_.empty() ? Vel::never : heap_[0].time;
 }
 
 }  // namespace Lldp::Agent::Protocol

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Framework/Vel/EventLoop.h"
+#include "Framework/Vel/SmallVector.h"
 #include "Framework/Vel/Types.h"
 #include "Records/LldpRemoteSystem.h"
 
@@ -58,7 +59,7 @@ private:
    void push(Vel::Seconds time, int index);
    void popFront();
 
-   std::vector<Entry> heap_;
+   Vel::SmallVector<Entry> heap_;  // a word while the port has no neighbours
    Vel::Seconds latestQueued_ = 0;
 };
 

@@ -2,7 +2,7 @@
 // block that holds the count, the room and the items. An empty one that never held
 // anything costs the pointer alone (a std::vector costs three), and a copy is sized
 // exactly to what it copies. clear() keeps the room, so a scratch collection refilled
-// frame after frame stops allocating. Only what FlatMap needs is here.
+// frame after frame stops allocating. Only what FlatMap and the age queue need is here.
 #pragma once
 
 #include <algorithm>
@@ -104,6 +104,17 @@ public:
       return first + at;
    }
    void push_back(const T& v) { emplace(end(), v); }
+   void pop_back() { erase(end() - 1); }
+   // Room for n items in all, so that pushes up to n do not allocate.
+   void reserve(size_t n) {
+      if (n <= capacity()) return;
+      Head* h = allocate(n);
+      T* to = reinterpret_cast<T*>(h + 1);
+      for (size_t i = 0; i < size(); ++i) new (to + i) T(std::move(items()[i]));
+      h->size = uint32_t(size());
+      release();
+      h_ = h;
+   }
    T& operator[](size_t i) { return items()[i]; }
    const T& operator[](size_t i) const { return items()[i]; }
 
