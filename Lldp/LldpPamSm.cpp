@@ -58,35 +58,31 @@ LldpPamSm::LldpPamSm(const Wire::IntfId& intf, Vel::Ptr<Wire::Pam> pam, Vel::Ptr
       pam_(std::move(pam)),
       root_(std::move(root)),
       txClock_([this] { handleTxClock(); }),
-      ageClock_([this] { handleAgeClock(); }) {
-   portConfigReactor_.sm = intfStatusReactor_.sm = portStatusReactor_.sm = this;
-}
+      ageClock_([this] { handleAgeClock(); }) {}
 
-LldpPamSm::LldpPamSm(const Wire::IntfId& intf) : intfId_(intf) {
-   portConfigReactor_.sm = intfStatusReactor_.sm = portStatusReactor_.sm = this;
-}
+LldpPamSm::LldpPamSm(const Wire::IntfId& intf) : intfId_(intf) {}
 
 LldpPamSm::~LldpPamSm() {
    if (pam_ && pam_->notifiee() == this) pam_->notifieeIs(nullptr);
 }
 
-void LldpPamSm::IntfStatusReactor::linkStatusChanged() {
-   if (!sm->initialized()) return;
-   sm->handleLinkStatusTx();
-   sm->handleLinkStatusRx();
+void LldpPamSm::linkStatusChanged() {
+   if (!initialized()) return;
+   handleLinkStatusTx();
+   handleLinkStatusRx();
 }
 
 void LldpPamSm::handleInitialized() {
    VEL_ASSERT(!initialized(), "!initialized()");
    const Root& root = *root_;
    ethPhyIntfStatus_ = root.ethPhyIntfStatusDir()->intfStatus(intfId_);
-   intfStatusReactor_.notifierIs(ethPhyIntfStatus_);
+   IntfStatusReactor::notifierIs(ethPhyIntfStatus_);
    VEL_ASSERT(ethPhyIntfStatus_, "ethPhyIntfStatus()");
    portConfig_ = root.config()->portConfig(intfId_);
-   portConfigReactor_.notifierIs(portConfig_);
+   PortConfigReactor::notifierIs(portConfig_);
    VEL_ASSERT(portConfig_, "portConfig()");
    portStatus_ = root.status()->portStatus(intfId_);
-   portStatusReactor_.notifierIs(portStatus_);
+   PortStatusReactor::notifierIs(portStatus_);
    VEL_ASSERT(portStatus_, "portStatus()");
    portStatus_->senderTrackingIs(true);
    localSystem_ = root.localSystem();
@@ -114,9 +110,9 @@ void LldpPamSm::doClose() {
    ageClock_.timeMinIs(Vel::never);
    if (rxRateLimit_) rxRateLimit_->clock.timeMinIs(Vel::never);
    if (pam_ && pam_->notifiee() == this) pam_->notifieeIs(nullptr);
-   portConfigReactor_.notifierIs(nullptr);
-   intfStatusReactor_.notifierIs(nullptr);
-   portStatusReactor_.notifierIs(nullptr);
+   PortConfigReactor::notifierIs(nullptr);
+   IntfStatusReactor::notifierIs(nullptr);
+   PortStatusReactor::notifierIs(nullptr);
    portStatus_->senderTrackingIs(false);
 }
 

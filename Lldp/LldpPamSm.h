@@ -39,7 +39,13 @@ std::ostream& operator<<(std::ostream& os, TxFsmState s);
 // counted from the timer's own deadline, not from when the loop got round to it, so the
 // refresh period is exactly messageTxInterval and ports that came up together keep
 // sharing their wake-ups.
-class LldpPamSm : public Vel::RefCounted, private Wire::Pam::Notifiee {
+// It watches its records itself, as a notifiee of each (a port has one machine, so the
+// three notifiee bases cost what three forwarding reactors would, less their pointers back).
+class LldpPamSm : public Vel::RefCounted,
+                  private Wire::Pam::Notifiee,
+                  private Lldp::PortConfig::Notifiee,
+                  private Interface::EthPhyIntfStatus::Notifiee,
+                  private Lldp::PortStatus::Notifiee {
 public:
    static constexpr uint32_t maxTxFrameSize = 1518;  // with the frame check sequence
    static constexpr size_t lldpduRoom = 1500;
@@ -103,20 +109,14 @@ public:
    void doDeleteAllRemoteSystems();
 
 private:
-   // Reactors on the records the machine watches, forwarding to its handlers.
-   struct PortConfigReactor : Lldp::PortConfig::Notifiee {
-      LldpPamSm* sm;
-      void adminStatusChanged() override { sm->handleAdminStatus(); }
-      void rxRateLimitIntervalChanged() override { sm->handleRxRateLimitInterval(); }
-   };
-   struct IntfStatusReactor : Interface::EthPhyIntfStatus::Notifiee {
-      LldpPamSm* sm;
-      void linkStatusChanged() override;
-   };
-   struct PortStatusReactor : Lldp::PortStatus::Notifiee {
-      LldpPamSm* sm;
-      void remoteSystemChanged(const int& index) override { sm->handleRemoteSystem(index); }
-   };
+   // What the watched records say, passed to the handlers.
+   using PortConfigReactor = Lldp::PortConfig::Notifiee;
+   using IntfStatusReactor = Interface::EthPhyIntfStatus::Notifiee;
+   using PortStatusReactor = Lldp::PortStatus::Notifiee;
+   void adminStatusChanged() override { handleAdminStatus(); }
+   void rxRateLimitIntervalChanged() override { handleRxRateLimitInterval(); }
+   void linkStatusChanged() override;
+   void remoteSystemChanged(const int& index) override { handleRemoteSystem(index); }
 
    // The time the transmit machine counts its next deadline from: the deadline that just
    // expired while its timer is handled (unless the loop came much later than that, after
@@ -156,9 +156,6 @@ private:
    Vel::Seconds rxRateLimitInterval_ = 0;
    // The port's neighbours by expiry.
    LldpAgeQueue ageQueue_;
-   PortConfigReactor portConfigReactor_;
-   IntfStatusReactor intfStatusReactor_;
-   PortStatusReactor portStatusReactor_;
 };
 
 // Trace handle of the protocol engine.
