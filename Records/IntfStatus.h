@@ -145,10 +145,10 @@ enum ForwardingModel : uint8_t {
 #define ETH_PHY_INTF_STATUS_ATTRS(KEY, ATTR, COUNTER, COLL, MAP, ECOLL, REFCOLL) \
    KEY(Wire::IntfId, intfId)                                                     \
    ATTR(uint8_t, linkStatus, linkStatusUnknown)                                  \
+   ATTR(uint8_t, forwardingModel, forwardingModelRouted)                         \
    ATTR(Wire::EthAddr, addr, {})                                                 \
    ATTR(uint32_t, mtu, 0)                                                        \
-   ATTR(uint32_t, maxMtu, 0)                                                     \
-   ATTR(uint8_t, forwardingModel, forwardingModelRouted)
+   ATTR(uint32_t, maxMtu, 0)
 // clang-format on
 
 class EthPhyIntfStatus : public Vel::Entity {

@@ -65,6 +65,7 @@ inline constexpr uint32_t remoteSystemLimitTotalDefault = 64000;
    KEY(Wire::IntfId, intfId)                                                  \
    ATTR(AdminStatus, adminStatus, adminStatusTxAndRx)                         \
    ATTR(bool, rxRateLimitEnabled, true)                                       \
+   ATTR(uint32_t, poeAllocatedPowerFallback, 0)                               \
    ATTR(uint64_t, rxRateLimitMaxLldpdus, 20)                                  \
    ATTR(Vel::Seconds, rxRateLimitInterval, 1.0)                               \
    ATTR(uint32_t, remoteSystemLimit, 64)                                      \
@@ -76,8 +77,7 @@ inline constexpr uint32_t remoteSystemLimitTotalDefault = 64000;
    ATTR(Dot3EnabledTlvs, dot3EnabledTlvs, Dot3EnabledTlvs(0x0e))              \
    ATTR(TiaEnabledTlvs, tiaEnabledTlvs, TiaEnabledTlvs(0x03))                 \
    ATTR(Bridging::VlanIdOrNone, ztpBootVlan, {})                              \
-   COLL(uint8_t, Lldp::NetworkPolicyConfig, networkPolicyConfig)                    \
-   ATTR(uint32_t, poeAllocatedPowerFallback, 0)
+   COLL(uint8_t, Lldp::NetworkPolicyConfig, networkPolicyConfig)
 // clang-format on
 
 class PortConfig : public Vel::Entity {
