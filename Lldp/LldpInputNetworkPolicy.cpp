@@ -111,44 +111,43 @@ void InputSm::doSyncPortConfigNetworkPolicy(Lldp::PortConfig& portConfig) {
 
 NetworkPolicyPortStatusSm::NetworkPolicyPortStatusSm(NetworkPolicySm* sm,
                                                      Lldp::PortStatus::PtrConst portStatus)
-    : sm_(sm), portStatus_(std::move(portStatus)) {
-   portConfigReactor_.sm = this;
+    : sm_(sm) {
+   PortStatusReactor::notifierIs(portStatus);
 }
 
 void NetworkPolicyPortStatusSm::handleInitialized() {
-   notifierIs(portStatus_);
    asking_.clear();
-   for (const auto& [index, remote] : portStatus_->remoteSystem()) {
+   for (const auto& [index, remote] : status().remoteSystem()) {
       if (!remote->networkPolicyTlv().empty()) asking_.insert(index);
    }
    requested_ = !asking_.empty();
 }
 
 void NetworkPolicyPortStatusSm::doClose() {
-   notifierIs(nullptr);
-   portConfigReactor_.notifierIs(nullptr);
+   PortStatusReactor::notifierIs(nullptr);
+   PortConfigReactor::notifierIs(nullptr);
 }
 
 void NetworkPolicyPortStatusSm::portConfigIs(Lldp::PortConfig::PtrConst portConfig) {
-   if (portConfigReactor_.notifier() != portConfig) portConfigReactor_.notifierIs(portConfig);
+   if (PortConfigReactor::notifier() != portConfig) PortConfigReactor::notifierIs(portConfig);
 }
 
 void NetworkPolicyPortStatusSm::remoteSystemChanged(const int& index) {
-   const Lldp::RemoteSystem* remote = portStatus_->remoteSystemAt(index);
+   const Lldp::RemoteSystem* remote = status().remoteSystemAt(index);
    if (remote && !remote->networkPolicyTlv().empty()) {
       asking_.insert(index);
    } else {
       asking_.erase(index);
    }
-   handleNetworkPolicyRequest(portStatus_->intfId());
+   handleNetworkPolicyRequest(status().intfId());
 }
 
-void NetworkPolicyPortStatusSm::PortConfigReactor::networkPolicyConfigChanged(const uint8_t&) {
-   sm->sm_->handleNetworkPolicyConfig(sm->portStatus_->intfId());
+void NetworkPolicyPortStatusSm::networkPolicyConfigChanged(const uint8_t&) {
+   sm_->handleNetworkPolicyConfig(status().intfId());
 }
 
-void NetworkPolicyPortStatusSm::PortConfigReactor::tiaEnabledTlvsChanged() {
-   sm->sm_->handleNetworkPolicyConfig(sm->portStatus_->intfId());
+void NetworkPolicyPortStatusSm::tiaEnabledTlvsChanged() {
+   sm_->handleNetworkPolicyConfig(status().intfId());
 }
 
 void NetworkPolicyPortStatusSm::handleNetworkPolicyRequest(const Wire::IntfId& intf) {
@@ -161,7 +160,7 @@ void NetworkPolicyPortStatusSm::handleNetworkPolicyRequest(const Wire::IntfId& i
                  << intf << " ) requested: " << requested);
    Root& root = *sm_->root();
    NetworkPolicy::doSyncLocalNetworkPolicy(intf, root.config()->portConfig(intf).ptr(),
-                                           portStatus_.ptr(),
+                                           &status(),
                                            root.localSystem()->localPort(intf).ptr());
 }
 

@@ -59,11 +59,14 @@ void syncPortConfigNetworkPolicy(Lldp::PortConfig& portConfig, const Lldp::CliPo
 void syncMedNetworkPolicyCapability(Lldp::LocalPort& localPort, bool anyPolicy);
 
 // One port's status: follows the Network Policy TLVs its neighbours send and the port's
-// policies and TLV selection.
-class NetworkPolicyPortStatusSm : public Vel::RefCounted, private Lldp::PortStatus::Notifiee {
+// policies and TLV selection. It is the notifiee of both records itself, and holds the
+// port status as that notifiee from construction until doClose().
+class NetworkPolicyPortStatusSm : public Vel::RefCounted,
+                                  private Lldp::PortStatus::Notifiee,
+                                  private Lldp::PortConfig::Notifiee {
 public:
    NetworkPolicyPortStatusSm(NetworkPolicySm* sm, Lldp::PortStatus::PtrConst portStatus);
-   const Lldp::PortStatus::PtrConst& portStatus() const { return portStatus_; }
+   Lldp::PortStatus::PtrConst portStatus() const { return PortStatusReactor::notifier(); }
    void handleInitialized();
    void doClose();
    void handleNetworkPolicyRequest(const Wire::IntfId& intf);
@@ -71,15 +74,13 @@ public:
    void portConfigIs(Lldp::PortConfig::PtrConst portConfig);
 
 private:
+   using PortStatusReactor = Lldp::PortStatus::Notifiee;
+   using PortConfigReactor = Lldp::PortConfig::Notifiee;
+   const Lldp::PortStatus& status() const { return *PortStatusReactor::notifier(); }
    void remoteSystemChanged(const int&) override;
-   struct PortConfigReactor : Lldp::PortConfig::Notifiee {
-      NetworkPolicyPortStatusSm* sm;
-      void networkPolicyConfigChanged(const uint8_t&) override;
-      void tiaEnabledTlvsChanged() override;
-   };
+   void networkPolicyConfigChanged(const uint8_t&) override;
+   void tiaEnabledTlvsChanged() override;
    NetworkPolicySm* sm_;
-   Lldp::PortStatus::PtrConst portStatus_;
-   PortConfigReactor portConfigReactor_;
    // Whether the port's neighbours had asked for policies at the last sync, so that a
    // neighbour's refresh costs no sync.
    bool requested_ = false;

@@ -139,16 +139,18 @@ void InputSm::handleIntfConfig(const Wire::IntfId& intf) {
 // EthPhyIntfConfigSm.
 
 EthPhyIntfConfigSm::EthPhyIntfConfigSm(Root* root, Interface::EthPhyIntfConfig::PtrConst c)
-    : root_(root), intfConfig_(std::move(c)) {}
+    : root_(root) {
+   notifierIs(c);
+}
 
 void EthPhyIntfConfigSm::handleInitialized() {
-   notifierIs(intfConfig_);
    handleDescription();
 }
 
 void EthPhyIntfConfigSm::doClose() {
+   const Lldp::LocalPort::Ptr lp = root_->localSystem()->localPort(intfId());
    notifierIs(nullptr);
-   if (auto lp = root_->localSystem()->localPort(intfId())) lp->portDescIs({});
+   if (lp) lp->portDescIs({});
 }
 
 void EthPhyIntfConfigSm::handleDescription() {
@@ -158,7 +160,7 @@ void EthPhyIntfConfigSm::handleDescription() {
 
 void EthPhyIntfConfigSm::doSyncLocalPort(Lldp::LocalPort& localPort) {
    VEL_ASSERT(localPort.intfId() == intfId(), "localPort->intfId() == intfId()");
-   localPort.portDescIs(cutTo255(intfConfig_->description().value()));
+   localPort.portDescIs(cutTo255(notifier()->description().value()));
 }
 
 // ---------------------------------------------------------------------------------------

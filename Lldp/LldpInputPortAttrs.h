@@ -19,12 +19,13 @@ namespace Lldp::Agent::Input {
 
 class Root;
 
-// One interface's configuration: its description is the port description.
+// One interface's configuration: its description is the port description. It holds the
+// record as its notifiee, from construction until doClose().
 class EthPhyIntfConfigSm : public Vel::RefCounted, private Interface::EthPhyIntfConfig::Notifiee {
 public:
    EthPhyIntfConfigSm(Root* root, Interface::EthPhyIntfConfig::PtrConst intfConfig);
-   const Wire::IntfId& intfId() const { return intfConfig_->intfId(); }
-   const Interface::EthPhyIntfConfig::PtrConst& intfConfig() const { return intfConfig_; }
+   const Wire::IntfId& intfId() const { return notifier()->intfId(); }
+   Interface::EthPhyIntfConfig::PtrConst intfConfig() const { return notifier(); }
    void handleInitialized();
    void doClose();
    void handleDescription();
@@ -33,7 +34,6 @@ public:
 private:
    void descriptionChanged() override { handleDescription(); }
    Root* root_;
-   Interface::EthPhyIntfConfig::PtrConst intfConfig_;
 };
 
 // One switchport (a port's, or an aggregate's, which then governs its members): its

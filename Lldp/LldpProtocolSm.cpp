@@ -13,11 +13,11 @@ namespace Lldp::Agent::Protocol {
 
 LocalPortPoeInfoSm::LocalPortPoeInfoSm(Root* root, const Wire::IntfId& intf,
                                        Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo)
-    : root_(root), intfId_(intf), poeInfo_(std::move(poeInfo)) {}
-
-void LocalPortPoeInfoSm::handleInitialized() {
-   notifierIs(poeInfo_);
+    : root_(root), intfId_(intf) {
+   notifierIs(poeInfo);
 }
+
+void LocalPortPoeInfoSm::handleInitialized() {}
 
 void LocalPortPoeInfoSm::doClose() {
    notifierIs(nullptr);

@@ -29,7 +29,8 @@ class LocalPortPoeInfoSm : public Vel::RefCounted, private Lldp::LocalPortPoeInf
 public:
    LocalPortPoeInfoSm(Root* root, const Wire::IntfId& intf,
                       Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo);
-   const Vel::Ptr<const Lldp::LocalPortPoeInfo>& poeInfo() const { return poeInfo_; }
+   // Held as the notifiee's own, from construction until doClose().
+   Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo() const { return notifier(); }
    void handleInitialized();
    void doClose();
    void handleAttrsChanged();
@@ -39,7 +40,6 @@ private:
    void remoteSystemChanged() override { handleAttrsChanged(); }
    Root* root_;
    Wire::IntfId intfId_;
-   Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo_;
 };
 
 // Watches one local port record: a change of one of its seven advertised attributes (port
