@@ -75,30 +75,26 @@ void LldpPamSm::linkStatusChanged() {
 void LldpPamSm::handleInitialized() {
    VEL_ASSERT(!initialized(), "!initialized()");
    const Root& root = *root_;
-   ethPhyIntfStatus_ = root.ethPhyIntfStatusDir()->intfStatus(intfId_);
-   IntfStatusReactor::notifierIs(ethPhyIntfStatus_);
-   VEL_ASSERT(ethPhyIntfStatus_, "ethPhyIntfStatus()");
-   portConfig_ = root.config()->portConfig(intfId_);
-   PortConfigReactor::notifierIs(portConfig_);
-   VEL_ASSERT(portConfig_, "portConfig()");
-   portStatus_ = root.status()->portStatus(intfId_);
-   PortStatusReactor::notifierIs(portStatus_);
-   VEL_ASSERT(portStatus_, "portStatus()");
-   portStatus_->senderTrackingIs(true);
-   localSystem_ = root.localSystem();
-   VEL_ASSERT(localSystem_, "localSystem()");
-   localPort_ = localSystem_->localPort(intfId_);
+   IntfStatusReactor::notifierIs(root.ethPhyIntfStatusDir()->intfStatus(intfId_));
+   VEL_ASSERT(ethPhyIntfStatus(), "ethPhyIntfStatus()");
+   PortConfigReactor::notifierIs(root.config()->portConfig(intfId_));
+   VEL_ASSERT(portConfig(), "portConfig()");
+   PortStatusReactor::notifierIs(root.status()->portStatus(intfId_));
+   VEL_ASSERT(portStatus(), "portStatus()");
+   portStatusRecord()->senderTrackingIs(true);
+   VEL_ASSERT(root.localSystem(), "localSystem()");
+   localPort_ = root.localSystem()->localPort(intfId_);
    VEL_ASSERT(localPort_, "localPort()");
    if (pam_) pam_->notifieeIs(this);
    initialized_ = true;
    txClockAt(Vel::never);
    txFsmStateIs(txFsmDisabled);
    // Neighbours already in the table are aged from the first firing on.
-   ageQueue_.rebuildFrom(portStatus_->remoteSystem());
+   ageQueue_.rebuildFrom(portStatusRecord()->remoteSystem());
    ageClock_.timeMinIs(0);
    // The first rate-limit interval starts now. Its clock sleeps until an LLDPDU counts
    // (a port that hears nothing never wakes for it).
-   rxRateLimitInterval_ = portConfig_->rxRateLimitInterval();
+   rxRateLimitInterval_ = portConfigRecord()->rxRateLimitInterval();
    rxRateLimitEnd_ = loopNow() + rxRateLimitInterval_;
    if (rxRateLimit_) rxRateLimit_->clock.timeMinIs(Vel::never);
 }
@@ -110,10 +106,11 @@ void LldpPamSm::doClose() {
    ageClock_.timeMinIs(Vel::never);
    if (rxRateLimit_) rxRateLimit_->clock.timeMinIs(Vel::never);
    if (pam_ && pam_->notifiee() == this) pam_->notifieeIs(nullptr);
+   const Lldp::PortStatus::Ptr status = portStatus();
    PortConfigReactor::notifierIs(nullptr);
    IntfStatusReactor::notifierIs(nullptr);
    PortStatusReactor::notifierIs(nullptr);
-   portStatus_->senderTrackingIs(false);
+   status->senderTrackingIs(false);
 }
 
 // ---------------------------------------------------------------------------------------
@@ -220,8 +217,8 @@ void LldpPamSm::handleTxClock() {
 
 void LldpPamSm::doCheckPortEnabled() {
    VEL_ASSERT(txFsmState_ == txFsmDisabled, "txFsmState() == txFsmDisabled()");
-   if (adminTransmits(portConfig_->adminStatus()) &&
-       ethPhyIntfStatus_->linkStatus() == Interface::linkStatusUp) {
+   if (adminTransmits(portConfigRecord()->adminStatus()) &&
+       intfStatusRecord()->linkStatus() == Interface::linkStatusUp) {
       VEL_TRACE(traceLldpProtocolSm, 6, "Port enabled: initiating transition -> txWait state");
       txFsmStateIs(txFsmTxWait);
    } else {
@@ -231,12 +228,12 @@ void LldpPamSm::doCheckPortEnabled() {
 
 void LldpPamSm::handleAdminStatus() {
    if (!initialized_) return;
-   doCheckStillTransmitting(adminTransmits(portConfig_->adminStatus()),
+   doCheckStillTransmitting(adminTransmits(portConfigRecord()->adminStatus()),
                             "Admin state down: initiating transition -> reinitializing state");
 }
 
 void LldpPamSm::handleLinkStatusTx() {
-   doCheckStillTransmitting(ethPhyIntfStatus_->linkStatus() == Interface::linkStatusUp,
+   doCheckStillTransmitting(intfStatusRecord()->linkStatus() == Interface::linkStatusUp,
                             "Link down: initiating transition -> reinitializing state");
 }
 
@@ -262,11 +259,11 @@ void LldpPamSm::doCheckStillTransmitting(bool conditionHolds, const char* stopTr
 
 void LldpPamSm::handleRemoteSystem(int index) {
    if (!initialized_) return;
-   portStatus_->remoteSystemSenderIs(index);
-   const Lldp::RemoteSystem* remote = portStatus_->remoteSystemAt(index);
+   portStatusRecord()->remoteSystemSenderIs(index);
+   const Lldp::RemoteSystem* remote = portStatusRecord()->remoteSystemAt(index);
    if (!remote) return;
    // New, or changed with its expiry perhaps earlier: either way it needs an entry now.
-   ageQueue_.queueIs(*remote, portStatus_->remoteSystem());
+   ageQueue_.queueIs(*remote, portStatusRecord()->remoteSystem());
    doProcessSomethingChangedLocal();
 }
 
@@ -291,19 +288,19 @@ Vel::Ptr<Wire::Pkt> LldpPamSm::doBuildLldpdu() {
    Vel::Ptr<Wire::Pkt> pkt = Wire::PktMan::instance().newPkt();
    if (!pkt) {
       VEL_TRACE(traceLldpProtocolSm, 0, "Packet allocation failed");
-      portStatus_->txFramesNoMemErrorsInc();
+      portStatusRecord()->txFramesNoMemErrorsInc();
       return nullptr;
    }
    VEL_ASSERT(pkt->maxSharedData() >= (maxTxFrameSize - 4),
               "pkt->maxSharedData() >= ( root()->config()->maxTxFrameSize() - 4 )");
    char* start = pkt->dataAppend(lldpduRoom);
    char* usedEnd =
-       buildTxLldpdu(start, start + lldpduRoom, root_, localPort_, portConfig_, portStatus_);
+       buildTxLldpdu(start, start + lldpduRoom, root_, localPort_, portConfig(), portStatus());
    VEL_ASSERT(usedEnd, "usedEnd");
    pkt->trimTail(size_t(start + lldpduRoom - usedEnd));
    char* eth = pkt->prepend(Wire::ethHdrLen);
    std::memcpy(eth, lldpMulticast, 6);
-   std::memcpy(eth + 6, ethPhyIntfStatus_->addr().bytes().data(), 6);
+   std::memcpy(eth + 6, intfStatusRecord()->addr().bytes().data(), 6);
    Lldp::Be::put16(eth + 12, Wire::ethTypeLldp);
    return pkt;
 }
@@ -319,7 +316,7 @@ void LldpPamSm::doSendLldpdu() {
    // beside it.
    VEL_TRACE(traceLldpProtocolSm, 0,
              "Failed to send LLDPDU on " << intfId_ << ": " << pam_->txErrorReason());
-   portStatus_->txFramesErrorsInc();
+   portStatusRecord()->txFramesErrorsInc();
 }
 
 // ---------------------------------------------------------------------------------------
@@ -335,7 +332,7 @@ void LldpPamSm::handleReadableCount() {
    }
    VEL_TRACE(traceLldpProtocolSm, 4,
              "Received frame on interface " << intfId_ << " (length=" << pkt->bytes() << ")");
-   if (!adminReceives(portConfig_->adminStatus())) {
+   if (!adminReceives(portConfigRecord()->adminStatus())) {
       VEL_TRACE(traceLldpProtocolSm, 6, "LLDP Receive disabled -- discarding received LLDPDU");
       return;
    }
@@ -372,24 +369,24 @@ void LldpPamSm::handleReadableCount() {
    doRxRateLimitIntervalAt(loopNow());
    const uint64_t count = ++rx.lldpdus;
    if (rx.clock.timeMin() == Vel::never) rx.clock.timeMinIs(rxRateLimitEnd_);
-   if (portConfig_->rxRateLimitEnabled() && count > portConfig_->rxRateLimitMaxLldpdus()) {
-      if (count - 1 == portConfig_->rxRateLimitMaxLldpdus()) {
-         Lldp::LLDP_RX_RATELIMIT.log(intfId_, portConfig_->rxRateLimitMaxLldpdus(),
-                                     portConfig_->rxRateLimitInterval());
+   if (portConfigRecord()->rxRateLimitEnabled() && count > portConfigRecord()->rxRateLimitMaxLldpdus()) {
+      if (count - 1 == portConfigRecord()->rxRateLimitMaxLldpdus()) {
+         Lldp::LLDP_RX_RATELIMIT.log(intfId_, portConfigRecord()->rxRateLimitMaxLldpdus(),
+                                     portConfigRecord()->rxRateLimitInterval());
       }
       ++rx.lldpdusRateLimited;
-      portStatus_->rxLldpdusRateLimitedInc();
+      portStatusRecord()->rxLldpdusRateLimitedInc();
       return;
    }
    Wire::EthAddr source = Wire::EthAddr::fromBytes(frame + 6);
    Lldp::RemoteSystem::PtrConst remote =
-       processRxLldpdu(frame + header, frame + pkt->bytes(), portConfig_, root_->status(),
-                       portStatus_, localPort_, Vel::Ptr<LldpPamSm>(this), source);
+       processRxLldpdu(frame + header, frame + pkt->bytes(), portConfig(), root_->status(),
+                       portStatus(), localPort_, Vel::Ptr<LldpPamSm>(this), source);
    if (!remote) return;
    // A refresh moves the expiry later, which the queue finds out for itself; one that may
    // have moved it earlier than its entry (a shorter time to live) is queued again.
    if (remote->expiryTime() < ageQueue_.latestQueued()) {
-      ageQueue_.queueIs(*remote, portStatus_->remoteSystem());
+      ageQueue_.queueIs(*remote, portStatusRecord()->remoteSystem());
    }
    if (remote->expiryTime() < ageClock_.timeMin()) {
       VEL_TRACE(traceLldpProtocolSm, 8, "Setting ageClock to expire at " << remote->expiryTime());
@@ -426,7 +423,7 @@ void LldpPamSm::handleRxRateLimitClock() {
 void LldpPamSm::handleRxRateLimitInterval() {
    if (!initialized_) return;
    doRxRateLimitIntervalAt(loopNow());
-   rxRateLimitInterval_ = portConfig_->rxRateLimitInterval();
+   rxRateLimitInterval_ = portConfigRecord()->rxRateLimitInterval();
 }
 
 void LldpPamSm::handleAgeClock() {
@@ -438,13 +435,13 @@ void LldpPamSm::handleAgeClock() {
    // room.
    thread_local std::vector<Lldp::RemoteSystem::Ptr> spare;
    std::vector<Lldp::RemoteSystem::Ptr> expired = std::move(spare);
-   ageQueue_.expiredAt(now, portStatus_->remoteSystem(), expired);
+   ageQueue_.expiredAt(now, portStatusRecord()->remoteSystem(), expired);
    const Vel::Seconds next = ageQueue_.front();
    for (const auto& remote : expired) {
       VEL_TRACE(traceLldpProtocolSm, 4, "Aging RemoteSystem for " << remote->msap());
-      portStatus_->remoteSystemByMsapDel(remote->msap());
-      portStatus_->remoteSystemDel(remote->index());
-      portStatus_->rxAgeoutsTotalInc();
+      portStatusRecord()->remoteSystemByMsapDel(remote->msap());
+      portStatusRecord()->remoteSystemDel(remote->index());
+      portStatusRecord()->rxAgeoutsTotalInc();
       status.remTablesAgeoutsInc();
       status.remTablesDeletesInc();
       Lldp::LLDP_NEIGHBOR_TIMEOUT.log(remote->msap().chassisIdentifier().stringValue(),
@@ -458,7 +455,7 @@ void LldpPamSm::handleAgeClock() {
 }
 
 void LldpPamSm::handleLinkStatusRx() {
-   if (ethPhyIntfStatus_->linkStatus() != Interface::linkStatusDown) return;
+   if (intfStatusRecord()->linkStatus() != Interface::linkStatusDown) return;
    VEL_TRACE(traceLldpProtocolSm, 4, "Link down: deleting all RemoteSystems on " << intfId_);
    doDeleteAllRemoteSystems();
 }
@@ -466,14 +463,14 @@ void LldpPamSm::handleLinkStatusRx() {
 void LldpPamSm::doDeleteAllRemoteSystems() {
    VEL_ASSERT(initialized(), "initialized()");
    Lldp::Status& status = *root_->status();
-   while (!portStatus_->remoteSystem().empty()) {
-      const Lldp::RemoteSystem::Ptr remote = portStatus_->remoteSystem().begin()->second;
+   while (!portStatusRecord()->remoteSystem().empty()) {
+      const Lldp::RemoteSystem::Ptr remote = portStatusRecord()->remoteSystem().begin()->second;
       VEL_TRACE(traceLldpProtocolSm, 4,
                 "Deleting RemoteSystem for " << remote->msap().chassisIdentifier().stringValue()
                                              << " "
                                              << remote->msap().portIdentifier().stringValue());
-      portStatus_->remoteSystemByMsapDel(remote->msap());
-      portStatus_->remoteSystemDel(remote->index());
+      portStatusRecord()->remoteSystemByMsapDel(remote->msap());
+      portStatusRecord()->remoteSystemDel(remote->index());
       status.remTablesDeletesInc();
    }
    // Nothing left to age.

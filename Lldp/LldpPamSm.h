@@ -59,12 +59,15 @@ public:
    const Wire::IntfId& intfId() const { return intfId_; }
    const Vel::Ptr<Wire::Pam>& pam() const { return pam_; }
    const Vel::Ptr<const Root>& root() const { return root_; }
-   const Interface::EthPhyIntfStatus::PtrConst& ethPhyIntfStatus() const {
-      return ethPhyIntfStatus_;
+   // The records it watches, which it holds as their notifiee from handleInitialized()
+   // until doClose() (null outside that).
+   Interface::EthPhyIntfStatus::PtrConst ethPhyIntfStatus() const {
+      return Interface::EthPhyIntfStatus::PtrConst(intfStatusRecord());
    }
-   const Lldp::PortConfig::PtrConst& portConfig() const { return portConfig_; }
-   const Lldp::PortStatus::Ptr& portStatus() const { return portStatus_; }
-   const Lldp::LocalSystem::PtrConst& localSystem() const { return localSystem_; }
+   Lldp::PortConfig::PtrConst portConfig() const {
+      return Lldp::PortConfig::PtrConst(portConfigRecord());
+   }
+   Lldp::PortStatus::Ptr portStatus() const { return Lldp::PortStatus::Ptr(portStatusRecord()); }
    const Lldp::LocalPort::PtrConst& localPort() const { return localPort_; }
    // The port's local record was replaced (or removed: nothing is sent or received
    // without one).
@@ -109,6 +112,18 @@ public:
    void doDeleteAllRemoteSystems();
 
 private:
+   const Interface::EthPhyIntfStatus* intfStatusRecord() const {
+      return static_cast<const Interface::EthPhyIntfStatus*>(IntfStatusReactor::notifierEntity());
+   }
+   const Lldp::PortConfig* portConfigRecord() const {
+      return static_cast<const Lldp::PortConfig*>(PortConfigReactor::notifierEntity());
+   }
+   // The notifiee holds the port status as const; the machine was given it to update (its
+   // counters and neighbours are the machine's to keep).
+   Lldp::PortStatus* portStatusRecord() const {
+      return const_cast<Lldp::PortStatus*>(
+          static_cast<const Lldp::PortStatus*>(PortStatusReactor::notifierEntity()));
+   }
    // What the watched records say, passed to the handlers.
    using PortConfigReactor = Lldp::PortConfig::Notifiee;
    using IntfStatusReactor = Interface::EthPhyIntfStatus::Notifiee;
@@ -140,11 +155,7 @@ private:
       uint64_t lldpdusRateLimited = 0;
    };
    std::unique_ptr<RxRateLimit> rxRateLimit_;
-   Interface::EthPhyIntfStatus::PtrConst ethPhyIntfStatus_;
-   Lldp::PortConfig::PtrConst portConfig_;
-   Lldp::PortStatus::Ptr portStatus_;
    Lldp::LocalPort::PtrConst localPort_;
-   Lldp::LocalSystem::PtrConst localSystem_;
    TxFsmState txFsmState_ = txFsmUninitialized;
    TxFsmState lastTxFsmState_ = txFsmUninitialized;
    bool inTxClock_ = false;  // handleTxClock() is running
