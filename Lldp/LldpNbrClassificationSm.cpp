@@ -76,14 +76,17 @@ struct NbrClassificationSm::RefreshWatch : Lldp::RemoteSystem::Notifiee {
 
 class NbrClassificationSm::PortSm : public Vel::RefCounted, public Lldp::PortStatus::Notifiee {
 public:
-   PortSm(NbrClassificationSm* sm, Lldp::PortStatus::PtrConst ps)
-       : sm_(sm), portStatus_(std::move(ps)) {}
-   const Lldp::PortStatus::PtrConst& portStatus() const { return portStatus_; }
+   // It holds the port status as its notifiee, from construction until the machine lets
+   // the port go.
+   PortSm(NbrClassificationSm* sm, const Lldp::PortStatus::PtrConst& ps) : sm_(sm) {
+      notifierIs(ps);
+   }
+   Lldp::PortStatus::PtrConst portStatus() const { return notifier(); }
    // What each neighbour said, by its index in the port's table; the stations they make;
    // the neighbours a clear request forgot, watched until they send again. The first two
    // hold every neighbour of the port, so they are flat tables of a few words an entry,
    // made with the port's first neighbour (most ports have none); the rest are rare, so
-   // their maps are made on first use too.
+   // they are made together on first use.
    struct Tables {
       absl::flat_hash_map<int, Learned> learned;
       absl::flat_hash_map<Wire::EthAddr, Station, Vel::Hash<Wire::EthAddr>> stations;
@@ -91,29 +94,35 @@ public:
    using Watches = std::unordered_map<int, std::unique_ptr<RefreshWatch>>;
    using ForgottenStations =
        absl::flat_hash_map<Wire::EthAddr, Forgotten, Vel::Hash<Wire::EthAddr>>;
+   struct Cleared {
+      ForgottenStations forgotten;
+      Watches watches;
+   };
    std::unique_ptr<Tables> tables;  // there while a neighbour is learned
-   std::unique_ptr<ForgottenStations> forgotten;
-   std::unique_ptr<Watches> watches;
+   std::unique_ptr<Cleared> cleared;
+   Cleared& clearedMade() {
+      if (!cleared) cleared = std::make_unique<Cleared>();
+      return *cleared;
+   }
    Station* station(const Wire::EthAddr& a) {
       if (!tables) return nullptr;
       auto it = tables->stations.find(a);
       return it == tables->stations.end() ? nullptr : &it->second;
    }
    Forgotten* forgottenStation(const Wire::EthAddr& a) {
-      if (!forgotten) return nullptr;
-      auto it = forgotten->find(a);
-      return it == forgotten->end() ? nullptr : &it->second;
+      if (!cleared) return nullptr;
+      auto it = cleared->forgotten.find(a);
+      return it == cleared->forgotten.end() ? nullptr : &it->second;
    }
    void unwatch(int index) {
-      if (watches) watches->erase(index);
+      if (cleared) cleared->watches.erase(index);
    }
 
 private:
    void remoteSystemChanged(const int& index) override {
-      sm_->handleRemoteSystem(portStatus_->intfId(), index);
+      sm_->handleRemoteSystem(notifier()->intfId(), index);
    }
    NbrClassificationSm* sm_;
-   Lldp::PortStatus::PtrConst portStatus_;
 };
 
 NbrClassificationSm::NbrClassificationSm(Lldp::Status::PtrConst lldpStatus,
@@ -176,8 +185,8 @@ void NbrClassificationSm::handlePortStatus(const Wire::IntfId& intf) {
             doSyncEntry(EntryKey({.intfId = intf, .ethAddr = ethAddr}));
          }
       }
-      if (port->forgotten) {
-         for (const auto& [ethAddr, f] : *port->forgotten) {
+      if (port->cleared) {
+         for (const auto& [ethAddr, f] : port->cleared->forgotten) {
             doSyncEntry(EntryKey({.intfId = intf, .ethAddr = ethAddr}));
          }
       }
@@ -188,7 +197,6 @@ void NbrClassificationSm::handlePortStatus(const Wire::IntfId& intf) {
                 "NbrClassificationSm::handlePortStatus( " << intf << " ) adding port");
       auto port = Vel::make<PortSm>(this, ps);
       portSm_[intf] = port;
-      port->notifierIs(ps);
       for (const auto& [index, remote] : ps->remoteSystem()) handleRemoteSystem(intf, index);
    }
 }
@@ -197,14 +205,14 @@ void NbrClassificationSm::doCount(PortSm& port, int index, const Learned& l, int
    if (l.ethAddr.isZero()) return;  // no source address: not a station
    const auto add = [sign](uint32_t n) { return uint32_t(int64_t(n) + sign); };
    if (l.cleared) {
-      if (!port.forgotten) port.forgotten = std::make_unique<PortSm::ForgottenStations>();
-      Forgotten& f = (*port.forgotten)[l.ethAddr];
+      auto& forgotten = port.clearedMade().forgotten;
+      Forgotten& f = forgotten[l.ethAddr];
       f.cleared = add(f.cleared);
       if (sign > 0) {
          f.neighbor = index;
          if (Station* s = port.station(l.ethAddr)) s->neighbor = index;
       }
-      if (f.cleared == 0) port.forgotten->erase(l.ethAddr);
+      if (f.cleared == 0) forgotten.erase(l.ethAddr);
       return;
    }
    // `l` is learned, so the port's tables are there.
@@ -277,14 +285,15 @@ void NbrClassificationSm::handleRefresh(const Wire::IntfId& intf, int index) {
    auto it = portSm_.find(intf);
    if (it == portSm_.end()) return;
    PortSm& port = *it->second;
-   if (!port.tables || !port.watches) return;
+   if (!port.tables || !port.cleared) return;
    auto l = port.tables->learned.find(index);
    if (l == port.tables->learned.end() || !l->second.cleared) return;
-   auto w = port.watches->find(index);
-   if (w == port.watches->end()) return;
+   auto& watches = port.cleared->watches;
+   auto w = watches.find(index);
+   if (w == watches.end()) return;
    // The watch that called goes once the call has returned to it.
    const std::unique_ptr<RefreshWatch> watch = std::move(w->second);
-   port.watches->erase(w);
+   watches.erase(w);
    watch->notifierIs(nullptr);
    VEL_TRACE(traceLldpNbrClassification, 6,
              "NbrClassificationSm: cleared neighbor " << index << " on " << intf << " is back");
@@ -387,8 +396,7 @@ void NbrClassificationSm::doForget(PortSm& port, int index, Learned& l) {
    l.cleared = true;
    doCount(port, index, l, +1);
    if (auto remote = port.portStatus()->remoteSystem(index)) {
-      if (!port.watches) port.watches = std::make_unique<PortSm::Watches>();
-      auto& watch = (*port.watches)[index];
+      auto& watch = port.clearedMade().watches[index];
       watch = std::make_unique<RefreshWatch>();
       watch->sm = this;
       watch->intf = intf;

@@ -23,7 +23,7 @@ bool anyRemote(const PortStatus& ps, Pred pred) {
 }  // namespace
 
 bool PortStatus::anyLldpMedReceived() const {
-   if (senderTracking_) return !medSenders_.empty();
+   if (senderTracking_) return senders_ && !senders_->med.empty();
    return anyRemote(*this, [](const RemoteSystem& r) { return r.anyLldpMedReceived(); });
 }
 
@@ -32,14 +32,13 @@ bool PortStatus::networkPolicyTlvReceived() const {
 }
 
 bool PortStatus::powerViaMdiTlvReceived() const {
-   if (senderTracking_) return !powerSenders_.empty();
+   if (senderTracking_) return senders_ && !senders_->power.empty();
    return anyRemote(*this, [](const RemoteSystem& r) { return r.powerViaMdiTlvReceived(); });
 }
 
 void PortStatus::senderTrackingIs(bool on) {
    senderTracking_ = on;
-   medSenders_.clear();
-   powerSenders_.clear();
+   senders_.reset();
    if (!on) return;
    for (const auto& [index, remote] : remoteSystem()) remoteSystemSenderIs(index);
 }
@@ -56,15 +55,20 @@ const RemoteSystem* PortStatus::remoteSystemAt(int index) const {
 void PortStatus::remoteSystemSenderIs(int index) {
    if (!senderTracking_) return;
    const RemoteSystem* r = remoteSystemAt(index);
-   if (r && r->anyLldpMedReceived()) {
-      medSenders_.insert(index);
-   } else {
-      medSenders_.erase(index);
+   const bool med = r && r->anyLldpMedReceived(), power = r && r->powerViaMdiTlvReceived();
+   if (!senders_) {
+      if (!med && !power) return;
+      senders_ = std::make_unique<Senders>();
    }
-   if (r && r->powerViaMdiTlvReceived()) {
-      powerSenders_.insert(index);
+   if (med) {
+      senders_->med.insert(index);
    } else {
-      powerSenders_.erase(index);
+      senders_->med.erase(index);
+   }
+   if (power) {
+      senders_->power.insert(index);
+   } else {
+      senders_->power.erase(index);
    }
 }
 

@@ -47,8 +47,8 @@ namespace Lldp {
    COUNTER(uint32_t, rxLldpdusRateLimited)                                    \
    COUNTER(uint32_t, rxNeighborsRefused)                                      \
    COUNTER(uint32_t, rxNeighborsRefusedTotalLimit)                            \
-   ATTR(Vel::Seconds, lastTxTime, 0)                                          \
    COUNTER(uint32_t, nextRemoteSystemIndex)                                   \
+   ATTR(Vel::Seconds, lastTxTime, 0)                                          \
    ECOLL(int, RemoteSystem, remoteSystem)                                     \
    REFCOLL(Msap, RemoteSystem, remoteSystemByMsap, msap)                      \
    COLL(Bridging::VlanId, VlanName, vlanName)                                 \
@@ -78,9 +78,13 @@ class PortStatus : public Vel::Entity {
    const RemoteSystem* remoteSystemAt(int index) const;
 
 private:
+   // Made with the first such neighbour: most ports never have one.
+   struct Senders {
+      Vel::IntSet med;
+      Vel::IntSet power;
+   };
    bool senderTracking_ = false;
-   Vel::IntSet medSenders_;
-   Vel::IntSet powerSenders_;
+   std::unique_ptr<Senders> senders_;
 };
 
 // clang-format off
