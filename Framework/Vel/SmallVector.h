@@ -103,7 +103,14 @@ public:
       h_->size -= uint32_t(n);
       return first + at;
    }
-   void push_back(const T& v) { emplace(end(), v); }
+   void push_back(const T& v) {
+      if (h_ && h_->size < h_->cap) {  // room at the end: no move, no branch on position
+         new (items() + h_->size) T(v);
+         ++h_->size;
+         return;
+      }
+      emplace(end(), v);
+   }
    void pop_back() { erase(end() - 1); }
    // Room for n items in all, so that pushes up to n do not allocate.
    void reserve(size_t n) {
