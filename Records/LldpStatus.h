@@ -47,8 +47,8 @@ namespace Lldp {
    COUNTER(uint32_t, rxLldpdusRateLimited)                                    \
    COUNTER(uint32_t, rxNeighborsRefused)                                      \
    COUNTER(uint32_t, rxNeighborsRefusedTotalLimit)                            \
-   COUNTER(uint32_t, nextRemoteSystemIndex)                                   \
    ATTR(Vel::Seconds, lastTxTime, 0)                                          \
+   COUNTER(uint32_t, nextRemoteSystemIndex)                                   \
    ECOLL(int, RemoteSystem, remoteSystem)                                     \
    REFCOLL(Msap, RemoteSystem, remoteSystemByMsap, msap)                      \
    COLL(Bridging::VlanId, VlanName, vlanName)                                 \
