@@ -159,8 +159,7 @@ void NetworkPolicyPortStatusSm::handleNetworkPolicyRequest(const Wire::IntfId& i
              "NetworkPolicyPortStatusSm::handleNetworkPolicyRequest( "
                  << intf << " ) requested: " << requested);
    Root& root = *sm_->root();
-   NetworkPolicy::doSyncLocalNetworkPolicy(intf, root.config()->portConfig(intf).ptr(),
-                                           &status(),
+   NetworkPolicy::doSyncLocalNetworkPolicy(intf, root.config()->portConfig(intf).ptr(), &status(),
                                            root.localSystem()->localPort(intf).ptr());
 }
 

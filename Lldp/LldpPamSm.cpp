@@ -369,7 +369,8 @@ void LldpPamSm::handleReadableCount() {
    doRxRateLimitIntervalAt(loopNow());
    const uint64_t count = ++rx.lldpdus;
    if (rx.clock.timeMin() == Vel::never) rx.clock.timeMinIs(rxRateLimitEnd_);
-   if (portConfigRecord()->rxRateLimitEnabled() && count > portConfigRecord()->rxRateLimitMaxLldpdus()) {
+   if (portConfigRecord()->rxRateLimitEnabled() &&
+       count > portConfigRecord()->rxRateLimitMaxLldpdus()) {
       if (count - 1 == portConfigRecord()->rxRateLimitMaxLldpdus()) {
          Lldp::LLDP_RX_RATELIMIT.log(intfId_, portConfigRecord()->rxRateLimitMaxLldpdus(),
                                      portConfigRecord()->rxRateLimitInterval());

@@ -16,9 +16,9 @@ public:
    Callback() = default;
    Callback(std::nullptr_t) {}
    template <class F>
-      requires(!std::is_same_v<std::decay_t<F>, Callback> &&
-               !std::is_same_v<std::decay_t<F>, std::nullptr_t> && std::is_invocable_v<F&>)
-   Callback(F&& f) {
+   requires(!std::is_same_v<std::decay_t<F>, Callback> &&
+            !std::is_same_v<std::decay_t<F>, std::nullptr_t> && std::is_invocable_v<F&>)
+       Callback(F&& f) {
       using Fn = std::decay_t<F>;
       if constexpr (sizeof(Fn) <= sizeof(void*) && alignof(Fn) <= alignof(void*) &&
                     std::is_trivially_copyable_v<Fn> && std::is_trivially_destructible_v<Fn>) {

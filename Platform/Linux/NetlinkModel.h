@@ -60,8 +60,8 @@ struct LinkInfo {
    // IFLA_INFO_KIND ("veth", "bridge", "bond", "vlan", "vrf", ...); empty for physical
    // NICs; "loopback" for the loopback device, which has no kind of its own.
    Vel::FixedString<nameBytes> kind;
-   uint16_t type = 0;      // ARPHRD_*
-   uint8_t operstate = 0;  // IF_OPER_*
+   uint16_t type = 0;           // ARPHRD_*
+   uint8_t operstate = 0;       // IF_OPER_*
    bool vlanFiltering = false;  // bridges only
    Wire::EthAddr mac;
    uint32_t mtu = 0;

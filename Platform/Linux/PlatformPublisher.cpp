@@ -73,7 +73,9 @@ public:
       }
    }
 
-   Wire::IntfId idOf(const LinkInfo& l) const { return intfIdOf(l.name.value(), l.kind.value(), o_); }
+   Wire::IntfId idOf(const LinkInfo& l) const {
+      return intfIdOf(l.name.value(), l.kind.value(), o_);
+   }
    // Interfaces whose numbers lie outside their kind's range are not published at all:
    // readers rank interfaces by those numbers and treat one outside as a fault.
    bool publishable(const LinkInfo& l) const {
