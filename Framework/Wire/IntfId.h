@@ -89,7 +89,7 @@ private:
    // and the kind in the byte after it. A longer name (a switch-style one such as
    // "Port-Channel1000") is on the heap, its pointer in the first bytes and its length
    // after that. What the name alone says (its kind and numbers) is read from the name
-   // when it is asked for: only ordering asks, and ordering is for the control plane.
+   // when it is asked for: ordering and the platform's naming ask, all control plane.
    static constexpr size_t inlineBytes = 15;
    static constexpr uint8_t lenMask = 0x1f, heapLen = 0x1f, kindShift = 5;
    static constexpr uint8_t kindMask = uint8_t(~lenMask);
