@@ -101,7 +101,7 @@ public:
          replaceBuffer(p, n);  // p may point into the old buffer
          return;
       }
-      std::memmove(buffer(), p, n);
+      if (n != 0) std::memmove(buffer(), p, n);  // an empty view may have no data at all
       sizeIs(n);
    }
    std::string_view value() const { return {data(), size()}; }

@@ -80,7 +80,7 @@ IntfId IntfId::linux(std::string_view name, IntfKind kind) {
 
 void IntfId::nameIs(std::string_view name) {
    if (name.size() <= inlineBytes) {
-      std::memcpy(bytes_, name.data(), name.size());
+      if (!name.empty()) std::memcpy(bytes_, name.data(), name.size());
       meta_ = uint8_t((meta_ & kindMask) | name.size());
       return;
    }
