@@ -1,5 +1,6 @@
 #include "Platform/Linux/LinuxPam.h"
 
+#include <absl/container/flat_hash_map.h>
 #include <arpa/inet.h>
 #include <linux/filter.h>
 #include <linux/if_ether.h>
@@ -15,7 +16,6 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <unordered_map>
 #include <vector>
 
 #include "Framework/Trace.h"
@@ -59,6 +59,8 @@ public:
    static Vel::Ptr<LinuxPamRing> ringFor(const LinuxPam::Options& options, std::string* error);
 
    int fd() const { return fd_; }
+   // What the ring's ports were opened with.
+   const Wire::PamSettings& settings() const { return options_.settings; }
    // The latest Pam opened on an interface gets its frames (one being replaced may live
    // on a little, until the last reference to it goes).
    void portIs(int ifIndex, LinuxPam* pam) { ports_[ifIndex] = pam; }
@@ -101,8 +103,8 @@ private:
    size_t ringBytes_ = 0;
    uint32_t cur_ = 0;  // the next block the kernel hands over
    uint64_t ringDrops_ = 0;
-   uint64_t unclaimed_ = 0;  // frames of interfaces without a LinuxPam
-   std::unordered_map<int, LinuxPam*> ports_;
+   uint64_t unclaimed_ = 0;                     // frames of interfaces without a LinuxPam
+   absl::flat_hash_map<int, LinuxPam*> ports_;  // by interface index
    std::unique_ptr<Vel::FdReactor> reactor_;
 };
 
@@ -132,7 +134,9 @@ bool LinuxPamRing::sameAs(const LinuxPam::Options& o, dev_t dev, ino_t ino) cons
    return dev == nsDev_ && ino == nsIno_ && o.blockSize == m.blockSize &&
           o.blockCount == m.blockCount && o.retireMs == m.retireMs &&
           o.settings.filterProgram == m.settings.filterProgram &&
-          o.settings.sockPrio == m.settings.sockPrio;
+          o.settings.sockPrio == m.settings.sockPrio &&
+          o.settings.maxRxPktData == m.settings.maxRxPktData &&
+          o.settings.lldpDestMac == m.settings.lldpDestMac;
 }
 
 bool LinuxPamRing::init(std::string* error) {
@@ -248,7 +252,7 @@ uint64_t LinuxPamRing::dropsRingFull() {
 
 Vel::Ptr<LinuxPam> LinuxPam::open(const Wire::IntfId& intfId, const Options& options,
                                   std::string* error) {
-   Vel::Ptr<LinuxPam> pam(new LinuxPam(intfId, options));
+   Vel::Ptr<LinuxPam> pam(new LinuxPam(intfId));
    std::string why;
    if (!pam->init(options, &why)) {
       VEL_TRACE(trace, 0, intfId << ": cannot open packet access: " << why);
@@ -289,12 +293,12 @@ bool LinuxPam::init(const Options& options, std::string* error) {
    std::memcpy(ifr.ifr_name, name.data(), name.size());
    if (::ioctl(ring_->fd(), SIOCGIFHWADDR, &ifr) < 0) return fail("SIOCGIFHWADDR on " + what);
    ethAddr_ = Wire::EthAddr::fromBytes(ifr.ifr_hwaddr.sa_data);
-   if (!lldpDestMac_.isZero()) {
+   if (const Wire::EthAddr& group = ring_->settings().lldpDestMac; !group.isZero()) {
       packet_mreq mr{};
       mr.mr_ifindex = ifIndex_;
       mr.mr_type = PACKET_MR_MULTICAST;
       mr.mr_alen = 6;
-      std::memcpy(mr.mr_address, lldpDestMac_.bytes().data(), 6);
+      std::memcpy(mr.mr_address, group.bytes().data(), 6);
       if (::setsockopt(ring_->fd(), SOL_PACKET, PACKET_ADD_MEMBERSHIP, &mr, sizeof(mr)) < 0) {
          return fail("PACKET_ADD_MEMBERSHIP");
       }
@@ -304,10 +308,7 @@ bool LinuxPam::init(const Options& options, std::string* error) {
    return true;
 }
 
-LinuxPam::LinuxPam(const Wire::IntfId& intfId, const Options& options)
-    : Pam(intfId),
-      maxRxPktData_(options.settings.maxRxPktData),
-      lldpDestMac_(options.settings.lldpDestMac) {}
+LinuxPam::LinuxPam(const Wire::IntfId& intfId) : Pam(intfId) {}
 
 LinuxPam::~LinuxPam() {
    if (!ring_) return;
@@ -318,7 +319,7 @@ LinuxPam::~LinuxPam() {
       mr.mr_ifindex = ifIndex_;
       mr.mr_type = PACKET_MR_MULTICAST;
       mr.mr_alen = 6;
-      std::memcpy(mr.mr_address, lldpDestMac_.bytes().data(), 6);
+      std::memcpy(mr.mr_address, ring_->settings().lldpDestMac.bytes().data(), 6);
       ::setsockopt(ring_->fd(), SOL_PACKET, PACKET_DROP_MEMBERSHIP, &mr, sizeof(mr));
    }
 }
@@ -375,7 +376,7 @@ Vel::Ptr<Wire::Pkt> LinuxPam::rxPkt() {
 
 Vel::Ptr<Wire::Pkt> LinuxPam::frameToPkt(const char* hdr) {
    const auto* h = reinterpret_cast<const tpacket3_hdr*>(hdr);
-   if (h->tp_snaplen < h->tp_len || h->tp_len > maxRxPktData_) {
+   if (h->tp_snaplen < h->tp_len || h->tp_len > ring_->settings().maxRxPktData) {
       ++rxDropsOversize_;
       VEL_TRACE(trace, 2, intfId() << ": dropped a frame of " << h->tp_len << " bytes: too long");
       return nullptr;

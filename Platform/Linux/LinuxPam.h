@@ -109,21 +109,19 @@ public:
 
 private:
    friend class LinuxPamRing;
-   LinuxPam(const Wire::IntfId& intfId, const Options& options);
+   explicit LinuxPam(const Wire::IntfId& intfId);
    ~LinuxPam() override;
    bool init(const Options& options, std::string* error);
    // A frame of this interface, in the ring until this call returns.
    void frameIs(const char* hdr);
    Vel::Ptr<Wire::Pkt> frameToPkt(const char* hdr);
 
-   // Of the options, what a port needs after it opened (the ring keeps the rest, once for
-   // all ports): an idle port holds no copy of the receive filter.
-   uint32_t maxRxPktData_;
-   Wire::EthAddr lldpDestMac_;
-   Vel::Ptr<LinuxPamRing> ring_;
+   // The ring keeps the options, once for all its ports: an idle port holds no copy of
+   // the receive filter, the size limit or the group address.
    int ifIndex_ = 0;
    Wire::EthAddr ethAddr_;
-   bool member_ = false;            // joined the LLDP group address on the interface
+   bool member_ = false;  // joined the LLDP group address on the interface
+   Vel::Ptr<LinuxPamRing> ring_;
    const char* offered_ = nullptr;  // the ring's frame offered to the reader right now
    // Frames kept for the reader, oldest at `head`; made when a frame first has to wait (a
    // port whose reader takes every frame at once never needs it). A vector rather than a
