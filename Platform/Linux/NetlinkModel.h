@@ -81,9 +81,9 @@ struct PortVlans {
 struct AddrInfo {
    uint8_t family = 0;  // AF_INET or AF_INET6
    uint8_t prefixLen = 0;
-   std::array<uint8_t, 16> bytes{};  // IPv4 in the first four
-   uint32_t flags = 0;               // IFA_F_*
    uint8_t scope = 0;                // RT_SCOPE_* (host scope: 127.0.0.0/8, ::1)
+   uint32_t flags = 0;               // IFA_F_*
+   std::array<uint8_t, 16> bytes{};  // IPv4 in the first four
    bool sameAddr(const AddrInfo& o) const {
       return family == o.family && prefixLen == o.prefixLen && bytes == o.bytes;
    }
