@@ -22,8 +22,14 @@ bool anyRemote(const PortStatus& ps, Pred pred) {
 
 }  // namespace
 
+PortStatus::Senders PortStatus::noSenders;
+
+PortStatus::~PortStatus() {
+   if (senders_ != &noSenders) delete senders_;
+}
+
 bool PortStatus::anyLldpMedReceived() const {
-   if (senderTracking_) return senders_ && !senders_->med.empty();
+   if (senders_) return !senders_->med.empty();
    return anyRemote(*this, [](const RemoteSystem& r) { return r.anyLldpMedReceived(); });
 }
 
@@ -32,13 +38,13 @@ bool PortStatus::networkPolicyTlvReceived() const {
 }
 
 bool PortStatus::powerViaMdiTlvReceived() const {
-   if (senderTracking_) return senders_ && !senders_->power.empty();
+   if (senders_) return !senders_->power.empty();
    return anyRemote(*this, [](const RemoteSystem& r) { return r.powerViaMdiTlvReceived(); });
 }
 
 void PortStatus::senderTrackingIs(bool on) {
-   senderTracking_ = on;
-   senders_.reset();
+   if (senders_ != &noSenders) delete senders_;
+   senders_ = on ? &noSenders : nullptr;
    if (!on) return;
    for (const auto& [index, remote] : remoteSystem()) remoteSystemSenderIs(index);
 }
@@ -53,12 +59,12 @@ const RemoteSystem* PortStatus::remoteSystemAt(int index) const {
 }
 
 void PortStatus::remoteSystemSenderIs(int index) {
-   if (!senderTracking_) return;
+   if (!senders_) return;
    const RemoteSystem* r = remoteSystemAt(index);
    const bool med = r && r->anyLldpMedReceived(), power = r && r->powerViaMdiTlvReceived();
-   if (!senders_) {
+   if (senders_ == &noSenders) {
       if (!med && !power) return;
-      senders_ = std::make_unique<Senders>();
+      senders_ = new Senders;
    }
    if (med) {
       senders_->med.insert(index);

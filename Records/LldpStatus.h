@@ -49,12 +49,12 @@ namespace Lldp {
    COUNTER(uint32_t, rxNeighborsRefusedTotalLimit)                            \
    ATTR(Vel::Seconds, lastTxTime, 0)                                          \
    COUNTER(uint32_t, nextRemoteSystemIndex)                                   \
+   ATTR(bool, vlanNamesChanged, false)                                        \
+   ATTR(bool, vlanNamesIncomplete, false)                                     \
    ECOLL(int, RemoteSystem, remoteSystem)                                     \
    REFCOLL(Msap, RemoteSystem, remoteSystemByMsap, msap)                      \
    COLL(Bridging::VlanId, VlanName, vlanName)                                 \
-   COLL(Bridging::VlanId, VlanName, sentVlanName)                             \
-   ATTR(bool, vlanNamesChanged, false)                                        \
-   ATTR(bool, vlanNamesIncomplete, false)
+   COLL(Bridging::VlanId, VlanName, sentVlanName)
 // clang-format on
 
 class PortStatus : public Vel::Entity {
@@ -62,6 +62,7 @@ class PortStatus : public Vel::Entity {
    PortStatus(const Wire::IntfId& intf, Vel::Seconds created) : intfId_(intf) {
       creationTime_ = created;
    }
+   ~PortStatus() override;
    // Questions about the neighbours on this port, asked by the transmit side.
    bool anyLldpMedReceived() const;
    bool networkPolicyTlvReceived() const;
@@ -78,13 +79,15 @@ class PortStatus : public Vel::Entity {
    const RemoteSystem* remoteSystemAt(int index) const;
 
 private:
-   // Made with the first such neighbour: most ports never have one.
    struct Senders {
       Vel::IntSet med;
       Vel::IntSet power;
    };
-   bool senderTracking_ = false;
-   std::unique_ptr<Senders> senders_;
+   // The senders of a tracked port: made with the first such neighbour (most ports never
+   // have one), `noSenders` until then; null while untracked. One word, so that the two
+   // flags above sit in padding and an idle port's record stays in its allocator size.
+   static Senders noSenders;
+   Senders* senders_ = nullptr;
 };
 
 // clang-format off
