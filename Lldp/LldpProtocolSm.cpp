@@ -299,15 +299,20 @@ void Root::handleAllIntfStatus(const Wire::IntfId& intf) {
       }
       return;
    }
-   auto mine = local->intfStatus(intf);
-   const bool added = !mine;
-   if (added) mine = local->intfStatusIs(intf);
-   mine->ifIndexIs(status->ifIndex());
-   mine->vrfIs(status->vrf());
-   if (added) {
-      VEL_TRACE(traceLldpProtocolSm, 6, intf << " is one of the agent's interfaces");
-      if (pamMan()) pamMan()->intfRetry(intf);
+   // The local directory lists the platform's records themselves (an idle port costs no
+   // copy, and what they say is always the platform's). Nothing writes through it.
+   Vel::Ptr<Interface::IntfStatus> shared(const_cast<Interface::IntfStatus*>(status.ptr()));
+   const auto mine = local->intfStatus(intf);
+   if (mine == shared) return;
+   if (mine) {
+      // The platform replaced the record: the interface stays.
+      local->intfStatusDel(intf);
+      local->intfStatusIs(intf, shared);
+      return;
    }
+   local->intfStatusIs(intf, shared);
+   VEL_TRACE(traceLldpProtocolSm, 6, intf << " is one of the agent's interfaces");
+   if (pamMan()) pamMan()->intfRetry(intf);
 }
 
 void Root::protocolSmIs() {

@@ -191,7 +191,7 @@ using IntfStatusManagerRoot = Vel::StateDb*;
 // Interface status: `intfStatusManagerRoot` is where the platform keeps it (the state
 // database); from there the root takes `allIntfStatusDir` ("interface/status/all", every
 // interface the platform knows) when it initialises packet access, and keeps
-// `allIntfStatusLocalDir`, the interfaces of that directory that this agent can reach:
+// `allIntfStatusLocalDir`, the records of that directory that this agent can reach:
 // with `filterByNetNs` (the default) those in the agent's own network namespace (same
 // name, same index), otherwise all of them. With the filter, packet access opens only on
 // an interface of the local directory, and a port waiting for it is retried when it

@@ -511,7 +511,9 @@ TEST_F(ProtocolSmTest, PacketAccessOnlyOnInterfacesOfTheAgentsNamespace) {
    root.intfStatusManagerRootIs(&db);
    root.doInitializePamMan(links.factory());  // again, now with the interface status
    EXPECT_EQ(root.allIntfStatusDir(), all);
-   EXPECT_TRUE(root.allIntfStatusLocalDir()->intfStatus(Wire::IntfId("lo")));
+   // The platform's own record, not a copy.
+   EXPECT_EQ(root.allIntfStatusLocalDir()->intfStatus(Wire::IntfId("lo")),
+             all->intfStatus(Wire::IntfId("lo")));
    sw->start();
    sw->portIs("Ethernet1", 1);
    sw->portIs("lo", 2);
