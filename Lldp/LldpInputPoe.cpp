@@ -230,7 +230,7 @@ void PoeSm::PortStatusReactor::requestingIs(int index) {
 
 void PoeSm::PortStatusReactor::remoteSystemChanged(const int& index) {
    requestingIs(index);
-   sm->handleRemoteSystem(intf);
+   sm->handleRemoteSystem(notifier()->intfId());
 }
 
 void PoeSm::handlePortStatus(const Wire::IntfId& intf) {
@@ -241,7 +241,6 @@ void PoeSm::handlePortStatus(const Wire::IntfId& intf) {
    } else if (it == portStatusReactor_.end() || it->second->notifier() != ps) {
       auto reactor = std::make_unique<PortStatusReactor>();
       reactor->sm = this;
-      reactor->intf = intf;
       reactor->notifierIs(ps);
       for (const auto& [index, remote] : ps->remoteSystem()) reactor->requestingIs(index);
       portStatusReactor_[intf] = std::move(reactor);

@@ -99,7 +99,6 @@ private:
    };
    struct PortStatusReactor : Lldp::PortStatus::Notifiee {
       PoeSm* sm;
-      Wire::IntfId intf;
       // The neighbours that send a power request, kept one changed neighbour at a time,
       // in index order (a sorted vector: one word on a port where nobody asks).
       Vel::SmallVector<int> requesting;

@@ -11,9 +11,9 @@
 
 namespace Lldp::Agent::Protocol {
 
-LocalPortPoeInfoSm::LocalPortPoeInfoSm(Root* root, const Wire::IntfId& intf,
+LocalPortPoeInfoSm::LocalPortPoeInfoSm(const LocalPortSm* owner,
                                        Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo)
-    : root_(root), intfId_(intf) {
+    : owner_(owner) {
    notifierIs(poeInfo);
 }
 
@@ -24,8 +24,9 @@ void LocalPortPoeInfoSm::doClose() {
 }
 
 void LocalPortPoeInfoSm::handleAttrsChanged() {
-   VEL_TRACE(traceLldpProtocolSm, 8, "LocalPortPoeInfoSm::handleAttrsChanged() for " << intfId_);
-   handleLocalPortAttrsChanged(*root_, intfId_);
+   const Wire::IntfId& intf = owner_->localPort()->intfId();
+   VEL_TRACE(traceLldpProtocolSm, 8, "LocalPortPoeInfoSm::handleAttrsChanged() for " << intf);
+   handleLocalPortAttrsChanged(*owner_->root(), intf);
 }
 
 LocalPortSm::LocalPortSm(Root* root, Lldp::LocalPort::PtrConst localPort)
@@ -56,7 +57,7 @@ void LocalPortSm::handleLocalPortPoE() {
       localPortPoeInfoSm_ = nullptr;
    }
    if (poeInfo) {
-      localPortPoeInfoSm_ = Vel::make<LocalPortPoeInfoSm>(root_, localPort_->intfId(), poeInfo);
+      localPortPoeInfoSm_ = Vel::make<LocalPortPoeInfoSm>(this, poeInfo);
       localPortPoeInfoSm_->handleInitialized();
    }
 }

@@ -24,11 +24,13 @@ class Root;
 class ProtocolSm;
 class OnOffSwitchSm;
 
-// Watches one local port's PoE record: what it says goes into the Power via MDI TLV.
+class LocalPortSm;
+
+// Watches one local port's PoE record: what it says goes into the Power via MDI TLV. The
+// port's machine owns it and closes it before it goes.
 class LocalPortPoeInfoSm : public Vel::RefCounted, private Lldp::LocalPortPoeInfo::Notifiee {
 public:
-   LocalPortPoeInfoSm(Root* root, const Wire::IntfId& intf,
-                      Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo);
+   LocalPortPoeInfoSm(const LocalPortSm* owner, Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo);
    // Held as the notifiee's own, from construction until doClose().
    Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo() const { return notifier(); }
    void handleInitialized();
@@ -38,8 +40,7 @@ public:
 private:
    void poePortStatusChanged() override { handleAttrsChanged(); }
    void remoteSystemChanged() override { handleAttrsChanged(); }
-   Root* root_;
-   Wire::IntfId intfId_;
+   const LocalPortSm* owner_;
 };
 
 // Watches one local port record: a change of one of its seven advertised attributes (port
@@ -50,6 +51,8 @@ private:
 class LocalPortSm : public Vel::RefCounted, private Lldp::LocalPort::Notifiee {
 public:
    LocalPortSm(Root* root, Lldp::LocalPort::PtrConst localPort);
+   Root* root() const { return root_; }
+   const Wire::IntfId& intfId() const { return localPort_->intfId(); }
    const Lldp::LocalPort::PtrConst& localPort() const { return localPort_; }
    const Vel::Ptr<LocalPortPoeInfoSm>& localPortPoeInfoSm() const { return localPortPoeInfoSm_; }
    void handleInitialized();
