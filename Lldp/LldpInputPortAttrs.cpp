@@ -66,7 +66,7 @@ void InputSm::handleSwitchIntfConfig(const Wire::IntfId& intf) {
    }
    if (sw && it == switchIntfConfigSm_.end()) {
       auto sm = Vel::make<SwitchIntfConfigSm>(root_, sw);
-      switchIntfConfigSm_[intf] = sm;
+      switchIntfConfigSm_.add(sm);
       sm->handleInitialized();
    }
    // The ports this switchport governs: itself, or an aggregate's members.
@@ -80,24 +80,31 @@ Wire::IntfId InputSm::governingSwitchIntf(const Wire::IntfId& port) const {
    return lag.empty() ? port : lag;
 }
 
+Wire::IntfId InputSm::servingSwitchIntf(const Wire::IntfId& port) const {
+   if (auto it = aggregateServed_.find(port); it != aggregateServed_.end()) return it->second;
+   auto own = switchIntfConfigSm_.find(port);
+   if (own != switchIntfConfigSm_.end() && own->second->associatedIntfIdHas(port)) return port;
+   return {};
+}
+
 void InputSm::doSyncPortSwitchIntf(Lldp::LocalPort& localPort) {
    const Wire::IntfId& port = localPort.intfId();
    const Wire::IntfId governing = governingSwitchIntf(port);
-   auto served = portSwitchIntf_.find(port);
-   if (served != portSwitchIntf_.end() && served->second != governing) {
-      if (auto it = switchIntfConfigSm_.find(served->second); it != switchIntfConfigSm_.end()) {
+   const Wire::IntfId served = servingSwitchIntf(port);
+   if (!served.empty() && served != governing) {
+      if (auto it = switchIntfConfigSm_.find(served); it != switchIntfConfigSm_.end()) {
          it->second->doRemovePort(port);
       }
-      portSwitchIntf_.erase(served);
+      aggregateServed_.erase(port);
    }
    auto it = switchIntfConfigSm_.find(governing);
    if (it == switchIntfConfigSm_.end()) {
-      portSwitchIntf_.erase(port);
+      aggregateServed_.erase(port);
       localPort.portVlanIdIs(0);
       if (auto pc = root_->config()->portConfig(port)) doSyncPortConfigAdminStatus(*pc);
       return;
    }
-   portSwitchIntf_[port] = governing;
+   if (governing != port) aggregateServed_[port] = governing;
    if (it->second->associatedIntfIdHas(port)) {
       it->second->doSyncLocalPort(localPort);
       if (auto pc = root_->config()->portConfig(port)) doSyncPortConfigAdminStatus(*pc);
@@ -107,12 +114,12 @@ void InputSm::doSyncPortSwitchIntf(Lldp::LocalPort& localPort) {
 }
 
 void InputSm::doRemoveLocalPort(const Wire::IntfId& port) {
-   auto served = portSwitchIntf_.find(port);
-   if (served == portSwitchIntf_.end()) return;
-   if (auto it = switchIntfConfigSm_.find(served->second); it != switchIntfConfigSm_.end()) {
+   const Wire::IntfId served = servingSwitchIntf(port);
+   if (served.empty()) return;
+   if (auto it = switchIntfConfigSm_.find(served); it != switchIntfConfigSm_.end()) {
       it->second->doRemovePort(port);
    }
-   portSwitchIntf_.erase(served);
+   aggregateServed_.erase(port);
 }
 
 void InputSm::handleIntfConfig(const Wire::IntfId& intf) {

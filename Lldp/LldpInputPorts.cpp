@@ -254,7 +254,7 @@ void ActiveEthIntfStatusDirSm::handlePhyIntfStatus(const Wire::IntfId& intf) {
          mgmt->handleInitialized();
       }
       auto sm = Vel::make<EthPhyIntfStatusSm>(root_, status);
-      ethPhyIntfStatusSm_[intf] = sm;
+      ethPhyIntfStatusSm_.add(sm);
       sm->handleInitialized();
    }
 }

@@ -115,7 +115,7 @@ public:
    void doClose();
    void handlePhyIntfStatus(const Wire::IntfId& intf);
    void handleLagIntfStatus(const Wire::IntfId& lag);
-   const Wire::IntfMap<Vel::Ptr<EthPhyIntfStatusSm>>& ethPhyIntfStatusSm() const {
+   const Wire::MachineMap<EthPhyIntfStatusSm>& ethPhyIntfStatusSm() const {
       return ethPhyIntfStatusSm_;
    }
    MgmtEthPhyIntfStatusSm* mgmtEthPhyIntfStatusSm(const Wire::IntfId& intf) const;
@@ -133,7 +133,7 @@ private:
    Root* root_;
    Interface::EthPhyIntfStatusDir::PtrConst phyDir_;
    Interface::EthLagIntfStatusDir::PtrConst lagDir_;
-   Wire::IntfMap<Vel::Ptr<EthPhyIntfStatusSm>> ethPhyIntfStatusSm_;
+   Wire::MachineMap<EthPhyIntfStatusSm> ethPhyIntfStatusSm_;
    Wire::IntfMap<Vel::Ptr<MgmtEthPhyIntfStatusSm>> mgmtEthPhyIntfStatusSm_;
    Wire::IntfMap<Vel::Ptr<EthLagIntfStatusSm>> ethLagIntfStatusSm_;
    PhyDirReactor phyDirReactor_;

@@ -331,7 +331,7 @@ void InputSm::doClose() {
    externalTlvConfigSm_.clear();
    for (const auto& sm : Wire::valuesOf(switchIntfConfigSm_)) sm->doClose();
    switchIntfConfigSm_.clear();
-   portSwitchIntf_.clear();
+   aggregateServed_.clear();
    for (const auto& sm : Wire::valuesOf(ethPhyIntfConfigSm_)) sm->doClose();
    ethPhyIntfConfigSm_.clear();
    for (const auto& sm : Wire::valuesOf(cliPortConfigSm_)) sm->doClose();

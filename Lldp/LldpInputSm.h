@@ -439,6 +439,8 @@ private:
    // The governing switchport of a port: its aggregate's, or its own.
    Wire::IntfId governingSwitchIntf(const Wire::IntfId& port) const;
    void doSyncPortSwitchIntf(Lldp::LocalPort& localPort);
+   // The interface whose switchport machine serves the port now; empty for none.
+   Wire::IntfId servingSwitchIntf(const Wire::IntfId& port) const;
 
    Root* root_;
    Lldp::CliConfig::PtrConst cliConfig_;
@@ -452,9 +454,10 @@ private:
    bool initialized_ = false;
    Wire::IntfMap<Vel::Ptr<CliPortConfigSm>> cliPortConfigSm_;
    Wire::IntfMap<Vel::Ptr<EthPhyIntfConfigSm>> ethPhyIntfConfigSm_;
-   Wire::IntfMap<Vel::Ptr<SwitchIntfConfigSm>> switchIntfConfigSm_;
-   // Which switchport machine serves each port.
-   Wire::IntfMap<Wire::IntfId> portSwitchIntf_;
+   Wire::MachineMap<SwitchIntfConfigSm> switchIntfConfigSm_;
+   // The aggregate whose switchport machine serves a member port. A port its own machine
+   // serves has no entry (most ports: the machine's own set says so).
+   Wire::IntfMap<Wire::IntfId> aggregateServed_;
    std::map<Bridging::VlanId, Vel::Ptr<VlanBridgingConfigSm>> vlanBridgingConfigSm_;
    Wire::IntfMap<Vel::Ptr<IpIntfStatusSm>> ipIntfStatusSm_;
    std::map<std::string, Vel::Ptr<ExternalTlvConfigSm>> externalTlvConfigSm_;

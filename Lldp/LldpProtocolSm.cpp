@@ -127,8 +127,7 @@ void ProtocolSm::handlePam(const Wire::IntfId& intf) {
 }
 
 Vel::Ptr<LldpPamSm> ProtocolSm::lldpPamSm(const Wire::IntfId& intf) const {
-   auto it = lldpPamSm_.find(intf);
-   return it == lldpPamSm_.end() ? nullptr : it->second;
+   return lldpPamSm_.member(intf);
 }
 
 Vel::Ptr<LldpPamSm> ProtocolSm::lldpPamSmIs(const Wire::IntfId& intf,
@@ -136,7 +135,7 @@ Vel::Ptr<LldpPamSm> ProtocolSm::lldpPamSmIs(const Wire::IntfId& intf,
    VEL_ASSERT(!lldpPamSmHas(intf), "!lldpPamSmHas( intfId )");
    VEL_TRACE(traceLldpProtocolSm, 4, "Creating LldpPamSm for " << intf);
    auto sm = Vel::make<LldpPamSm>(intf, pam, Vel::Ptr<const Root>(root_));
-   lldpPamSm_[intf] = sm;
+   lldpPamSm_.add(sm);
    sm->handleInitialized();
    return sm;
 }
@@ -170,7 +169,7 @@ void ProtocolSm::handleLocalPort(const Wire::IntfId& intf) {
 
 Vel::Ptr<LocalPortSm> ProtocolSm::localPortSmIs(const Wire::IntfId& intf) {
    auto sm = Vel::make<LocalPortSm>(root_, root_->localSystem()->localPort(intf));
-   localPortSm_[intf] = sm;
+   localPortSm_.add(sm);
    sm->handleInitialized();
    return sm;
 }

@@ -85,8 +85,8 @@ void handleLocalPortAttrsChanged(Root& root, const Wire::IntfId& intf);
 // advertised attributes into a local change of every port, as it happens.
 class ProtocolSm : public Vel::RefCounted {
 public:
-   using LldpPamSmMap = Wire::IntfMap<Vel::Ptr<LldpPamSm>>;
-   using LocalPortSmMap = Wire::IntfMap<Vel::Ptr<LocalPortSm>>;
+   using LldpPamSmMap = Wire::MachineMap<LldpPamSm>;
+   using LocalPortSmMap = Wire::MachineMap<LocalPortSm>;
 
    explicit ProtocolSm(Root* root);
    ~ProtocolSm() override;

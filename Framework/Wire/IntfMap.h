@@ -1,9 +1,16 @@
 // Maps and sets keyed by interface, for what a machine keeps per port: B-trees, whose
-// nodes hold their entries side by side (about 37 bytes an entry for a pointer beside the
-// 24-byte identifier) where a red-black tree allocates an 80-byte block for each. A change
+// nodes hold their entries side by side (about 25 bytes an entry for a pointer beside the
+// 16-byte identifier) where a red-black tree allocates a 64-byte block for each. A change
 // moves the other entries: nothing keeps an iterator or a reference into one across an
 // insertion or an erasure, and a loop whose body may change the map walks a copy
 // (`valuesOf`).
+//
+// A machine that keeps its interface for its whole life (`intfId()`, read from a record
+// it holds from construction to destruction) goes in a MachineMap instead: the B-tree
+// holds the machines' pointers alone, about 9 bytes an entry, and reads each key from its
+// machine. It reads like a map (find, erase, iteration over items with `first` and
+// `second`); members are added with `add(sm)`, and a loop may change it while it runs
+// (see Vel::EntitySet).
 #pragma once
 
 #include <absl/container/btree_map.h>
@@ -11,6 +18,7 @@
 
 #include <vector>
 
+#include "Framework/Vel/CompactMap.h"
 #include "Framework/Wire/IntfId.h"
 
 namespace Wire {
@@ -18,6 +26,13 @@ namespace Wire {
 template <class V>
 using IntfMap = absl::btree_map<IntfId, V>;
 using IntfSet = absl::btree_set<IntfId>;
+
+template <class Sm>
+struct MachineIntf {
+   const IntfId& operator()(const Sm& sm) const { return sm.intfId(); }
+};
+template <class Sm>
+using MachineMap = Vel::EntitySet<IntfId, Sm, MachineIntf<Sm>>;
 
 // The values of a map of machines, for a loop whose body may add or remove machines.
 template <class M>
