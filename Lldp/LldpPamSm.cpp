@@ -176,22 +176,17 @@ constexpr Vel::Seconds txLateLimit = 1;
 
 Vel::Seconds LldpPamSm::txNow() const {
    const Vel::Seconds now = loopNow();
-   return inTxClock_ && now - txDue_ < txLateLimit ? txDue_ : now;
+   const Vel::Seconds due = txClock_.firingTime();  // never unless in handleTxClock()
+   return due != Vel::never && now - due < txLateLimit ? due : now;
 }
 
 void LldpPamSm::txClockAt(Vel::Seconds t) {
-   txDue_ = t;
    txClock_.timeMinIs(t);
 }
 
 void LldpPamSm::handleTxClock() {
    VEL_ASSERT(initialized(), "initialized()");
    const Vel::Ptr<LldpPamSm> self(this);  // a frame sent may reach whoever drops us
-   inTxClock_ = true;
-   struct Reset {
-      bool& flag;
-      ~Reset() { flag = false; }
-   } reset{inTxClock_};
    switch (txFsmState_) {
       case txFsmTxWait:
          VEL_TRACE(traceLldpProtocolSm, 6, "txDelayWhile timer expired: txWait -> txDelay");

@@ -158,9 +158,7 @@ private:
    Lldp::LocalPort::PtrConst localPort_;
    TxFsmState txFsmState_ = txFsmUninitialized;
    TxFsmState lastTxFsmState_ = txFsmUninitialized;
-   bool inTxClock_ = false;  // handleTxClock() is running
    bool initialized_ = false;
-   Vel::Seconds txDue_ = Vel::never;  // what txClock was last set to
    // The end of the current rate-limit interval, and the configured length as last seen
    // (it applies to intervals that start after it was set).
    Vel::Seconds rxRateLimitEnd_ = 0;

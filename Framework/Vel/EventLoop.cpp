@@ -95,6 +95,7 @@ private:
 // What a clock's handler may do to the clock while it runs, recorded for the loop.
 struct Clock::Firing {
    Clock* clock;
+   Seconds time;  // what the clock was scheduled for
    bool destroyed = false;
    bool handlerSet = false;
 };
@@ -189,7 +190,7 @@ struct EventLoop::Impl {
    // replaces its handler) does not destroy the function that is running.
    void fire(Clock* c) {
       unschedule(c);
-      c->timeMin_ = never;
+      const Seconds due = std::exchange(c->timeMin_, never);
       if (!c->handler_) return;
       struct Guard {
          Clock::Firing firing;
@@ -199,7 +200,7 @@ struct EventLoop::Impl {
             if (firing.destroyed) return;
             if (!firing.handlerSet) firing.clock->handler_ = std::move(handler);
          }
-      } guard{{c}, std::move(c->handler_)};
+      } guard{{c, due}, std::move(c->handler_)};
       c->handler_ = nullptr;
       Clock::firing = &guard.firing;
       guard.handler();
@@ -477,6 +478,10 @@ Clock::~Clock() {
 void Clock::handlerIs(Callback handler) {
    handler_ = std::move(handler);
    if (firing != nullptr && firing->clock == this) firing->handlerSet = true;
+}
+
+Seconds Clock::firingTime() const {
+   return firing != nullptr && firing->clock == this ? firing->time : never;
 }
 
 void Clock::timeMinIs(Seconds t) {

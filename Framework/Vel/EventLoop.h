@@ -108,6 +108,9 @@ public:
    void handlerIs(Callback handler);
    Seconds timeMin() const { return timeMin_; }
    void timeMinIs(Seconds t);
+   // While its handler runs, the time it was scheduled for (the loop's time may be a
+   // little later); never otherwise.
+   Seconds firingTime() const;
 
 private:
    friend class EventLoop;
