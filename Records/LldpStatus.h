@@ -47,10 +47,10 @@ namespace Lldp {
    COUNTER(uint32_t, rxLldpdusRateLimited)                                    \
    COUNTER(uint32_t, rxNeighborsRefused)                                      \
    COUNTER(uint32_t, rxNeighborsRefusedTotalLimit)                            \
-   ATTR(Vel::Seconds, lastTxTime, 0)                                          \
-   COUNTER(uint32_t, nextRemoteSystemIndex)                                   \
    ATTR(bool, vlanNamesChanged, false)                                        \
    ATTR(bool, vlanNamesIncomplete, false)                                     \
+   ATTR(Vel::Seconds, lastTxTime, 0)                                          \
+   COUNTER(uint32_t, nextRemoteSystemIndex)                                   \
    ECOLL(int, RemoteSystem, remoteSystem)                                     \
    REFCOLL(Msap, RemoteSystem, remoteSystemByMsap, msap)                      \
    COLL(Bridging::VlanId, VlanName, vlanName)                                 \
