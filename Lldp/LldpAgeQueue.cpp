@@ -8,19 +8,18 @@ void LldpAgeQueue::push(Vel::Seconds time, int index) {
    // Grows by half, not double: a port of many neighbours keeps a quarter of its queue
    // spare on average instead of half.
    if (heap_.size() == heap_.capacity()) heap_.reserve(heap_.size() + heap_.size() / 2 + 16);
-   if (heap_.empty()) heap_.push_back(Entry{0, 0});
    heap_.push_back(Entry{time, index});
-   std::push_heap(first(), heap_.end(), later);
-   heap_[0].time = std::max(heap_[0].time, time);
+   std::push_heap(heap_.begin(), heap_.end(), later);
+   latestQueued_ = std::max(latestQueued_, time);
 }
 
 void LldpAgeQueue::popFront() {
-   std::pop_heap(first(), heap_.end(), later);
+   std::pop_heap(heap_.begin(), heap_.end(), later);
    heap_.pop_back();
 }
 
 void LldpAgeQueue::queueIs(const Lldp::RemoteSystem& remote, const Table& table) {
-   if (entries() >= table.size() + table.size() / 2 + 16) {
+   if (heap_.size() >= table.size() + table.size() / 2 + 16) {
       rebuildFrom(table);  // the neighbour is in the table: it has its entry now
       return;
    }
@@ -29,24 +28,24 @@ void LldpAgeQueue::queueIs(const Lldp::RemoteSystem& remote, const Table& table)
 
 void LldpAgeQueue::rebuildFrom(const Table& table) {
    heap_.clear();
-   if (table.empty()) return;
-   heap_.push_back(Entry{0, 0});
+   latestQueued_ = 0;
    for (const auto& [index, remote] : table) {
       heap_.push_back(Entry{remote->expiryTime(), index});
-      heap_[0].time = std::max(heap_[0].time, remote->expiryTime());
+      latestQueued_ = std::max(latestQueued_, remote->expiryTime());
    }
-   std::make_heap(first(), heap_.end(), later);
+   std::make_heap(heap_.begin(), heap_.end(), later);
 }
 
 void LldpAgeQueue::clear() {
    heap_.clear();
+   latestQueued_ = 0;
 }
 
 void LldpAgeQueue::expiredAt(Vel::Seconds now, const Table& table,
                              std::vector<Vel::Ptr<Lldp::RemoteSystem>>& expired) {
    const size_t first = expired.size();
-   while (entries() != 0) {
-      const Entry top = heap_[1];
+   while (!heap_.empty()) {
+      const Entry top = heap_[0];
       const auto it = table.find(top.index);
       if (it == table.end()) {
          popFront();  // the neighbour went some other way
@@ -71,7 +70,7 @@ void LldpAgeQueue::expiredAt(Vel::Seconds now, const Table& table,
 }
 
 Vel::Seconds LldpAgeQueue::front() const {
-   return entries() == 0 ? Vel::never : heap_[1].time;
+   return heap_.empty() ? Vel::never : heap_[0].time;
 }
 
 }  // namespace Lldp::Agent::Protocol

@@ -42,8 +42,8 @@ public:
    // when the queue is empty.
    Vel::Seconds front() const;
    // The latest time ever queued since the last rebuild: no entry is later.
-   Vel::Seconds latestQueued() const { return heap_.empty() ? 0 : heap_[0].time; }
-   size_t entries() const { return heap_.empty() ? 0 : heap_.size() - 1; }
+   Vel::Seconds latestQueued() const { return latestQueued_; }
+   size_t entries() const { return heap_.size(); }
 
 private:
    // 12 bytes: a neighbour costs the queue one and a half words.
@@ -59,13 +59,8 @@ private:
    void push(Vel::Seconds time, int index);
    void popFront();
 
-   // The heap is heap_[1..]; heap_[0] holds latestQueued() as its time, so that the queue
-   // is one word while the port has never had a neighbour. Empty, or the mark and the
-   // entries.
-   Vel::SmallVector<Entry> heap_;
-   Entry* first() {
-      return heap_.begin() + 1;
-   }
+   Vel::SmallVector<Entry> heap_;  // a word while the port has no neighbours
+   Vel::Seconds latestQueued_ = 0;
 };
 
 }  // namespace Lldp::Agent::Protocol
