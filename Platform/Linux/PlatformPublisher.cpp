@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstdio>
 #include <fstream>
 #include <map>
@@ -28,6 +30,45 @@ std::string cut(std::string s) {
    if (s.size() > maxTextBytes) s.resize(maxTextBytes);
    return s;
 }
+
+// What one publication placed, by interface: the kinds of record each got. One map where
+// a set per kind would hold every name again: publishing a thousand ports at start-up is
+// the daemon's largest moment.
+enum PublishedKind : uint8_t {
+   publishedAny = 1,
+   publishedPort = 2,
+   publishedFramePort = 4,
+   publishedSwitchport = 8,
+   publishedLag = 16,
+   publishedIp = 32,
+   publishedIp6 = 64,
+};
+
+class Published {
+public:
+   void add(const Wire::IntfId& id, PublishedKind kind) {
+      uint8_t& kinds = kinds_[id];
+      if (!(kinds & kind)) ++counts_[size_t(std::countr_zero(unsigned(kind)))];
+      kinds |= kind;
+   }
+   size_t count(PublishedKind kind) const {
+      return counts_[size_t(std::countr_zero(unsigned(kind)))];
+   }
+   // The interfaces of one kind, as dropExcept asks for them.
+   struct Of {
+      const Published& published;
+      PublishedKind kind;
+      size_t count(const Wire::IntfId& id) const {
+         const auto it = published.kinds_.find(id);
+         return it != published.kinds_.end() && (it->second & kind) ? 1 : 0;
+      }
+   };
+   Of of(PublishedKind kind) const { return Of{*this, kind}; }
+
+private:
+   Wire::IntfMap<uint8_t> kinds_;
+   std::array<size_t, 7> counts_{};
+};
 
 // Deletes every member of `current` whose key is not in `keep`.
 template <class Map, class Keep, class Del>
@@ -176,7 +217,7 @@ PlatformPublisher::PlatformPublisher(Vel::StateDb& db)
 
 void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
    const Derivation d(m, o);
-   Wire::IntfSet ports, all, lags, switchports;
+   Published published;
    std::map<uint16_t, Wire::IntfSet> vlanMembers;
    std::vector<const LinkInfo*> bridges;
    std::optional<Wire::EthAddr> lowestEthMac, lowestMgmtMac;
@@ -196,12 +237,11 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
          sw->switchportModeIs(Bridging::switchportModeRouted);
          sw->nativeVlanIs(Bridging::VlanIdOrNone(0));
       }
-      switchports.insert(id);
+      published.add(id, publishedSwitchport);
       return sp.bridged;
    };
 
    bool anyBridged = false;
-   Wire::IntfSet framePorts;
    for (const auto& [index, l] : m.links) {
       if (!d.publishable(l)) continue;
       const Wire::IntfId id = d.idOf(l);
@@ -213,7 +253,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
          // Readers of the directory learn that an interface they know changed inside.
          allStatus->intfStatusTouched(id);
       }
-      all.insert(id);
+      published.add(id, publishedAny);
 
       if (l.kind == "bridge") bridges.push_back(&l);
       if (l.kind == "bond") {
@@ -224,7 +264,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
          }
          for (const auto& member : members) lag->memberIs(member, true);
          dropExcept(lag->member(), members, [&](const Wire::IntfId& k) { lag->memberDel(k); });
-         lags.insert(id);
+         published.add(id, publishedLag);
          anyBridged |= publishSwitchport(l, id);
       }
       if (!isPortLink(l)) continue;
@@ -244,7 +284,7 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
          // The largest frame this port takes, at most what the frame size TLV carries.
          bridging->intfMaxFrameSizeIs(
              id, std::min<uint32_t>(portMaxMtu, 0xffff - ethOverhead) + ethOverhead);
-         framePorts.insert(id);
+         published.add(id, publishedFramePort);
       }
       const bool bridged = publishSwitchport(l, id);
       anyBridged |= bridged;
@@ -252,20 +292,20 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
                              : bridged                     ? Interface::forwardingModelBridged
                                                            : Interface::forwardingModelRouted);
       ethConfig->intfConfigIs(id)->descriptionIs(cut(l.alias.stringValue()));
-      ports.insert(id);
+      published.add(id, publishedPort);
       if (id.isEthernet()) maxMtu = std::max(maxMtu, l.mtu);
    }
-   dropExcept(ethStatus->intfStatus(), ports,
+   dropExcept(ethStatus->intfStatus(), published.of(publishedPort),
               [&](const Wire::IntfId& k) { ethStatus->intfStatusDel(k); });
-   dropExcept(ethConfig->intfConfig(), ports,
+   dropExcept(ethConfig->intfConfig(), published.of(publishedPort),
               [&](const Wire::IntfId& k) { ethConfig->intfConfigDel(k); });
-   dropExcept(allStatus->intfStatus(), all,
+   dropExcept(allStatus->intfStatus(), published.of(publishedAny),
               [&](const Wire::IntfId& k) { allStatus->intfStatusDel(k); });
-   dropExcept(lagStatus->intfStatus(), lags,
+   dropExcept(lagStatus->intfStatus(), published.of(publishedLag),
               [&](const Wire::IntfId& k) { lagStatus->intfStatusDel(k); });
-   dropExcept(bridging->intfMaxFrameSize(), framePorts,
+   dropExcept(bridging->intfMaxFrameSize(), published.of(publishedFramePort),
               [&](const Wire::IntfId& k) { bridging->intfMaxFrameSizeDel(k); });
-   dropExcept(bridging->switchIntfConfig(), switchports,
+   dropExcept(bridging->switchIntfConfig(), published.of(publishedSwitchport),
               [&](const Wire::IntfId& k) { bridging->switchIntfConfigDel(k); });
    anyBridgePort = anyBridged;
 
@@ -295,7 +335,6 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
    dropExcept(bridging->vlanConfig(), vlans,
               [&](const Bridging::VlanId& k) { bridging->vlanConfigDel(k); });
 
-   Wire::IntfSet ipIntfs, ip6Intfs;
    for (const auto& [index, list] : m.addrs) {
       const LinkInfo* l = m.link(index);
       if (!l) continue;  // the link's own message is still on its way
@@ -325,23 +364,25 @@ void PlatformPublisher::publish(const NetModel& m, const PlatformOptions& o) {
          dropExcept(ip->secondaryWithMask(), secondaries,
                     [&](const Wire::IpAddrWithMask& k) { ip->secondaryWithMaskDel(k); });
          ip->vrfIs(d.vrfOf(*l));
-         ipIntfs.insert(id);
+         published.add(id, publishedIp);
       }
       if (!v6.empty()) {
          auto ip6 = ip6Status->intfIs(id);
          for (const auto& [addr, len] : v6) ip6->addrIs(addr, len);
          dropExcept(ip6->addr(), v6, [&](const Wire::Ip6Addr& k) { ip6->addrDel(k); });
-         ip6Intfs.insert(id);
+         published.add(id, publishedIp6);
       }
    }
-   dropExcept(ipStatus->ipIntfStatus(), ipIntfs,
+   dropExcept(ipStatus->ipIntfStatus(), published.of(publishedIp),
               [&](const Wire::IntfId& k) { ipStatus->ipIntfStatusDel(k); });
-   dropExcept(ip6Status->intf(), ip6Intfs, [&](const Wire::IntfId& k) { ip6Status->intfDel(k); });
+   dropExcept(ip6Status->intf(), published.of(publishedIp6),
+              [&](const Wire::IntfId& k) { ip6Status->intfDel(k); });
 
    if (m.ipForwarding) routing->ipRoutingIs(*m.ipForwarding);
    VEL_TRACE(platformTrace, 4,
-             "published " << all.size() << " interfaces, " << ports.size() << " ports, "
-                          << vlans.size() << " VLANs, system MAC " << systemMac);
+             "published " << published.count(publishedAny) << " interfaces, "
+                          << published.count(publishedPort) << " ports, " << vlans.size()
+                          << " VLANs, system MAC " << systemMac);
 }
 
 std::string PlatformPublisher::systemDescription() {
