@@ -184,8 +184,7 @@ void NetworkPolicySm::doClose() {
    configReactor_.notifierIs(nullptr);
    statusReactor_.notifierIs(nullptr);
    localSystemReactor_.notifierIs(nullptr);
-   for (const auto& sm : Wire::valuesOf(networkPolicyPortStatusSm_)) sm->doClose();
-   networkPolicyPortStatusSm_.clear();
+   Wire::closeAll(networkPolicyPortStatusSm_);
    for (const auto& [intf, lp] : root_->localSystem()->localPort()) {
       lp->localNetworkPolicyTlvDelAll();
    }
@@ -215,7 +214,7 @@ void NetworkPolicySm::handleNetworkPolicyPortStatus(const Wire::IntfId& intf) {
       VEL_TRACE(traceLldpAgent, 6,
                 "NetworkPolicySm::handleNetworkPolicyPortStatus( " << intf << " ) creating SM");
       auto sm = Vel::make<NetworkPolicyPortStatusSm>(this, ps);
-      networkPolicyPortStatusSm_[intf] = sm;
+      networkPolicyPortStatusSm_.add(sm);
       sm->handleInitialized();
    }
    handleNetworkPolicyConfig(intf);

@@ -67,6 +67,7 @@ class NetworkPolicyPortStatusSm : public Vel::RefCounted,
 public:
    NetworkPolicyPortStatusSm(NetworkPolicySm* sm, Lldp::PortStatus::PtrConst portStatus);
    Lldp::PortStatus::PtrConst portStatus() const { return PortStatusReactor::notifier(); }
+   const Wire::IntfId& intfId() const { return PortStatusReactor::notifier()->intfId(); }
    void handleInitialized();
    void doClose();
    void handleNetworkPolicyRequest(const Wire::IntfId& intf);
@@ -125,7 +126,7 @@ private:
       }
    };
    Root* root_;
-   Wire::IntfMap<Vel::Ptr<NetworkPolicyPortStatusSm>> networkPolicyPortStatusSm_;
+   Wire::MachineMap<NetworkPolicyPortStatusSm> networkPolicyPortStatusSm_;
    ConfigReactor configReactor_;
    StatusReactor statusReactor_;
    LocalSystemReactor localSystemReactor_;

@@ -137,7 +137,7 @@ void InputSm::handleIntfConfig(const Wire::IntfId& intf) {
    if (intfConfig && it == ethPhyIntfConfigSm_.end()) {
       VEL_ASSERT(!ethPhyIntfConfigSmHas(intf), "!ethPhyIntfConfigSmHas( intfId )");
       auto sm = Vel::make<EthPhyIntfConfigSm>(root_, intfConfig);
-      ethPhyIntfConfigSm_[intf] = sm;
+      ethPhyIntfConfigSm_.add(sm);
       sm->handleInitialized();
    }
 }

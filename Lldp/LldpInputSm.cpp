@@ -332,8 +332,7 @@ void InputSm::doClose() {
    for (const auto& sm : Wire::valuesOf(switchIntfConfigSm_)) sm->doClose();
    switchIntfConfigSm_.clear();
    aggregateServed_.clear();
-   for (const auto& sm : Wire::valuesOf(ethPhyIntfConfigSm_)) sm->doClose();
-   ethPhyIntfConfigSm_.clear();
+   Wire::closeAll(ethPhyIntfConfigSm_);
    for (const auto& sm : Wire::valuesOf(cliPortConfigSm_)) sm->doClose();
    cliPortConfigSm_.clear();
    for (auto& [vlanId, sm] : vlanBridgingConfigSm_) sm->doClose();

@@ -453,7 +453,7 @@ private:
    Vel::Ptr<const Vel::Dir> externalTlvsDir_;
    bool initialized_ = false;
    Wire::IntfMap<Vel::Ptr<CliPortConfigSm>> cliPortConfigSm_;
-   Wire::IntfMap<Vel::Ptr<EthPhyIntfConfigSm>> ethPhyIntfConfigSm_;
+   Wire::MachineMap<EthPhyIntfConfigSm> ethPhyIntfConfigSm_;
    Wire::MachineMap<SwitchIntfConfigSm> switchIntfConfigSm_;
    // The aggregate whose switchport machine serves a member port. A port its own machine
    // serves has no entry (most ports: the machine's own set says so).

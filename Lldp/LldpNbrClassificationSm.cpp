@@ -82,6 +82,8 @@ public:
       notifierIs(ps);
    }
    Lldp::PortStatus::PtrConst portStatus() const { return notifier(); }
+   const Wire::IntfId& intfId() const { return notifier()->intfId(); }
+   void doClose() { notifierIs(nullptr); }
    // What each neighbour said, by its index in the port's table; the stations they make;
    // the neighbours a clear request forgot, watched until they send again. The first two
    // hold every neighbour of the port, so they are flat tables of a few words an entry,
@@ -163,8 +165,7 @@ void NbrClassificationSm::doClose() {
    initialized_ = false;
    cliReactor_.notifierIs(nullptr);
    statusReactor_.notifierIs(nullptr);
-   for (auto& [intf, port] : portSm_) port->notifierIs(nullptr);
-   portSm_.clear();
+   Wire::closeAll(portSm_);
    status_->entryDelAll();
    doResetCounts();
 }
@@ -196,7 +197,7 @@ void NbrClassificationSm::handlePortStatus(const Wire::IntfId& intf) {
       VEL_TRACE(traceLldpNbrClassification, 6,
                 "NbrClassificationSm::handlePortStatus( " << intf << " ) adding port");
       auto port = Vel::make<PortSm>(this, ps);
-      portSm_[intf] = port;
+      portSm_.add(port);
       for (const auto& [index, remote] : ps->remoteSystem()) handleRemoteSystem(intf, index);
    }
 }
@@ -416,7 +417,7 @@ void NbrClassificationSm::handleClearRequest() {
    const Wire::EthAddr& ethAddr = cliConfig_->clearRequestEthAddr();
    const Wire::IntfId& onlyIntf = cliConfig_->clearRequestIntfId();
    std::set<EntryKey> keys;
-   for (auto& [intf, port] : portSm_) {
+   for (const auto& [intf, port] : portSm_) {
       if (!port->tables || (!onlyIntf.empty() && intf != onlyIntf)) continue;
       for (auto& [index, l] : port->tables->learned) {
          if (l.cleared || (!ethAddr.isZero() && l.ethAddr != ethAddr)) continue;

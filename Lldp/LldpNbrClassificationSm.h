@@ -89,7 +89,7 @@ private:
    Lldp::Status::PtrConst lldpStatus_;
    Identity::NbrClassification::Status::Ptr status_;
    Identity::NbrClassification::CliConfig::PtrConst cliConfig_;
-   Wire::IntfMap<Vel::Ptr<PortSm>> portSm_;
+   Wire::MachineMap<PortSm> portSm_;
    CliReactor cliReactor_;
    StatusReactor statusReactor_;
    bool initialized_ = false;

@@ -5,12 +5,13 @@
 // insertion or an erasure, and a loop whose body may change the map walks a copy
 // (`valuesOf`).
 //
-// A machine that keeps its interface for its whole life (`intfId()`, read from a record
-// it holds from construction to destruction) goes in a MachineMap instead: the B-tree
-// holds the machines' pointers alone, about 9 bytes an entry, and reads each key from its
-// machine. It reads like a map (find, erase, iteration over items with `first` and
-// `second`); members are added with `add(sm)`, and a loop may change it while it runs
-// (see Vel::EntitySet).
+// A machine that knows its interface (`intfId()`, read from a record it holds) goes in a
+// MachineMap instead: the B-tree holds the machines' pointers alone, about 9 bytes an
+// entry, and reads each key from its machine, which must be able to say it for as long
+// as it is in the map (one that lets its record go when closed is taken out first:
+// `closeAll`, or erase before doClose). It reads like a map (find, erase, iteration over
+// items with `first` and `second`); members are added with `add(sm)`, and a loop may
+// change it while it runs (see Vel::EntitySet).
 #pragma once
 
 #include <absl/container/btree_map.h>
@@ -41,6 +42,16 @@ std::vector<typename M::mapped_type> valuesOf(const M& m) {
    values.reserve(m.size());
    for (const auto& [key, value] : m) values.push_back(value);
    return values;
+}
+
+// Empties a map of machines, then closes each one: a machine whose key is read from a
+// record it lets go of when closed is out of its map by then, and what closing sets off
+// finds no closed machine in it.
+template <class M>
+void closeAll(M& m) {
+   const auto machines = valuesOf(m);
+   m.clear();
+   for (const auto& sm : machines) sm->doClose();
 }
 
 }  // namespace Wire
