@@ -200,7 +200,11 @@ bool isCandidateAddr(const AddrInfo& a) {
    // or that change by design (privacy addresses) are no way to reach the switch.
    constexpr uint32_t unusable =
        IFA_F_TENTATIVE | IFA_F_DADFAILED | IFA_F_DEPRECATED | IFA_F_TEMPORARY;
-   return a.family != AF_INET6 || !(a.flags & unusable);
+   if (a.family != AF_INET6) return true;
+   // Nor does a link-local one from beyond the link; every IPv6 interface has one, so an
+   // idle port publishes nothing for it.
+   const bool linkLocal = a.bytes[0] == 0xfe && (a.bytes[1] & 0xc0) == 0x80;
+   return !linkLocal && !(a.flags & unusable);
 }
 
 PlatformPublisher::PlatformPublisher(Vel::StateDb& db)

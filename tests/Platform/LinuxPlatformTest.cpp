@@ -538,7 +538,8 @@ TEST_F(LinuxPlatformModelTest, CandidateAddressesPrimariesAndSecondaries) {
                  addr("2001:db8::1/64"),
                  addr("2001:db8::3/64", IFA_F_DEPRECATED),
                  addr("2001:db8::4/64", IFA_F_TEMPORARY),
-                 addr("2001:db8::5/64", IFA_F_DADFAILED)};
+                 addr("2001:db8::5/64", IFA_F_DADFAILED),
+                 addr("fe80::1/64")};
    m.addrs[3] = {addr("192.0.2.254/24")};
    pub.publish(m, {});
 
@@ -550,6 +551,9 @@ TEST_F(LinuxPlatformModelTest, CandidateAddressesPrimariesAndSecondaries) {
    EXPECT_EQ(secondaries, (std::vector<std::string>{"192.0.2.9/24", "203.0.113.1/24"}));
    ASSERT_TRUE(pub.ip6Status->intf(IntfId("eth0")));
    EXPECT_EQ(pub.ip6Status->intf(IntfId("eth0"))->addr().size(), 1u);  // 2001:db8::1 alone
+   m.addrs[2] = {addr("fe80::1/64")};  // a link-local address alone: nothing to publish
+   pub.publish(m, {});
+   EXPECT_FALSE(pub.ip6Status->intf(IntfId("eth0")));
 
    // The bridge's own address is its VLAN interface's.
    const IntfId br0("br0");
