@@ -22,11 +22,11 @@ void Pam::notifieeIs(Notifiee* n) {
 void Pam::readableNotifyLater() {
    if (notifyPending_) return;
    notifyPending_ = true;
-   pendingSelf_ = this;
    // Captures only the pointer, so the call fits in the function object without an
-   // allocation; pendingSelf_ keeps the Pam alive until it runs.
+   // allocation; the reference given up here keeps the Pam alive until it runs.
+   Vel::Ptr<Pam>(this).detach();
    Vel::EventLoop::instance().post([this] {
-      Vel::Ptr<Pam> self = std::move(pendingSelf_);
+      const Vel::Ptr<Pam> self = Vel::Ptr<Pam>::adopt(this);
       notifyPending_ = false;
       notifyStep();
    });

@@ -101,8 +101,7 @@ private:
    void notifyStep();
    IntfId intfId_;
    Notifiee* notifiee_ = nullptr;
-   // Holds the Pam while a notification waits in the loop.
-   Vel::Ptr<Pam> pendingSelf_;
+   // A notification waits in the loop; it holds a reference to the Pam until it runs.
    bool notifyPending_ = false;  // last: a derived class's first members fill the padding
 };
 

@@ -328,14 +328,19 @@ int LinuxPam::fd() const {
    return ring_->fd();
 }
 
+// The ring's frame offered to a port's reader right now. One at a time for all ports: the
+// ring hands its frames over one by one, and a reader reads its own port only.
+LinuxPam::Offer LinuxPam::offer_;
+
 void LinuxPam::frameIs(const char* hdr) {
    // A waiting reader takes the frame straight from the ring (unless older frames wait:
    // order is kept); anyone else gets a copy later.
    if (notifiee() && waitingCount() == 0) {
-      offered_ = hdr;
+      offer_ = {this, hdr};
       notifiee()->handleReadableCount();
-      if (!offered_) return;
-      offered_ = nullptr;
+      const bool taken = offer_.hdr == nullptr;
+      offer_ = {};
+      if (taken) return;
    }
    if (waitingCount() >= waitingLimit) {
       ++rxDropsNoPkt_;
@@ -355,7 +360,7 @@ void LinuxPam::frameIs(const char* hdr) {
 }
 
 uint32_t LinuxPam::readableCount() const {
-   return uint32_t(waitingCount()) + (offered_ ? 1 : 0);
+   return uint32_t(waitingCount()) + (offered() ? 1 : 0);
 }
 
 Vel::Ptr<Wire::Pkt> LinuxPam::rxPkt() {
@@ -367,8 +372,8 @@ Vel::Ptr<Wire::Pkt> LinuxPam::rxPkt() {
          w.pkts.clear();
          w.head = 0;
       }
-   } else if (offered_) {
-      pkt = frameToPkt(std::exchange(offered_, nullptr));
+   } else if (offered()) {
+      pkt = frameToPkt(std::exchange(offer_.hdr, nullptr));
    }
    if (pkt) ++rxFrames_;
    return pkt;

@@ -122,7 +122,6 @@ private:
    Wire::EthAddr ethAddr_;
    bool member_ = false;  // joined the LLDP group address on the interface
    Vel::Ptr<LinuxPamRing> ring_;
-   const char* offered_ = nullptr;  // the ring's frame offered to the reader right now
    // Frames kept for the reader, oldest at `head`; made when a frame first has to wait (a
    // port whose reader takes every frame at once never needs it). A vector rather than a
    // deque: a deque allocates on construction. It never holds more than waitingLimit
@@ -134,6 +133,12 @@ private:
    };
    size_t waitingCount() const { return waiting_ ? waiting_->pkts.size() - waiting_->head : 0; }
    std::unique_ptr<Waiting> waiting_;
+   struct Offer {
+      const LinuxPam* pam = nullptr;
+      const char* hdr = nullptr;
+   };
+   static Offer offer_;
+   bool offered() const { return offer_.pam == this && offer_.hdr != nullptr; }
 };
 
 }  // namespace Platform::Linux
