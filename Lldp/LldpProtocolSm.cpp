@@ -11,13 +11,9 @@
 
 namespace Lldp::Agent::Protocol {
 
-LocalPortPoeInfoSm::LocalPortPoeInfoSm(const LocalPortSm* owner,
-                                       Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo)
-    : owner_(owner) {
-   notifierIs(poeInfo);
+void LocalPortPoeInfoSm::handleInitialized(Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo) {
+   notifierIs(std::move(poeInfo));
 }
-
-void LocalPortPoeInfoSm::handleInitialized() {}
 
 void LocalPortPoeInfoSm::doClose() {
    notifierIs(nullptr);
@@ -38,8 +34,7 @@ void LocalPortSm::handleInitialized() {
 }
 
 void LocalPortSm::doClose() {
-   if (localPortPoeInfoSm_) localPortPoeInfoSm_->doClose();
-   localPortPoeInfoSm_ = nullptr;
+   localPortPoeInfoSm_.doClose();
    notifierIs(nullptr);
 }
 
@@ -51,15 +46,9 @@ void LocalPortSm::handleLocalPortAttrs() {
 
 void LocalPortSm::handleLocalPortPoE() {
    const Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo = localPort_->localPortPoeInfo();
-   if (localPortPoeInfoSm_ && localPortPoeInfoSm_->poeInfo() == poeInfo) return;
-   if (localPortPoeInfoSm_) {
-      localPortPoeInfoSm_->doClose();
-      localPortPoeInfoSm_ = nullptr;
-   }
-   if (poeInfo) {
-      localPortPoeInfoSm_ = Vel::make<LocalPortPoeInfoSm>(this, poeInfo);
-      localPortPoeInfoSm_->handleInitialized();
-   }
+   if (localPortPoeInfoSm_.poeInfo() == poeInfo) return;
+   localPortPoeInfoSm_.doClose();
+   if (poeInfo) localPortPoeInfoSm_.handleInitialized(poeInfo);
 }
 
 void handleLocalPortAttrsChanged(Root& root, const Wire::IntfId& intf) {

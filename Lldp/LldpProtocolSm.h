@@ -26,14 +26,15 @@ class OnOffSwitchSm;
 
 class LocalPortSm;
 
-// Watches one local port's PoE record: what it says goes into the Power via MDI TLV. The
-// port's machine owns it and closes it before it goes.
-class LocalPortPoeInfoSm : public Vel::RefCounted, private Lldp::LocalPortPoeInfo::Notifiee {
+// Watches one local port's PoE record: what it says goes into the Power via MDI TLV. A
+// part of the port's machine, attached while the port has a PoE record (a machine of
+// its own for each port cost a block and a reference count).
+class LocalPortPoeInfoSm : private Lldp::LocalPortPoeInfo::Notifiee {
 public:
-   LocalPortPoeInfoSm(const LocalPortSm* owner, Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo);
-   // Held as the notifiee's own, from construction until doClose().
+   explicit LocalPortPoeInfoSm(const LocalPortSm* owner) : owner_(owner) {}
+   // Held as the notifiee's own, from handleInitialized() until doClose().
    Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo() const { return notifier(); }
-   void handleInitialized();
+   void handleInitialized(Vel::Ptr<const Lldp::LocalPortPoeInfo> poeInfo);
    void doClose();
    void handleAttrsChanged();
 
@@ -54,7 +55,10 @@ public:
    Root* root() const { return root_; }
    const Wire::IntfId& intfId() const { return localPort_->intfId(); }
    const Lldp::LocalPort::PtrConst& localPort() const { return localPort_; }
-   const Vel::Ptr<LocalPortPoeInfoSm>& localPortPoeInfoSm() const { return localPortPoeInfoSm_; }
+   // Null while the port has no PoE record.
+   const LocalPortPoeInfoSm* localPortPoeInfoSm() const {
+      return localPortPoeInfoSm_.poeInfo() ? &localPortPoeInfoSm_ : nullptr;
+   }
    void handleInitialized();
    void doClose();
    void handleLocalPortAttrs();
@@ -72,7 +76,7 @@ private:
 
    Root* root_;
    Lldp::LocalPort::PtrConst localPort_;
-   Vel::Ptr<LocalPortPoeInfoSm> localPortPoeInfoSm_;
+   LocalPortPoeInfoSm localPortPoeInfoSm_{this};
 };
 
 // A local port's advertised information changed: its per-port machine (if it has one)
