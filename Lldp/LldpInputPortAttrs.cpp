@@ -174,23 +174,29 @@ void EthPhyIntfConfigSm::doSyncLocalPort(Lldp::LocalPort& localPort) {
 // SwitchIntfConfigSm.
 
 SwitchIntfConfigSm::SwitchIntfConfigSm(Root* root, Bridging::SwitchIntfConfig::PtrConst c)
-    : root_(root), switchIntfConfig_(std::move(c)) {}
-
-void SwitchIntfConfigSm::handleInitialized() {
-   notifierIs(switchIntfConfig_);
+    : root_(root) {
+   notifierIs(c);
 }
 
+void SwitchIntfConfigSm::handleInitialized() {}
+
 void SwitchIntfConfigSm::doClose() {
+   // Its ports first: the configuration names the machine in their traces.
+   for (const auto& port : associatedIntfId()) doRemovePort(port);
    notifierIs(nullptr);
-   const Ports ports = associatedIntfId_;
-   for (const auto& port : ports) doRemovePort(port);
+}
+
+SwitchIntfConfigSm::Ports SwitchIntfConfigSm::associatedIntfId() const {
+   Ports ports(members_.begin(), members_.end());
+   if (servesOwn_) ports.insert(std::lower_bound(ports.begin(), ports.end(), intfId()), intfId());
+   return ports;
 }
 
 void SwitchIntfConfigSm::handleSwitchportModeAndNativeVlan() {
    VEL_TRACE(traceLldpAgent, 8,
              "SwitchIntfConfigSm::handleSwitchportModeAndNativeVlan( " << intfId() << " )");
-   const Ports ports = associatedIntfId_;  // the syncs below may reach doRemovePort()
-   for (const auto& port : ports) {
+   // A copy: the syncs below may reach doRemovePort().
+   for (const auto& port : associatedIntfId()) {
       // The mode also rules whether the port may transmit.
       if (auto lp = root_->localSystem()->localPort(port)) doSyncLocalPort(*lp);
       if (auto pc = root_->config()->portConfig(port)) syncPortConfig(*pc, *root_);
@@ -200,16 +206,20 @@ void SwitchIntfConfigSm::handleSwitchportModeAndNativeVlan() {
 void SwitchIntfConfigSm::doSyncLocalPort(Lldp::LocalPort& localPort) {
    VEL_ASSERT(associatedIntfIdHas(localPort.intfId()),
               "associatedIntfIdHas( localPort->intfId() )");
-   const bool routed = switchIntfConfig_->switchportMode() == Bridging::switchportModeRouted;
-   localPort.portVlanIdIs(routed ? Bridging::VlanIdOrNone(0) : switchIntfConfig_->nativeVlan());
+   const Bridging::SwitchIntfConfig& config = *notifier();
+   const bool routed = config.switchportMode() == Bridging::switchportModeRouted;
+   localPort.portVlanIdIs(routed ? Bridging::VlanIdOrNone(0) : config.nativeVlan());
 }
 
 void SwitchIntfConfigSm::doAddPort(const Wire::IntfId& portId) {
    VEL_ASSERT(!associatedIntfIdHas(portId), "!associatedIntfIdHas( portId )");
    VEL_TRACE(traceLldpAgent, 8,
              "SwitchIntfConfigSm::doAddPort( " << intfId() << ", " << portId << " )");
-   associatedIntfId_.insert(
-       std::lower_bound(associatedIntfId_.begin(), associatedIntfId_.end(), portId), portId);
+   if (portId == intfId()) {
+      servesOwn_ = true;
+   } else {
+      members_.emplace(std::lower_bound(members_.begin(), members_.end(), portId), portId);
+   }
    if (auto lp = root_->localSystem()->localPort(portId)) doSyncLocalPort(*lp);
    if (auto pc = root_->config()->portConfig(portId)) syncPortConfig(*pc, *root_);
 }
@@ -217,8 +227,12 @@ void SwitchIntfConfigSm::doAddPort(const Wire::IntfId& portId) {
 void SwitchIntfConfigSm::doRemovePort(const Wire::IntfId& portId) {
    VEL_TRACE(traceLldpAgent, 8,
              "SwitchIntfConfigSm::doRemovePort( " << intfId() << ", " << portId << " )");
-   auto at = std::lower_bound(associatedIntfId_.begin(), associatedIntfId_.end(), portId);
-   if (at != associatedIntfId_.end() && *at == portId) associatedIntfId_.erase(at);
+   if (portId == intfId()) {
+      servesOwn_ = false;
+   } else if (auto at = std::lower_bound(members_.begin(), members_.end(), portId);
+              at != members_.end() && *at == portId) {
+      members_.erase(at, at + 1);
+   }
    if (auto lp = root_->localSystem()->localPort(portId)) lp->portVlanIdIs(0);
 }
 

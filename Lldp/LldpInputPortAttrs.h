@@ -10,6 +10,7 @@
 #include <set>
 
 #include "Framework/Vel/Entity.h"
+#include "Framework/Vel/SmallVector.h"
 #include "Framework/Wire/IntfMap.h"
 #include "Records/Bridging.h"
 #include "Records/IntfStatus.h"
@@ -41,31 +42,31 @@ private:
 // status.
 class SwitchIntfConfigSm : public Vel::RefCounted, private Bridging::SwitchIntfConfig::Notifiee {
 public:
+   // It holds the configuration as its notifiee, from construction until doClose().
    SwitchIntfConfigSm(Root* root, Bridging::SwitchIntfConfig::PtrConst switchIntfConfig);
-   const Wire::IntfId& intfId() const { return switchIntfConfig_->intfId(); }
-   const Bridging::SwitchIntfConfig::PtrConst& switchIntfConfig() const {
-      return switchIntfConfig_;
-   }
+   const Wire::IntfId& intfId() const { return notifier()->intfId(); }
+   Bridging::SwitchIntfConfig::PtrConst switchIntfConfig() const { return notifier(); }
    void handleInitialized();
    void doClose();
    void handleSwitchportModeAndNativeVlan();
    void doSyncLocalPort(Lldp::LocalPort& localPort);
    void doAddPort(const Wire::IntfId& portId);
    void doRemovePort(const Wire::IntfId& portId);
-   // The ports it serves, in order: one for a port's own switchport, an aggregate's
-   // members otherwise; kept in place while there is one.
+   // The ports it serves, in order: the port itself for a port's own switchport (a flag),
+   // an aggregate's members otherwise (a vector made with the first).
    using Ports = absl::InlinedVector<Wire::IntfId, 1>;
-   const Ports& associatedIntfId() const { return associatedIntfId_; }
+   Ports associatedIntfId() const;
    bool associatedIntfIdHas(const Wire::IntfId& intf) const {
-      return std::binary_search(associatedIntfId_.begin(), associatedIntfId_.end(), intf);
+      if (intf == intfId()) return servesOwn_;
+      return std::binary_search(members_.begin(), members_.end(), intf);
    }
 
 private:
    void switchportModeChanged() override { handleSwitchportModeAndNativeVlan(); }
    void nativeVlanChanged() override { handleSwitchportModeAndNativeVlan(); }
    Root* root_;
-   Bridging::SwitchIntfConfig::PtrConst switchIntfConfig_;
-   Ports associatedIntfId_;
+   Vel::SmallVector<Wire::IntfId> members_;
+   bool servesOwn_ = false;
 };
 
 // One VLAN of the bridging configuration while VLAN names are advertised: its name goes

@@ -329,8 +329,7 @@ void InputSm::doClose() {
    ip6IntfReactor_.clear();
    for (auto& [name, sm] : externalTlvConfigSm_) sm->doClose();
    externalTlvConfigSm_.clear();
-   for (const auto& sm : Wire::valuesOf(switchIntfConfigSm_)) sm->doClose();
-   switchIntfConfigSm_.clear();
+   Wire::closeAll(switchIntfConfigSm_);
    aggregateServed_.clear();
    Wire::closeAll(ethPhyIntfConfigSm_);
    for (const auto& sm : Wire::valuesOf(cliPortConfigSm_)) sm->doClose();

@@ -2,7 +2,7 @@
 // block that holds the count, the room and the items. An empty one that never held
 // anything costs the pointer alone (a std::vector costs three), and a copy is sized
 // exactly to what it copies. clear() keeps the room, so a scratch collection refilled
-// frame after frame stops allocating. Only what FlatMap and the age queue need is here.
+// frame after frame stops allocating. Only what its users need is here.
 #pragma once
 
 #include <algorithm>
