@@ -67,7 +67,7 @@ class NetworkPolicyPortStatusSm : public Vel::RefCounted,
 public:
    NetworkPolicyPortStatusSm(NetworkPolicySm* sm, Lldp::PortStatus::PtrConst portStatus);
    Lldp::PortStatus::PtrConst portStatus() const { return PortStatusReactor::notifier(); }
-   const Wire::IntfId& intfId() const { return PortStatusReactor::notifier()->intfId(); }
+   const Wire::IntfId& intfId() const { return PortStatusReactor::notifierPtr()->intfId(); }
    void handleInitialized();
    void doClose();
    void handleNetworkPolicyRequest(const Wire::IntfId& intf);

@@ -25,7 +25,7 @@ class Root;
 class EthPhyIntfConfigSm : public Vel::RefCounted, private Interface::EthPhyIntfConfig::Notifiee {
 public:
    EthPhyIntfConfigSm(Root* root, Interface::EthPhyIntfConfig::PtrConst intfConfig);
-   const Wire::IntfId& intfId() const { return notifier()->intfId(); }
+   const Wire::IntfId& intfId() const { return notifierPtr()->intfId(); }
    Interface::EthPhyIntfConfig::PtrConst intfConfig() const { return notifier(); }
    void handleInitialized();
    void doClose();
@@ -44,7 +44,7 @@ class SwitchIntfConfigSm : public Vel::RefCounted, private Bridging::SwitchIntfC
 public:
    // It holds the configuration as its notifiee, from construction until doClose().
    SwitchIntfConfigSm(Root* root, Bridging::SwitchIntfConfig::PtrConst switchIntfConfig);
-   const Wire::IntfId& intfId() const { return notifier()->intfId(); }
+   const Wire::IntfId& intfId() const { return notifierPtr()->intfId(); }
    Bridging::SwitchIntfConfig::PtrConst switchIntfConfig() const { return notifier(); }
    void handleInitialized();
    void doClose();

@@ -82,7 +82,7 @@ public:
       notifierIs(ps);
    }
    Lldp::PortStatus::PtrConst portStatus() const { return notifier(); }
-   const Wire::IntfId& intfId() const { return notifier()->intfId(); }
+   const Wire::IntfId& intfId() const { return notifierPtr()->intfId(); }
    void doClose() { notifierIs(nullptr); }
    // What each neighbour said, by its index in the port's table; the stations they make;
    // the neighbours a clear request forgot, watched until they send again. The first two
@@ -233,9 +233,9 @@ void NbrClassificationSm::doCount(PortSm& port, int index, const Learned& l, int
 
 void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index) {
    if (!initialized_) return;
-   auto it = portSm_.find(intf);
-   if (it == portSm_.end()) return;
-   PortSm& port = *it->second;
+   PortSm* const found = portSm_.get(intf);
+   if (!found) return;
+   PortSm& port = *found;
    const auto remote = port.portStatus()->remoteSystem(index);
    if (!port.tables) {
       if (!remote) return;
@@ -283,9 +283,9 @@ void NbrClassificationSm::handleRemoteSystem(const Wire::IntfId& intf, int index
 }
 
 void NbrClassificationSm::handleRefresh(const Wire::IntfId& intf, int index) {
-   auto it = portSm_.find(intf);
-   if (it == portSm_.end()) return;
-   PortSm& port = *it->second;
+   PortSm* const found = portSm_.get(intf);
+   if (!found) return;
+   PortSm& port = *found;
    if (!port.tables || !port.cleared) return;
    auto l = port.tables->learned.find(index);
    if (l == port.tables->learned.end() || !l->second.cleared) return;
@@ -324,12 +324,12 @@ void NbrClassificationSm::handleIntfClass(const EntryKey& key) {
 }
 
 void NbrClassificationSm::doSyncEntry(const EntryKey& key) {
-   const auto port = portSm_.find(key.intfId());
+   PortSm* const port = portSm_.get(key.intfId());
    const Station* s = nullptr;
    const Forgotten* f = nullptr;
-   if (port != portSm_.end()) {
-      s = port->second->station(key.ethAddr());
-      f = port->second->forgottenStation(key.ethAddr());
+   if (port) {
+      s = port->station(key.ethAddr());
+      f = port->forgottenStation(key.ethAddr());
    }
    const NbrClass configured = cliConfig_->configuredClass(key);
    const bool portConfigured = cliConfig_->intfClass(key) != nullptr;
@@ -354,7 +354,7 @@ void NbrClassificationSm::doSyncEntry(const EntryKey& key) {
    // already names.
    Lldp::Msap neighbor;
    if (s || f) {
-      if (auto remote = port->second->portStatus()->remoteSystem(s ? s->neighbor : f->neighbor)) {
+      if (auto remote = port->portStatus()->remoteSystem(s ? s->neighbor : f->neighbor)) {
          neighbor = remote->msap();
       } else if (entry) {
          neighbor = entry->neighbor();

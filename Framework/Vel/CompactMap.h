@@ -141,6 +141,11 @@ public:
       auto it = set_.find(k);
       return it == set_.end() ? Ptr<E>() : *it;
    }
+   // The same without taking a reference, for a caller that uses the member at once.
+   E* get(const K& k) const {
+      auto it = set_.find(k);
+      return it == set_.end() ? nullptr : it->ptr();
+   }
 
    // Adds the member make() returns, whose key is k, unless k is taken: the member held,
    // and whether it was added.

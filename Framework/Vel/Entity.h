@@ -368,8 +368,10 @@ public:                                                                         
    public:                                                                                         \
       ATTRS(VEL_E_NONE2, VEL_E_ATTR_N, VEL_E_COUNTER_N, VEL_E_COLL_N, VEL_E_COLL_N, VEL_E_COLL_N,  \
             VEL_E_REFCOLL_N)                                                                       \
-      Vel::Ptr<const Class> notifier() const {                                                     \
-         return Vel::Ptr<const Class>(static_cast<const Class*>(this->notifierEntity()));          \
+      Vel::Ptr<const Class> notifier() const { return Vel::Ptr<const Class>(notifierPtr()); }      \
+      /* Without taking a reference: for a key read many times over. */                            \
+      const Class* notifierPtr() const {                                                           \
+         return static_cast<const Class*>(this->notifierEntity());                                 \
       }                                                                                            \
       void notifierIs(const Vel::Ptr<const Class>& c) { this->attachTo(c); }                       \
    };                                                                                              \
