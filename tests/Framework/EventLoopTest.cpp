@@ -277,15 +277,22 @@ TEST_F(RealTimeTest, ClockFiresWhenDueAndStopEndsRun) {
    Clock c;
    c.handlerIs([&] {
       late.push_back(loop().now() - due);
+      // The time it was due, not the loop's, while its handler runs; even once it is
+      // scheduled again.
+      const Vel::Seconds was = due;
+      EXPECT_EQ(c.firingTime(), was);
       if (late.size() == 3) {
          loop().stop();
       } else {
          due = loop().now() + 0.001;
          c.timeMinIs(due);
       }
+      EXPECT_EQ(c.firingTime(), was);
    });
    c.timeMinIs(due);
+   EXPECT_EQ(c.firingTime(), never);
    loop().run();
+   EXPECT_EQ(c.firingTime(), never);
    ASSERT_EQ(late.size(), 3u);
    for (Vel::Seconds l : late) EXPECT_GE(l, 0);
    EXPECT_EQ(c.timeMin(), never);

@@ -157,6 +157,11 @@ TEST_F(LldpAgentTest, AdminStatusFollowsGlobalSwitchCliAndSwitchportMode) {
    EXPECT_EQ(admin("eth2"), 3);
    EXPECT_EQ(lp2->portVlanId(), 20);
    EXPECT_FALSE(lp2->linkAggregationInfo().status().enabled());
+   // Its own switchport goes and comes back: no VLAN in between.
+   bridging->switchIntfConfigDel(eth("eth2"));
+   EXPECT_EQ(lp2->portVlanId(), 0);
+   switchport(eth("eth2"), Bridging::switchportModeAccess, 21);
+   EXPECT_EQ(lp2->portVlanId(), 21);
 
    // The operator's settings for a port go: admin status back to transmit and receive even
    // with LLDP off, and its network policies stay until the port is synced again.
