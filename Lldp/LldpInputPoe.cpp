@@ -230,7 +230,7 @@ void PoeSm::PortStatusReactor::requestingIs(int index) {
 
 void PoeSm::PortStatusReactor::remoteSystemChanged(const int& index) {
    requestingIs(index);
-   sm->handleRemoteSystem(notifier()->intfId());
+   sm->handleRemoteSystem(notifierPtr()->intfId());
 }
 
 void PoeSm::handlePortStatus(const Wire::IntfId& intf) {

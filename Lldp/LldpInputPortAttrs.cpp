@@ -82,8 +82,8 @@ Wire::IntfId InputSm::governingSwitchIntf(const Wire::IntfId& port) const {
 
 Wire::IntfId InputSm::servingSwitchIntf(const Wire::IntfId& port) const {
    if (auto it = aggregateServed_.find(port); it != aggregateServed_.end()) return it->second;
-   auto own = switchIntfConfigSm_.find(port);
-   if (own != switchIntfConfigSm_.end() && own->second->associatedIntfIdHas(port)) return port;
+   const SwitchIntfConfigSm* own = switchIntfConfigSm_.get(port);
+   if (own && own->associatedIntfIdHas(port)) return port;
    return {};
 }
 

@@ -87,7 +87,7 @@ void LldpPamSm::handleInitialized() {
    VEL_ASSERT(localPort_, "localPort()");
    if (pam_) pam_->notifieeIs(this);
    initialized_ = true;
-   txClockAt(Vel::never);
+   txClock_.timeMinIs(Vel::never);
    txFsmStateIs(txFsmDisabled);
    // Neighbours already in the table are aged from the first firing on.
    ageQueue_.rebuildFrom(portStatusRecord()->remoteSystem());
@@ -102,7 +102,7 @@ void LldpPamSm::handleInitialized() {
 void LldpPamSm::doClose() {
    VEL_ASSERT(initialized(), "initialized()");
    doDeleteAllRemoteSystems();
-   txClockAt(Vel::never);
+   txClock_.timeMinIs(Vel::never);
    ageClock_.timeMinIs(Vel::never);
    if (rxRateLimit_) rxRateLimit_->clock.timeMinIs(Vel::never);
    if (pam_ && pam_->notifiee() == this) pam_->notifieeIs(nullptr);
@@ -142,26 +142,26 @@ void LldpPamSm::handleTxFsmState() {
             VEL_TRACE(traceLldpProtocolSm, 6, "Entering txWait state: no action");
          } else {
             VEL_TRACE(traceLldpProtocolSm, 6, "Entering txWait state: starting txDelayWhile timer");
-            txClockAt(now + double(config.txDelay()));
+            txClock_.timeMinIs(now + double(config.txDelay()));
          }
          break;
       case txFsmTxDelay:
          VEL_TRACE(traceLldpProtocolSm, 6,
                    "Entering txDelay state: tx LLDPDU and starting txDelayWhile timer");
          doSendLldpdu();
-         txClockAt(now + double(config.txDelay()));
+         txClock_.timeMinIs(now + double(config.txDelay()));
          break;
       case txFsmIdle:
          VEL_TRACE(traceLldpProtocolSm, 6, "Entering idle state: starting txTTR timer");
          VEL_ASSERT(config.messageTxInterval() >= config.txDelay(),
                     "config->messageTxInterval() >= config->txDelay()");
-         txClockAt(now + double(config.messageTxInterval()) - double(config.txDelay()));
+         txClock_.timeMinIs(now + double(config.messageTxInterval()) - double(config.txDelay()));
          break;
       case txFsmReinitializing:
          VEL_TRACE(traceLldpProtocolSm, 6,
                    "Entering reinitializing state: starting txShutdownWhile timer");
          VEL_ASSERT(txFsmState_ == txFsmReinitializing, "txFsmState() == txFsmReinitializing()");
-         txClockAt(now + double(config.reinitDelay()));
+         txClock_.timeMinIs(now + double(config.reinitDelay()));
          break;
       case txFsmUninitialized:
          break;
@@ -178,10 +178,6 @@ Vel::Seconds LldpPamSm::txNow() const {
    const Vel::Seconds now = loopNow();
    const Vel::Seconds due = txClock_.firingTime();  // never unless in handleTxClock()
    return due != Vel::never && now - due < txLateLimit ? due : now;
-}
-
-void LldpPamSm::txClockAt(Vel::Seconds t) {
-   txClock_.timeMinIs(t);
 }
 
 void LldpPamSm::handleTxClock() {

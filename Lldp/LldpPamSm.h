@@ -137,7 +137,6 @@ private:
    // expired while its timer is handled (unless the loop came much later than that, after
    // a stall), the loop's time otherwise.
    Vel::Seconds txNow() const;
-   void txClockAt(Vel::Seconds t);
    // Starts a new rate-limit interval if `now` is past the current one.
    void doRxRateLimitIntervalAt(Vel::Seconds now);
 
